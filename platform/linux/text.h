@@ -1,0 +1,13 @@
+/// UTF-16 and UTF-8: the one place of the conversion on Linux. A surrogate pair is one code point; a lone surrogate, and
+/// each ill-formed sequence of UTF-8, becomes U+FFFD.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+std::string to_utf8(std::u16string_view text);
+std::u16string to_utf16(std::string_view text);
+
+}  // namespace platform
