@@ -1,6 +1,6 @@
-/// Short message transfer protocol data units of 3GPP TS 23.040, decoded from and encoded to octets: SMS-SUBMIT (phone to
-/// service centre) and SMS-DELIVER (service centre to phone), and the service centre address that precedes them in the
-/// PDU mode of 3GPP TS 27.005. Pure functions; nothing here logs or does I/O. Decoders fail by value on anything
+/// Short message transfer protocol data units of 3GPP TS 23.040, decoded from and encoded to octets: SMS-SUBMIT (phone
+/// to service centre) and SMS-DELIVER (service centre to phone), and the service centre address that precedes them in
+/// the PDU mode of 3GPP TS 27.005. Pure functions; nothing here logs or does I/O. Decoders fail by value on anything
 /// malformed or truncated; what they accept they encode back to the same octets.
 #pragma once
 
@@ -39,6 +39,8 @@ struct address_t {
     number_type_t type = number_type_t::unknown;
     uint8_t numbering_plan = 1;
     std::string text;
+    /// Alphanumeric only: semi-octets (0 or 1) that the length counts beyond the text, as some service centres do.
+    uint8_t fill_semi_octets = 0;
 
     bool operator==(const address_t&) const = default;
 };
@@ -87,7 +89,8 @@ struct submit_t {
 
 /// SMS-DELIVER, 9.2.2.1.
 struct deliver_t {
-    bool more_messages = false;  // the service centre has more waiting (the TP-MMS bit inverted)
+    bool more_messages = false;    // the service centre has more waiting (the TP-MMS bit inverted)
+    bool loop_prevention = false;  // TP-LP, 9.2.3.28
     bool status_report_indication = false;
     bool reply_path = false;
     address_t originator;
@@ -103,16 +106,16 @@ struct deliver_t {
 
 std::optional<submit_t> decode_submit(octets_view_t octets);
 std::optional<deliver_t> decode_deliver(octets_view_t octets);
-/// None when a field does not fit its place on the wire: an address too long, user data over 140 octets, or a length that
-/// disagrees with them.
+/// None when a field does not fit its place on the wire: an address too long, user data over 140 octets, or a length
+/// that disagrees with them.
 std::optional<octets_t> encode(const submit_t& submit);
 std::optional<octets_t> encode(const deliver_t& deliver);
 
 /// A header and its user data as one TP-UD: `header` without its length octet and not empty, 8-bit data. None over 140
 /// octets.
 std::optional<octets_t> join_user_data(octets_view_t header, octets_view_t body);
-/// The reverse, of 8-bit user data with the header indicator set: the views point into `user_data`. None when the header's
-/// length exceeds the data.
+/// The reverse, of 8-bit user data with the header indicator set: the views point into `user_data`. None when the
+/// header's length exceeds the data.
 struct user_data_parts_t {
     octets_view_t header;
     octets_view_t body;

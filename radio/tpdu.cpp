@@ -1,0 +1,162 @@
+// SMS-SUBMIT and SMS-DELIVER, 3GPP TS 23.040 9.2.2.
+#include "radio/tpdu.h"
+
+#include "radio/tpdu_fields.h"
+
+namespace tpdu {
+
+namespace {
+
+// The first octet, 9.2.3.1 to 9.2.3.7, 9.2.3.17, 9.2.3.23, 9.2.3.25 and 9.2.3.28.
+constexpr uint8_t type_mask = 0x03;
+constexpr uint8_t type_deliver = 0x00;
+constexpr uint8_t type_submit = 0x01;
+constexpr uint8_t bit_no_more_messages = 0x04;   // deliver
+constexpr uint8_t bit_loop_prevention = 0x08;    // deliver
+constexpr uint8_t bit_spare = 0x10;              // deliver
+constexpr uint8_t bit_reject_duplicates = 0x04;  // submit
+constexpr uint8_t validity_mask = 0x18;          // submit
+constexpr uint8_t validity_relative = 0x10;
+constexpr uint8_t bit_status_report = 0x20;  // requested (submit) or to be returned (deliver)
+constexpr uint8_t bit_header = 0x40;
+constexpr uint8_t bit_reply_path = 0x80;
+
+constexpr uint8_t bit_west = 0x08;  // of the time zone's first semi-octet: negative
+
+uint8_t read_two_digits(reader_t& reader) {
+    const uint8_t octet = reader.octet();
+    const unsigned tens = octet & 0xFU;
+    const unsigned units = octet >> 4;
+    if (tens > 9 || units > 9) {
+        reader.fail();
+    }
+    return static_cast<uint8_t>(tens * 10 + units);
+}
+
+uint8_t two_digits(uint8_t value) {
+    return static_cast<uint8_t>(value % 10 << 4 | value / 10);
+}
+
+int8_t read_time_zone(reader_t& reader) {
+    const uint8_t octet = reader.octet();
+    const bool west = (octet & bit_west) != 0;
+    const unsigned quarters = (octet & 0x7U) * 10 + (octet >> 4);
+    if (octet >> 4 > 9 || (west && quarters == 0)) {
+        reader.fail();
+    }
+    return static_cast<int8_t>(west ? -static_cast<int>(quarters) : static_cast<int>(quarters));
+}
+
+timestamp_t read_timestamp(reader_t& reader) {
+    timestamp_t time;
+    for (uint8_t* field : {&time.year, &time.month, &time.day, &time.hour, &time.minute, &time.second}) {
+        *field = read_two_digits(reader);
+    }
+    time.quarters_east = read_time_zone(reader);
+    return time;
+}
+
+bool write_timestamp(const timestamp_t& time, octets_t& out) {
+    for (const uint8_t field : {time.year, time.month, time.day, time.hour, time.minute, time.second}) {
+        if (field > 99) {
+            return false;
+        }
+        out.push_back(two_digits(field));
+    }
+    const int quarters = time.quarters_east < 0 ? -time.quarters_east : time.quarters_east;
+    if (quarters > 79) {
+        return false;
+    }
+    const uint8_t digits = two_digits(static_cast<uint8_t>(quarters));
+    out.push_back(static_cast<uint8_t>(digits | (time.quarters_east < 0 ? bit_west : 0)));
+    return true;
+}
+
+uint8_t flag(bool set, uint8_t bit) {
+    return set ? bit : uint8_t{0};
+}
+
+}  // namespace
+
+std::optional<submit_t> decode_submit(octets_view_t octets) {
+    reader_t reader(octets);
+    submit_t submit;
+    const uint8_t first = reader.octet();
+    const uint8_t validity = first & validity_mask;
+    if ((first & type_mask) != type_submit || (validity != 0 && validity != validity_relative)) {
+        return std::nullopt;
+    }
+    submit.reject_duplicates = first & bit_reject_duplicates;
+    submit.status_report_request = first & bit_status_report;
+    submit.header_indicator = first & bit_header;
+    submit.reply_path = first & bit_reply_path;
+    submit.message_reference = reader.octet();
+    submit.destination = read_address(reader);
+    submit.protocol_identifier = reader.octet();
+    submit.data_coding = reader.octet();
+    if (validity == validity_relative) {
+        submit.validity_period = reader.octet();
+    }
+    read_user_data(reader, submit.data_coding, submit.user_data_length, submit.user_data);
+    return reader.failed() ? std::nullopt : std::optional(submit);
+}
+
+std::optional<octets_t> encode(const submit_t& submit) {
+    octets_t out;
+    out.push_back(static_cast<uint8_t>(type_submit | flag(submit.reject_duplicates, bit_reject_duplicates) |
+                                       flag(submit.validity_period.has_value(), validity_relative) |
+                                       flag(submit.status_report_request, bit_status_report) |
+                                       flag(submit.header_indicator, bit_header) |
+                                       flag(submit.reply_path, bit_reply_path)));
+    out.push_back(submit.message_reference);
+    if (!write_address(submit.destination, out)) {
+        return std::nullopt;
+    }
+    out.insert(out.end(), {submit.protocol_identifier, submit.data_coding});
+    if (submit.validity_period) {
+        out.push_back(*submit.validity_period);
+    }
+    if (!write_user_data(submit.data_coding, submit.user_data_length, submit.user_data, out)) {
+        return std::nullopt;
+    }
+    return out;
+}
+
+std::optional<deliver_t> decode_deliver(octets_view_t octets) {
+    reader_t reader(octets);
+    deliver_t deliver;
+    const uint8_t first = reader.octet();
+    if ((first & type_mask) != type_deliver || (first & bit_spare)) {
+        return std::nullopt;
+    }
+    deliver.more_messages = !(first & bit_no_more_messages);
+    deliver.loop_prevention = first & bit_loop_prevention;
+    deliver.status_report_indication = first & bit_status_report;
+    deliver.header_indicator = first & bit_header;
+    deliver.reply_path = first & bit_reply_path;
+    deliver.originator = read_address(reader);
+    deliver.protocol_identifier = reader.octet();
+    deliver.data_coding = reader.octet();
+    deliver.service_centre_time = read_timestamp(reader);
+    read_user_data(reader, deliver.data_coding, deliver.user_data_length, deliver.user_data);
+    return reader.failed() ? std::nullopt : std::optional(deliver);
+}
+
+std::optional<octets_t> encode(const deliver_t& deliver) {
+    octets_t out;
+    out.push_back(static_cast<uint8_t>(
+        type_deliver | flag(!deliver.more_messages, bit_no_more_messages) |
+        flag(deliver.loop_prevention, bit_loop_prevention) | flag(deliver.status_report_indication, bit_status_report) |
+        flag(deliver.header_indicator, bit_header) | flag(deliver.reply_path, bit_reply_path)));
+    if (!write_address(deliver.originator, out)) {
+        return std::nullopt;
+    }
+    out.insert(out.end(), {deliver.protocol_identifier, deliver.data_coding});
+    if (!write_timestamp(deliver.service_centre_time, out) ||
+        !write_user_data(deliver.data_coding, deliver.user_data_length, deliver.user_data, out)) {
+        return std::nullopt;
+    }
+    return out;
+}
+
+}  // namespace tpdu

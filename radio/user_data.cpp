@@ -1,0 +1,91 @@
+// TP-User-Data, 3GPP TS 23.040 9.2.3.24: its length, its header and the port addressing elements of that.
+#include "radio/tpdu_fields.h"
+
+namespace tpdu {
+
+namespace {
+
+constexpr uint8_t element_ports_8bit = 0x04;   // 9.2.3.24.3: destination, originator
+constexpr uint8_t element_ports_16bit = 0x05;  // 9.2.3.24.4: destination, originator
+
+size_t octets_of(uint8_t data_coding, uint8_t length) {
+    return alphabet_of(data_coding) == alphabet_t::gsm7 ? (length * 7U + 7) / 8 : length;
+}
+
+}  // namespace
+
+alphabet_t alphabet_of(uint8_t data_coding) {
+    const unsigned group = data_coding >> 4;
+    if (group < 0x8) {  // general, and marked for automatic deletion, which is coded alike
+        constexpr uint8_t compressed_bit = 0x20;
+        if (data_coding & compressed_bit) {
+            return alphabet_t::compressed;
+        }
+        constexpr alphabet_t by_bits[] = {alphabet_t::gsm7, alphabet_t::octets8, alphabet_t::ucs2, alphabet_t::gsm7};
+        return by_bits[data_coding >> 2 & 0x3];
+    }
+    if (group == 0xE) {  // message waiting, store, UCS2
+        return alphabet_t::ucs2;
+    }
+    if (group == 0xF && (data_coding & 0x4)) {
+        return alphabet_t::octets8;
+    }
+    return alphabet_t::gsm7;  // also the reserved groups, as 3GPP TS 23.038 4 asks
+}
+
+void read_user_data(reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data) {
+    length = reader.octet();
+    const size_t count = octets_of(data_coding, length);
+    const octets_view_t octets = reader.octets(count);
+    if (count > max_user_data || reader.left() != 0) {
+        reader.fail();
+    }
+    user_data.assign(octets.begin(), octets.end());
+}
+
+bool write_user_data(uint8_t data_coding, uint8_t length, octets_view_t user_data, octets_t& out) {
+    if (user_data.size() > max_user_data || user_data.size() != octets_of(data_coding, length)) {
+        return false;
+    }
+    out.push_back(length);
+    out.insert(out.end(), user_data.begin(), user_data.end());
+    return true;
+}
+
+std::optional<octets_t> join_user_data(octets_view_t header, octets_view_t body) {
+    if (header.empty() || 1 + header.size() + body.size() > max_user_data) {
+        return std::nullopt;
+    }
+    octets_t user_data = {static_cast<uint8_t>(header.size())};
+    user_data.insert(user_data.end(), header.begin(), header.end());
+    user_data.insert(user_data.end(), body.begin(), body.end());
+    return user_data;
+}
+
+std::optional<user_data_parts_t> split_user_data(octets_view_t user_data) {
+    if (user_data.empty() || user_data[0] >= user_data.size()) {
+        return std::nullopt;
+    }
+    const octets_view_t after_length = user_data.subspan(1);
+    return user_data_parts_t{after_length.first(user_data[0]), after_length.subspan(user_data[0])};
+}
+
+std::optional<uint16_t> destination_port(octets_view_t header) {
+    reader_t reader(header);
+    while (reader.left() > 0) {
+        const uint8_t identifier = reader.octet();
+        const octets_view_t data = reader.octets(reader.octet());
+        if (reader.failed()) {
+            break;
+        }
+        if (identifier == element_ports_16bit && data.size() == 4) {
+            return static_cast<uint16_t>(data[0] << 8 | data[1]);
+        }
+        if (identifier == element_ports_8bit && data.size() == 2) {
+            return data[0];
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace tpdu
