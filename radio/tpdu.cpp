@@ -37,14 +37,15 @@ uint8_t two_digits(uint8_t value) {
     return static_cast<uint8_t>(value % 10 << 4 | value / 10);
 }
 
-int8_t read_time_zone(reader_t& reader) {
+void read_time_zone(reader_t& reader, timestamp_t& time) {
     const uint8_t octet = reader.octet();
     const bool west = (octet & bit_west) != 0;
-    const unsigned quarters = (octet & 0x7U) * 10 + (octet >> 4);
-    if (octet >> 4 > 9 || (west && quarters == 0)) {
+    const int quarters = (octet & 0x7) * 10 + (octet >> 4);
+    if (octet >> 4 > 9) {
         reader.fail();
     }
-    return static_cast<int8_t>(west ? -static_cast<int>(quarters) : static_cast<int>(quarters));
+    time.quarters_east = static_cast<int8_t>(west ? -quarters : quarters);
+    time.minus_zero = west && quarters == 0;
 }
 
 timestamp_t read_timestamp(reader_t& reader) {
@@ -52,7 +53,7 @@ timestamp_t read_timestamp(reader_t& reader) {
     for (uint8_t* field : {&time.year, &time.month, &time.day, &time.hour, &time.minute, &time.second}) {
         *field = read_two_digits(reader);
     }
-    time.quarters_east = read_time_zone(reader);
+    read_time_zone(reader, time);
     return time;
 }
 
@@ -64,11 +65,11 @@ bool write_timestamp(const timestamp_t& time, octets_t& out) {
         out.push_back(two_digits(field));
     }
     const int quarters = time.quarters_east < 0 ? -time.quarters_east : time.quarters_east;
-    if (quarters > 79) {
+    if (quarters > 79 || (time.minus_zero && quarters != 0)) {
         return false;
     }
     const uint8_t digits = two_digits(static_cast<uint8_t>(quarters));
-    out.push_back(static_cast<uint8_t>(digits | (time.quarters_east < 0 ? bit_west : 0)));
+    out.push_back(static_cast<uint8_t>(digits | (time.quarters_east < 0 || time.minus_zero ? bit_west : 0)));
     return true;
 }
 

@@ -61,6 +61,7 @@ struct timestamp_t {
     uint8_t minute = 0;
     uint8_t second = 0;
     int8_t quarters_east = 0;
+    bool minus_zero = false;  // the zone is 0 with the sign of the west, as some service centres write it
 
     bool operator==(const timestamp_t&) const = default;
 };
