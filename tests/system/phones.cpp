@@ -1,0 +1,76 @@
+#include "tests/system/phones.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string new_folder() {
+    std::string path = "/tmp/zpd-system-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr)
+        std::abort();
+    return path;
+}
+
+arguments_t joined(arguments_t first, const arguments_t& more) {
+    first.insert(first.end(), more.begin(), more.end());
+    return first;
+}
+
+}  // namespace
+
+folder_t::folder_t() : path_(new_folder()) {}
+
+folder_t::~folder_t() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+network_t::network_t(const folder_t& folder)
+    : directory_(folder / "modems"),
+      process_({"network", "--phones", alice + "," + bob + "," + carol, "--dir", directory_}) {
+    EXPECT_TRUE(process_.wait_for_line("ready")) << process_.errors();
+}
+
+phone_t::phone_t(const folder_t& folder, const std::string& name, std::string modem)
+    : home_(folder / name), device_(folder / (name + ".device")), modem_(std::move(modem)) {}
+
+process_t& phone_t::start(const arguments_t& more) {
+    serve_ =
+        std::make_unique<process_t>(joined({"serve", "--modem", modem_, "--home", home_, "--device", device_}, more));
+    return *serve_;
+}
+
+outcome_t phone_t::zpd(arguments_t arguments) const {
+    return ::zpd(joined(std::move(arguments), {"--device", device_}));
+}
+
+outcome_t phone_t::inbox(arguments_t arguments) const {
+    return ::zpd(joined(joined({"inbox"}, arguments), {"--home", home_}));
+}
+
+outcome_t phone_t::ioctl(const std::string& code, arguments_t more) const {
+    return zpd(joined({"ioctl", code, "--json"}, more));
+}
+
+std::vector<fs::path> phone_t::stored() const {
+    std::error_code none_yet;
+    const fs::directory_iterator files(fs::path(home_) / "Application Data/PUBLIC/VARKON/ZPD/INCOMING", none_yet);
+    return {begin(files), end(files)};
+}
+
+std::string read_file(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string write_file(const std::string& path, const std::string& octets) {
+    std::ofstream(path, std::ios::binary) << octets;
+    return path;
+}
