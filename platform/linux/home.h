@@ -1,5 +1,5 @@
-/// The phone's home: the folder that stands for the top of the object store. Files lie in it under their Windows CE paths,
-/// the registry in the SQLite file "registry.sqlite".
+/// The phone's home: the folder that stands for the top of the object store. Files lie in it under their Windows CE
+/// paths, the registry in the SQLite file "registry.sqlite". Names of files compare as the host's do: with case.
 #pragma once
 
 #include <windows.h>
@@ -10,12 +10,15 @@
 namespace platform {
 
 /// Sets the home of this process, before any other platform call; the folder is made when it is missing. Returns an
-/// empty text, or why it cannot be used.
+/// empty text, or why it cannot be used. Tests may set another one later: new calls then go there, while open streams,
+/// enumerations and registry keys stay with the old one.
 [[nodiscard]] std::string set_home(const std::filesystem::path& home);
 const std::filesystem::path& home();
 
 /// Where a Windows CE path lies on the host. No path leaves the home: "..", slashes and control characters inside a
-/// component, and symbolic links that point outside, give an empty path.
+/// component, and symbolic links that point outside or nowhere, give an empty path; so do names that the platform does
+/// not know: the components "." and "..", characters among <>:"|?*, a component over 255 octets of UTF-8 and a path of
+/// MAX_PATH units or more. Symbolic links inside the home are followed.
 std::filesystem::path host_path(LPCWSTR path);
 
 }  // namespace platform

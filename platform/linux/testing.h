@@ -8,8 +8,8 @@
 namespace platform::testing {
 
 /// The calls number `skip`+1 .. `skip`+`count` to the function of this name ("CreateEventW") fail from now on with
-/// `error`; a negative count means every one. Replaces what was set for the function. A function that reports failure in
-/// the C runtime's way (_wfopen) sets errno to EACCES.
+/// `error`; a negative count means every one. Replaces what was set for the function. A function that reports failure
+/// in the C runtime's way (_wfopen) sets errno to EACCES.
 void fail_calls(std::string_view function, DWORD error, int count = 1, int skip = 0);
 /// Forgets all of that.
 void no_failures();

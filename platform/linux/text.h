@@ -1,5 +1,5 @@
-/// UTF-16 and UTF-8: the one place of the conversion on Linux. A surrogate pair is one code point; a lone surrogate, and
-/// each ill-formed sequence of UTF-8, becomes U+FFFD.
+/// UTF-16 and UTF-8: the one place of the conversion on Linux. A surrogate pair is one code point; a lone surrogate,
+/// and each ill-formed sequence of UTF-8, becomes U+FFFD.
 #pragma once
 
 #include <string>

@@ -1,0 +1,66 @@
+#include "platform/linux/clock.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/testing.h"
+
+namespace platform {
+namespace {
+
+// What tests have added to the host's monotonic clock. It only grows.
+std::atomic<uint64_t> moved_by{0};
+
+struct watches_t {
+    std::mutex mutex;
+    std::map<const clock_watch_t*, std::function<void()>> moved;
+};
+
+watches_t& watches() {
+    static auto& instance = *new watches_t;  // threads that outlive main may still wait
+    return instance;
+}
+
+}  // namespace
+
+// The monotonic clock, not the boot-time one: it stands still during suspend just as the kernel's timed waits do.
+uint64_t tick64() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count() + 1 + moved_by.load();
+}
+
+clock_watch_t::clock_watch_t(std::function<void()> moved) {
+    const std::lock_guard lock(watches().mutex);
+    watches().moved.emplace(this, std::move(moved));
+}
+
+clock_watch_t::~clock_watch_t() {
+    const std::lock_guard lock(watches().mutex);
+    watches().moved.erase(this);
+}
+
+namespace testing {
+
+void advance_clock(uint64_t milliseconds) {
+    const std::lock_guard lock(watches().mutex);
+    moved_by.fetch_add(milliseconds);
+    for (const auto& [watch, moved] : watches().moved) {
+        moved();
+    }
+}
+
+void advance_clock_to(DWORD tick) {
+    advance_clock(static_cast<DWORD>(tick - GetTickCount()));
+}
+
+}  // namespace testing
+}  // namespace platform
+
+DWORD GetTickCount() {
+    return static_cast<DWORD>(platform::tick64());
+}

@@ -1,0 +1,23 @@
+/// The platform's side of testing.h: every call that can fail asks here first.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <optional>
+#include <string_view>
+
+namespace platform {
+
+extern std::atomic<bool> failures_set;
+std::optional<DWORD> take_failure(std::string_view function);
+
+/// The error that the current call to `function` (pass __func__) is to fail with. With nothing set: one relaxed load.
+inline std::optional<DWORD> injected_failure(const char* function) {
+    if (!failures_set.load(std::memory_order_relaxed)) {
+        return std::nullopt;
+    }
+    return take_failure(function);
+}
+
+}  // namespace platform

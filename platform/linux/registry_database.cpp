@@ -1,0 +1,242 @@
+#include "platform/linux/registry_database.h"
+
+#include <cstring>
+#include <limits>
+
+#include "platform/linux/text.h"
+
+namespace platform {
+namespace {
+
+using sqlite::execution_t;
+
+constexpr int busy_timeout_ms = 5000;  // another process writes: it takes milliseconds, unless it hangs
+
+constexpr const char* schema = R"(
+    PRAGMA journal_mode = WAL;
+    PRAGMA synchronous = NORMAL;
+    CREATE TABLE IF NOT EXISTS registry (
+        key TEXT NOT NULL COLLATE NOCASE,
+        name TEXT COLLATE NOCASE,
+        type INTEGER,
+        data,
+        UNIQUE (key, name));
+    CREATE UNIQUE INDEX IF NOT EXISTS registry_keys ON registry (key) WHERE name IS NULL;
+)";
+
+LONG error_of(int result) {
+    switch (result & 0xFF) {
+        case SQLITE_OK:
+        case SQLITE_ROW:
+        case SQLITE_DONE:
+            return ERROR_SUCCESS;
+        case SQLITE_PERM:
+        case SQLITE_READONLY:
+        case SQLITE_CANTOPEN:
+        case SQLITE_AUTH:
+            return ERROR_ACCESS_DENIED;
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+            return ERROR_INVALID_DATA;
+        case SQLITE_NOMEM:
+            return ERROR_NOT_ENOUGH_MEMORY;
+        case SQLITE_TOOBIG:
+            return ERROR_INVALID_PARAMETER;
+        default:
+            return ERROR_GEN_FAILURE;
+    }
+}
+
+LONG run(const sqlite::statement_t& statement) {
+    return error_of(execution_t(statement).step());
+}
+
+template <typename number_t>
+std::vector<uint8_t> octets_of(number_t number) {
+    std::vector<uint8_t> octets(sizeof(number));
+    std::memcpy(octets.data(), &number, sizeof(number));
+    return octets;
+}
+
+/// A number that somebody wrote with another tool may need more than a DWORD; its reader then sees that it is none.
+std::vector<uint8_t> number_data(int64_t number) {
+    const bool fits = number >= 0 && number <= std::numeric_limits<uint32_t>::max();
+    return fits ? octets_of(static_cast<uint32_t>(number)) : octets_of(number);
+}
+
+/// REG_SZ is UTF-16 with its terminator.
+std::vector<uint8_t> string_data(const std::string& text) {
+    const std::u16string wide = to_utf16(text);
+    std::vector<uint8_t> octets((wide.size() + 1) * sizeof(char16_t));
+    std::memcpy(octets.data(), wide.c_str(), octets.size());
+    return octets;
+}
+
+std::vector<uint8_t> row_data(const execution_t& row, int column, DWORD type) {
+    if (row.column_type(column) == SQLITE_INTEGER) {
+        return number_data(row.number(column));
+    }
+    if (row.column_type(column) == SQLITE_TEXT && type == REG_SZ) {
+        return string_data(row.text(column));
+    }
+    const auto octets = row.octets(column);
+    return {octets.begin(), octets.end()};
+}
+
+/// The text of a REG_SZ in UTF-8; of data that is not just that, something that does not come back the same.
+std::string string_text(std::span<const uint8_t> data) {
+    std::u16string wide(data.size() / sizeof(char16_t), u'\0');
+    if (!wide.empty()) {
+        std::memcpy(wide.data(), data.data(), wide.size() * sizeof(char16_t));
+        wide.pop_back();
+    }
+    return to_utf8(wide);
+}
+
+bool equal(const std::vector<uint8_t>& ours, std::span<const uint8_t> theirs) {
+    return std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end());
+}
+
+}  // namespace
+
+LONG registry_database_t::open(const std::filesystem::path& file, std::shared_ptr<registry_database_t>& database) {
+    auto opened = std::make_shared<registry_database_t>();
+    sqlite3* connection = nullptr;
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    const int result = sqlite3_open_v2(file.c_str(), &connection, flags, nullptr);
+    opened->connection_.reset(connection);
+    const LONG error = result == SQLITE_OK ? opened->prepare() : error_of(result);
+    if (error == ERROR_SUCCESS) {
+        database = std::move(opened);
+    }
+    return error;
+}
+
+LONG registry_database_t::prepare() {
+    sqlite3* const connection = connection_.get();
+    sqlite3_busy_timeout(connection, busy_timeout_ms);
+    if (const int result = sqlite3_exec(connection, schema, nullptr, nullptr, nullptr); result != SQLITE_OK) {
+        return error_of(result);
+    }
+    const std::pair<sqlite::statement_t*, const char*> texts[] = {
+        {&find_key_, "SELECT key FROM registry WHERE key = ?1 LIMIT 1"},
+        {&add_key_, "INSERT INTO registry (key) VALUES (?1)"},
+        {&read_, "SELECT type, data FROM registry WHERE key = ?1 AND name = ?2"},
+        {&write_,
+         "INSERT INTO registry (key, name, type, data) VALUES (?1, ?2, ?3, ?4) "
+         "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data"},
+        {&begin_, "BEGIN IMMEDIATE"},
+        {&commit_, "COMMIT"},
+        {&rollback_, "ROLLBACK"},
+    };
+    for (const auto& [statement, text] : texts) {
+        *statement = sqlite::prepare(connection, text);
+        if (*statement == nullptr) {
+            return error_of(sqlite3_errcode(connection));
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
+LONG registry_database_t::look_up(std::string& key) {
+    const std::string wanted = key;
+    execution_t query(find_key_);
+    query.bind(1, std::string_view(wanted));
+    const int result = query.step();
+    if (result == SQLITE_ROW) {
+        key = query.text(0);
+    }
+    return result == SQLITE_DONE ? LONG{ERROR_FILE_NOT_FOUND} : error_of(result);
+}
+
+LONG registry_database_t::find_key(std::string& key) {
+    const std::lock_guard lock(mutex_);
+    return look_up(key);
+}
+
+LONG registry_database_t::create_key(std::string& key, size_t root_length, bool& created) {
+    const std::lock_guard lock(mutex_);
+    created = false;
+    if (const LONG error = look_up(key); error != ERROR_FILE_NOT_FOUND) {
+        return error;
+    }
+    if (const LONG error = run(begin_); error != ERROR_SUCCESS) {
+        return error;
+    }
+    LONG error = create_missing(key, root_length, created);
+    if (error == ERROR_SUCCESS) {
+        error = run(commit_);
+    }
+    if (error != ERROR_SUCCESS) {
+        static_cast<void>(run(rollback_));
+    }
+    return error;
+}
+
+LONG registry_database_t::create_missing(std::string& key, size_t root_length, bool& created) {
+    for (size_t end = root_length; end != std::string::npos;) {
+        end = key.find('\\', end + 1);
+        std::string part = key.substr(0, end);
+        const LONG found = look_up(part);
+        created = found == ERROR_FILE_NOT_FOUND;
+        if (created) {
+            execution_t add(add_key_);
+            add.bind(1, std::string_view(part));
+            if (const LONG error = error_of(add.step()); error != ERROR_SUCCESS) {
+                return error;
+            }
+        } else if (found != ERROR_SUCCESS) {
+            return found;
+        }
+        key.replace(0, part.size(), part);  // the same letters, in the spelling that stands already
+    }
+    return ERROR_SUCCESS;
+}
+
+LONG registry_database_t::read(std::string_view key, std::string_view name, registry_value_t& value) {
+    const std::lock_guard lock(mutex_);
+    execution_t query(read_);
+    query.bind(1, key);
+    query.bind(2, name);
+    const int result = query.step();
+    if (result != SQLITE_ROW) {
+        return result == SQLITE_DONE ? LONG{ERROR_FILE_NOT_FOUND} : error_of(result);
+    }
+    value.type = static_cast<DWORD>(query.number(0));
+    value.data = row_data(query, 1, value.type);
+    return ERROR_SUCCESS;
+}
+
+LONG registry_database_t::write(std::string_view key, std::string_view name, DWORD type,
+                                std::span<const uint8_t> data) {
+    const std::lock_guard lock(mutex_);
+    const std::string text = type == REG_SZ ? string_text(data) : std::string();
+    execution_t update(write_);
+    update.bind(1, key);
+    update.bind(2, name);
+    update.bind(3, int64_t{type});
+    if (type == REG_DWORD && data.size() == sizeof(DWORD)) {
+        DWORD number = 0;
+        std::memcpy(&number, data.data(), sizeof(number));
+        update.bind(4, int64_t{number});
+    } else if (type == REG_SZ && equal(string_data(text), data)) {
+        update.bind(4, std::string_view(text));
+    } else {
+        update.bind(4, data);
+    }
+    return error_of(update.step());
+}
+
+// Whatever was committed is either in the log, which is synced here, or was moved from there to the file by a
+// checkpoint, which syncs on its own. A full checkpoint would do as well, but it waits for other processes' readers.
+LONG registry_database_t::flush() {
+    const std::lock_guard lock(mutex_);
+    sqlite3_file* log = nullptr;
+    const int result = sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    if (result != SQLITE_OK || log == nullptr || log->pMethods == nullptr) {
+        return error_of(result);  // no log is open: nothing was written
+    }
+    return error_of(log->pMethods->xSync(log, SQLITE_SYNC_NORMAL));
+}
+
+}  // namespace platform

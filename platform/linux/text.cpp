@@ -1,0 +1,120 @@
+#include "platform/linux/text.h"
+
+#include <cstdint>
+
+namespace platform {
+namespace {
+
+constexpr char32_t replacement = 0xFFFD;
+
+bool is_high_surrogate(char32_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool is_low_surrogate(char32_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+void append_utf8(std::string& text, char32_t point) {
+    if (point < 0x80) {
+        text += static_cast<char>(point);
+        return;
+    }
+    if (point < 0x800) {
+        text += static_cast<char>(0xC0 | point >> 6);
+    } else {
+        if (point < 0x10000) {
+            text += static_cast<char>(0xE0 | point >> 12);
+        } else {
+            text += static_cast<char>(0xF0 | point >> 18);
+            text += static_cast<char>(0x80 | (point >> 12 & 0x3F));
+        }
+        text += static_cast<char>(0x80 | (point >> 6 & 0x3F));
+    }
+    text += static_cast<char>(0x80 | (point & 0x3F));
+}
+
+void append_utf16(std::u16string& text, char32_t point) {
+    if (point >= 0x10000) {
+        text += static_cast<char16_t>(0xD7C0 + (point >> 10));
+        text += static_cast<char16_t>(0xDC00 | (point & 0x3FF));
+    } else {
+        text += static_cast<char16_t>(point);
+    }
+}
+
+/// What a lead octet asks for: the number of octets that follow and the interval of the first of them, which is where
+/// overlong forms, surrogates and values above U+10FFFF are told apart (The Unicode Standard, table 3-7).
+struct lead_t {
+    int following;
+    uint8_t first_low;
+    uint8_t first_high;
+};
+
+lead_t lead_of(uint8_t octet) {
+    if (octet >= 0xC2 && octet <= 0xDF) {
+        return {1, 0x80, 0xBF};
+    }
+    if (octet >= 0xE0 && octet <= 0xEF) {
+        return {2, static_cast<uint8_t>(octet == 0xE0 ? 0xA0 : 0x80),
+                static_cast<uint8_t>(octet == 0xED ? 0x9F : 0xBF)};
+    }
+    if (octet >= 0xF0 && octet <= 0xF4) {
+        return {3, static_cast<uint8_t>(octet == 0xF0 ? 0x90 : 0x80),
+                static_cast<uint8_t>(octet == 0xF4 ? 0x8F : 0xBF)};
+    }
+    return {0, 0, 0};
+}
+
+/// Takes one code point off the front; of an ill-formed sequence its maximal subpart, as U+FFFD (The Unicode Standard,
+/// 3.9, "U+FFFD Substitution of Maximal Subparts").
+char32_t take_utf8(std::string_view& text) {
+    const auto first = static_cast<uint8_t>(text.front());
+    text.remove_prefix(1);
+    if (first < 0x80) {
+        return first;
+    }
+    const lead_t lead = lead_of(first);
+    if (lead.following == 0) {
+        return replacement;
+    }
+    char32_t point = first & (0x3F >> lead.following);
+    for (int i = 0; i < lead.following; ++i) {
+        const uint8_t low = i == 0 ? lead.first_low : 0x80;
+        const uint8_t high = i == 0 ? lead.first_high : 0xBF;
+        const auto octet = static_cast<uint8_t>(text.empty() ? 0 : text.front());
+        if (octet < low || octet > high) {
+            return replacement;
+        }
+        point = point << 6 | (octet & 0x3F);
+        text.remove_prefix(1);
+    }
+    return point;
+}
+
+}  // namespace
+
+std::string to_utf8(std::u16string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        char32_t point = text[i];
+        if (is_high_surrogate(point) && i + 1 < text.size() && is_low_surrogate(text[i + 1])) {
+            point = 0x10000 + ((point & 0x3FF) << 10 | (text[++i] & 0x3FF));
+        } else if (is_high_surrogate(point) || is_low_surrogate(point)) {
+            point = replacement;
+        }
+        append_utf8(result, point);
+    }
+    return result;
+}
+
+std::u16string to_utf16(std::string_view text) {
+    std::u16string result;
+    result.reserve(text.size());
+    while (!text.empty()) {
+        append_utf16(result, take_utf8(text));
+    }
+    return result;
+}
+
+}  // namespace platform
