@@ -5,6 +5,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "client/client.h"
+#include "com/zpd/zpd_ioctl.h"
 #include "tests/system/phones.h"
 
 namespace {
@@ -46,6 +48,17 @@ class cards : public testing::Test {
         for (const fs::path& file : phones->receiver.stored())
             EXPECT_EQ(phones->receiver.inbox({"remove", file.filename()}).status, 0);
         EXPECT_TRUE(phones->receiver.stored().empty());
+    }
+
+    /// The cards that the receiver has stored, without the line that the driver puts before each.
+    static std::vector<std::string> received() {
+        std::vector<std::string> bodies;
+        for (const fs::path& file : phones->receiver.stored()) {
+            const std::string text = read_file(file);
+            bodies.push_back(text.substr(text.find('\n') + 1));
+        }
+        std::sort(bodies.begin(), bodies.end());
+        return bodies;
     }
 
     static std::unique_ptr<pair_t> phones;
@@ -100,13 +113,90 @@ TEST_F(cards, arrive_octet_for_octet_exactly_once) {
     }
     std::sort(sent.begin(), sent.end());
 
-    EXPECT_TRUE(eventually([&] { return phones->receiver.stored().size() >= sent.size(); }));
+    EXPECT_TRUE(eventually([&] { return received() == sent; }));
     const std::string exported = phones->folder / "exported";
     EXPECT_EQ(phones->receiver.inbox({"export", exported}).status, 0);
     EXPECT_TRUE(sorted_contents(exported) == sent) << "not what was sent";
     EXPECT_EQ(phones->sender.zpd({"list"}).status, 0);
     EXPECT_EQ(phones->sender.ioctl("0x0200001C").output, phones->receiver.ioctl("0x0200001C").output)
         << "a message was left open";
+}
+
+TEST_F(cards, inbox_lists_shows_exports_and_removes) {
+    clear_inbox();
+    const std::string card = "BEGIN:VCARD\r\nVERSION:2.1\r\nFN:Eve \x1b[31mRed\r\nEND:VCARD\r\n";
+    ASSERT_EQ(send({card_file("eve.vcf", card)}).status, 0);
+    const phone_t& phone = phones->receiver;
+    ASSERT_TRUE(eventually([&] { return phone.inbox({"list"}).output.find("Eve") != std::string::npos; }));
+    const std::string name = phone.stored().at(0).filename();
+
+    const nlohmann::json list = nlohmann::json::parse(phone.inbox({"list", "--json"}).output, nullptr, false);
+    EXPECT_THAT(list.dump(), AllOf(HasSubstr(name), HasSubstr(alice)));
+    for (const arguments_t& arguments : std::vector<arguments_t>{{}, {"list"}, {"show", name}}) {
+        const outcome_t outcome = phone.inbox(arguments);
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        EXPECT_THAT(outcome.output, AllOf(HasSubstr("Eve"), HasSubstr("Red"), Not(HasSubstr("\x1b"))));
+    }
+    const std::string exported = phones->folder / "exported-eve";
+    EXPECT_EQ(phone.inbox({"export", exported}).status, 0);
+    EXPECT_THAT(sorted_contents(exported), testing::ElementsAre(card));
+
+    EXPECT_EQ(phone.inbox({"remove", name}).status, 0);
+    EXPECT_TRUE(phone.stored().empty());
+    EXPECT_EQ(phone.inbox({"remove", name}).status, 1);
+    EXPECT_EQ(phone.inbox({"show", "../../registry.sqlite"}).status, 1);
+    EXPECT_TRUE(fs::exists(phone.home() + "/registry.sqlite"));
+}
+
+TEST_F(cards, a_message_can_be_watched_and_closed_by_hand) {
+    const phone_t& phone = phones->sender;
+    ASSERT_EQ(send({ZPD_EXAMPLES "/names.vcf", "--no-wait"}).status, 0);
+    auto device = client::client_t::connect(phone.device());
+    ASSERT_TRUE(device) << device.failure().text;
+    const auto messages = device->list();
+    ASSERT_EQ(messages->ids.size(), 1U);
+    const std::string id = std::to_string(messages->ids[0]);
+    EXPECT_THAT(phone.zpd({"list"}).output, HasSubstr(id));
+    const std::vector<uint32_t> all_sent(7, ZPD_STATUS_SENT);
+    EXPECT_TRUE(eventually([&] { return *device->status(messages->ids[0]) == all_sent; }));
+    EXPECT_EQ(phone.zpd({"status", id}).status, 0);
+    EXPECT_EQ(phone.zpd({"close", id}).status, 0);
+    EXPECT_EQ(phone.zpd({"close", id}).status, 1);
+    EXPECT_EQ(phone.zpd({"status", id}).status, 1);
+}
+
+TEST_F(cards, what_cannot_be_sent_is_told_and_sends_nothing) {
+    const std::string good = ZPD_EXAMPLES "/one-datagram.vcf";
+    struct case_t {
+        arguments_t arguments;
+        std::string error;
+    };
+    const std::vector<case_t> cases{
+        {{"nowhere.vcf", "--to", bob}, "nowhere.vcf"},
+        {{card_file("empty.vcf", ""), "--to", bob}, "empty"},
+        {{phones->folder / "modems", "--to", bob}, "modems"},
+        {{card_file("over.vcf", binary_of(32641)), "--binary", "--to", bob}, "32640"},
+        {{card_file("over-long.vcf", card_of(32386)), "--long-reference", "--to", bob}, "32385"},
+        // 128 continuation octets and no place to cut; a character cut short.
+        {{card_file("broken.vcf", card_of(100) + std::string(200, '\x80')), "--to", bob}, "UTF-8"},
+        {{card_file("short.vcf", card_of(100) + "\xc3"), "--to", bob}, "UTF-8"},
+        {{good, "--to", "letters"}, "letters"},
+        {{good, "--to", ""}, ""},
+        {{good, "--to", std::string(200, '1')}, "digits"},
+        {{good, "--to", std::string(300, '1')}, "digits"},
+        {{good, "--to", "+44\r\nAT+CMGD=1"}, ""},
+        // One bad card of several: none is sent.
+        {{good, "nowhere.vcf", "--to", bob}, "nowhere.vcf"},
+    };
+    for (const case_t& row : cases) {
+        arguments_t arguments{"send"};
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        const outcome_t outcome = phones->sender.zpd(arguments);
+        EXPECT_EQ(outcome.status, 1) << testing::PrintToString(arguments);
+        EXPECT_THAT(outcome.errors, AllOf(HasSubstr(row.error), testing::SizeIs(testing::Gt(5U))));
+    }
+    EXPECT_EQ(phones->sender.ioctl("0x0200001C").output, phones->receiver.ioctl("0x0200001C").output);
+    EXPECT_EQ(zpd({"send", good, "--to", bob, "--device", phones->folder / "nobody"}).status, 1);
 }
 
 }  // namespace
