@@ -1,0 +1,41 @@
+#include "cli/command.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "cli/output.h"
+
+std::filesystem::path default_home() {
+    const char* data = std::getenv("XDG_DATA_HOME");  // NOLINT(concurrency-mt-unsafe): before any thread
+    if (data != nullptr && data[0] == '/')
+        return std::filesystem::path(data) / "zpd";
+    const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+    if (home == nullptr || home[0] == '\0') {
+        const passwd* user = getpwuid(getuid());  // NOLINT(concurrency-mt-unsafe)
+        home = user != nullptr ? user->pw_dir : "/";
+    }
+    return std::filesystem::path(home) / ".local" / "share" / "zpd";
+}
+
+void add_device_option(CLI::App* command, context_t& context) {
+    command->add_option("--device", context.device, "the device: a name, or its socket's path")
+        ->type_name("NAME|PATH")
+        ->capture_default_str();
+}
+
+void add_home_option(CLI::App* command, context_t& context) {
+    command->add_option("--home", context.home, "the phone's home folder")->type_name("DIR")->capture_default_str();
+}
+
+void add_json_option(CLI::App* command, context_t& context) {
+    command->add_flag("--json", context.json, "print one JSON object, for scripts");
+}
+
+int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {
+    auto connection = client::client_t::connect(context.device);
+    if (!connection)
+        return fail(connection.failure().text);
+    return use(*connection);
+}

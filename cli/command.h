@@ -1,0 +1,39 @@
+/// The commands of the program. Each `add_…` function adds one, or a group of them, to the command line; when the
+/// command line is read, `context.run` holds what was chosen.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "client/client.h"
+
+struct context_t {
+    std::string device;
+    std::filesystem::path home;
+    bool json = false;
+    std::function<int()> run;  // returns the exit status
+};
+
+/// $XDG_DATA_HOME/zpd, else ~/.local/share/zpd.
+std::filesystem::path default_home();
+
+// The options that many commands share.
+void add_device_option(CLI::App* command, context_t& context);
+void add_home_option(CLI::App* command, context_t& context);
+void add_json_option(CLI::App* command, context_t& context);
+
+/// Runs `use` on a connection to the device, or tells why there is none.
+int with_device(const context_t& context, const std::function<int(client::client_t&)>& use);
+
+void add_demo_command(CLI::App& app, context_t& context);
+void add_network_command(CLI::App& app, context_t& context);
+void add_serve_command(CLI::App& app, context_t& context);
+void add_send_commands(CLI::App& app, context_t& context);      // send, count
+void add_message_commands(CLI::App& app, context_t& context);   // list, status, close
+void add_inbox_commands(CLI::App& app, context_t& context);     // inbox …
+void add_service_commands(CLI::App& app, context_t& context);   // activation, apps, launch
+void add_settings_commands(CLI::App& app, context_t& context);  // settings, contacts-setting
+void add_ioctl_command(CLI::App& app, context_t& context);
+void add_version_command(CLI::App& app, context_t& context);

@@ -1,0 +1,40 @@
+/// The cards that a phone has received and stored: one file each in the incoming folder of its home, "<unix
+/// time>:<sender>" on the first line and then the card's octets.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct stored_card_t {
+    std::string name;  // of the file: 32 hexadecimal digits
+    uint64_t time = 0;
+    std::string sender;
+    std::string octets;
+};
+
+/// None when the content does not have the form of a stored card.
+std::optional<stored_card_t> parse_stored_card(std::string name, std::string_view content);
+
+class inbox_folder_t {
+  public:
+    explicit inbox_folder_t(const std::filesystem::path& home);
+
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path file(const std::string& name) const { return path_ / name; }
+
+    /// Oldest first. Empty when there is no such folder; files that are no stored cards are passed over.
+    std::vector<stored_card_t> cards() const;
+    std::optional<stored_card_t> load(const std::string& name) const;
+    /// The one stored name that begins with `prefix`. None, with the reason in `error`, for what cannot be a name, for
+    /// no such card, and for several.
+    std::optional<std::string> find(std::string_view prefix, std::string* error) const;
+
+  private:
+    std::vector<std::string> names() const;
+
+    std::filesystem::path path_;
+};

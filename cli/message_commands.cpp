@@ -1,0 +1,108 @@
+/// zpd list, zpd status, zpd close: the messages that are with the driver.
+#include <array>
+
+#include "cli/command.h"
+#include "cli/delivery.h"
+#include "cli/output.h"
+#include "com/zpd/zpd_ioctl.h"
+
+namespace {
+
+using client::client_t;
+using nlohmann::ordered_json;
+
+int tell(uint32_t id, const client::failure_t& failure) {
+    if (failure.code == ZPD_ERROR_OUT_OF_RANGE)
+        return fail(fmt::format("there is no message {}, or it is closed already; see: zpd list", id));
+    return fail(failure.text);
+}
+
+std::string_view status_word(uint32_t status) {
+    constexpr std::array<std::string_view, 5> words{"queued", "submitted", "failed", "deferred", "sent"};
+    return status < words.size() ? words[status] : "released";
+}
+
+int list(client_t& client, bool json) {
+    const auto list = client.list();
+    if (!list)
+        return fail(list.failure().text);
+    if (json) {
+        say_json({{"total", list->total}, {"messages", list->ids}});
+        return exit_done;
+    }
+    for (const uint32_t id : list->ids) {
+        // A message may be closed between the two requests.
+        if (const auto statuses = client.status(id))
+            say("{:5}  {}", id, describe(tally_of(*statuses)));
+    }
+    if (list->ids.size() < list->total)
+        say("and {} more", list->total - list->ids.size());
+    return exit_done;
+}
+
+int status(client_t& client, uint32_t id, bool json) {
+    const auto statuses = client.status(id);
+    if (!statuses)
+        return tell(id, statuses.failure());
+    ordered_json datagrams = ordered_json::array();
+    for (const uint32_t datagram : *statuses)
+        datagrams.push_back(status_word(datagram));
+    const tally_t tally = tally_of(*statuses);
+    if (json) {
+        say_json({{"id", id}, {"over", tally.is_over()}, {"datagrams", datagrams}});
+        return exit_done;
+    }
+    say("message {}: {}", id, describe(tally));
+    for (size_t index = 0; index < statuses->size(); ++index)
+        say("{:5}  {}", index + 1, status_word((*statuses)[index]));
+    return exit_done;
+}
+
+int close(client_t& client, uint32_t id) {
+    const auto closed = client.close(id);
+    return closed ? exit_done : tell(id, closed.failure());
+}
+
+std::shared_ptr<uint32_t> add_id(CLI::App* command) {
+    const auto id = std::make_shared<uint32_t>(0);
+    command->add_option("id", *id, "the message's id")
+        ->type_name("ID")
+        ->check(CLI::Range(0U, ZPD_MESSAGE_ID_MAX))
+        ->required();
+    return id;
+}
+
+}  // namespace
+
+void add_message_commands(CLI::App& app, context_t& context) {
+    auto* list_command = app.add_subcommand("list", "List the messages that are with the driver");
+    add_device_option(list_command, context);
+    add_json_option(list_command, context);
+    list_command->footer("Example:\n  zpd list");
+    list_command->callback([&context] {
+        context.run = [&context] {
+            return with_device(context, [&](client_t& client) { return list(client, context.json); });
+        };
+    });
+
+    auto* status_command = app.add_subcommand("status", "Tell how far a message is, datagram by datagram");
+    const auto status_id = add_id(status_command);
+    add_device_option(status_command, context);
+    add_json_option(status_command, context);
+    status_command->footer("Example:\n  zpd status 240");
+    status_command->callback([&context, status_id] {
+        context.run = [&context, status_id] {
+            return with_device(context, [&](client_t& client) { return status(client, *status_id, context.json); });
+        };
+    });
+
+    auto* close_command = app.add_subcommand("close", "Release a message; what is queued of it is still sent");
+    const auto close_id = add_id(close_command);
+    add_device_option(close_command, context);
+    close_command->footer("Example:\n  zpd close 240");
+    close_command->callback([&context, close_id] {
+        context.run = [&context, close_id] {
+            return with_device(context, [&](client_t& client) { return close(client, *close_id); });
+        };
+    });
+}

@@ -1,0 +1,53 @@
+/// What the commands write: results to standard output, errors and advice to standard error.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+/// The exit statuses of the program.
+inline constexpr int exit_done = 0;
+inline constexpr int exit_failed = 1;
+inline constexpr int exit_usage = 2;
+
+/// A line on standard output, flushed. A reader that is gone is no error of ours.
+void say_line(std::string_view line);
+
+template <typename... arguments_t>
+void say(fmt::format_string<arguments_t...> format, arguments_t&&... arguments) {
+    say_line(fmt::format(format, std::forward<arguments_t>(arguments)...));
+}
+
+/// One JSON value on one line; octets in texts that are not UTF-8 become U+FFFD.
+void say_json(const nlohmann::ordered_json& value);
+
+/// "zpd: " and the text on standard error. Returns exit_failed.
+int fail(std::string_view text);
+
+/// "1 datagram", "3 datagrams".
+std::string counted(size_t count, std::string_view noun);
+
+/// What goes on, for a person: on a terminal a line that is rewritten in place, elsewhere a line for each change.
+class progress_t {
+  public:
+    /// With `quiet` nothing is written, save on a terminal's standard error.
+    explicit progress_t(bool quiet);
+    ~progress_t() { clear(); }
+    progress_t(const progress_t&) = delete;
+    progress_t& operator=(const progress_t&) = delete;
+
+    /// The state of the moment; it is overwritten by the next.
+    void show(const std::string& state);
+    /// Something that should stay to be read.
+    void note(const std::string& text);
+
+  private:
+    void clear();
+    void write_line(const std::string& line);
+
+    bool terminal_;
+    bool quiet_;
+    std::string shown_;
+};

@@ -1,0 +1,113 @@
+#include "client/client.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "service/device_socket.h"
+
+namespace client {
+
+namespace {
+
+/// Requests take milliseconds; one that waits for the driver's lock behind others a little longer.
+constexpr timeval answer_limit{.tv_sec = 30, .tv_usec = 0};
+
+std::string reason(int error) {
+    return std::generic_category().message(error);
+}
+
+failure_t cannot_connect(std::string_view device, const std::string& path, int error) {
+    switch (error) {
+        case ENOENT:
+        case ECONNREFUSED:
+            return {0, fmt::format("no service runs on device {} ({}); start one with: zpd serve --modem TTY", device,
+                                   path)};
+        case EACCES:
+        case EPERM:
+            return {0,
+                    fmt::format(
+                        "you may not use device {} ({}); who runs it can let a group in with: zpd serve --group NAME",
+                        device, path)};
+        default:
+            return {0, fmt::format("cannot connect to device {} ({}): {}", device, path, reason(error))};
+    }
+}
+
+/// A folder in /tmp could have been made by anybody: behind a device's plain name must be the same user, or root.
+bool is_trusted(int socket) {
+    ucred server{};
+    socklen_t length = sizeof server;
+    return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &server, &length) == 0 &&
+           (server.uid == geteuid() || server.uid == 0);
+}
+
+}  // namespace
+
+answer_t<client_t> client_t::connect(std::string_view device) {
+    const std::string path = device_socket::path_of(device).native();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        return failure_t{0, fmt::format("{} is too long for a socket's path", path)};
+    std::memcpy(address.sun_path, path.data(), path.size());
+    descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    const auto* generic = reinterpret_cast<const sockaddr*>(&address);  // NOLINT: how the socket interface takes it
+    if (::connect(socket.get(), generic, sizeof address) != 0)
+        return cannot_connect(device, path, errno);
+    if (device.find('/') == std::string_view::npos && !is_trusted(socket.get()))
+        return failure_t{
+            0, fmt::format("device {} ({}) is served by another user; name its path if you trust that user", device,
+                           path)};
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answer_limit, sizeof answer_limit);
+    return client_t(std::move(socket), path);
+}
+
+answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity) {
+    // A service that refuses a client says why before it closes, whether our packet got there or not.
+    send_packet(encode(device_socket::request_t{code, output_capacity, input}));
+    const auto packet = receive_packet();
+    if (!packet)
+        return packet.failure();
+    auto reply = device_socket::decode_reply(*packet);
+    if (!reply)
+        return failure_t{0, fmt::format("{} answered what is no reply of a ZPD device", path_)};
+    return std::move(*reply);
+}
+
+bool client_t::send_packet(const octets_t& packet) const {
+    ssize_t sent = 0;
+    do {
+        sent = ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent >= 0;
+}
+
+answer_t<octets_t> client_t::receive_packet() const {
+    octets_t packet(device_socket::reply_header + device_socket::max_output);
+    ssize_t length = 0;
+    bool reset = false;
+    for (;;) {
+        length = recv(socket_.get(), packet.data(), packet.size(), 0);
+        if (length >= 0)
+            break;
+        if (errno == EAGAIN)
+            return failure_t{0,
+                             fmt::format("the service at {} did not answer within {} s", path_, answer_limit.tv_sec)};
+        // The kernel tells of the close first, and gives the packet that came before it next.
+        if (errno == ECONNRESET && !reset)
+            reset = true;
+        else if (errno != EINTR)
+            return failure_t{0, fmt::format("the service at {} is gone: {}", path_, reason(errno))};
+    }
+    if (length == 0)
+        return failure_t{0, fmt::format("the service at {} ended", path_)};
+    packet.resize(static_cast<size_t>(length));
+    return packet;
+}
+
+}  // namespace client

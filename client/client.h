@@ -1,0 +1,88 @@
+/// A client of the device: encodes the control codes (com/zpd/zpd_ioctl.h), calls, decodes. One connection an object,
+/// one request at a time; not for use by several threads at once. Failures are answers, never exceptions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/errors.h"
+#include "service/descriptor.h"
+#include "service/packet.h"
+
+namespace client {
+
+using device_socket::octets_t;
+using device_socket::octets_view_t;
+using device_socket::reply_t;
+
+struct outgoing_card_t {
+    std::string_view octets;
+    bool is_utf8 = true;          // cut between characters only
+    bool long_reference = false;  // 16-bit concatenation reference
+};
+
+struct message_list_t {
+    uint32_t total = 0;
+    std::vector<uint32_t> ids;  // as many as fit the answer
+};
+
+struct log_options_t {
+    uint8_t enabled = 0;
+    uint8_t output_level = 0;
+    uint8_t file_level = 0;
+};
+
+struct contacts_value_t {
+    uint32_t type = 0;  // as the registry names it
+    std::string octets;
+};
+
+class client_t {
+  public:
+    /// Opens a device by its name or its socket's path.
+    static answer_t<client_t> connect(std::string_view device);
+
+    /// One raw request. A failure only when no usable reply came; a request that the driver refused is a reply.
+    answer_t<reply_t> ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity);
+
+    answer_t<uint32_t> version();
+    answer_t<bool> activation();
+    answer_t<bool> set_activation(bool active);
+    answer_t<std::vector<std::string>> applications();
+    answer_t<done_t> register_application(std::string_view name);
+    answer_t<done_t> clear_applications();
+    answer_t<done_t> launch(std::string_view uri);
+
+    /// The message id. The answer of the driver that stands for the id 0 counts as one.
+    answer_t<uint32_t> send(const outgoing_card_t& card, std::string_view number);
+    /// How many datagrams it takes.
+    answer_t<uint32_t> count(const outgoing_card_t& card);
+    answer_t<message_list_t> list();
+    /// A status (ZPD_STATUS_*) a datagram.
+    answer_t<std::vector<uint32_t>> status(uint32_t id);
+    answer_t<done_t> close(uint32_t id);
+
+    /// With a value, sets it first; the answer is what then holds.
+    answer_t<log_options_t> log_options(std::optional<log_options_t> options = std::nullopt);
+    answer_t<uint8_t> capacity(std::optional<uint8_t> capacity = std::nullopt);
+    answer_t<uint32_t> incoming_dir_size(std::optional<uint32_t> files = std::nullopt);
+    answer_t<contacts_value_t> contacts_setting(std::string_view name);
+
+  private:
+    client_t(descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
+
+    bool send_packet(const octets_t& packet) const;
+    answer_t<octets_t> receive_packet() const;
+    /// The output of a request that must succeed.
+    answer_t<octets_t> call(uint32_t code, const device_socket::writer_t& input);
+    answer_t<done_t> command(uint32_t code, const device_socket::writer_t& input);
+    answer_t<uint32_t> call_u32(uint32_t code, const device_socket::writer_t& input);
+
+    descriptor_t socket_;
+    std::string path_;
+};
+
+}  // namespace client

@@ -1,0 +1,30 @@
+/// Owns a file descriptor, and closes it.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+class descriptor_t {
+  public:
+    descriptor_t() = default;
+    explicit descriptor_t(int descriptor) : descriptor_(descriptor) {}
+    ~descriptor_t() { close(); }
+    descriptor_t(descriptor_t&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    descriptor_t& operator=(descriptor_t&& other) noexcept {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
+    descriptor_t(const descriptor_t&) = delete;
+    descriptor_t& operator=(const descriptor_t&) = delete;
+
+    int get() const { return descriptor_; }
+    explicit operator bool() const { return descriptor_ >= 0; }
+    void close() {
+        if (descriptor_ >= 0)
+            ::close(std::exchange(descriptor_, -1));
+    }
+
+  private:
+    int descriptor_ = -1;
+};

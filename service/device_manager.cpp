@@ -1,0 +1,118 @@
+#include "service/device_manager.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstdio>
+#include <span>
+
+#include "com/zpd/main.h"
+#include "com/zpd/zpd_ioctl.h"
+#include "platform/linux/home.h"
+#include "radio/modem_port.h"
+#include "service/device_server.h"
+#include "service/device_socket.h"
+#include "service/end_signals.h"
+#include "service/instance_lock.h"
+#include "service/listener.h"
+
+namespace {
+
+constexpr DWORD process_attach = 1;
+constexpr DWORD process_detach = 0;
+
+/// The driver, from its start to its end.
+class loaded_driver_t {
+  public:
+    loaded_driver_t() {
+        DllMain(nullptr, process_attach, nullptr);
+        device_ = ZPD_Init(TEXT("Drivers\\BuiltIn\\ZPD"), nullptr);
+    }
+    ~loaded_driver_t() {
+        ZPD_Deinit(device_);
+        DllMain(nullptr, process_detach, nullptr);
+    }
+    loaded_driver_t(const loaded_driver_t&) = delete;
+    loaded_driver_t& operator=(const loaded_driver_t&) = delete;
+
+    /// Empty, or why the device does not answer.
+    std::string answers() const {
+        std::array<BYTE, 4> version{};
+        DWORD returned = 0;
+        const bool done = control(ZPD_IOCTL_VERSION, {}, version, &returned);
+        if (!done || returned != version.size() || version[0] != ZPD_INTERFACE_VERSION)
+            return fmt::format("the driver does not answer (error {})", GetLastError());
+        return {};
+    }
+
+    std::string activate() const {
+        std::array<BYTE, 2> set_to_active{1, 1};
+        std::array<BYTE, 1> active{};
+        DWORD returned = 0;
+        if (!control(ZPD_IOCTL_ACTIVATION, set_to_active, active, &returned) || active[0] != 1)
+            return fmt::format("the service could not be activated (error {})", GetLastError());
+        return {};
+    }
+
+  private:
+    bool control(DWORD code, std::span<BYTE> input, std::span<BYTE> output, DWORD* returned) const {
+        const DWORD open = ZPD_Open(device_, 0, 0);
+        const BOOL done = ZPD_IOControl(open, code, input.data(), static_cast<DWORD>(input.size()), output.data(),
+                                        static_cast<DWORD>(output.size()), returned);
+        ZPD_Close(open);
+        return done != FALSE;
+    }
+
+    DWORD device_ = 0;
+};
+
+/// The modem, taken for this process until the end of the scope.
+class attached_modem_t {
+  public:
+    attached_modem_t() = default;
+    ~attached_modem_t() { radio::detach_modem(); }
+    attached_modem_t(const attached_modem_t&) = delete;
+    attached_modem_t& operator=(const attached_modem_t&) = delete;
+};
+
+int fail(const std::string& error) {
+    std::fputs(fmt::format("zpd serve: {}\n", error).c_str(), stderr);
+    return 1;
+}
+
+int serve_driver(const serve_options_t& options, const listener_t& listener, const end_signals_t& signals) {
+    const loaded_driver_t driver;
+    if (const std::string error = driver.answers(); !error.empty())
+        return fail(error);
+    if (options.activate) {
+        if (const std::string error = driver.activate(); !error.empty())
+            return fail(error);
+    }
+    device_server_t server(listener);
+    std::fputs(
+        fmt::format("ready: device {} on {}, home {}\n", options.device, options.modem, options.home.native()).c_str(),
+        stdout);
+    std::fflush(stdout);
+    server.serve(signals.descriptor());
+    return 0;
+}
+
+}  // namespace
+
+int serve(const serve_options_t& options) {
+    const end_signals_t signals;
+    if (const std::string error = platform::set_home(options.home); !error.empty())
+        return fail(error);
+    instance_lock_t home_lock;
+    if (const std::string error =
+            home_lock.take(options.home / "lock", fmt::format("home {} is already in use", options.home.native()));
+        !error.empty())
+        return fail(error);
+    listener_t listener;
+    if (const std::string error = listener.open(options.device, options.group); !error.empty())
+        return fail(error);
+    const attached_modem_t modem;
+    if (const std::string error = radio::attach_modem(options.modem); !error.empty())
+        return fail(error);
+    return serve_driver(options, listener, signals);
+}

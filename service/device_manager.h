@@ -1,0 +1,18 @@
+/// The device manager: loads the driver on a modem and serves its device until the process is told to end.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+struct serve_options_t {
+    std::string modem;           // the tty
+    std::filesystem::path home;  // the phone's home folder
+    std::string device;          // name or path, see device_socket::path_of
+    std::string group;           // whose members may use the device too; empty for none
+    bool activate = false;       // switch the storing of received cards on
+};
+
+/// Runs in the foreground. Prints one line that begins with "ready" when the device answers and `activate` has taken
+/// effect; what fails, on standard error. Ends on SIGINT, SIGTERM or SIGHUP, with its socket and locks removed. Returns
+/// the exit status: 0 after a clean end, 1 when it could not start. To be called before the process has other threads.
+int serve(const serve_options_t& options);

@@ -1,0 +1,141 @@
+#include "service/device_server.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+#include "com/zpd/main.h"
+#include "service/device_socket.h"
+#include "service/packet.h"
+
+namespace {
+
+using device_socket::octets_t;
+using device_socket::octets_view_t;
+using device_socket::reply_t;
+
+/// One control request, on the driver.
+reply_t control(DWORD open, const device_socket::request_t& request) {
+    octets_t input(request.input.begin(), request.input.end());
+    reply_t reply;
+    reply.output.resize(request.output_capacity);
+    DWORD returned = 0;
+    SetLastError(ERROR_SUCCESS);
+    reply.result = ZPD_IOControl(open, request.code, input.data(), static_cast<DWORD>(input.size()),
+                                 reply.output.data(), request.output_capacity, &returned) != FALSE;
+    reply.last_error = reply.result ? ERROR_SUCCESS : GetLastError();
+    reply.output.resize(returned);
+    return reply;
+}
+
+reply_t refusal(uint32_t error) {
+    return {.result = false, .last_error = error, .output = {}};
+}
+
+bool send_reply(int socket, const reply_t& reply) {
+    const octets_t packet = encode(reply);
+    ssize_t sent = 0;
+    do {
+        sent = send(socket, packet.data(), packet.size(), MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent >= 0;
+}
+
+/// The end of a connection reads like an empty packet, which a client may send as well.
+bool is_closed(int socket) {
+    pollfd state{socket, POLLRDHUP, 0};
+    return poll(&state, 1, 0) != 0;
+}
+
+/// Receives a packet into `buffer`, which is longer than any that is allowed, so that an oversized one shows. None at
+/// the end of the connection.
+std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
+    ssize_t length = 0;
+    do {
+        length = recv(socket, buffer.data(), buffer.size(), 0);
+    } while (length < 0 && errno == EINTR);
+    if (length < 0 || (length == 0 && is_closed(socket)))
+        return std::nullopt;
+    return octets_view_t(buffer).first(static_cast<size_t>(length));
+}
+
+}  // namespace
+
+device_server_t::device_server_t(const listener_t& listener)
+    : listener_(listener), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+void device_server_t::serve(int end) {
+    std::array<pollfd, 3> ready{pollfd{end, POLLIN, 0}, {wake_.get(), POLLIN, 0}, {listener_.descriptor(), POLLIN, 0}};
+    for (;;) {
+        if (poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR)
+            break;
+        if (ready[0].revents != 0)
+            break;
+        reap();
+        if (ready[2].revents != 0)
+            accept_one();
+    }
+    for (connection_t& connection : connections_) {
+        shutdown(connection.socket.get(), SHUT_RDWR);
+        connection.thread.join();
+    }
+    connections_.clear();
+}
+
+void device_server_t::accept_one() {
+    descriptor_t socket(accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!socket) {
+        // Out of descriptors or memory: nothing tells when there are some again, and the client waits in the queue.
+        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
+            poll(nullptr, 0, 100);
+        return;
+    }
+    if (!listener_.may_use(socket.get()))
+        send_reply(socket.get(), refusal(ERROR_ACCESS_DENIED));
+    else if (connections_.size() >= max_connections)
+        send_reply(socket.get(), refusal(error_busy));
+    else
+        start(std::move(socket));
+}
+
+void device_server_t::start(descriptor_t socket) {
+    connection_t& connection = connections_.emplace_back();
+    connection.socket = std::move(socket);
+    try {
+        connection.thread = std::thread([this, &connection] { run(connection); });
+    } catch (const std::system_error&) {
+        send_reply(connection.socket.get(), refusal(error_busy));
+        connections_.pop_back();
+    }
+}
+
+void device_server_t::run(connection_t& connection) {
+    const int socket = connection.socket.get();
+    const DWORD open = ZPD_Open(1, 0, 0);
+    octets_t buffer(device_socket::request_header + device_socket::max_input + 1);
+    while (const auto packet = receive(socket, buffer)) {
+        const auto request = device_socket::decode_request(*packet);
+        if (!send_reply(socket, request ? control(open, *request) : refusal(ERROR_INVALID_PARAMETER)))
+            break;
+    }
+    ZPD_Close(open);
+    connection.over = true;
+    eventfd_write(wake_.get(), 1);
+}
+
+void device_server_t::reap() {
+    eventfd_t count = 0;
+    eventfd_read(wake_.get(), &count);
+    connections_.remove_if([](connection_t& connection) {
+        if (!connection.over)
+            return false;
+        connection.thread.join();
+        return true;
+    });
+}

@@ -1,0 +1,40 @@
+/// Serves the driver's device to client processes: each connection is one open of the device and has a thread of its
+/// own, because a request waits for the driver's lock. A client that misbehaves or dies in the middle of a request
+/// harms only itself.
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <thread>
+
+#include "service/descriptor.h"
+#include "service/listener.h"
+
+class device_server_t {
+  public:
+    /// Clients at once; a further one gets one reply with the error ERROR_BUSY and is closed.
+    static constexpr size_t max_connections = 64;
+    static constexpr uint32_t error_busy = 170;
+
+    explicit device_server_t(const listener_t& listener);
+
+    /// Serves until `end` is readable; then closes every connection and waits for its thread. A request that the driver
+    /// works on is finished first.
+    void serve(int end);
+
+  private:
+    struct connection_t {
+        descriptor_t socket;
+        std::atomic<bool> over = false;
+        std::thread thread;
+    };
+
+    void accept_one();
+    void start(descriptor_t socket);
+    void run(connection_t& connection);
+    void reap();
+
+    const listener_t& listener_;
+    descriptor_t wake_;  // an eventfd: some connection is over
+    std::list<connection_t> connections_;
+};

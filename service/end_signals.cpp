@@ -1,0 +1,24 @@
+#include "service/end_signals.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+
+#include <cerrno>
+
+end_signals_t::end_signals_t() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        sigaddset(&signals, number);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    descriptor_ = descriptor_t(signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+bool end_signals_t::wait(int milliseconds) const {
+    pollfd ready{descriptor_.get(), POLLIN, 0};
+    int count = 0;
+    do {
+        count = poll(&ready, 1, milliseconds);
+    } while (count < 0 && errno == EINTR);
+    return count != 0;
+}

@@ -1,0 +1,20 @@
+/// SIGINT, SIGTERM and SIGHUP as a descriptor to wait on. From its construction on they are blocked in this thread and
+/// in those that it starts; construct it before any other thread. A child must unblock them before it runs a program.
+#pragma once
+
+#include <csignal>
+
+#include "service/descriptor.h"
+
+class end_signals_t {
+  public:
+    end_signals_t();
+
+    /// Readable when one of the signals has come; it stays readable.
+    int descriptor() const { return descriptor_.get(); }
+    /// Waits at most `milliseconds` (-1: for ever) for a signal; false when the time is over.
+    bool wait(int milliseconds) const;
+
+  private:
+    descriptor_t descriptor_;
+};
