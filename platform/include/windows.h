@@ -57,6 +57,12 @@ constexpr DWORD ERROR_INTERNAL_ERROR = 1359;
 constexpr DWORD ERROR_CANNOT_IMPERSONATE = 1368;
 constexpr DWORD ERROR_DEVICE_NOT_AVAILABLE = 4319;
 
+/// Why the loader calls DllMain.
+constexpr DWORD DLL_PROCESS_DETACH = 0;
+constexpr DWORD DLL_PROCESS_ATTACH = 1;
+constexpr DWORD DLL_THREAD_ATTACH = 2;
+constexpr DWORD DLL_THREAD_DETACH = 3;
+
 /// The calling thread's last error. Each thread has its own, 0 at its start.
 DWORD GetLastError();
 void SetLastError(DWORD error);

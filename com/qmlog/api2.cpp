@@ -1,0 +1,142 @@
+#include "com/qmlog/api2.h"
+
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+namespace qmlog {
+
+std::atomic<bool> logging_enabled{false};
+
+namespace {
+
+std::atomic<bool> object_exists{false};
+
+std::string process_name_of_system() {
+    std::string name;
+    if (FILE* file = fopen("/proc/self/cmdline", "r")) {
+        char buffer[256];
+        const size_t length = fread(buffer, 1, sizeof buffer - 1, file);
+        (void)fclose(file);
+        buffer[length] = '\0';
+        name = buffer;  // up to the first argument's terminator
+    }
+    return name.empty() ? "<unknown>" : name;
+}
+
+void log_arguments(object_t& object, int32_t level, const place_t& place, const char* format, va_list arguments) {
+    if (level > object.threshold()) {
+        return;
+    }
+    record_t record(object, level, place, format, arguments);
+    object.dispatcher().dispatch(record);
+}
+
+constexpr place_t no_place{-1, "", ""};
+
+}  // namespace
+
+dispatcher_t::dispatcher_t() : sinks_(new sinks_t) {}
+
+dispatcher_t::~dispatcher_t() {
+    while (!sinks_.load()->empty()) {
+        delete *sinks_.load()->begin();  // leaves the set
+    }
+    delete sinks_.load();
+}
+
+void dispatcher_t::add(abstract_log_t* sink) {
+    auto* sinks = new sinks_t(*sinks_.load());
+    sinks->insert(sink);
+    publish(sinks);
+}
+
+void dispatcher_t::remove(abstract_log_t* sink) {
+    auto* sinks = new sinks_t(*sinks_.load());
+    sinks->erase(sink);
+    publish(sinks);
+}
+
+void dispatcher_t::publish(const sinks_t* sinks) {
+    const sinks_t* old = sinks_.exchange(sinks);
+    for (int turn = 0; turn < 2; ++turn) {
+        const uint32_t left = epoch_.fetch_xor(1);
+        while (readers_[left].load() != 0) {
+            std::this_thread::yield();
+        }
+    }
+    delete old;
+}
+
+void dispatcher_t::dispatch(record_t& record) {
+    std::atomic<uint32_t>& readers = readers_[epoch_.load()];
+    readers.fetch_add(1);
+    for (abstract_log_t* sink : *sinks_.load()) {
+        if (sink->threshold() >= record.level()) {
+            sink->log(record);
+        }
+    }
+    readers.fetch_sub(1);
+}
+
+object_t::object_t() {
+    names_.push_front(process_name_of_system());
+    process_name_ = &names_.front();
+    if (object_exists.exchange(true)) {
+        QM_INTERNAL_ERROR("singleton initializer called again");
+        return;
+    }
+    retail_ = new log_retail(*this);
+}
+
+object_t::~object_t() = default;
+
+void object_t::forget_retail(const log_retail* sink) {
+    if (retail() == sink) {
+        retail_ = nullptr;
+    }
+}
+
+void object_t::set_process_name(const std::string& name) {
+    if (name != process_name()) {
+        names_.push_front(name);
+        process_name_ = &names_.front();
+    }
+    for (named_t* object : named_) {
+        object->process_name_changed(process_name());
+    }
+}
+
+object_t& process_log() {
+    static object_t& object = *new object_t;
+    return object;
+}
+
+void log(object_t& object, int32_t level, const place_t& place, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    log_arguments(object, level, place, format, arguments);
+    va_end(arguments);
+}
+
+void log_plain(object_t& object, int32_t level, const std::string& text) {
+    log(object, level, no_place, "%s", text.c_str());
+}
+
+void assertion_failed(object_t& object, bool abort_program, const char* condition, const place_t& place,
+                      const char* format, ...) {
+    const bool detailed = *format != '\0';
+    log(object, level_internal_error, place, "Assertion '%s' failed%s", condition,
+        detailed ? "; detailed info follows:" : ".");
+    if (detailed) {
+        va_list arguments;
+        va_start(arguments, format);
+        log_arguments(object, level_internal_error, place_t{-1, "", place.function}, format, arguments);
+        va_end(arguments);
+    }
+    log_plain(object, level_internal_error,
+              abort_program ? "the program will terminate due to internal error above"
+                            : "the program execution will be continued as abortion was disabled at compile time");
+}
+
+}  // namespace qmlog

@@ -1,0 +1,119 @@
+#include "com/sms/sms.h"
+
+#include <digest.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "com/miscio/utc_time.h"
+#include "com/qmlog/api2.h"
+
+std::string message_key(const incoming_datagram& datagram) {
+    const sms_udh_ie_concat_t* concatenation = datagram.header->concatenation();
+    if (concatenation == nullptr) {
+        return {};
+    }
+    const auto print = [&](char* text, size_t size) {
+        return static_cast<size_t>(snprintf(text, size, "PHONE_%s_ID_%04X_LEN_%d", datagram.address.c_str(),
+                                            concatenation->id(), concatenation->amount()));
+    };
+    std::string key(print(nullptr, 0), '\0');
+    print(key.data(), key.size() + 1);
+    return key;
+}
+
+bool sms_message_t::add_datagram(std::unique_ptr<incoming_datagram>& record) {
+    if (amount == 0) {
+        return add_first(record);
+    }
+    const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
+    return belongs_here(*record, concatenation) && place(record, concatenation->ordinal());
+}
+
+bool sms_message_t::add_first(std::unique_ptr<incoming_datagram>& record) {
+    address = record->address;
+    const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
+    if (concatenation == nullptr) {
+        amount = 1;
+        datagrams.resize(1);
+        return place(record, 1);
+    }
+    id = concatenation->id();
+    amount = concatenation->amount();
+    datagrams.resize(amount);
+    const uint32_t ordinal = concatenation->ordinal();
+    if (ordinal == 0 || ordinal > amount) {
+        QM_ERROR("dropping datagram: index=%d out of bounds [1..%d]", ordinal, amount);
+        return false;
+    }
+    return place(record, ordinal);
+}
+
+/// The table's key already holds address, reference and amount; comparing them again is a second line of defence.
+bool sms_message_t::belongs_here(const incoming_datagram& record, const sms_udh_ie_concat_t* concatenation) const {
+    if (concatenation == nullptr) {
+        QM_ERROR("dropping datagram: no concatenation ie found");
+        return false;
+    }
+    if (concatenation->id() != id) {
+        QM_ERROR("dropping datagram: chunk id 0x%X mismatch (0x%X expected)", concatenation->id(), id);
+        return false;
+    }
+    if (record.address != address) {
+        QM_ERROR("dropping datagram: address '%s' mismatch ('%s' expected)", record.address.c_str(), address.c_str());
+        return false;
+    }
+    if (concatenation->amount() != amount) {
+        QM_ERROR("dropping datagram: datagram amount %d mismatch (%d expected)", concatenation->amount(), amount);
+        return false;
+    }
+    const uint32_t ordinal = concatenation->ordinal();
+    if (ordinal == 0 || ordinal > amount) {
+        QM_ERROR("dropping datagram: index=%d out of bounds [1..%d]", ordinal, amount);
+        return false;
+    }
+    if (datagrams[ordinal - 1] != nullptr) {
+        QM_ERROR("dropping datagram: datagram #%d already received", ordinal);
+        return false;
+    }
+    return true;
+}
+
+bool sms_message_t::place(std::unique_ptr<incoming_datagram>& record, uint32_t ordinal) {
+    datagrams[ordinal - 1] = std::move(record);
+    received += 1;
+    complete = received == amount;
+    return true;
+}
+
+octet_string_t sms_message_t::get_concatenated_data() const {
+    octet_string_t data;
+    for (const auto& datagram : datagrams) {
+        if (datagram == nullptr) {
+            QM_ERROR("can't concatenate incomplete message");
+            return {};
+        }
+        data += datagram->data;
+    }
+    return data;
+}
+
+std::string sms_message_t::stored_name() const {
+    octet_string_t content = address + "/";
+    for (const auto& datagram : datagrams) {
+        if (datagram != nullptr) {
+            content += datagram->data + "/";
+        }
+    }
+    char now[32];
+    (void)snprintf(now, sizeof now, "%d/%d/", utc_seconds().value_or(-1), rand());
+    content += now;
+
+    std::string name;
+    for (const uint8_t octet : md5_digest(content.data(), content.size())) {
+        char digits[3];
+        (void)snprintf(digits, sizeof digits, "%02x", octet);
+        name += digits;
+    }
+    return name;
+}

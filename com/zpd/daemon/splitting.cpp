@@ -1,0 +1,122 @@
+// From a card to an outgoing message: counting, cutting, and the datagrams with their headers.
+#include "com/qmlog/api2.h"
+#include "com/zpd/daemon/daemon.h"
+
+namespace {
+
+constexpr uint32_t single_header_size = 7;
+
+const char* yes_or_no(bool value) {
+    return value ? "yes" : "no";
+}
+
+/// The header of datagram number `index` (from 0) of `amount`, encoded: the concatenation element first, then the port.
+octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use_long_ie) {
+    sms_udh_t header;
+    if (amount > 1) {
+        std::unique_ptr<sms_udh_ie_concat_t> concatenation;
+        if (use_long_ie) {
+            concatenation = std::make_unique<sms_udh_ie_concat16_t>();
+        } else {
+            concatenation = std::make_unique<sms_udh_ie_concat8_t>();
+        }
+        concatenation->set_amount(static_cast<uint32_t>(amount));
+        concatenation->set_ordinal(static_cast<uint32_t>(index + 1));
+        concatenation->set_id(id);
+        header.ies.push_back(std::move(concatenation));
+    }
+    auto port = std::make_unique<sms_udh_ie_appport16_t>();
+    port->set_dst(ZPD_SERVICE_PORT);
+    header.ies.push_back(std::move(port));
+    return header.str();
+}
+
+}  // namespace
+
+void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
+    octet_string_t vcard;
+    uint8_t is_utf8 = 0;
+    uint8_t use_long_ie = 0;
+    wide_string_t phone = TEXT("<none>");
+    input_r_buffer_t& input = request.input;
+    const bool read = input.get_string(vcard) && input.get_byte(is_utf8) && input.get_byte(use_long_ie) &&
+                      (count_only || input.get_string16(phone));
+    if (!read || input.unread() != 0) {
+        QM_ERROR("can't read input parameters: 'vcard', 'is_utf8', 'use_long_ie'%s", count_only ? "" : ", 'phone'");
+        if (input.unread() != 0) {
+            QM_ERROR("trailing bytes: %d", input.unread());
+        }
+        request.error = ERROR_INVALID_DATA;
+        return;
+    }
+    QM_DEBUG("vcard: %d bytes, is_utf8: '%s', use_long_ie: '%s', phone: '%s'", static_cast<uint32_t>(vcard.size()),
+             yes_or_no(is_utf8 != 0), yes_or_no(use_long_ie != 0), narrow(phone).c_str());
+    std::vector<uint32_t> chunks;
+    if (!sms_split_chunks(vcard, is_utf8 != 0, use_long_ie != 0, single_header_size, chunks)) {
+        request.error = chunks.size() > max_datagrams ? ZPD_ERROR_TOO_MANY_DATAGRAMS : ZPD_ERROR_OUT_OF_RANGE;
+        return;
+    }
+    if (count_only) {
+        request.output.put_uint32(static_cast<uint32_t>(chunks.size()));
+    } else {
+        send(request, phone, vcard, use_long_ie != 0, chunks);
+    }
+}
+
+void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
+                    const std::vector<uint32_t>& chunks) {
+    if (request.output.room() < 4) {
+        request.error = ERROR_INSUFFICIENT_BUFFER;
+        return;
+    }
+    if (!has_ril_session()) {
+        request.error = ERROR_DEVICE_NOT_AVAILABLE;
+        request.output.put_uint32(ril_start_result);
+        return;
+    }
+    const uint32_t id = enqueue_multi_part_sms(phone, vcard, use_long_ie, chunks);
+    if (id == 0) {
+        // The message is sent like any other, yet its client is told of a failure: deliberate.
+        request.error = ERROR_DEVICE_NOT_AVAILABLE;
+        request.output.put_uint32(ZPD_MESSAGE_ID_ZERO);
+        return;
+    }
+    request.output.put_uint32(id);
+}
+
+uint32_t daemon_t::enqueue_multi_part_sms(const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
+                                          const std::vector<uint32_t>& chunks) {
+    const uint32_t id = take_message_id();
+    message_t* const message = create_message(id);
+    uint32_t offset = 0;
+    for (uint32_t i = 0; i < chunks.size(); ++i) {
+        const uint32_t size = chunks[i];
+        octet_string_t header = encoded_header(id, i, chunks.size(), use_long_ie);
+        QM_INFO("enqueue chunk %d[%d] of %d bytes [%d:%d]", id, i, size, offset, offset + size);
+        auto* datagram =
+            new datagram_t(*message, static_cast<uint8_t>(i), std::move(header), vcard.substr(offset, size), phone);
+        ZPD_DUMP_STATES(*machine);
+        machine->enqueue_datagram(datagram);
+        ZPD_DUMP_STATES(*machine);
+        offset += size;
+    }
+    QM_DEBUG("");
+    return id;
+}
+
+/// Ids run to 65535 and start again at 0, across restarts too.
+uint32_t daemon_t::take_message_id() {
+    const uint32_t id = next_message_id;
+    next_message_id = id + 1 > ZPD_MESSAGE_ID_MAX ? 0 : id + 1;
+    (void)settings->set_uint32("next_message_id", next_message_id);
+    return id;
+}
+
+message_t* daemon_t::create_message(uint32_t id) {
+    std::unique_ptr<message_t>& record = messages[id];
+    if (record != nullptr) {
+        displaced_messages.push_back(std::move(record));
+    }
+    record = std::make_unique<message_t>(id);
+    return record.get();
+}

@@ -1,0 +1,178 @@
+// Handing a datagram to the radio as a GSM or a CDMA message, and what its result means.
+#include <algorithm>
+#include <iterator>
+
+#include "com/qmlog/api2.h"
+#include "com/zpd/daemon/daemon.h"
+#include "com/zpd/daemon/ril_requests.h"
+
+namespace {
+
+constexpr uint32_t max_user_data = 140;  // octets of TP user data, 3GPP TS 23.040 9.2.3.24
+
+// The members that each kind of message fills in. The bits of the second have other meanings than those of the first.
+constexpr uint32_t gsm_params = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM_M_DESTADDRESS |
+                                RIL_PARAM_M_PROTOCOLID | RIL_PARAM_M_DATACODING | RIL_PARAM_M_VPFORMAT |
+                                RIL_PARAM_M_VP | RIL_PARAM_M_HDRLENGTH | RIL_PARAM_M_MSGLENGTH | RIL_PARAM_M_HDR |
+                                RIL_PARAM_M_MSG;
+static_assert(gsm_params == 0x0D80CA26);
+constexpr uint32_t cdma_params = 0x2F81CE26;
+
+// A CDMA number is limited more strictly than a GSM one.
+constexpr size_t max_gsm_number = MAXLENGTH_ADDRESS - 1;
+constexpr size_t max_cdma_number = 127;
+
+constexpr uint32_t vp_format_of_submissions = 1;
+constexpr uint32_t cdma_display_mode_default = 3;
+constexpr uint32_t cdma_priority = 1;
+constexpr uint32_t cdma_privacy = 1;
+constexpr uint32_t cdma_teleservice = 2;
+constexpr uint32_t cdma_encoding = 2;
+
+/// The flag of more to come is set when the ordinal, which counts from 0, is less than the number of datagrams: always,
+/// for the last one too. Deliberate.
+uint32_t message_flags(const datagram_t& datagram) {
+    const bool more = datagram.ordinal < datagram.message->datagrams.size();
+    return RIL_MSGFLAG_HEADER | (more ? RIL_MSGFLAG_MORETOSEND : 0);
+}
+
+bool fill_address(RILADDRESS& address, const wide_string_t& number, size_t max_length, uint32_t params) {
+    if (number.size() > max_length) {
+        QM_ERROR("the phone number is too long");
+        return false;
+    }
+    address.cbSize = sizeof address;
+    address.dwParams = params;
+    address.dwType = RIL_ADDRTYPE_UNKNOWN;
+    address.dwNumPlan = RIL_NUMPLAN_TELEPHONE;
+    std::copy(number.begin(), number.end(), address.wszAddress);
+    address.wszAddress[number.size()] = 0;
+    return true;
+}
+
+/// The header without its length octet, and the body; `out` is the submit member of either kind.
+template <class submit_t>
+bool fill_user_data(submit_t& out, const datagram_t& datagram) {
+    const auto udhl = static_cast<uint32_t>(datagram.udh.size());
+    const auto udl = static_cast<uint32_t>(datagram.data.size());
+    if (udhl + udl > max_user_data) {
+        QM_ERROR("datagram is too long: UDHL=%d + UDL=%d = %d > 140", udhl, udl, udhl + udl);
+        return false;
+    }
+    out.cbHdrLength = udhl - 1;
+    std::copy(datagram.udh.begin() + 1, datagram.udh.end(), out.rgbHdr);
+    out.cbBodyLength = udl;
+    std::copy(datagram.data.begin(), datagram.data.end(), out.rgbMsg);
+    return true;
+}
+
+}  // namespace
+
+bool daemon_t::request_ril(datagram_t* datagram) {
+    if (gsm_available) {
+        return send_datagram_request_gsm(datagram);
+    }
+    if (cdma_available) {
+        return send_datagram_request_cdma(datagram);
+    }
+    QM_CRITICAL_ERROR("EPIC FAIL: no network, can't send datagram :-(");
+    return false;
+}
+
+bool daemon_t::send_datagram_request_gsm(datagram_t* datagram) {
+    if (!has_ril_session()) {
+        return false;
+    }
+    RILMESSAGE message{};
+    message.cbSize = sizeof message;
+    message.dwParams = gsm_params;
+    message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
+    message.dwFlags = message_flags(*datagram);
+    RIL_OUT_SUBMIT& out = message.msgOutSubmit;
+    if (!fill_address(out.raDestAddress, datagram->phone, max_gsm_number,
+                      RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS)) {
+        return false;
+    }
+    out.dwProtocolID = RIL_MSGPROTOCOL_SMETOSME;
+    out.rmdDataCoding = {.cbSize = sizeof out.rmdDataCoding,
+                         .dwParams = RIL_PARAM_MDCS_TYPE | RIL_PARAM_MDCS_ALPHABET,
+                         .dwType = RIL_DCSTYPE_GENERAL,
+                         .dwFlags = 0,
+                         .dwMsgClass = 0,
+                         .dwAlphabet = RIL_DCSALPHABET_8BIT,
+                         .dwIndication = 0,
+                         .dwLanguage = 0};
+    out.dwVPFormat = vp_format_of_submissions;
+    GetSystemTime(&out.stVP);  // the current time, deliberately; the radio layer makes a period of validity of it
+    return fill_user_data(out, *datagram) && submit(message, datagram);
+}
+
+bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
+    if (!has_ril_session()) {
+        return false;
+    }
+    RILMESSAGE message{};
+    message.cbSize = sizeof message;
+    message.dwParams = cdma_params;
+    QM_DEBUG("msg->dwParams(=0x%08X) & nao_flags = nao_flags", static_cast<uint32_t>(message.dwParams));
+    message.dwType = RIL_MSGTYPE_OUT_CDMASUBMIT;
+    message.dwFlags = message_flags(*datagram);
+    RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
+    if (!fill_address(out.raDestAddress, datagram->phone, max_cdma_number, RIL_PARAM_A_ADDRESS)) {
+        return false;
+    }
+    out.rsaDestSubaddr.cbSize = sizeof out.rsaDestSubaddr;
+    GetSystemTime(&out.stValidityPeriodAbs);
+    out.stValidityPeriodAbs.wYear += 1;
+    out.stValidityPeriodRel = out.stValidityPeriodAbs;
+    out.dwMsgDisplayMode = cdma_display_mode_default;
+    out.raCallBackNumber.cbSize = sizeof out.raCallBackNumber;
+    out.dwMsgPriority = cdma_priority;
+    out.dwMsgPrivacy = cdma_privacy;
+    out.dwTeleservice = cdma_teleservice;
+    out.dwMsgID = datagram->message->id & 0xFFFF;
+    out.dwMsgEncoding = cdma_encoding;
+    QM_DEBUG("cdma->dwMsgEncoding = RIL_MSGCODING_7BITASCII");
+    return fill_user_data(out, *datagram) && submit(message, datagram);
+}
+
+bool daemon_t::submit(const RILMESSAGE& message, datagram_t* datagram) {
+    const bool more_soon = !machine->state_queued->elements.empty();
+    const HRESULT result = RIL_SendMsg(hril, &message, more_soon ? RIL_SENDMSG_MORETOSEND : 0);
+    const auto reference = static_cast<uint32_t>(result);
+    if (result < 0) {
+        QM_ERROR("can't start RIL_SendMsg request for datagram %d of message %d: error=0x%08X", datagram->ordinal,
+                 datagram->message->id, reference);
+        return false;
+    }
+    QM_NOTICE("rilled datagram %d of message %d: ref=0x%X", datagram->ordinal, datagram->message->id, reference);
+    new ril_request_send_message_t(this, reference, datagram);  // registers itself, and is found by its result
+    return true;
+}
+
+daemon_t::ril_request_send_message_t::ril_request_send_message_t(daemon_t* owner, uint32_t id, datagram_t* sent)
+    : abstract_ril_request_t(owner, id), datagram(sent) {
+    QM_DEBUG("req_id=0x%X, datagram_t *d=0x%X", req_id, identity(datagram));
+}
+
+void daemon_t::ril_request_send_message_t::process_result() {
+    log_result();
+    daemon->machine->state_rilled->process_ril_result(datagram, error_of_result());
+}
+
+/// 0 for a success. All three lines are errors, the one of a success too: deliberately.
+uint32_t daemon_t::ril_request_send_message_t::error_of_result() const {
+    constexpr uint32_t unknown_error = 0xFFFFFFFF;
+    if (ril_result_code == RIL_RESULT_OK) {
+        QM_ERROR("ril_result_code=RIL_RESULT_OK=0x%X => error=0", ril_result_code);
+        return 0;
+    }
+    if (ril_result_code == RIL_RESULT_ERROR) {
+        const uint32_t error = data.size() >= sizeof data32 ? data32 : unknown_error;
+        QM_ERROR("ril_result_code=RIL_RESULT_ERROR=0x%X => error=0x%X", ril_result_code, error);
+        return error;
+    }
+    const uint32_t error = ril_result_code != 0 ? ril_result_code : unknown_error;
+    QM_ERROR("ril_result_code=0x%X => error=0x%X", ril_result_code, error);
+    return error;
+}
