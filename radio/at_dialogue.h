@@ -1,0 +1,81 @@
+/// One command at a time, and everything that a modem says besides. No I/O and no clock: octets in, octets to write
+/// out.
+///
+/// A command names the prefixes of its reply lines; every other line is unsolicited, wherever it stands, also between
+/// the lines of a reply. A line of hexadecimal digits belongs to the last header line that still waits for one. Echo of
+/// commands and PDUs is dropped, where the modem echoes. Not thread-safe.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "radio/at_lexer.h"
+#include "radio/at_values.h"
+#include "radio/time_limits.h"
+
+namespace radio {
+
+struct command_t {
+    std::string line;                          // with "AT", without the line's end
+    time_limit_t limit;                        // for the whole exchange
+    std::vector<std::string_view> prefixes{};  // of its reply lines
+    bool pdu_follows = false;                  // each reply line is followed by one PDU line
+    std::string entry{};      // text for the prompt, in hexadecimal; with it the command expects a prompt
+    bool needs_line = false;  // an OK before the first reply line is a late one, of a command before this
+};
+
+struct modem_line_t {
+    std::string text;
+    std::string pdu;  // the PDU line after it, where one belongs to it and came
+
+    bool operator==(const modem_line_t&) const = default;
+};
+
+struct reply_t {
+    enum class outcome_t { ok, error, timeout, lost };
+    outcome_t outcome = outcome_t::lost;
+    final_result_t result;  // of ok and error
+    std::vector<modem_line_t> lines;
+
+    [[nodiscard]] bool ok() const { return outcome == outcome_t::ok; }
+    /// The first line, or an empty text.
+    [[nodiscard]] std::string first() const { return lines.empty() ? std::string() : lines.front().text; }
+};
+
+class at_dialogue_t {
+  public:
+    /// Starts a command (none must be in progress); returns the octets to write. None when the command line or the
+    /// entry holds what they must not; nothing is in progress then.
+    std::optional<std::string> begin(const command_t& command);
+    /// Takes what the modem sent; returns the octets to write.
+    std::string feed(std::string_view octets);
+
+    [[nodiscard]] bool in_progress() const { return in_progress_; }
+    /// True from the prompt on.
+    [[nodiscard]] bool entry_sent() const { return entry_sent_; }
+    /// Ends the command: with its result when it has one, else with `outcome` and the reply lines so far.
+    reply_t end(reply_t::outcome_t outcome);
+
+    /// The unsolicited lines since the last call, in order.
+    std::deque<modem_line_t> take_unsolicited();
+
+  private:
+    void take_line(const std::string& text);
+    void take_pdu(const std::string& text);
+    [[nodiscard]] bool is_reply(std::string_view text) const;
+
+    at_lexer_t lexer_;
+    command_t command_;
+    reply_t reply_;
+    bool in_progress_ = false;
+    bool entry_sent_ = false;
+    std::deque<modem_line_t> unsolicited_;
+    std::optional<modem_line_t> delivery_;  // an unsolicited header line whose PDU line is still to come
+    bool reply_waits_for_pdu_ = false;
+    bool delivery_is_latest_ = false;
+};
+
+}  // namespace radio

@@ -1,0 +1,110 @@
+/// The lines of the AT dialogue as values: results, replies and unsolicited lines of 3GPP TS 27.005 and 27.007 read,
+/// command lines built. Pure functions. Readers take a whole line and return none for one that they cannot make sense
+/// of.
+#pragma once
+
+#include <ril.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "radio/tpdu.h"
+
+namespace radio {
+
+/// The one way into a command line: none for a text with a character that a command line must not hold (CR, LF, Ctrl-Z,
+/// ESC, anything else outside printable ASCII).
+std::optional<std::string> command_line(std::string_view text);
+/// A text in quotation marks, as a parameter; none also for one that holds a quotation mark.
+std::optional<std::string> quoted_text(std::string_view text);
+
+/// A parameter of a line: unquoted text, or the text between quotation marks or brackets.
+struct value_t {
+    std::string text;
+    bool is_quoted = false;
+
+    bool operator==(const value_t&) const = default;
+};
+/// The values after the first ":" of a line, between commas.
+std::vector<value_t> values_of(std::string_view line);
+
+/// A final result code.
+struct final_result_t {
+    enum class kind_t { ok, error, cms_error, cme_error };
+    kind_t kind = kind_t::ok;
+    int code = 0;  // of cms_error and cme_error
+
+    bool operator==(const final_result_t&) const = default;
+};
+std::optional<final_result_t> final_result(std::string_view line);
+
+/// +CREG, +CEREG: the reply to the query and the unsolicited line alike.
+struct registration_t {
+    int status = 0;
+    std::optional<int> access;  // <AcT>
+
+    [[nodiscard]] bool registered() const;
+    bool operator==(const registration_t&) const = default;
+};
+std::optional<registration_t> registration(std::string_view line);
+/// The <AcT> of +COPS, where there is one.
+std::optional<int> operator_access(std::string_view line);
+/// RIL_SYSTEMTYPE_* bits of an <AcT> (3GPP TS 27.007 7.3). LTE and later, which the bits do not know, count as UMTS.
+DWORD system_type_of_access(int access);
+
+/// +CMTI: where a new message lies. None for an odd one (an index of -1 has been seen).
+struct location_t {
+    std::string memory;
+    int index = 0;
+
+    auto operator<=>(const location_t&) const = default;
+};
+std::optional<location_t> new_message(std::string_view line);
+
+/// +CMGR and +CMGL in PDU mode.
+struct stored_message_t {
+    int index = 0;  // +CMGL only
+    bool received = false;
+    size_t length = 0;  // octets of the TPDU
+
+    bool operator==(const stored_message_t&) const = default;
+};
+std::optional<stored_message_t> read_message(std::string_view line);
+std::optional<stored_message_t> listed_message(std::string_view line);
+/// The <length> of +CMT.
+std::optional<size_t> delivered_length(std::string_view line);
+/// The TPDU of a PDU line with the length that its header line told. A modem that leaves the service centre address
+/// away is understood. None when it is no PDU of that length.
+std::optional<tpdu::octets_t> tpdu_of_line(std::string_view pdu, size_t length);
+
+/// The first value of +CPMS=?: the memories that messages can be read from.
+std::vector<std::string> readable_memories(std::string_view line);
+/// The third memory of +CPMS?: where new messages go. Empty when there is none.
+std::string receiving_memory(std::string_view line);
+/// The reply to a selection, +CPMS=: how full the selected memory is.
+struct memory_level_t {
+    int used = 0;
+    int total = 0;
+};
+std::optional<memory_level_t> memory_level(std::string_view line);
+
+/// The message reference of +CMGS.
+std::optional<uint8_t> message_reference(std::string_view line);
+
+/// The numbers that each parameter of a "=?" reply offers: lists and ranges, "(0-2),(0,1,3),2".
+std::vector<std::vector<int>> offered_numbers(std::string_view line);
+
+/// How new messages are announced: the parameters of AT+CNMI by our preference, of what +CNMI=? offers.
+struct announcement_t {
+    enum class way_t { stored, direct, none };
+    way_t way = way_t::none;
+    std::string parameters;
+
+    bool operator==(const announcement_t&) const = default;
+};
+announcement_t choose_announcement(const std::vector<std::vector<int>>& offered);
+
+}  // namespace radio

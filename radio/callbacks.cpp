@@ -1,0 +1,94 @@
+#include "radio/callbacks.h"
+
+namespace radio {
+
+callbacks_t::callbacks_t() : thread_([this] { run(); }) {}
+
+callbacks_t::~callbacks_t() {
+    stop();
+}
+
+void callbacks_t::result(const session_pointer_t& session, DWORD code, HRESULT request, std::optional<DWORD> data) {
+    const auto call = [=](const session_t& to) {
+        to.result(code, request, data ? &*data : nullptr, data ? sizeof *data : 0, to.parameter);
+    };
+    post({session, false, call, {}});
+}
+
+void callbacks_t::system_changed(const session_pointer_t& session, DWORD system_type) {
+    post({session,
+          false,
+          [=](const session_t& to) {
+              to.notify(RIL_NOTIFY_SYSTEMCHANGED, &system_type, sizeof system_type, to.parameter);
+          },
+          {}});
+}
+
+void callbacks_t::message(const session_pointer_t& session, const RILMESSAGE& message, std::function<void(bool)> done) {
+    post({session, true,
+          [=](const session_t& to) { to.notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, to.parameter); },
+          std::move(done)});
+}
+
+void callbacks_t::post(task_t task) {
+    const std::lock_guard lock(mutex_);
+    tasks_.push_back(std::move(task));
+    changed_.notify_all();
+}
+
+void callbacks_t::end(const session_pointer_t& session) {
+    const std::lock_guard lock(mutex_);
+    session->open = false;
+}
+
+void callbacks_t::drain(const session_pointer_t& session) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return running_ == nullptr || running_->session != session; });
+}
+
+void callbacks_t::stop_messages() {
+    std::unique_lock lock(mutex_);
+    no_messages_ = true;
+    changed_.wait(lock, [this] { return running_ == nullptr || !running_->is_message; });
+}
+
+void callbacks_t::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+        changed_.notify_all();
+    }
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void callbacks_t::run() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+        if (tasks_.empty()) {
+            return;
+        }
+        run_one(lock);
+    }
+}
+
+void callbacks_t::run_one(std::unique_lock<std::mutex>& lock) {
+    const task_t task = std::move(tasks_.front());
+    tasks_.pop_front();
+    const bool calls = task.session->open && !(task.is_message && no_messages_);
+    running_ = &task;
+    lock.unlock();
+    if (calls) {
+        task.call(*task.session);
+    }
+    if (task.done) {
+        task.done(calls);
+    }
+    lock.lock();
+    running_ = nullptr;
+    changed_.notify_all();
+}
+
+}  // namespace radio

@@ -1,0 +1,142 @@
+// The modem's thread: jobs, unsolicited lines, and the end.
+#include "radio/modem.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "radio/warning.h"
+
+namespace radio {
+
+modem_t::modem_t(callbacks_t& callbacks)
+    : callbacks_(callbacks), link_(tty_, [this](const modem_line_t& line) { take_unsolicited(line); }) {}
+
+modem_t::~modem_t() {
+    stop();
+}
+
+std::string modem_t::start(const std::string& path) {
+    std::string error = tty_.open(path);
+    if (error.empty()) {
+        error = set_up(path);
+    }
+    if (error.empty()) {
+        next_listing_ = platform::tick64() + limit::listing_again.milliseconds;
+        thread_ = std::thread([this] { run(); });
+    }
+    return error;
+}
+
+void modem_t::stop() {
+    if (thread_.joinable()) {
+        link_.begin_ending();
+        thread_.join();
+    }
+    tty_.close();
+}
+
+void modem_t::run() {
+    while (true) {
+        if (const job_t job = next_job()) {
+            job();
+        } else if (link_.ending()) {
+            return;
+        } else if (lost() && !loss_told_) {
+            tell_loss();
+        } else if (!lost() && platform::tick64() >= next_listing_) {
+            list_all();
+        } else {
+            link_.wait(lost() ? UINT64_MAX : next_listing_);
+        }
+    }
+}
+
+void modem_t::post(job_t job) {
+    {
+        const std::lock_guard lock(mutex_);
+        jobs_.push_back(std::move(job));
+    }
+    link_.wake();
+}
+
+modem_t::job_t modem_t::next_job() {
+    const std::lock_guard lock(mutex_);
+    if (jobs_.empty()) {
+        return {};
+    }
+    job_t job = std::move(jobs_.front());
+    jobs_.pop_front();
+    return job;
+}
+
+session_pointer_t modem_t::session() {
+    const std::lock_guard lock(mutex_);
+    return session_;
+}
+
+void modem_t::set_session(session_pointer_t session) {
+    {
+        const std::lock_guard lock(mutex_);
+        session_ = std::move(session);
+    }
+    post([this] {
+        hand_over_kept();
+        list_all();
+    });
+}
+
+void modem_t::submit(session_pointer_t session, HRESULT request, tpdu::octets_t submit, bool more_follow) {
+    post([this, session = std::move(session), request, submit = std::move(submit), more_follow] {
+        run_submission(session, request, submit, more_follow);
+    });
+}
+
+// An error carries no data: a caller that takes any DWORD for a system type would read a network out of its bits.
+void modem_t::query_system_type(session_pointer_t session, HRESULT request) {
+    post([this, session = std::move(session), request] {
+        query_registration();
+        if (lost() || link_.ending()) {
+            callbacks_.result(session, RIL_RESULT_ERROR, request, std::nullopt);
+        } else {
+            callbacks_.result(session, RIL_RESULT_OK, request, system_type_);
+        }
+    });
+}
+
+// Called in the middle of exchanges: what needs the modem becomes a job.
+void modem_t::take_unsolicited(const modem_line_t& line) {
+    const std::string& text = line.text;
+    if (text.starts_with("+CMTI:")) {
+        const std::optional<location_t> location = new_message(text);
+        if (!location) {
+            warn("odd announcement, listing all messages: " + text);
+        }
+        post([this, location] { location ? read_new(*location) : list_all(); });
+    } else if (text.starts_with("+CMT:")) {
+        post([this, line] { take_delivery(line); });
+    } else if (text.starts_with("+CDS:")) {
+        post([this] { acknowledge(); });
+    } else if (text.starts_with("+CREG:") || text.starts_with("+CEREG:")) {
+        take_registration(text);
+    } else {
+        warn_of_unknown(text);
+    }
+}
+
+// Once a kind of line: some modems report the signal strength every second.
+void modem_t::warn_of_unknown(const std::string& line) {
+    constexpr size_t most_kinds = 50;
+    if (unknown_lines_.size() < most_kinds && unknown_lines_.insert(line.substr(0, line.find(':'))).second) {
+        warn("ignored a line of the modem: " + line);
+    }
+}
+
+void modem_t::tell_loss() {
+    loss_told_ = true;
+    circuit_ = {};
+    packet_ = {};
+    publish_system_type();
+}
+
+}  // namespace radio

@@ -1,0 +1,123 @@
+/// The modem: set up, watched, and spoken to by one thread of its own, which takes one job after the other.
+///
+/// Public calls may come from any thread and never wait, save `start` and `stop`. Members without a lock belong to the
+/// modem's thread. Results and notifications leave through callbacks_t, which must outlive the thread.
+#pragma once
+
+#include <ril.h>
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "radio/callbacks.h"
+#include "radio/modem_link.h"
+
+namespace radio {
+
+class modem_t {
+  public:
+    explicit modem_t(callbacks_t& callbacks);
+    ~modem_t();
+    modem_t(const modem_t&) = delete;
+    modem_t& operator=(const modem_t&) = delete;
+
+    /// Opens the tty, sets the modem up and starts the thread; once. Returns an empty text, or what failed and why.
+    [[nodiscard]] std::string start(const std::string& path);
+    /// Ends the thread, after the deletes that are due and with an error for every request that is not answered yet.
+    void stop();
+
+    [[nodiscard]] bool lost() const { return link_.lost(); }
+
+    /// The session that messages and notifications go to from now on; null for none.
+    void set_session(session_pointer_t session);
+    void submit(session_pointer_t session, HRESULT request, tpdu::octets_t submit, bool more_follow);
+    void query_system_type(session_pointer_t session, HRESULT request);
+
+  private:
+    using job_t = std::function<void()>;
+
+    // modem.cpp: the thread
+    void run();
+    void post(job_t job);
+    job_t next_job();
+    session_pointer_t session();
+    void take_unsolicited(const modem_line_t& line);
+    void warn_of_unknown(const std::string& line);
+    void tell_loss();
+
+    // modem_setup.cpp
+    [[nodiscard]] std::string set_up(const std::string& path);
+    reply_t ask(const std::string& line, std::vector<std::string_view> prefixes = {});
+    void set_up_memories();
+    void set_up_announcement();
+    bool announce(const announcement_t& choice);
+    void set_up_service(announcement_t::way_t way);
+    void set_up_registration();
+
+    // modem_receive.cpp
+    session_pointer_t receiver();
+    bool select_memory(const std::string& memory);
+    void list_all();
+    void list(const std::string& memory);
+    void read_new(const location_t& location);
+    void consider(const location_t& location, const stored_message_t& message, const std::string& pdu);
+    [[nodiscard]] bool taken_already(const location_t& location, const std::string& pdu) const;
+    void finish(const location_t& location, bool handed_over);
+    void remove(const location_t& location);
+    void take_delivery(const modem_line_t& line);
+    void hand_over_direct(const tpdu::deliver_t& deliver, bool acknowledged);
+    void hand_over_kept();
+    void acknowledge();
+
+    // modem_registration.cpp
+    void take_registration(const std::string& line);
+    void query_registration();
+    void query_one(const std::string& command, const char* prefix);
+    void publish_system_type();
+
+    // modem_submit.cpp
+    void run_submission(const session_pointer_t& session, HRESULT request, const tpdu::octets_t& submit,
+                        bool more_follow);
+
+    callbacks_t& callbacks_;
+    tty_t tty_;
+    modem_link_t link_;
+    std::thread thread_;
+
+    std::mutex mutex_;  // guards the next two
+    std::deque<job_t> jobs_;
+    session_pointer_t session_;
+
+    // What the modem offers, from the set-up on.
+    std::string set_up_failure_;
+    std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
+    bool acknowledges_ = false;          // +CMT wants +CNMA
+    bool keeps_link_ = false;            // +CMMS
+    bool tells_circuit_ = false;         // +CREG
+    bool tells_packet_ = false;          // +CEREG
+
+    // Receiving.
+    struct taken_t {
+        std::string pdu;
+        bool handed_over = false;  // and still to be deleted
+    };
+    std::map<location_t, taken_t> taken_;
+    std::deque<tpdu::deliver_t> kept_;  // delivered directly while there was no session
+    std::string selected_memory_;
+    uint64_t next_listing_ = 0;
+
+    registration_t circuit_;
+    registration_t packet_;
+    DWORD system_type_ = RIL_SYSTEMTYPE_NONE;
+
+    bool link_kept_ = false;
+    bool loss_told_ = false;
+    std::set<std::string> unknown_lines_;
+};
+
+}  // namespace radio

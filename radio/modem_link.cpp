@@ -1,0 +1,166 @@
+#include "radio/modem_link.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "radio/warning.h"
+
+namespace radio {
+
+namespace {
+
+constexpr char escape = 0x1B;
+
+int poll_time(uint64_t until) {
+    const uint64_t now = platform::tick64();
+    constexpr uint64_t longest = 3'600'000;
+    return until <= now ? 0 : static_cast<int>(std::min(until - now, longest));
+}
+
+}  // namespace
+
+modem_link_t::modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited)
+    : tty_(tty),
+      unsolicited_(std::move(unsolicited)),
+      wake_descriptor_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      clock_watch_([this] { wake(); }) {}
+
+modem_link_t::~modem_link_t() {
+    ::close(wake_descriptor_);
+}
+
+void modem_link_t::wake() {
+    const uint64_t one = 1;
+    static_cast<void>(write(wake_descriptor_, &one, sizeof one));
+}
+
+void modem_link_t::begin_ending() {
+    ending_at_ = platform::tick64() + limit::ending.milliseconds;
+    wake();
+}
+
+bool modem_link_t::wake_modem() {
+    const uint64_t until = platform::tick64() + limit::probe.milliseconds;
+    while (!lost_ && !ending() && platform::tick64() < until) {
+        // Out of a text entry, should the modem be in one; elsewhere the octet means nothing.
+        out_ = escape;
+        if (run({"AT", limit::probe_again}).ok()) {
+            // The answers to all repetitions of AT come before this line. A modem without it has had the time to send
+            // them.
+            const reply_t reply =
+                run({.line = "AT+CMGF?", .limit = limit::settling, .prefixes = {"+CMGF:"}, .needs_line = true});
+            return reply.outcome != reply_t::outcome_t::lost;
+        }
+    }
+    return false;
+}
+
+reply_t modem_link_t::exchange(const command_t& command) {
+    if (out_of_step_ && !recover()) {
+        return {.outcome = lost_ || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout,
+                .result = {},
+                .lines = {}};
+    }
+    reply_t reply = run(command);
+    if (reply.outcome == reply_t::outcome_t::timeout) {
+        warn(fmt::format("no answer to {} within {} ms ({})", command.line, command.limit.milliseconds,
+                         command.limit.name));
+        out_of_step_ = true;
+    }
+    return reply;
+}
+
+bool modem_link_t::recover() {
+    out_of_step_ = !wake_modem();
+    return !out_of_step_;
+}
+
+reply_t modem_link_t::run(const command_t& command) {
+    const std::optional<std::string> octets = dialogue_.begin(command);
+    if (!octets) {
+        warn("refused to write the command " + command.line);
+        return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}, .lines = {}};
+    }
+    out_ += *octets;
+    const uint64_t begun = platform::tick64();
+    while (dialogue_.in_progress() && !lost_) {
+        const uint64_t deadline = deadline_of(command, begun);
+        if (platform::tick64() >= deadline) {
+            break;
+        }
+        pump(deadline);
+    }
+    if (dialogue_.in_progress()) {
+        out_.clear();
+    }
+    return dialogue_.end(lost_ || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout);
+}
+
+uint64_t modem_link_t::deadline_of(const command_t& command, uint64_t begun) const {
+    const bool waits_for_prompt = !command.entry.empty() && !dialogue_.entry_sent();
+    const uint64_t own = waits_for_prompt ? limit::prompt.milliseconds : command.limit.milliseconds;
+    return std::min<uint64_t>(begun + own, ending_at_);
+}
+
+void modem_link_t::wait(uint64_t until) {
+    pump(std::min<uint64_t>(until, ending_at_));
+}
+
+void modem_link_t::pump(uint64_t until) {
+    pollfd descriptors[2] = {{wake_descriptor_, POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
+    if (!out_.empty()) {
+        descriptors[1].events |= POLLOUT;
+    }
+    // A tty that has hung up is always ready: it is left out.
+    const nfds_t count = lost_ ? 1 : 2;
+    if (poll(descriptors, count, poll_time(until)) <= 0) {
+        return;
+    }
+    if (descriptors[0].revents != 0) {
+        uint64_t ignored = 0;
+        static_cast<void>(read(wake_descriptor_, &ignored, sizeof ignored));
+    }
+    if (count == 2 && (descriptors[1].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL))) {
+        read_some();
+    }
+    if (count == 2 && !lost_ && (descriptors[1].revents & POLLOUT)) {
+        write_some();
+    }
+}
+
+void modem_link_t::read_some() {
+    char buffer[1024];
+    const ssize_t count = read(tty_.descriptor(), buffer, sizeof buffer);
+    if (count > 0) {
+        out_ += dialogue_.feed({buffer, static_cast<size_t>(count)});
+        for (const modem_line_t& line : dialogue_.take_unsolicited()) {
+            unsolicited_(line);
+        }
+    } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+        hang_up();
+    }
+}
+
+void modem_link_t::write_some() {
+    const ssize_t count = write(tty_.descriptor(), out_.data(), out_.size());
+    if (count > 0) {
+        out_.erase(0, static_cast<size_t>(count));
+    } else if (count < 0 && errno != EAGAIN && errno != EINTR) {
+        hang_up();
+    }
+}
+
+void modem_link_t::hang_up() {
+    if (!ending()) {
+        warn("the modem's tty has hung up");
+    }
+    lost_ = true;
+    tty_.close();
+}
+
+}  // namespace radio

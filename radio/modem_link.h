@@ -1,0 +1,63 @@
+/// The dialogue with a modem over its tty: one exchange at a time, on one thread, each within its time limit.
+///
+/// The owner is one thread; only `wake` and `begin_ending` may be called from others.
+#pragma once
+
+#include <platform/linux/clock.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+#include "radio/at_dialogue.h"
+#include "radio/tty.h"
+
+namespace radio {
+
+class modem_link_t {
+  public:
+    /// `unsolicited` gets each unsolicited line when it arrives, also in the middle of an exchange; it must not
+    /// exchange.
+    modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited);
+    ~modem_link_t();
+    modem_link_t(const modem_link_t&) = delete;
+    modem_link_t& operator=(const modem_link_t&) = delete;
+
+    /// Ends a text entry that a crash may have left and waits for the modem's first answer; false without one.
+    bool wake_modem();
+    /// Runs one command. After a time-out the next exchange first brings the dialogue back.
+    reply_t exchange(const command_t& command);
+    /// Waits until the modem has said something, somebody calls wake, or tick64 reaches `until`.
+    void wait(uint64_t until);
+
+    /// The tty has hung up: every exchange ends as lost from then on.
+    [[nodiscard]] bool lost() const { return lost_; }
+
+    void wake();
+    /// Whatever runs or begins from now on has `limit::ending` altogether.
+    void begin_ending();
+    [[nodiscard]] bool ending() const { return ending_at_ != never; }
+
+  private:
+    static constexpr uint64_t never = UINT64_MAX;
+
+    reply_t run(const command_t& command);
+    [[nodiscard]] uint64_t deadline_of(const command_t& command, uint64_t begun) const;
+    bool recover();
+    void pump(uint64_t until);
+    void read_some();
+    void write_some();
+    void hang_up();
+
+    tty_t& tty_;
+    std::function<void(const modem_line_t&)> unsolicited_;
+    int wake_descriptor_;
+    at_dialogue_t dialogue_;
+    std::string out_;  // still to be written
+    bool out_of_step_ = false;
+    std::atomic<bool> lost_ = false;
+    std::atomic<uint64_t> ending_at_ = never;
+    platform::clock_watch_t clock_watch_;
+};
+
+}  // namespace radio

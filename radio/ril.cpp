@@ -1,0 +1,167 @@
+// The RIL functions and the attachment of the modem: the state of the process, and the checks at the boundary.
+#include <ril.h>
+
+#include <memory>
+#include <mutex>
+
+#include "radio/callbacks.h"
+#include "radio/modem.h"
+#include "radio/modem_port.h"
+#include "radio/ril_message.h"
+
+namespace {
+
+using radio::callbacks_t;
+using radio::modem_t;
+using radio::session_pointer_t;
+using radio::session_t;
+
+constexpr DWORD only_port = 1;
+
+// Never destroyed: threads of a process that exits without detach_modem still use it.
+struct state_t {
+    std::mutex attaching;  // held by attach_modem and detach_modem, before the other
+    std::mutex mutex;      // guards all below
+    std::shared_ptr<callbacks_t> callbacks;
+    std::unique_ptr<modem_t> modem;
+    session_pointer_t session;
+    uintptr_t last_handle = 0;
+    HRESULT last_request = 0;
+};
+
+state_t& state() {
+    static state_t* const instance = new state_t;
+    return *instance;
+}
+
+bool present(const state_t& now) {
+    return now.modem && !now.modem->lost();
+}
+
+// S_OK for the open session on a modem that is there.
+HRESULT check(const state_t& now, HRIL session) {
+    if (!present(now)) {
+        return RIL_E_RADIONOTPRESENT;
+    }
+    return now.session && now.session->handle == session ? S_OK : E_INVALIDARG;
+}
+
+HRESULT next_request(state_t& now) {
+    now.last_request = now.last_request == INT32_MAX ? 1 : now.last_request + 1;
+    return now.last_request;
+}
+
+}  // namespace
+
+namespace radio {
+
+std::string attach_modem(const std::string& tty) {
+    const std::lock_guard attaching(state().attaching);
+    {
+        const std::lock_guard lock(state().mutex);
+        if (state().modem) {
+            return "cannot attach " + tty + ": a modem is attached already";
+        }
+    }
+    auto callbacks = std::make_shared<callbacks_t>();
+    auto modem = std::make_unique<modem_t>(*callbacks);
+    std::string error = modem->start(tty);
+    if (error.empty()) {
+        const std::lock_guard lock(state().mutex);
+        state().callbacks = std::move(callbacks);
+        state().modem = std::move(modem);
+    } else {
+        modem.reset();  // before the callbacks that it refers to
+    }
+    return error;
+}
+
+void detach_modem() {
+    const std::lock_guard attaching(state().attaching);
+    std::shared_ptr<callbacks_t> callbacks;
+    std::unique_ptr<modem_t> modem;
+    {
+        const std::lock_guard lock(state().mutex);
+        callbacks = std::move(state().callbacks);
+        modem = std::move(state().modem);
+        state().session.reset();
+    }
+    if (modem) {
+        callbacks->stop_messages();
+        modem->stop();
+        callbacks->stop();
+    }
+}
+
+}  // namespace radio
+
+// One session at a time: a new one takes the place of one that was never ended.
+HRESULT RIL_Initialize(DWORD index, RILRESULTCALLBACK result, RILNOTIFYCALLBACK notify, DWORD notification_classes,
+                       DWORD parameter, HRIL* session) {
+    if (index != only_port || result == nullptr || session == nullptr) {
+        return E_INVALIDARG;
+    }
+    state_t& now = state();
+    const std::lock_guard lock(now.mutex);
+    if (!present(now)) {
+        return RIL_E_RADIONOTPRESENT;
+    }
+    if (now.session) {
+        now.callbacks->end(now.session);
+    }
+    now.session = std::make_shared<session_t>(session_t{.handle = reinterpret_cast<HRIL>(++now.last_handle),
+                                                        .result = result,
+                                                        .notify = notify,
+                                                        .classes = notify == nullptr ? 0 : notification_classes,
+                                                        .parameter = parameter});
+    now.modem->set_session(now.session);
+    *session = now.session->handle;
+    return S_OK;
+}
+
+HRESULT RIL_Deinitialize(HRIL session) {
+    state_t& now = state();
+    session_pointer_t ended;
+    std::shared_ptr<callbacks_t> callbacks;
+    {
+        const std::lock_guard lock(now.mutex);
+        if (!now.session || now.session->handle != session) {
+            return E_INVALIDARG;
+        }
+        ended = std::move(now.session);
+        callbacks = now.callbacks;
+        callbacks->end(ended);
+        now.modem->set_session(nullptr);
+    }
+    // Without the lock: the callback that is waited for may call the radio.
+    callbacks->drain(ended);
+    return S_OK;
+}
+
+HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options) {
+    state_t& now = state();
+    const std::lock_guard lock(now.mutex);
+    const HRESULT checked = check(now, session);
+    if (checked != S_OK) {
+        return checked;
+    }
+    std::optional<tpdu::octets_t> submit = message == nullptr ? std::nullopt : radio::submit_of(*message);
+    if (!submit) {
+        return E_INVALIDARG;
+    }
+    const HRESULT request = next_request(now);
+    now.modem->submit(now.session, request, std::move(*submit), (options & RIL_SENDMSG_MORETOSEND) != 0);
+    return request;
+}
+
+HRESULT RIL_GetCurrentSystemType(HRIL session) {
+    state_t& now = state();
+    const std::lock_guard lock(now.mutex);
+    const HRESULT checked = check(now, session);
+    if (checked != S_OK) {
+        return checked;
+    }
+    const HRESULT request = next_request(now);
+    now.modem->query_system_type(now.session, request);
+    return request;
+}

@@ -1,0 +1,186 @@
+#include "radio/tty.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+
+#include "radio/warning.h"
+
+namespace radio {
+
+namespace {
+
+const std::filesystem::path lock_folder = "/run/lock";
+
+std::string failure(const std::string& path, const char* attempt, int error) {
+    return fmt::format("cannot {} {}: {}", attempt, path, std::generic_category().message(error));
+}
+
+std::string held(const std::string& path, const std::string& holder) {
+    return fmt::format("{} is in use by {}; stop that program first", path, holder);
+}
+
+bool is_pseudo_terminal(int descriptor) {
+    constexpr unsigned first_major = 136;  // 136 to 143: Unix98 pseudo-terminals
+    constexpr unsigned last_major = 143;
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && major(status.st_rdev) >= first_major &&
+           major(status.st_rdev) <= last_major;
+}
+
+std::filesystem::path lock_file_of(const std::string& path) {
+    std::error_code ignored;
+    std::string name = std::filesystem::canonical(path, ignored).lexically_relative("/dev").string();
+    std::ranges::replace(name, '/', '_');
+    return lock_folder / ("LCK.." + name);
+}
+
+// The process that a lock file names; 0 when that is this one, none, or dead.
+pid_t holder_of(const std::filesystem::path& lock_file) {
+    std::ifstream file(lock_file);
+    pid_t pid = 0;
+    if (!(file >> pid) || pid <= 0 || pid == getpid() || (kill(pid, 0) != 0 && errno == ESRCH)) {
+        return 0;
+    }
+    return pid;
+}
+
+std::string name_of(pid_t pid) {
+    std::ifstream file(fmt::format("/proc/{}/comm", pid));
+    std::string name;
+    std::getline(file, name);
+    return fmt::format("process {} ({})", pid, name.empty() ? "name unknown" : shown(name));
+}
+
+bool set_raw(int descriptor) {
+    termios settings{};
+    if (tcgetattr(descriptor, &settings) != 0) {
+        return false;
+    }
+    cfmakeraw(&settings);
+    settings.c_cflag |= CLOCAL | CREAD;
+    settings.c_cc[VMIN] = 1;
+    settings.c_cc[VTIME] = 0;
+    // Serial modems find the rate out by themselves; for others it has no meaning.
+    cfsetspeed(&settings, B115200);
+    return tcsetattr(descriptor, TCSANOW, &settings) == 0;
+}
+
+// Makes the lock file in one step, with its content in place.
+bool write_lock_file(const std::filesystem::path& lock_file) {
+    const std::string temporary = fmt::format("{}.{}", lock_file.string(), getpid());
+    {
+        std::ofstream file(temporary, std::ios::trunc);
+        file << fmt::format("{:10}\n", getpid());
+        if (!file.flush()) {
+            return false;
+        }
+    }
+    const bool made = link(temporary.c_str(), lock_file.c_str()) == 0;
+    const int error = errno;
+    unlink(temporary.c_str());
+    errno = error;
+    return made;
+}
+
+}  // namespace
+
+tty_t::~tty_t() {
+    close();
+}
+
+std::string tty_t::open(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return failure(path, "open", errno);
+    }
+    if (!S_ISCHR(status.st_mode)) {
+        return fmt::format("{} is no tty", path);
+    }
+    descriptor_ = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor_ < 0) {
+        return errno == EBUSY ? held(path, "another program, exclusively") : failure(path, "open", errno);
+    }
+    std::string error = take(path);
+    if (!error.empty()) {
+        close();
+    }
+    return error;
+}
+
+std::string tty_t::take(const std::string& path) {
+    if (!isatty(descriptor_)) {
+        return fmt::format("{} is no tty", path);
+    }
+    const std::filesystem::path lock_file = lock_file_of(path);
+    int exclusively = 0;
+    // A privileged process opens a tty in exclusive mode all the same, so that the mode is asked for.
+    if (ioctl(descriptor_, TIOCGEXCL, &exclusively) == 0 && exclusively != 0) {
+        const pid_t holder = holder_of(lock_file);
+        return held(path, holder != 0 ? name_of(holder) : "another program, exclusively");
+    }
+    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+        const pid_t holder = holder_of(lock_file);
+        return held(path, holder != 0 ? name_of(holder) : "another program, which has locked it");
+    }
+    std::string error = take_lock_file(path, lock_file);
+    if (!error.empty()) {
+        return error;
+    }
+    if (!set_raw(descriptor_)) {
+        return failure(path, "set up", errno);
+    }
+    if (!is_pseudo_terminal(descriptor_)) {
+        exclusive_ = ioctl(descriptor_, TIOCEXCL) == 0;
+    }
+    return {};
+}
+
+// Programs of this kind hold the flock while they look at the file, so that two of them never take over at once.
+std::string tty_t::take_lock_file(const std::string& path, const std::filesystem::path& lock_file) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        if (write_lock_file(lock_file)) {
+            lock_file_ = lock_file;
+            return {};
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+        const pid_t holder = holder_of(lock_file);
+        if (holder != 0) {
+            return held(path, name_of(holder));
+        }
+        unlink(lock_file.c_str());
+    }
+    warn(fmt::format("cannot write {}: programs that look only for it will not see that the tty is in use",
+                     lock_file.string()));
+    return {};
+}
+
+void tty_t::close() {
+    if (!lock_file_.empty()) {
+        unlink(lock_file_.c_str());
+        lock_file_.clear();
+    }
+    if (descriptor_ >= 0) {
+        if (exclusive_) {
+            ioctl(descriptor_, TIOCNXCL);
+            exclusive_ = false;
+        }
+        ::close(descriptor_);
+        descriptor_ = -1;
+    }
+}
+
+}  // namespace radio

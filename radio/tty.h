@@ -1,0 +1,36 @@
+/// A tty taken for this process alone, in raw mode and not blocking.
+///
+/// Three marks keep others off: flock on the tty, which ends with its holder; a lock file with the holder's process id
+/// in /run/lock (Filesystem Hierarchy Standard 5.9), taken over when that process is gone; and TIOCEXCL, save on a
+/// pseudo-terminal, where it would outlive a holder that was killed. Not thread-safe.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace radio {
+
+class tty_t {
+  public:
+    tty_t() = default;
+    ~tty_t();
+    tty_t(const tty_t&) = delete;
+    tty_t& operator=(const tty_t&) = delete;
+
+    /// Returns an empty text, or what failed, on what, and why.
+    [[nodiscard]] std::string open(const std::string& path);
+    /// Frees the tty for others. Idempotent.
+    void close();
+    /// -1 when it is not open.
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+
+  private:
+    [[nodiscard]] std::string take(const std::string& path);
+    [[nodiscard]] std::string take_lock_file(const std::string& path, const std::filesystem::path& lock_file);
+
+    int descriptor_ = -1;
+    bool exclusive_ = false;
+    std::filesystem::path lock_file_;
+};
+
+}  // namespace radio
