@@ -79,21 +79,17 @@ reg_value_string_t* reg_t::add_string(const std::string& name, const std::string
     return registered;
 }
 
-template <class value_t>
-value_t* reg_t::typed(const std::string& name) const {
-    reg_value_t* found = find(name, true);
-    if (found == nullptr) {
-        return nullptr;
-    }
-    auto* value = dynamic_cast<value_t*>(found);
-    if (value == nullptr) {
-        QM_ERROR("reg field '%s' is not of type '%s'", name.c_str(), value_t::type_name);
+reg_value_uint32_t* reg_t::typed_uint32(const std::string& name) const {
+    reg_value_t* const found = find(name, true);
+    auto* const value = dynamic_cast<reg_value_uint32_t*>(found);
+    if (found != nullptr && value == nullptr) {
+        QM_ERROR("reg field '%s' is not of type '%s'", name.c_str(), "uint32");
     }
     return value;
 }
 
 bool reg_t::get_uint32(const std::string& name, uint32_t& value) const {
-    const auto* field = typed<reg_value_uint32_t>(name);
+    const auto* field = typed_uint32(name);
     if (field == nullptr) {
         return false;
     }
@@ -102,6 +98,6 @@ bool reg_t::get_uint32(const std::string& name, uint32_t& value) const {
 }
 
 bool reg_t::set_uint32(const std::string& name, uint32_t value) {
-    auto* field = typed<reg_value_uint32_t>(name);
+    auto* field = typed_uint32(name);
     return field != nullptr && field->set(value);
 }

@@ -32,7 +32,6 @@ class reg_value_t {
 /// An unsigned 32-bit value within an interval, stored as REG_DWORD.
 class reg_value_uint32_t final : public reg_value_t {
   public:
-    static constexpr const char* type_name = "uint32";
     reg_value_uint32_t(reg_t& reg, const std::string& value_name, uint32_t least, uint32_t most, uint32_t initial);
     uint32_t value() const { return current; }
     /// False, and nothing changes, for a value outside the interval. A value that cannot be stored is taken all the
@@ -51,7 +50,6 @@ class reg_value_uint32_t final : public reg_value_t {
 /// A text, stored as REG_BINARY.
 class reg_value_string_t final : public reg_value_t {
   public:
-    static constexpr const char* type_name = "string";
     reg_value_string_t(reg_t& reg, const std::string& value_name, std::string initial);
     const std::string& value() const { return current; }
     void set(const std::string& value);
@@ -89,10 +87,9 @@ class reg_t {
 
   private:
     void init();
-    template <class value_t>
-    value_t* typed(const std::string& name) const;
+    reg_value_uint32_t* typed_uint32(const std::string& name) const;
 
-    const HKEY root;
+    HKEY root;
     const std::string key_path;
     HKEY handle = nullptr;
     std::map<std::string, std::unique_ptr<reg_value_t>> cache;

@@ -108,8 +108,8 @@ void object_t::set_process_name(const std::string& name) {
 }
 
 object_t& process_log() {
-    static object_t& object = *new object_t;
-    return object;
+    static auto* const object = new object_t;
+    return *object;
 }
 
 void log(object_t& object, int32_t level, const place_t& place, const char* format, ...) {

@@ -11,7 +11,7 @@ using function_text_t = std::array<char, 96>;
 
 /// "daemon_t::iocontrol" from the compiler's "static bool daemon_t::iocontrol(uint32_t, request_t&)": the return type
 /// and the parameters are left out. A name that is too long is cut.
-consteval function_text_t function_text(std::string_view signature) {
+constexpr function_text_t function_text(std::string_view signature) {
     constexpr std::string_view anonymous = "(anonymous namespace)";
     size_t begin = 0;
     size_t end = 0;

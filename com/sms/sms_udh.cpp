@@ -23,12 +23,7 @@ uint32_t number_at(octet_view_t octets, size_t index, bool wide) {
 }
 
 std::unique_ptr<sms_udh_ie_t> parse_concatenation(octet_view_t payload, bool wide) {
-    std::unique_ptr<sms_udh_ie_concat_t> ie;
-    if (wide) {
-        ie = std::make_unique<sms_udh_ie_concat16_t>();
-    } else {
-        ie = std::make_unique<sms_udh_ie_concat8_t>();
-    }
+    std::unique_ptr<sms_udh_ie_concat_t> ie = sms_udh_ie_concat_t::make(wide);
     const size_t width = wide ? 2 : 1;
     ie->set_id(number_at(payload, 0, wide));
     ie->set_amount(octet_at(payload, width));
@@ -118,6 +113,13 @@ octet_string_t sms_udh_ie_t::str() const {
         QM_ERROR("length mismatch: %d bytes instead of expected %d", static_cast<uint32_t>(element.size()), expected);
     }
     return element;
+}
+
+std::unique_ptr<sms_udh_ie_concat_t> sms_udh_ie_concat_t::make(bool wide) {
+    if (wide) {
+        return std::make_unique<sms_udh_ie_concat16_t>();
+    }
+    return std::make_unique<sms_udh_ie_concat8_t>();
 }
 
 octet_string_t sms_udh_ie_concat_t::payload() const {

@@ -45,6 +45,8 @@ class sms_udh_ie_t {
 /// range.
 class sms_udh_ie_concat_t : public sms_udh_ie_t {
   public:
+    /// With a 16-bit reference when `wide`, else with an 8-bit one.
+    static std::unique_ptr<sms_udh_ie_concat_t> make(bool wide);
     octet_string_t payload() const override;
     std::string text() const override;
     /// The reference as octets, big-endian.

@@ -18,8 +18,8 @@ constexpr const char* incoming_directory_names[] = {"Application Data", "PUBLIC"
 /// Visitors hold it shared; the making and the unmaking of the daemon hold it alone. Never destroyed: threads may come
 /// until the process ends.
 std::shared_mutex& gate() {
-    static std::shared_mutex& the_gate = *new std::shared_mutex;
-    return the_gate;
+    static auto* const the_gate = new std::shared_mutex;
+    return *the_gate;
 }
 
 /// While the daemon is about to go, newcomers are turned away at once: a stream of them could hold its end up for ever.
@@ -34,8 +34,8 @@ struct remains_t {
 };
 
 std::list<remains_t>& all_remains() {
-    static std::list<remains_t>& remains = *new std::list<remains_t>;
-    return remains;
+    static auto* const remains = new std::list<remains_t>;
+    return *remains;
 }
 
 }  // namespace

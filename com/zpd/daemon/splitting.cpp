@@ -14,12 +14,7 @@ const char* yes_or_no(bool value) {
 octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use_long_ie) {
     sms_udh_t header;
     if (amount > 1) {
-        std::unique_ptr<sms_udh_ie_concat_t> concatenation;
-        if (use_long_ie) {
-            concatenation = std::make_unique<sms_udh_ie_concat16_t>();
-        } else {
-            concatenation = std::make_unique<sms_udh_ie_concat8_t>();
-        }
+        std::unique_ptr<sms_udh_ie_concat_t> concatenation = sms_udh_ie_concat_t::make(use_long_ie);
         concatenation->set_amount(static_cast<uint32_t>(amount));
         concatenation->set_ordinal(static_cast<uint32_t>(index + 1));
         concatenation->set_id(id);
