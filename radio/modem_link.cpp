@@ -68,8 +68,8 @@ reply_t modem_link_t::exchange(const command_t& command) {
     }
     reply_t reply = run(command);
     if (reply.outcome == reply_t::outcome_t::timeout) {
-        warn(fmt::format("no answer to {} within {} ms ({})", command.line, command.limit.milliseconds,
-                         command.limit.name));
+        const time_limit_t& passed = limit_of(command);
+        warn(fmt::format("no answer to {} within {} ms ({})", command.line, passed.milliseconds, passed.name));
         out_of_step_ = true;
     }
     return reply;
@@ -89,7 +89,7 @@ reply_t modem_link_t::run(const command_t& command) {
     out_ += *octets;
     const uint64_t begun = platform::tick64();
     while (dialogue_.in_progress() && !lost_) {
-        const uint64_t deadline = deadline_of(command, begun);
+        const uint64_t deadline = std::min<uint64_t>(begun + limit_of(command).milliseconds, ending_at_);
         if (platform::tick64() >= deadline) {
             break;
         }
@@ -101,10 +101,9 @@ reply_t modem_link_t::run(const command_t& command) {
     return dialogue_.end(lost_ || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout);
 }
 
-uint64_t modem_link_t::deadline_of(const command_t& command, uint64_t begun) const {
-    const bool waits_for_prompt = !command.entry.empty() && !dialogue_.entry_sent();
-    const uint64_t own = waits_for_prompt ? limit::prompt.milliseconds : command.limit.milliseconds;
-    return std::min<uint64_t>(begun + own, ending_at_);
+// The one that runs: until the prompt its own, from then on the command's.
+const time_limit_t& modem_link_t::limit_of(const command_t& command) const {
+    return command.entry.empty() || dialogue_.entry_sent() ? command.limit : limit::prompt;
 }
 
 void modem_link_t::wait(uint64_t until) {

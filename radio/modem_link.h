@@ -42,7 +42,7 @@ class modem_link_t {
     static constexpr uint64_t never = UINT64_MAX;
 
     reply_t run(const command_t& command);
-    [[nodiscard]] uint64_t deadline_of(const command_t& command, uint64_t begun) const;
+    [[nodiscard]] const time_limit_t& limit_of(const command_t& command) const;
     bool recover();
     void pump(uint64_t until);
     void read_some();

@@ -1,0 +1,147 @@
+// Recorded dialogues, in whole and octet by octet, with and without echo, with foreign lines at every line boundary.
+#include <gtest/gtest.h>
+
+#include "radio/at_dialogue.h"
+
+namespace {
+
+using namespace radio;
+using lines_t = std::vector<modem_line_t>;
+
+struct dialogue_t {
+    const char* name;
+    command_t command;
+    std::string received;
+    reply_t::outcome_t outcome;
+    lines_t lines;
+};
+
+constexpr time_limit_t any_limit = limit::setting;
+const std::string pdu = "0011000C91947110325476";
+
+std::vector<dialogue_t> dialogues() {
+    const command_t submit{.line = "AT+CMGS=10", .limit = any_limit, .prefixes = {"+CMGS:"}, .entry = pdu};
+    const command_t list{.line = "AT+CMGL=4", .limit = any_limit, .prefixes = {"+CMGL:"}, .pdu_follows = true};
+    using enum reply_t::outcome_t;
+    return {
+        {"setting", {.line = "ATE0", .limit = any_limit}, "\r\nOK\r\n", ok, {}},
+        {"echo on", {.line = "ATE0", .limit = any_limit}, "ATE0\r\r\nOK\r\n", ok, {}},
+        {"line feeds only", {.line = "AT", .limit = any_limit}, "\nOK\n", ok, {}},
+        {"refusal", {.line = "AT+CMGF=0", .limit = any_limit}, "\r\n+CMS ERROR: 303\r\n", error, {}},
+        {"query",
+         {.line = "AT+CREG?", .limit = any_limit, .prefixes = {"+CREG:"}},
+         "\r\n+CREG: 2,1\r\n\r\nOK\r\n",
+         ok,
+         {{"+CREG: 2,1", ""}}},
+        {"late OK first",
+         {.line = "AT+CMGF?", .limit = any_limit, .prefixes = {"+CMGF:"}, .needs_line = true},
+         "\r\nOK\r\n\r\nOK\r\n\r\n+CMGF: 0\r\n\r\nOK\r\n",
+         ok,
+         {{"+CMGF: 0", ""}}},
+        {"list",
+         list,
+         "\r\n+CMGL: 1,1,,3\r\n0002AABB\r\n+CMGL: 4,0,,3\r\n0002CCDD\r\n\r\nOK\r\n",
+         ok,
+         {{"+CMGL: 1,1,,3", "0002AABB"}, {"+CMGL: 4,0,,3", "0002CCDD"}}},
+        {"list with an empty PDU",
+         list,
+         "\r\n+CMGL: 1,1,,0\r\n\r\n+CMGL: 4,0,,3\r\n0002CCDD\r\n\r\nOK\r\n",
+         ok,
+         {{"+CMGL: 1,1,,0", ""}, {"+CMGL: 4,0,,3", "0002CCDD"}}},
+        {"submission", submit, "\r\n> \r\n+CMGS: 7\r\n\r\nOK\r\n", ok, {{"+CMGS: 7", ""}}},
+        {"prompt on a line of its own", submit, "\r\n>\r\n\r\n+CMGS: 7\r\n\r\nOK\r\n", ok, {{"+CMGS: 7", ""}}},
+        {"prompt at once", submit, ">\r\n+CMGS: 7\r\nOK\r\n", ok, {{"+CMGS: 7", ""}}},
+        {"submission with echo",
+         submit,
+         "AT+CMGS=10\r\r\n> " + pdu + "\x1A\r\n+CMGS: 7\r\n\r\nOK\r\n",
+         ok,
+         {{"+CMGS: 7", ""}}},
+        {"refused before the prompt", submit, "\r\n+CMS ERROR: 302\r\n", error, {}},
+        {"refused after it", submit, "\r\n> \r\n+CMS ERROR: 38\r\n", error, {}},
+    };
+}
+
+struct outcome_t {
+    std::string written;
+    reply_t reply;
+    lines_t unsolicited;
+};
+
+outcome_t play(const command_t& command, const std::string& received, size_t fragment) {
+    at_dialogue_t dialogue;
+    outcome_t outcome;
+    outcome.written = dialogue.begin(command).value_or("refused");
+    for (size_t i = 0; i < received.size(); i += fragment) {
+        outcome.written += dialogue.feed(std::string_view(received).substr(i, fragment));
+    }
+    EXPECT_FALSE(dialogue.in_progress());
+    outcome.reply = dialogue.end(reply_t::outcome_t::timeout);
+    for (const modem_line_t& line : dialogue.take_unsolicited()) {
+        outcome.unsolicited.push_back(line);
+    }
+    return outcome;
+}
+
+void expect(const dialogue_t& row, const outcome_t& outcome, const lines_t& unsolicited) {
+    EXPECT_EQ(outcome.reply.outcome, row.outcome);
+    EXPECT_EQ(outcome.reply.lines, row.lines);
+    EXPECT_EQ(outcome.unsolicited, unsolicited);
+    const bool prompted = row.received.find('>') != std::string::npos;
+    EXPECT_EQ(outcome.written, row.command.line + "\r" + (prompted ? row.command.entry + "\x1A" : ""));
+}
+
+TEST(dialogue, any_fragments) {
+    for (const dialogue_t& row : dialogues()) {
+        SCOPED_TRACE(row.name);
+        for (const size_t fragment : {size_t{1}, size_t{3}, row.received.size()}) {
+            expect(row, play(row.command, row.received, fragment), {});
+        }
+    }
+}
+
+TEST(dialogue, foreign_lines_at_every_boundary) {
+    const std::pair<std::string, modem_line_t> foreign[] = {
+        {"\r\n+CMTI: \"SM\",7\r\n", {"+CMTI: \"SM\",7", ""}},
+        {"\r\nRING\r\n", {"RING", ""}},
+        {"\r\n+CMT: ,3\r\n0002EEFF\r\n", {"+CMT: ,3", "0002EEFF"}},
+    };
+    for (const dialogue_t& row : dialogues()) {
+        SCOPED_TRACE(row.name);
+        for (size_t end = row.received.find('\n'); end != std::string::npos; end = row.received.find('\n', end + 1)) {
+            for (const auto& [text, line] : foreign) {
+                std::string received = row.received;
+                // An empty PDU cannot be told from one that is still to come.
+                const bool ambiguous = row.lines.size() == 2 && row.lines[0].pdu.empty() && line.pdu.empty() == false;
+                received.insert(end + 1, text);
+                if (!ambiguous) {
+                    expect(row, play(row.command, received, 1), {line});
+                }
+            }
+        }
+    }
+}
+
+TEST(dialogue, a_delivery_keeps_its_pdu_across_a_reply) {
+    const command_t read{.line = "AT+CMGR=1", .limit = any_limit, .prefixes = {"+CMGR:"}, .pdu_follows = true};
+    const outcome_t outcome = play(read, "\r\n+CMGR: 1,,3\r\n\r\n+CMT: ,3\r\n0002EEFF\r\n0002AABB\r\n\r\nOK\r\n", 1);
+    EXPECT_EQ(outcome.reply.lines, (lines_t{{"+CMGR: 1,,3", "0002AABB"}}));
+    EXPECT_EQ(outcome.unsolicited, (lines_t{{"+CMT: ,3", "0002EEFF"}}));
+
+    at_dialogue_t dialogue;  // the PDU comes when the command is over
+    static_cast<void>(dialogue.begin({.line = "AT", .limit = any_limit}));
+    dialogue.feed("\r\n+CMT: ,3\r\n\r\nOK\r\n0002EEFF\r\n");
+    EXPECT_EQ(dialogue.take_unsolicited(), (std::deque<modem_line_t>{{"+CMT: ,3", "0002EEFF"}}));
+}
+
+TEST(dialogue, noise_is_not_the_end) {
+    at_dialogue_t dialogue;
+    EXPECT_FALSE(dialogue.begin({.line = "AT\rATD1", .limit = any_limit}));
+    EXPECT_FALSE(dialogue.begin({.line = "AT+CMGS=1", .limit = any_limit, .entry = "00\x1A"}));
+    dialogue.feed("\r\nOK\r\n> " + std::string(100000, 'x') + "\r\n");  // no command, no prompt expected, overlong
+    ASSERT_TRUE(dialogue.begin({.line = "AT", .limit = any_limit}));
+    EXPECT_EQ(dialogue.feed(std::string("\0\0", 2) + "\r\n> \r\n"), "");
+    EXPECT_TRUE(dialogue.in_progress());
+    EXPECT_EQ(dialogue.end(reply_t::outcome_t::timeout).outcome, reply_t::outcome_t::timeout);
+}
+
+}  // namespace
