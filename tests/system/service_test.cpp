@@ -34,6 +34,8 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     const folder_t folder;
     const network_t network(folder);
     phone_t phone(folder, "alice", network.modem(alice));
+    // Applications that are not installed would be dropped at the next start, and the activation with them.
+    std::filesystem::create_directories(phone.home() + "/Applications/Install/contacts");
     phone.start();
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     for (const arguments_t& change : std::vector<arguments_t>{{"settings", "capacity", "3"},
