@@ -10,6 +10,9 @@ abstract_signal_t::~abstract_signal_t() {
 }
 
 void abstract_signal_t::private_sleep(DWORD timeout) {
+    if (!has_event()) {
+        return;
+    }
     const uint32_t result = WaitForSingleObject(event, timeout);
     if (result == WAIT_FAILED) {
         const uint32_t error = GetLastError();

@@ -3,8 +3,7 @@
 
 #include <windows.h>
 
-/// An event handle. A signal whose event could not be made stays usable: every operation on it does nothing, or in the
-/// case of private_sleep returns at once.
+/// An event handle. A signal whose event could not be made stays usable: every operation on it does nothing.
 class abstract_signal_t {
   public:
     virtual ~abstract_signal_t();

@@ -142,11 +142,11 @@ void daemon_t::ril_request_get_current_system_type_t::process_result() {
 void daemon_t::update_system_type(uint32_t system_type) {
     QM_NOTICE("Availability bit mask: data32=0x%08X", system_type);
     for (const auto& [value, name] : system_types()) {
-        QM_NOTICE("0x%08X=%-30s --> %s", value, name, yes((value & system_type) != 0, "no"));
+        QM_NOTICE("0x%08X=%-30s --> %s", value, name, yes_or_no((value & system_type) != 0));
     }
     gsm_available = (system_type & gsm_types) != 0;
     cdma_available = (system_type & cdma_types) != 0;
-    QM_NOTICE("System type: GSM: %s; CDMA: %s;", yes(gsm_available, "NO"), yes(cdma_available, "NO"));
+    QM_NOTICE("System type: GSM: %s; CDMA: %s;", yes_or_no(gsm_available), yes_or_no(cdma_available));
     if (gsm_available || cdma_available) {
         wake_sender();
     }
