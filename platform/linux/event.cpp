@@ -11,25 +11,25 @@
 namespace platform {
 
 void waitable_t::set() {
-    const std::lock_guard lock(mutex_);
-    is_set_ = true;
-    changed_.notify_all();
+    const std::lock_guard lock(mutex);
+    is_signalled = true;
+    changed.notify_all();
 }
 
 void waitable_t::reset() {
-    const std::lock_guard lock(mutex_);
-    is_set_ = false;
+    const std::lock_guard lock(mutex);
+    is_signalled = false;
 }
 
 void waitable_t::close() {
-    const std::lock_guard lock(mutex_);
-    is_closed_ = true;
-    changed_.notify_all();
+    const std::lock_guard lock(mutex);
+    is_closed = true;
+    changed.notify_all();
 }
 
 void waitable_t::wake() {
-    const std::lock_guard lock(mutex_);
-    changed_.notify_all();
+    const std::lock_guard lock(mutex);
+    changed.notify_all();
 }
 
 DWORD waitable_t::wait(DWORD milliseconds) {
@@ -38,23 +38,23 @@ DWORD waitable_t::wait(DWORD milliseconds) {
     if (milliseconds != 0 && milliseconds != INFINITE) {
         watch.emplace([this] { wake(); });
     }
-    std::unique_lock lock(mutex_);
-    while (!is_set_) {
-        if (is_closed_) {
+    std::unique_lock lock(mutex);
+    while (!is_signalled) {
+        if (is_closed) {
             return failed(ERROR_INVALID_HANDLE, WAIT_FAILED);
         }
         if (milliseconds == INFINITE) {
-            changed_.wait(lock);
+            changed.wait(lock);
             continue;
         }
         const uint64_t now = tick64();
         if (now >= deadline) {
             return WAIT_TIMEOUT;
         }
-        changed_.wait_for(lock, std::chrono::milliseconds(deadline - now));
+        changed.wait_for(lock, std::chrono::milliseconds(deadline - now));
     }
-    if (kind_ == kind_t::auto_reset_event) {
-        is_set_ = false;
+    if (kind == kind_t::auto_reset_event) {
+        is_signalled = false;
     }
     return WAIT_OBJECT_0;
 }

@@ -15,9 +15,9 @@ class waitable_t {
   public:
     enum class kind_t { manual_reset_event, auto_reset_event, thread };
 
-    waitable_t(kind_t kind, bool is_set) : kind_(kind), is_set_(is_set) {}
+    waitable_t(kind_t of_kind, bool is_set) : kind(of_kind), is_signalled(is_set) {}
 
-    bool is_event() const { return kind_ != kind_t::thread; }
+    bool is_event() const { return kind != kind_t::thread; }
     void set();
     void reset();
     /// Ends all waits, those to come as well: they fail with ERROR_INVALID_HANDLE, for nobody can set the object any
@@ -29,11 +29,11 @@ class waitable_t {
   private:
     void wake();
 
-    const kind_t kind_;
-    std::mutex mutex_;  // guards the members below; taken under the clock's lock, never the other way round
-    std::condition_variable changed_;
-    bool is_set_;
-    bool is_closed_ = false;
+    const kind_t kind;
+    std::mutex mutex;  // guards the members below; taken under the clock's lock, never the other way round
+    std::condition_variable changed;
+    bool is_signalled;
+    bool is_closed = false;
 };
 
 handle_table_t<waitable_t>& waitables();

@@ -19,29 +19,29 @@ template <typename object_t>
 class handle_table_t {
   public:
     HANDLE add(std::shared_ptr<object_t> object) {
-        const HANDLE handle = new_handle();
-        const std::lock_guard lock(mutex_);
-        objects_.emplace(handle, std::move(object));
+        HANDLE handle = new_handle();
+        const std::lock_guard lock(mutex);
+        objects.emplace(handle, std::move(object));
         return handle;
     }
 
     /// Null when the handle is none of this table's.
     std::shared_ptr<object_t> find(HANDLE handle) {
-        const std::lock_guard lock(mutex_);
-        const auto at = objects_.find(handle);
-        return at == objects_.end() ? nullptr : at->second;
+        const std::lock_guard lock(mutex);
+        const auto at = objects.find(handle);
+        return at == objects.end() ? nullptr : at->second;
     }
 
     /// Takes the object out of the table; whoever uses it just now keeps it alive.
     std::shared_ptr<object_t> remove(HANDLE handle) {
-        const std::lock_guard lock(mutex_);
-        auto node = objects_.extract(handle);
+        const std::lock_guard lock(mutex);
+        auto node = objects.extract(handle);
         return node.empty() ? nullptr : std::move(node.mapped());
     }
 
   private:
-    std::mutex mutex_;
-    std::unordered_map<HANDLE, std::shared_ptr<object_t>> objects_;
+    std::mutex mutex;
+    std::unordered_map<HANDLE, std::shared_ptr<object_t>> objects;
 };
 
 }  // namespace platform

@@ -101,10 +101,10 @@ bool equal(const std::vector<uint8_t>& ours, std::span<const uint8_t> theirs) {
 
 LONG registry_database_t::open(const std::filesystem::path& file, std::shared_ptr<registry_database_t>& database) {
     auto opened = std::make_shared<registry_database_t>();
-    sqlite3* connection = nullptr;
+    sqlite3* handle = nullptr;
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    const int result = sqlite3_open_v2(file.c_str(), &connection, flags, nullptr);
-    opened->connection_.reset(connection);
+    const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
+    opened->connection.reset(handle);
     const LONG error = result == SQLITE_OK ? opened->prepare() : error_of(result);
     if (error == ERROR_SUCCESS) {
         database = std::move(opened);
@@ -113,26 +113,26 @@ LONG registry_database_t::open(const std::filesystem::path& file, std::shared_pt
 }
 
 LONG registry_database_t::prepare() {
-    sqlite3* const connection = connection_.get();
-    sqlite3_busy_timeout(connection, busy_timeout_ms);
-    if (const int result = sqlite3_exec(connection, schema, nullptr, nullptr, nullptr); result != SQLITE_OK) {
+    sqlite3* const handle = connection.get();
+    sqlite3_busy_timeout(handle, busy_timeout_ms);
+    if (const int result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr); result != SQLITE_OK) {
         return error_of(result);
     }
     const std::pair<sqlite::statement_t*, const char*> texts[] = {
-        {&find_key_, "SELECT key FROM registry WHERE key = ?1 LIMIT 1"},
-        {&add_key_, "INSERT INTO registry (key) VALUES (?1)"},
-        {&read_, "SELECT type, data FROM registry WHERE key = ?1 AND name = ?2"},
-        {&write_,
+        {&key_query, "SELECT key FROM registry WHERE key = ?1 LIMIT 1"},
+        {&key_insert, "INSERT INTO registry (key) VALUES (?1)"},
+        {&value_query, "SELECT type, data FROM registry WHERE key = ?1 AND name = ?2"},
+        {&value_update,
          "INSERT INTO registry (key, name, type, data) VALUES (?1, ?2, ?3, ?4) "
          "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data"},
-        {&begin_, "BEGIN IMMEDIATE"},
-        {&commit_, "COMMIT"},
-        {&rollback_, "ROLLBACK"},
+        {&begin, "BEGIN IMMEDIATE"},
+        {&commit, "COMMIT"},
+        {&rollback, "ROLLBACK"},
     };
     for (const auto& [statement, text] : texts) {
-        *statement = sqlite::prepare(connection, text);
+        *statement = sqlite::prepare(handle, text);
         if (*statement == nullptr) {
-            return error_of(sqlite3_errcode(connection));
+            return error_of(sqlite3_errcode(handle));
         }
     }
     return ERROR_SUCCESS;
@@ -140,7 +140,7 @@ LONG registry_database_t::prepare() {
 
 LONG registry_database_t::look_up(std::string& key) {
     const std::string wanted = key;
-    execution_t query(find_key_);
+    execution_t query(key_query);
     query.bind(1, std::string_view(wanted));
     const int result = query.step();
     if (result == SQLITE_ROW) {
@@ -150,25 +150,25 @@ LONG registry_database_t::look_up(std::string& key) {
 }
 
 LONG registry_database_t::find_key(std::string& key) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     return look_up(key);
 }
 
 LONG registry_database_t::create_key(std::string& key, size_t root_length, bool& created) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     created = false;
     if (const LONG error = look_up(key); error != ERROR_FILE_NOT_FOUND) {
         return error;
     }
-    if (const LONG error = run(begin_); error != ERROR_SUCCESS) {
+    if (const LONG error = run(begin); error != ERROR_SUCCESS) {
         return error;
     }
     LONG error = create_missing(key, root_length, created);
     if (error == ERROR_SUCCESS) {
-        error = run(commit_);
+        error = run(commit);
     }
     if (error != ERROR_SUCCESS) {
-        static_cast<void>(run(rollback_));
+        static_cast<void>(run(rollback));
     }
     return error;
 }
@@ -180,7 +180,7 @@ LONG registry_database_t::create_missing(std::string& key, size_t root_length, b
         const LONG found = look_up(part);
         created = found == ERROR_FILE_NOT_FOUND;
         if (created) {
-            execution_t add(add_key_);
+            execution_t add(key_insert);
             add.bind(1, std::string_view(part));
             if (const LONG error = error_of(add.step()); error != ERROR_SUCCESS) {
                 return error;
@@ -194,8 +194,8 @@ LONG registry_database_t::create_missing(std::string& key, size_t root_length, b
 }
 
 LONG registry_database_t::read(std::string_view key, std::string_view name, registry_value_t& value) {
-    const std::lock_guard lock(mutex_);
-    execution_t query(read_);
+    const std::lock_guard lock(mutex);
+    execution_t query(value_query);
     query.bind(1, key);
     query.bind(2, name);
     const int result = query.step();
@@ -209,9 +209,9 @@ LONG registry_database_t::read(std::string_view key, std::string_view name, regi
 
 LONG registry_database_t::write(std::string_view key, std::string_view name, DWORD type,
                                 std::span<const uint8_t> data) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     const std::string text = type == REG_SZ ? string_text(data) : std::string();
-    execution_t update(write_);
+    execution_t update(value_update);
     update.bind(1, key);
     update.bind(2, name);
     update.bind(3, int64_t{type});
@@ -230,9 +230,9 @@ LONG registry_database_t::write(std::string_view key, std::string_view name, DWO
 // Whatever was committed is either in the log, which is synced here, or was moved from there to the file by a
 // checkpoint, which syncs on its own. A full checkpoint would do as well, but it waits for other processes' readers.
 LONG registry_database_t::flush() {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     sqlite3_file* log = nullptr;
-    const int result = sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    const int result = sqlite3_file_control(connection.get(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
     if (result != SQLITE_OK || log == nullptr || log->pMethods == nullptr) {
         return error_of(result);  // no log is open: nothing was written
     }

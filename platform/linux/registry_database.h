@@ -53,9 +53,9 @@ class registry_database_t {
     LONG look_up(std::string& key);
     LONG create_missing(std::string& key, size_t root_length, bool& created);
 
-    std::mutex mutex_;  // guards the connection and its statements
-    sqlite::connection_t connection_;
-    sqlite::statement_t find_key_, add_key_, read_, write_, begin_, commit_, rollback_;
+    std::mutex mutex;  // guards the connection and its statements
+    sqlite::connection_t connection;
+    sqlite::statement_t key_query, key_insert, value_query, value_update, begin, commit, rollback;
 };
 
 }  // namespace platform

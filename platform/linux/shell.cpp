@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -28,7 +29,7 @@ std::filesystem::path find_program(const char* name) {
     std::string_view folders = variable == nullptr ? std::string_view("/usr/local/bin:/usr/bin:/bin") : variable;
     while (!folders.empty()) {
         const size_t length = std::min(folders.find(':'), folders.size());
-        const std::filesystem::path program = std::filesystem::path(folders.substr(0, length)) / name;
+        std::filesystem::path program = std::filesystem::path(folders.substr(0, length)) / name;
         std::error_code ignored;
         if (program.is_absolute() && std::filesystem::is_regular_file(program, ignored) &&
             access(program.c_str(), X_OK) == 0) {
@@ -121,7 +122,7 @@ BSTR SysAllocString(LPCWSTR text) {
         return nullptr;
     }
     const std::u16string_view source = text;
-    const BSTR copy = new WCHAR[source.size() + 1];
+    WCHAR* const copy = new WCHAR[source.size() + 1];
     *std::copy(source.begin(), source.end(), copy) = 0;
     return copy;
 }

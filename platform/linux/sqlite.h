@@ -33,35 +33,35 @@ inline statement_t prepare(sqlite3* connection, std::string_view text) {
 /// outlive this object. A binding that fails leaves NULL, which no query of ours finds and the table refuses.
 class execution_t {
   public:
-    explicit execution_t(const statement_t& statement) : statement_(statement.get()) {}
+    explicit execution_t(const statement_t& prepared) : statement(prepared.get()) {}
     ~execution_t() {
-        sqlite3_reset(statement_);
-        sqlite3_clear_bindings(statement_);
+        sqlite3_reset(statement);
+        sqlite3_clear_bindings(statement);
     }
     execution_t(const execution_t&) = delete;
     execution_t& operator=(const execution_t&) = delete;
 
     void bind(int index, std::string_view text) {
-        sqlite3_bind_text64(statement_, index, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+        sqlite3_bind_text64(statement, index, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
     }
-    void bind(int index, int64_t number) { sqlite3_bind_int64(statement_, index, number); }
+    void bind(int index, int64_t number) { sqlite3_bind_int64(statement, index, number); }
     void bind(int index, std::span<const uint8_t> octets) {
         if (octets.empty()) {
-            sqlite3_bind_zeroblob(statement_, index, 0);  // a null pointer would be NULL
+            sqlite3_bind_zeroblob(statement, index, 0);  // a null pointer would be NULL
         } else {
-            sqlite3_bind_blob64(statement_, index, octets.data(), octets.size(), SQLITE_STATIC);
+            sqlite3_bind_blob64(statement, index, octets.data(), octets.size(), SQLITE_STATIC);
         }
     }
 
     /// SQLITE_ROW, SQLITE_DONE or an error.
-    int step() { return sqlite3_step(statement_); }
+    int step() { return sqlite3_step(statement); }
 
-    int column_type(int column) const { return sqlite3_column_type(statement_, column); }
-    int64_t number(int column) const { return sqlite3_column_int64(statement_, column); }
+    int column_type(int column) const { return sqlite3_column_type(statement, column); }
+    int64_t number(int column) const { return sqlite3_column_int64(statement, column); }
     /// Valid until the next step.
     std::span<const uint8_t> octets(int column) const {
-        const auto* data = static_cast<const uint8_t*>(sqlite3_column_blob(statement_, column));
-        return {data, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
+        const auto* data = static_cast<const uint8_t*>(sqlite3_column_blob(statement, column));
+        return {data, static_cast<size_t>(sqlite3_column_bytes(statement, column))};
     }
     std::string text(int column) const {
         const auto source = octets(column);
@@ -69,7 +69,7 @@ class execution_t {
     }
 
   private:
-    sqlite3_stmt* statement_;
+    sqlite3_stmt* statement;
 };
 
 }  // namespace platform::sqlite

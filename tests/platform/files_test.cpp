@@ -1,0 +1,178 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <optional>
+#include <vector>
+
+#include "tests/platform/fixture.h"
+
+class files_test_t : public home_test_t {
+  protected:
+    /// The names that a pattern finds, and the error of the end.
+    static std::pair<std::vector<std::u16string>, DWORD> find(LPCWSTR pattern) {
+        std::vector<std::u16string> names;
+        WIN32_FIND_DATAW entry{};
+        SetLastError(poison);
+        HANDLE handle = FindFirstFileW(pattern, &entry);
+        if (handle != INVALID_HANDLE_VALUE) {
+            do {
+                names.emplace_back(entry.cFileName);
+            } while (FindNextFileW(handle, &entry));
+            const DWORD error = GetLastError();
+            EXPECT_TRUE(FindClose(handle));
+            return {names, error};
+        }
+        return {names, GetLastError()};
+    }
+};
+
+TEST_F(files_test_t, lets_no_path_out_of_the_home) {
+    std::filesystem::create_directory(box / "outside");
+    std::filesystem::create_directory_symlink(box / "outside", box / "home" / "out");
+    std::filesystem::create_symlink(box / "outside" / "new", box / "home" / "dangling");
+    std::filesystem::create_symlink("loop", box / "home" / "loop");
+    std::filesystem::create_directory_symlink("..", box / "home" / "up");
+    const std::u16string long_component(128, u'\u00E9');  // 256 octets
+    const std::pair<std::u16string, DWORD> rows[] = {
+        {u"", ERROR_PATH_NOT_FOUND},
+        {u"\\..\\outside\\x", ERROR_INVALID_NAME},
+        {u"..", ERROR_INVALID_NAME},
+        {u"\\a\\..\\..\\outside\\x", ERROR_INVALID_NAME},
+        {u"\\.\\x", ERROR_INVALID_NAME},
+        {u"\\../outside/x", ERROR_INVALID_NAME},
+        {u"/etc/x", ERROR_INVALID_NAME},
+        {u"\\a\nb", ERROR_INVALID_NAME},
+        {u"\\a\u0085b", ERROR_INVALID_NAME},
+        {u"\\a*", ERROR_INVALID_NAME},
+        {u"\\c:", ERROR_INVALID_NAME},
+        {u"\\" + long_component, ERROR_INVALID_NAME},
+        {std::u16string(260, u'\\') + u"x", ERROR_INVALID_NAME},
+        {u"\\out\\x", ERROR_PATH_NOT_FOUND},
+        {u"\\out", ERROR_PATH_NOT_FOUND},
+        {u"\\up\\outside\\x", ERROR_PATH_NOT_FOUND},
+        {u"\\dangling", ERROR_PATH_NOT_FOUND},
+        {u"\\loop", ERROR_PATH_NOT_FOUND},
+    };
+    for (const auto& [path, error] : rows) {
+        SCOPED_TRACE(testing::PrintToString(path));
+        EXPECT_EQ(platform::host_path(path.c_str()), "");
+        EXPECT_EQ(poisoned([&] { return CreateDirectoryW(path.c_str(), nullptr); }), std::pair(FALSE, error));
+        EXPECT_EQ(poisoned([&] { return GetFileAttributesW(path.c_str()); }),
+                  std::pair(INVALID_FILE_ATTRIBUTES, error));
+        EXPECT_EQ(_wfopen(path.c_str(), TEXT("wb")), nullptr);
+        EXPECT_EQ(errno, error == ERROR_INVALID_NAME ? EINVAL : ENOENT);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(box / "outside"));
+}
+
+TEST_F(files_test_t, finds_its_way_inside_the_home) {
+    put("d/e/f");
+    std::filesystem::create_directory_symlink("d/e", box / "home" / "inner");
+    EXPECT_EQ(platform::host_path(TEXT("\\inner\\f")), platform::home() / "d" / "e" / "f");
+    EXPECT_EQ(platform::host_path(TEXT("d\\\\e\\")), platform::home() / "d" / "e");
+    EXPECT_EQ(platform::host_path(TEXT("\\\U0001F600")), platform::home() / "\xF0\x9F\x98\x80");
+    const std::pair<LPCWSTR, std::pair<DWORD, DWORD>> attributes[] = {
+        {TEXT("\\"), {FILE_ATTRIBUTE_DIRECTORY, poison}},
+        {TEXT("\\inner"), {FILE_ATTRIBUTE_DIRECTORY, poison}},
+        {TEXT("\\d\\e\\f"), {FILE_ATTRIBUTE_NORMAL, poison}},
+        {TEXT("\\d\\E"), {INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND}},
+        {TEXT("\\x\\e"), {INVALID_FILE_ATTRIBUTES, ERROR_PATH_NOT_FOUND}},
+        {TEXT("\\d\\e\\f\\g"), {INVALID_FILE_ATTRIBUTES, ERROR_PATH_NOT_FOUND}},
+        {nullptr, {INVALID_FILE_ATTRIBUTES, ERROR_INVALID_PARAMETER}},
+    };
+    for (const auto& [path, expected] : attributes) {
+        EXPECT_EQ(poisoned([&, p = path] { return GetFileAttributesW(p); }), expected);
+    }
+    EXPECT_EQ(poisoned([] { return CreateDirectoryW(TEXT("\\d\\new"), nullptr); }), std::pair(TRUE, poison));
+    EXPECT_EQ(poisoned([] { return CreateDirectoryW(TEXT("\\d\\new"), nullptr); }),
+              std::pair(FALSE, ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(poisoned([] { return CreateDirectoryW(TEXT("\\no\\new"), nullptr); }),
+              std::pair(FALSE, ERROR_PATH_NOT_FOUND));
+}
+
+TEST_F(files_test_t, opens_streams_on_regular_files_only) {
+    struct {
+        LPCWSTR mode;
+        const char* left;  // of "old" after writing "+"; null: refused
+    } const rows[] = {
+        {TEXT("r+b"), "+ld"}, {TEXT("rb+"), "+ld"},  {TEXT("wb"), "+"},     {TEXT("w+"), "+"},     {TEXT("ab"), "old+"},
+        {TEXT("a+"), "old+"}, {TEXT("rb"), "old"},   {TEXT("r"), "old"},    {TEXT(""), nullptr},   {nullptr, nullptr},
+        {TEXT("x"), nullptr}, {TEXT("rx"), nullptr}, {TEXT("we"), nullptr}, {TEXT("bw"), nullptr},
+    };
+    for (const auto& row : rows) {
+        put("f", "old");
+        FILE* const stream = _wfopen(TEXT("\\f"), row.mode);
+        ASSERT_EQ(stream != nullptr, row.left != nullptr) << testing::PrintToString(row.mode);
+        if (stream != nullptr) {
+            fputs("+", stream);
+            fclose(stream);
+            std::string left;
+            std::getline(std::ifstream(box / "home" / "f"), left);
+            EXPECT_EQ(left, row.left) << testing::PrintToString(row.mode);
+        }
+    }
+    std::filesystem::create_directory(box / "home" / "d");
+    mkfifo((box / "home" / "pipe").c_str(), 0600);
+    for (const auto& [path, reason] :
+         {std::pair(TEXT("\\d"), EACCES), std::pair(TEXT("\\pipe"), EACCES), std::pair(TEXT("\\missing"), ENOENT)}) {
+        EXPECT_EQ(_wfopen(path, TEXT("rb")), nullptr);
+        EXPECT_EQ(errno, reason);
+    }
+}
+
+TEST_F(files_test_t, finds_what_matches_a_pattern) {
+    for (const char* name : {"d/a.vcf", "d/B.VCF", "d/ab", "d/sub/x", "top", "d/bad\nname", "d/bad\xFF"}) {
+        put(name);
+    }
+    std::filesystem::create_directory(box / "home" / "empty");
+    std::filesystem::create_directory_symlink("/", box / "home" / "d" / "root");
+    using names_t = std::vector<std::u16string>;
+    const std::tuple<LPCWSTR, names_t, DWORD> rows[] = {
+        {TEXT("\\d\\*"), {u"a.vcf", u"B.VCF", u"ab", u"sub"}, ERROR_NO_MORE_FILES},
+        {TEXT("d\\*.*"), {u"a.vcf", u"B.VCF", u"ab", u"sub"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\d\\*.vcf"), {u"a.vcf", u"B.VCF"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\d\\?.v*F"), {u"a.vcf", u"B.VCF"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\d\\a*b*"), {u"ab"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\d\\SUB"), {u"sub"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\t?p"), {u"top"}, ERROR_NO_MORE_FILES},
+        {TEXT("TOP"), {u"top"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\d\\???"), {u"sub"}, ERROR_NO_MORE_FILES},
+        {TEXT("\\d\\*.vcff"), {}, ERROR_FILE_NOT_FOUND},
+        {TEXT("\\empty\\*"), {}, ERROR_FILE_NOT_FOUND},
+        {TEXT("\\d\\"), {}, ERROR_FILE_NOT_FOUND},
+        {TEXT("\\gone\\*"), {}, ERROR_PATH_NOT_FOUND},
+        {TEXT("\\top\\*"), {}, ERROR_PATH_NOT_FOUND},
+        {TEXT("\\d\\.."), {}, ERROR_INVALID_NAME},
+        {TEXT("\\d\\..\\*"), {}, ERROR_INVALID_NAME},
+        {TEXT("\\d\\root\\*"), {}, ERROR_PATH_NOT_FOUND},
+        {TEXT("\\d\\*/*"), {}, ERROR_INVALID_NAME},
+    };
+    for (const auto& [pattern, names, error] : rows) {
+        const auto [found, end] = find(pattern);
+        EXPECT_THAT(found, testing::UnorderedElementsAreArray(names)) << testing::PrintToString(pattern);
+        EXPECT_EQ(end, error) << testing::PrintToString(pattern);
+    }
+}
+
+TEST_F(files_test_t, describes_what_it_finds) {
+    put("big");
+    std::filesystem::resize_file(box / "home" / "big", (uint64_t{1} << 32) + 5);
+    // 2001-09-09 01:46:40 UTC in both reckonings.
+    const timespec times[] = {{0, 0}, {1'000'000'000, 500}};
+    ASSERT_EQ(utimensat(AT_FDCWD, (box / "home" / "big").c_str(), times, 0), 0);
+    WIN32_FIND_DATAW entry{};
+    HANDLE find = FindFirstFileW(TEXT("\\big"), &entry);
+    EXPECT_EQ(std::pair(entry.nFileSizeHigh, entry.nFileSizeLow), std::pair(DWORD{1}, DWORD{5}));
+    EXPECT_EQ(entry.dwFileAttributes, FILE_ATTRIBUTE_NORMAL);
+    FILETIME expected{};
+    const SYSTEMTIME time{2001, 9, 0, 9, 1, 46, 40, 0};
+    ASSERT_TRUE(SystemTimeToFileTime(&time, &expected));
+    EXPECT_EQ(entry.ftLastWriteTime.dwHighDateTime, expected.dwHighDateTime);
+    EXPECT_EQ(entry.ftLastWriteTime.dwLowDateTime, expected.dwLowDateTime + 5);
+    EXPECT_EQ(poisoned([&] { return FindNextFileW(find, &entry); }), std::pair(FALSE, ERROR_NO_MORE_FILES));
+    EXPECT_EQ(poisoned([&] { return CloseHandle(find); }), std::pair(FALSE, ERROR_INVALID_HANDLE));
+    EXPECT_EQ(poisoned([&] { return FindClose(find); }), std::pair(TRUE, poison));
+    EXPECT_EQ(poisoned([&] { return FindClose(find); }), std::pair(FALSE, ERROR_INVALID_HANDLE));
+    EXPECT_EQ(poisoned([&] { return FindNextFileW(find, &entry); }), std::pair(FALSE, ERROR_INVALID_HANDLE));
+}

@@ -1,0 +1,125 @@
+#include "platform/linux/text.h"
+
+#include <digest.h>
+
+#include "platform/linux/hex.h"
+#include "tests/platform/fixture.h"
+
+using namespace std::string_literals;
+
+TEST(text, of_well_formed_utf_8_goes_both_ways) {
+    const std::pair<std::string, std::u16string> rows[] = {
+        {"", u""},
+        {"a\0b"s, u"a\0b"s},
+        {"\x7F\xC2\x80\xDF\xBF", u"\x7F\x80\u07FF"},
+        {"\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\u0800\uD7FF\uE000\uFFFF"},
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0010FFFF"},
+    };
+    for (const auto& [narrow, wide] : rows) {
+        EXPECT_EQ(platform::to_utf16(narrow), wide);
+        EXPECT_EQ(platform::to_utf8(wide), narrow);
+    }
+}
+
+TEST(text, has_u_fffd_for_what_is_ill_formed) {
+    // The second to fifth rows are tables 3-8 to 3-11 of The Unicode Standard, section 3.9.
+    const std::pair<std::string, std::u16string> narrow_rows[] = {
+        {"\x80\xFF"
+         "a\xC3",
+         u"\uFFFD\uFFFDa\uFFFD"},
+        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82"
+         "A",
+         u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA"},
+        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF"
+         "A",
+         u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA"},
+        {"\xF4\x91\x92\x93\xFF"
+         "A\x80\xBF"
+         "B",
+         u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA\uFFFD\uFFFDB"},
+        {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF"
+         "A",
+         u"\uFFFD\uFFFD\uFFFD\uFFFDA"},
+        {"\xE0\xA0\0"s, u"\uFFFD\0"s},
+    };
+    for (const auto& [narrow, wide] : narrow_rows) {
+        EXPECT_EQ(platform::to_utf16(narrow), wide) << testing::PrintToString(narrow);
+    }
+    const std::u16string lone[] = {{0xD800}, {0xDFFF}, {0xDC00, 0xD800}, {0xD800, 0xD800, 0xDC00}, {0xDBFF, u'a'}};
+    const std::string expected[] = {"\uFFFD", "\uFFFD", "\uFFFD\uFFFD", "\uFFFD\U00010000", "\uFFFDa"};
+    for (size_t i = 0; i < std::size(lone); ++i) {
+        EXPECT_EQ(platform::to_utf8(lone[i]), expected[i]);
+    }
+}
+
+TEST(code_page, tells_the_size_and_delivers_only_what_fits) {
+    const std::u16string wide = u"\u00E9\U0001F600";
+    char narrow[8] = "#######";
+    const auto narrowed = [&](int length, int room) {
+        return poisoned(
+            [&] { return WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), length, narrow, room, nullptr, nullptr); });
+    };
+    EXPECT_EQ(narrowed(-1, 0), std::pair(7, poison));
+    EXPECT_EQ(narrowed(3, 5), std::pair(0, ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_STREQ(narrow, "#######");
+    EXPECT_EQ(narrowed(3, 6), std::pair(6, poison));
+    EXPECT_STREQ(narrow, "\u00E9\U0001F600#");
+    EXPECT_EQ(narrowed(0, 8), std::pair(0, ERROR_INVALID_PARAMETER));
+    WCHAR back[4] = {u'#', u'#', u'#', u'#'};
+    const auto widened = [&](DWORD page, DWORD flags, int room) {
+        return poisoned([&] { return MultiByteToWideChar(page, flags, narrow, 6, back, room); });
+    };
+    EXPECT_EQ(widened(CP_UTF8, 0, 0), std::pair(3, poison));
+    EXPECT_EQ(widened(CP_UTF8, 0, 2), std::pair(0, ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(widened(CP_UTF8, 0, 3), std::pair(3, poison));
+    EXPECT_EQ(std::u16string(back, 4), wide + u"#");
+    EXPECT_EQ(widened(0, 0, 3), std::pair(0, ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(widened(CP_UTF8, 8, 3), std::pair(0, ERROR_INVALID_PARAMETER));
+}
+
+TEST(hex, goes_both_ways_and_refuses_the_rest) {
+    EXPECT_EQ(platform::to_hex(std::vector<uint8_t>{0x00, 0x9A, 0xFF}), "009AFF");
+    EXPECT_EQ(platform::from_hex("009aFF"), (std::vector<uint8_t>{0x00, 0x9A, 0xFF}));
+    EXPECT_EQ(platform::from_hex(""), std::vector<uint8_t>{});
+    for (const char* text : {"0", "0g", "/0", ":0", "@0", "G0", "`0", " 0"}) {
+        EXPECT_EQ(platform::from_hex(text), std::nullopt) << text;
+    }
+}
+
+TEST(digest, agrees_with_rfc_1321) {  // A.5
+    EXPECT_EQ(platform::to_hex(md5_digest("", 0)), "D41D8CD98F00B204E9800998ECF8427E");
+    EXPECT_EQ(platform::to_hex(md5_digest("abc", 3)), "900150983CD24FB0D6963F7D28E17F72");
+}
+
+TEST(system_time, becomes_a_file_time_or_is_refused) {
+    struct {
+        SYSTEMTIME time;
+        uint64_t expected;  // 0: refused
+    } const rows[] = {
+        {{1970, 1, 0, 1, 0, 0, 0, 0}, 116444736000000000},
+        {{2000, 2, 9, 29, 23, 59, 59, 999}, 125963423999990000},  // the day of the week does not count
+        {{1601, 1, 0, 1, 0, 0, 0, 1}, 10000},
+        {{1900, 2, 0, 29, 0, 0, 0, 0}, 0},
+        {{2024, 13, 0, 1, 0, 0, 0, 0}, 0},
+        {{2024, 1, 0, 0, 0, 0, 0, 0}, 0},
+        {{2024, 1, 0, 1, 24, 0, 0, 0}, 0},
+        {{2024, 1, 0, 1, 0, 60, 0, 0}, 0},
+        {{2024, 1, 0, 1, 0, 0, 60, 0}, 0},
+        {{2024, 1, 0, 1, 0, 0, 0, 1000}, 0},
+        {{1600, 12, 0, 31, 0, 0, 0, 0}, 0},
+        {{30828, 1, 0, 1, 0, 0, 0, 0}, 0},
+    };
+    for (const auto& row : rows) {
+        FILETIME result{};
+        const auto expected = row.expected != 0 ? std::pair(TRUE, poison) : std::pair(FALSE, ERROR_INVALID_PARAMETER);
+        EXPECT_EQ(poisoned([&] { return SystemTimeToFileTime(&row.time, &result); }), expected);
+        EXPECT_EQ(uint64_t{result.dwHighDateTime} << 32 | result.dwLowDateTime, row.expected);
+    }
+    SYSTEMTIME now{};
+    GetSystemTime(&now);
+    FILETIME result{};
+    ASSERT_TRUE(SystemTimeToFileTime(&now, &result));
+    const uint64_t ticks = uint64_t{result.dwHighDateTime} << 32 | result.dwLowDateTime;
+    EXPECT_NEAR(static_cast<double>(ticks / 10'000'000 - 11'644'473'600), static_cast<double>(time(nullptr)), 2);
+    EXPECT_EQ(now.wDayOfWeek, (ticks / 864'000'000'000 + 1) % 7);  // 1601-01-01 was a Monday
+}
