@@ -1,0 +1,256 @@
+#include "network/at_server.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+namespace network {
+
+namespace {
+
+constexpr char carriage_return = '\r';
+constexpr char backspace = '\b';
+constexpr char ctrl_z = '\x1a';
+constexpr char escape = '\x1b';
+
+char to_upper(char c) {
+    return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+}
+
+bool is_control(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+/// Spaces outside quotes mean nothing, V.250 5.3 and 5.4.
+std::string without_spaces(std::string_view line) {
+    std::string kept;
+    bool quoted = false;
+    for (const char c : line) {
+        quoted ^= c == '"';
+        if (c != ' ' || quoted) {
+            kept += c;
+        }
+    }
+    return kept;
+}
+
+std::string framed(std::string_view text, bool numeric) {
+    return fmt::format("{}{}\r\n", numeric ? "" : "\r\n", text);
+}
+
+}  // namespace
+
+void at_server_t::take(char octet) {
+    if (entering_text_) {
+        take_text(octet);
+    } else {
+        take_line(octet);
+    }
+}
+
+void at_server_t::take_line(char octet) {
+    if (line_.size() < 2 && !take_prefix(octet)) {
+        return;
+    }
+    if (settings_.echo) {
+        output_ += octet;
+    }
+    if (octet == carriage_return) {
+        end_line();
+    } else if (octet == backspace) {
+        if (line_.size() > 2) {
+            line_.pop_back();
+        }
+    } else if (!is_control(octet)) {
+        append(octet);
+    }
+}
+
+/// V.250 5.2.1: "AT" or "at" begins a line; V.250 5.2.4: "A/" repeats the last one at once. Nothing is echoed before
+/// the "A": a host whose tty echoes what the modem says must not keep the two of them busy for ever.
+bool at_server_t::take_prefix(char octet) {
+    if (line_.empty()) {
+        return to_upper(octet) == 'A';
+    }
+    if (octet == '/') {
+        line_ = last_line_;
+        end_line();
+        return false;
+    }
+    if (to_upper(octet) != 'T') {
+        line_.clear();
+        return take_prefix(octet);
+    }
+    return true;
+}
+
+void at_server_t::append(char octet) {
+    if (line_.size() < max_line) {
+        line_ += octet;
+    } else {
+        too_long_ = true;
+    }
+}
+
+void at_server_t::end_line() {
+    const std::string line = std::exchange(line_, {});
+    if (std::exchange(too_long_, false)) {
+        finish(at_error);
+        return;
+    }
+    last_line_ = line;
+    run(without_spaces(std::string_view(line).substr(std::min<size_t>(2, line.size()))));
+}
+
+/// The commands of a line in their order, up to the first that fails; one result for all of them.
+void at_server_t::run(std::string_view commands) {
+    while (!commands.empty()) {
+        const std::optional<at_command_t> command = next_command(commands);
+        const at_result_t result = command ? execute(*command) : at_error;
+        if (result.kind == at_result_t::kind_t::enter_text) {
+            after_text_ = commands;
+            entering_text_ = true;
+            output_ += "\r\n> ";  // 3GPP TS 27.005 3.5.1
+            return;
+        }
+        if (result.kind != at_result_t::kind_t::ok) {
+            finish(result);
+            return;
+        }
+    }
+    finish(at_ok);
+}
+
+void at_server_t::take_text(char octet) {
+    if (settings_.echo) {
+        output_ += octet;
+    }
+    if (octet == ctrl_z) {
+        end_text();
+    } else if (octet == escape) {
+        line_.clear();
+        too_long_ = false;
+        after_text_.clear();
+        finish(at_ok);
+    } else if (octet == backspace) {
+        if (!line_.empty()) {
+            line_.pop_back();
+        }
+    } else if (octet != '\r' && octet != '\n') {
+        append(octet);
+    }
+}
+
+void at_server_t::end_text() {
+    // A text that was too long is none that a command could want: it is handed over as one that no command accepts.
+    const std::string text = std::exchange(too_long_, false) ? std::string() : line_;
+    line_.clear();
+    const std::string rest = std::exchange(after_text_, {});
+    at_lines_t lines;
+    const at_result_t result = commands_.execute_text(text, lines);
+    send_lines(lines);
+    if (result.kind == at_result_t::kind_t::ok && !rest.empty()) {
+        entering_text_ = false;
+        run(rest);
+    } else {
+        finish(result);
+    }
+}
+
+void at_server_t::finish(at_result_t result) {
+    const std::string text = result_text(result, settings_.error_form, settings_.numeric);
+    const bool digit = settings_.numeric && text.size() == 1;
+    if (!text.empty() && !settings_.quiet) {
+        output_ += digit ? text + "\r" : framed(text, settings_.numeric);
+    }
+    entering_text_ = false;
+    output_ += std::exchange(held_, {});
+}
+
+at_result_t at_server_t::execute(const at_command_t& command) {
+    at_lines_t lines;
+    const std::optional<at_result_t> own = execute_own(command, lines);
+    const at_result_t result = own ? *own : commands_.execute(command, lines);
+    send_lines(lines);
+    return result;
+}
+
+std::optional<at_result_t> at_server_t::execute_own(const at_command_t& command, at_lines_t& lines) {
+    const std::string& name = command.name;
+    if (name == "E" || name == "V" || name == "Q") {
+        const std::optional<unsigned> value = at_parameters_t(command.value).number_or(0, 1, 0);
+        if (!value) {
+            return at_error;
+        }
+        (name == "E"   ? settings_.echo
+         : name == "Q" ? settings_.quiet
+                       : settings_.numeric) = name == "V" ? *value == 0 : *value == 1;
+        return at_ok;
+    }
+    if (name == "Z" || name == "&F") {
+        settings_ = {};
+        commands_.reset_settings();
+        return at_ok;
+    }
+    if (name == "S3" || name == "S4" || name == "S5") {
+        return execute_register(command, lines);
+    }
+    if (name == "+CMEE") {
+        return execute_cmee(command, lines);
+    }
+    return std::nullopt;
+}
+
+/// The characters that end a line, follow it and edit it, V.250 6.2.1 to 6.2.3: fixed at their defaults.
+at_result_t at_server_t::execute_register(const at_command_t& command, at_lines_t& lines) {
+    const unsigned fixed = command.name == "S3" ? 13 : command.name == "S4" ? 10 : 8;
+    if (command.form == at_form_t::read) {
+        lines.push_back(fmt::format("{:03}", fixed));
+        return at_ok;
+    }
+    return at_parameters_t(command.value).number(0, 127) == fixed ? at_ok : at_error;
+}
+
+at_result_t at_server_t::execute_cmee(const at_command_t& command, at_lines_t& lines) {
+    if (command.form == at_form_t::test) {
+        lines.emplace_back("+CMEE: (0-2)");
+        return at_ok;
+    }
+    if (command.form == at_form_t::read) {
+        lines.push_back(fmt::format("+CMEE: {}", static_cast<unsigned>(settings_.error_form)));
+        return at_ok;
+    }
+    const std::optional<unsigned> form = at_parameters_t(command.value).number_or(0, 2, 0);
+    if (!form) {
+        return cme_incorrect_parameters;
+    }
+    settings_.error_form = static_cast<error_form_t>(*form);
+    return at_ok;
+}
+
+void at_server_t::unsolicited(std::string_view text) {
+    if (entering_text_ && held_.size() < max_output) {
+        held_ += framed(text, settings_.numeric);
+    } else if (!entering_text_ && !congested()) {
+        output_ += framed(text, settings_.numeric);
+    }
+}
+
+void at_server_t::send_lines(const at_lines_t& lines) {
+    if (!lines.empty()) {
+        output_ += framed(fmt::format("{}", fmt::join(lines, "\r\n")), settings_.numeric);
+    }
+}
+
+void at_server_t::power_on() {
+    settings_ = {};
+    for (std::string* text : {&line_, &last_line_, &after_text_, &held_, &output_}) {
+        text->clear();
+    }
+    too_long_ = false;
+    entering_text_ = false;
+}
+
+}  // namespace network

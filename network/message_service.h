@@ -1,0 +1,94 @@
+/// The message service of a modem, 3GPP TS 27.005 in PDU mode: its message memories, submission, and the three ways of
+/// reception (stored silently, stored and indicated, handed to the host directly). Not thread-safe.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "network/at_server.h"
+#include "network/faults.h"
+#include "network/message_store.h"
+#include "network/service_centre.h"
+
+namespace network {
+
+class message_service_t : public receiver_t {
+  public:
+    /// All references outlive the object; `dialogue` is where unsolicited result codes go.
+    message_service_t(std::string number, service_centre_t& service_centre, at_server_t& dialogue,
+                      const coverage_t& coverage, faults_t& faults);
+
+    /// None when the command is not of the message service.
+    std::optional<at_result_t> execute(const at_command_t& command, at_lines_t& lines);
+    /// The PDU that AT+CMGS asked for.
+    at_result_t execute_text(std::string_view text, at_lines_t& lines);
+    /// Names of its commands, for +CLAC.
+    static void list_commands(at_lines_t& lines);
+    void reset_settings();
+
+    taken_t deliver(const tpdu::octets_t& tpdu) override;
+    /// When, on platform::tick64, the host must have acknowledged a direct delivery.
+    std::optional<uint64_t> deadline() const { return acknowledge_until_; }
+    /// To be called at or after the deadline.
+    void pass_deadline();
+
+    /// False when there is no such memory.
+    bool set_places(std::string_view memory, size_t places);
+
+  private:
+    struct memory_t {
+        std::string_view name;
+        message_store_t store;
+    };
+    struct command_t;
+    static const command_t commands[];
+
+    /// +CNMI, 3GPP TS 27.005 3.4.1; <bm> and <ds> are always 0.
+    struct indications_t {
+        unsigned mode = 0;
+        unsigned messages = 0;  // <mt>
+        unsigned buffer = 0;
+    };
+    struct settings_t {
+        unsigned service = 0;                                                 // +CSMS
+        std::array<size_t, 3> memory_of = {me_memory, me_memory, me_memory};  // +CPMS: indices into memories_
+        indications_t indications;
+        unsigned more_messages = 0;  // +CMMS
+    };
+    static constexpr size_t me_memory = 0;
+
+    at_result_t csms(const at_command_t& command, at_lines_t& lines);
+    at_result_t cpms(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmgf(const at_command_t& command, at_lines_t& lines);
+    at_result_t csca(const at_command_t& command, at_lines_t& lines);
+    at_result_t cnmi(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmms(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmgl(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmgr(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmgd(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmgs(const at_command_t& command, at_lines_t& lines);
+    at_result_t cnma(const at_command_t& command, at_lines_t& lines);
+
+    message_store_t& store(size_t use) { return memories_[settings_.memory_of[use]].store; }
+    std::optional<size_t> memory_named(std::string_view name) const;
+    taken_t deliver_directly(const tpdu::octets_t& tpdu);
+    void end_pending(bool accepted);
+    std::string pdu_text(const tpdu::octets_t& tpdu) const;
+
+    const std::string number_;
+    service_centre_t& service_centre_;
+    at_server_t& dialogue_;
+    const coverage_t& coverage_;
+    faults_t& faults_;
+    std::array<memory_t, 2> memories_;
+    settings_t settings_;
+    std::string service_centre_number_;  // +CSCA; kept over a power cycle, as on a SIM
+    size_t expected_length_ = 0;         // of the TPDU that AT+CMGS announced
+    uint8_t next_reference_ = 0;         // TP-MR, kept over a power cycle (3GPP TS 23.040 9.2.3.6)
+    std::optional<uint64_t> acknowledge_until_;
+};
+
+}  // namespace network

@@ -1,0 +1,48 @@
+/// One memory of a modem for received messages (<mem> of 3GPP TS 27.005 3.1): a fixed number of places, numbered
+/// from 1.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "radio/tpdu.h"
+
+namespace network {
+
+struct stored_message_t {
+    bool read = false;
+    tpdu::octets_t tpdu;
+};
+
+class message_store_t {
+  public:
+    explicit message_store_t(size_t places) : places_(places) {}
+
+    size_t places() const { return places_.size(); }
+    size_t used() const {
+        return static_cast<size_t>(
+            std::count_if(places_.begin(), places_.end(), [](const auto& place) { return place.has_value(); }));
+    }
+    /// The lowest free place, or none when the memory is full.
+    std::optional<size_t> put(stored_message_t message) {
+        const auto place = std::find(places_.begin(), places_.end(), std::nullopt);
+        if (place == places_.end()) {
+            return std::nullopt;
+        }
+        *place = std::move(message);
+        return static_cast<size_t>(place - places_.begin()) + 1;
+    }
+    /// Null when the place is empty or there is none of that number.
+    stored_message_t* at(size_t index) { return exists(index) && places_[index - 1] ? &*places_[index - 1] : nullptr; }
+    bool exists(size_t index) const { return index >= 1 && index <= places_.size(); }
+    void erase(size_t index) { places_[index - 1].reset(); }
+    void set_places(size_t count) { places_.resize(count); }
+
+  private:
+    std::vector<std::optional<stored_message_t>> places_;
+};
+
+}  // namespace network

@@ -1,0 +1,259 @@
+#include "network/modem.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace network {
+
+namespace {
+
+constexpr std::string_view manufacturer = "ZPD";
+constexpr std::string_view model = "Emulated modem";
+constexpr std::string_view revision = "1.0";
+
+// 001-01 is the test network of ITU-T E.212 Annex A.
+constexpr std::string_view network_code = "00101";
+constexpr std::string_view operator_names[] = {"Test Network", "Test", network_code};  // by <format> of +COPS
+
+/// Commands that a modem has to bear, and on which nothing here depends: call control, modulation, line signals.
+constexpr std::string_view borne_silently[] = {"H",  "L",  "M",  "X",  "&C", "&D", "&K",
+                                               "&S", "&W", "S0", "S6", "S7", "S8"};
+
+bool is_lte(access_technology_t technology) {
+    return technology == access_technology_t::e_utran;
+}
+
+/// The last `count` digits of a number, with zeros before a shorter one.
+std::string last_digits(std::string_view number, size_t count) {
+    number.remove_prefix(number.starts_with('+') ? 1 : 0);
+    const std::string padded = std::string(count, '0') + std::string(number);
+    return padded.substr(padded.size() - count);
+}
+
+/// The check digit of an IMEI, 3GPP TS 23.003 B.
+char check_digit(std::string_view digits) {
+    unsigned sum = 0;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        const unsigned digit = static_cast<unsigned>(digits[i] - '0') * (i % 2 + 1);
+        sum += digit / 10 + digit % 10;
+    }
+    return static_cast<char>('0' + (10 - sum % 10) % 10);
+}
+
+}  // namespace
+
+struct modem_t::command_t {
+    std::string_view name;
+    std::string_view values;  // the answer to =?; empty: OK alone
+    at_result_t (modem_t::*run)(const at_command_t&, at_lines_t&);
+};
+
+const modem_t::command_t modem_t::commands[] = {
+    {"I", "", &modem_t::identify},       {"+CGMI", "", &modem_t::identify},
+    {"+GMI", "", &modem_t::identify},    {"+CGMM", "", &modem_t::identify},
+    {"+GMM", "", &modem_t::identify},    {"+CGMR", "", &modem_t::identify},
+    {"+GMR", "", &modem_t::identify},    {"+CGSN", "", &modem_t::identify},
+    {"+GSN", "", &modem_t::identify},    {"+CIMI", "", &modem_t::identify},
+    {"+GCAP", "", &modem_t::identify},   {"+CNUM", "", &modem_t::cnum},
+    {"+CPIN", "", &modem_t::cpin},       {"+CSQ", "(0-31,99),(99)", &modem_t::csq},
+    {"+CFUN", "(1)", &modem_t::cfun},    {"+CSCS", R"(("GSM","IRA"))", &modem_t::cscs},
+    {"+CREG", "(0-2)", &modem_t::creg},  {"+CGREG", "(0-2)", &modem_t::creg},
+    {"+CEREG", "(0-2)", &modem_t::creg}, {"+COPS", R"((2,"Test Network","Test","00101"),,(0,3),(0-2))", &modem_t::cops},
+    {"+CLAC", "", &modem_t::clac},
+};
+
+modem_t::modem_t(const std::string& number, service_centre_t& service_centre)
+    : number_(number), dialogue_(*this), messages_(number, service_centre, dialogue_, coverage_, faults_) {}
+
+void modem_t::power_on() {
+    dialogue_.power_on();
+    reset_settings();
+}
+
+void modem_t::reset_settings() {
+    messages_.reset_settings();
+    reports_ = {};
+    operator_format_ = 0;
+    character_set_ = default_character_set;
+}
+
+at_result_t modem_t::execute(const at_command_t& command, at_lines_t& lines) {
+    if (std::find(std::begin(borne_silently), std::end(borne_silently), command.name) != std::end(borne_silently)) {
+        return at_ok;
+    }
+    for (const command_t& known : commands) {
+        if (known.name != command.name) {
+            continue;
+        }
+        if (command.form != at_form_t::test) {
+            return (this->*known.run)(command, lines);
+        }
+        if (!known.values.empty()) {
+            lines.push_back(fmt::format("{}: {}", known.name, known.values));
+        }
+        return at_ok;
+    }
+    return messages_.execute(command, lines).value_or(at_error);
+}
+
+at_result_t modem_t::execute_text(std::string_view text, at_lines_t& lines) {
+    return messages_.execute_text(text, lines);
+}
+
+/// 5.1 to 5.6 of 3GPP TS 27.007, and V.250 6.1.3 to 6.1.9 for the same without the C.
+at_result_t modem_t::identify(const at_command_t& command, at_lines_t& lines) {
+    const std::string_view name = command.name;
+    if (command.form == at_form_t::read || (command.form == at_form_t::set && name != "+CGSN")) {
+        return cme_not_allowed;
+    }
+    if (name == "I") {
+        lines.insert(lines.end(), {std::string(manufacturer), std::string(model), std::string(revision)});
+    } else if (name == "+GCAP") {
+        lines.emplace_back("+GCAP: +CGSM");
+    } else if (name == "+CIMI") {
+        lines.push_back(subscriber_identity());
+    } else if (name.ends_with("GSN")) {
+        lines.push_back(equipment_identity());
+    } else {
+        lines.emplace_back(name.ends_with("GMI") ? manufacturer : name.ends_with("GMM") ? model : revision);
+    }
+    return at_ok;
+}
+
+std::string modem_t::equipment_identity() const {
+    std::string identity = "001017" + last_digits(number_, 8);
+    identity += check_digit(identity);
+    return identity;
+}
+
+std::string modem_t::subscriber_identity() const {
+    return std::string(network_code) + last_digits(number_, 10);
+}
+
+/// Subscriber number, 7.1.
+at_result_t modem_t::cnum(const at_command_t& /*command*/, at_lines_t& lines) {
+    lines.push_back(fmt::format("+CNUM: ,\"{}\",{}", number_, number_.starts_with('+') ? 145 : 129));
+    return at_ok;
+}
+
+/// 8.3: this SIM asks for no PIN, so there is none to enter.
+at_result_t modem_t::cpin(const at_command_t& command, at_lines_t& lines) {
+    if (command.form != at_form_t::read) {
+        return cme_not_allowed;
+    }
+    lines.emplace_back("+CPIN: READY");
+    return at_ok;
+}
+
+/// Signal quality, 8.5.
+at_result_t modem_t::csq(const at_command_t& command, at_lines_t& lines) {
+    if (command.form != at_form_t::execute) {
+        return cme_not_allowed;
+    }
+    lines.emplace_back(coverage_.in_service() ? "+CSQ: 21,99" : "+CSQ: 99,99");
+    return at_ok;
+}
+
+/// Functionality, 8.2: always full.
+at_result_t modem_t::cfun(const at_command_t& command, at_lines_t& lines) {
+    if (command.form == at_form_t::read) {
+        lines.emplace_back("+CFUN: 1");
+        return at_ok;
+    }
+    return at_parameters_t(command.value).number(0, 1) == 1U ? at_ok : cme_not_allowed;
+}
+
+/// Character set, 5.5: no text of PDU mode is in one, so the choice is only remembered.
+at_result_t modem_t::cscs(const at_command_t& command, at_lines_t& lines) {
+    if (command.form == at_form_t::read) {
+        lines.push_back(fmt::format("+CSCS: \"{}\"", character_set_));
+        return at_ok;
+    }
+    const std::optional<std::string> name = at_parameters_t(command.value).text(0);
+    if (name != "GSM" && name != "IRA") {
+        return cme_incorrect_parameters;
+    }
+    character_set_ = *name;
+    return at_ok;
+}
+
+unsigned& modem_t::reports_of(std::string_view name) {
+    return name == "+CREG" ? reports_.creg : name == "+CGREG" ? reports_.cgreg : reports_.cereg;
+}
+
+/// Registration in the circuit-switched, GPRS and evolved packet domain, 7.2, 10.1.20 and 10.1.22.
+at_result_t modem_t::creg(const at_command_t& command, at_lines_t& lines) {
+    unsigned& reports = reports_of(command.name);
+    if (command.form == at_form_t::read) {
+        lines.push_back(fmt::format("{}: {},{}", command.name, reports, registration(command.name, reports)));
+        return at_ok;
+    }
+    const std::optional<unsigned> value = at_parameters_t(command.value).number_or(0, 2, 0);
+    if (!value) {
+        return cme_incorrect_parameters;
+    }
+    reports = *value;
+    return at_ok;
+}
+
+/// <stat>, and for detail 2 in coverage the cell and the access technology. The GPRS domain is that of the technologies
+/// before LTE, the evolved one that of LTE.
+std::string modem_t::registration(std::string_view name, unsigned detail) const {
+    const bool other_domain =
+        name == "+CGREG" ? is_lte(coverage_.technology) : name == "+CEREG" && !is_lte(coverage_.technology);
+    if (other_domain) {
+        return "0";
+    }
+    std::string text = fmt::format("{}", static_cast<unsigned>(coverage_.registration));
+    if (detail == 2 && coverage_.in_service()) {
+        text += fmt::format(",\"0001\",\"00000001\",{}", static_cast<unsigned>(coverage_.technology));
+    }
+    return text;
+}
+
+void modem_t::set_coverage(const coverage_t& coverage) {
+    constexpr std::string_view names[] = {"+CREG", "+CGREG", "+CEREG"};
+    std::string before[std::size(names)];
+    for (size_t i = 0; i < std::size(names); ++i) {
+        before[i] = registration(names[i], reports_of(names[i]));
+    }
+    coverage_ = coverage;
+    for (size_t i = 0; i < std::size(names); ++i) {
+        const unsigned reports = reports_of(names[i]);
+        const std::string now = registration(names[i], reports);
+        if (reports > 0 && now != before[i]) {
+            dialogue_.unsolicited(fmt::format("{}: {}", names[i], now));
+        }
+    }
+}
+
+/// Operator, 7.3: chosen automatically; <mode> 3 sets the form of its name.
+at_result_t modem_t::cops(const at_command_t& command, at_lines_t& lines) {
+    if (command.form == at_form_t::read) {
+        lines.push_back(coverage_.in_service()
+                            ? fmt::format("+COPS: 0,{},\"{}\",{}", operator_format_, operator_names[operator_format_],
+                                          static_cast<unsigned>(coverage_.technology))
+                            : "+COPS: 0");
+        return at_ok;
+    }
+    const at_parameters_t parameters(command.value);
+    const std::optional<unsigned> mode = parameters.number(0, 3);
+    const std::optional<unsigned> format = parameters.number_or(1, 2, operator_format_);
+    if (!mode || !format || (*mode != 0 && *mode != 3)) {
+        return cme_incorrect_parameters;
+    }
+    operator_format_ = *format;
+    return at_ok;
+}
+
+/// List of commands, 8.37.
+at_result_t modem_t::clac(const at_command_t& /*command*/, at_lines_t& lines) {
+    for (const command_t& known : commands) {
+        lines.push_back(fmt::format("{}{}", known.name.starts_with('+') ? "" : "AT", known.name));
+    }
+    message_service_t::list_commands(lines);
+    return at_ok;
+}
+
+}  // namespace network

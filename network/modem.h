@@ -1,0 +1,72 @@
+/// A GSM/UMTS modem as its host sees it through AT commands: identity, SIM, registration (3GPP TS 27.007) and the
+/// message service (3GPP TS 27.005). No I/O: octets go in and out through dialogue(). Not thread-safe.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "network/at_server.h"
+#include "network/faults.h"
+#include "network/message_service.h"
+
+namespace network {
+
+class modem_t : public at_commands_t {
+  public:
+    /// `service_centre` outlives the modem.
+    modem_t(const std::string& number, service_centre_t& service_centre);
+    ~modem_t() override = default;
+    modem_t(const modem_t&) = delete;
+    modem_t& operator=(const modem_t&) = delete;
+
+    at_server_t& dialogue() { return dialogue_; }
+    message_service_t& messages() { return messages_; }
+    faults_t& faults() { return faults_; }
+    /// Tells the host, when it asked to be told (+CREG and its like).
+    void set_coverage(const coverage_t& coverage);
+    /// Forgets settings and half-entered lines; keeps faults, coverage and stored messages.
+    void power_on();
+
+    at_result_t execute(const at_command_t& command, at_lines_t& lines) override;
+    at_result_t execute_text(std::string_view text, at_lines_t& lines) override;
+    void reset_settings() override;
+
+  private:
+    static constexpr std::string_view default_character_set = "GSM";
+
+    struct command_t;
+    static const command_t commands[];
+
+    /// <n> of the three registration commands: 0 silent, 1 tells of changes, 2 also where.
+    struct reports_t {
+        unsigned creg = 0;
+        unsigned cgreg = 0;
+        unsigned cereg = 0;
+    };
+
+    at_result_t identify(const at_command_t& command, at_lines_t& lines);
+    at_result_t creg(const at_command_t& command, at_lines_t& lines);
+    at_result_t cops(const at_command_t& command, at_lines_t& lines);
+    at_result_t cpin(const at_command_t& command, at_lines_t& lines);
+    at_result_t csq(const at_command_t& command, at_lines_t& lines);
+    at_result_t cnum(const at_command_t& command, at_lines_t& lines);
+    at_result_t cfun(const at_command_t& command, at_lines_t& lines);
+    at_result_t cscs(const at_command_t& command, at_lines_t& lines);
+    at_result_t clac(const at_command_t& command, at_lines_t& lines);
+
+    unsigned& reports_of(std::string_view name);
+    std::string registration(std::string_view name, unsigned detail) const;
+    std::string equipment_identity() const;
+    std::string subscriber_identity() const;
+
+    const std::string number_;
+    coverage_t coverage_;
+    faults_t faults_;
+    at_server_t dialogue_;
+    message_service_t messages_;
+    reports_t reports_;
+    unsigned operator_format_ = 0;                      // +COPS
+    std::string character_set_{default_character_set};  // +CSCS
+};
+
+}  // namespace network

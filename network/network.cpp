@@ -1,0 +1,234 @@
+#include "network/network.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <system_error>
+
+#include "network/phone.h"
+#include "platform/linux/clock.h"
+
+namespace network {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string_view digits_of(std::string_view number) {
+    number.remove_prefix(number.starts_with('+') ? 1 : 0);
+    return number;
+}
+
+bool is_number(std::string_view number) {
+    const std::string_view digits = digits_of(number);
+    return !digits.empty() && digits.size() <= tpdu::max_address_digits &&
+           std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+}  // namespace
+
+network_t::network_t(fs::path directory) : directory_(std::move(directory)) {}
+
+std::unique_ptr<network_t> network_t::start(const fs::path& directory, const std::vector<std::string>& numbers,
+                                            std::string* error) {
+    std::unique_ptr<network_t> network(new network_t(directory));
+    if (!network->take_directory(error)) {
+        return nullptr;
+    }
+    for (const std::string& number : numbers) {
+        if (!network->plug_in(number, error)) {
+            return nullptr;
+        }
+    }
+    network->thread_ = std::thread([self = network.get()] { self->serve(); });
+    return network;
+}
+
+network_t::~network_t() {
+    ending_ = true;
+    tasks_.wake();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+    phones_.clear();
+    if (directory_lock_ >= 0) {
+        ::close(directory_lock_);
+    }
+}
+
+/// A lock on the directory itself: a killed network leaves nothing to clean up.
+bool network_t::take_directory(std::string* error) {
+    std::error_code failure;
+    fs::create_directories(directory_, failure);
+    directory_lock_ = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory_lock_ < 0) {
+        *error =
+            fmt::format("cannot use the directory {}: {}", directory_.string(), std::generic_category().message(errno));
+        return false;
+    }
+    if (flock(directory_lock_, LOCK_EX | LOCK_NB) != 0) {
+        *error = errno == EWOULDBLOCK ? fmt::format("another network runs in {}", directory_.string())
+                                      : fmt::format("cannot lock the directory {}: {}", directory_.string(),
+                                                    std::generic_category().message(errno));
+        return false;
+    }
+    return true;
+}
+
+bool network_t::plug_in(const std::string& number, std::string* error) {
+    if (!is_number(number)) {
+        *error = fmt::format("\"{}\" is no phone number: up to {} digits are wanted, with an optional + before them",
+                             number, tpdu::max_address_digits);
+        return false;
+    }
+    phone_t* known = find(number);
+    if (known != nullptr && (known->plugged_in() || known->number() != number)) {
+        *error = fmt::format("the network has a phone {} already", known->number());
+        return false;
+    }
+    if (known != nullptr) {
+        return known->plug_in(link(number), tty_watch_, error);
+    }
+    auto phone = std::make_unique<phone_t>(number, service_centre_);
+    if (!phone->plug_in(link(number), tty_watch_, error)) {
+        return false;
+    }
+    phones_.emplace(digits_of(number), std::move(phone));
+    return true;
+}
+
+phone_t* network_t::find(std::string_view number) const {
+    const auto phone = phones_.find(digits_of(number));
+    return phone == phones_.end() ? nullptr : phone->second.get();
+}
+
+bool network_t::attach(const std::string& number, std::string* error) {
+    bool done = false;
+    tasks_.run([&] { done = plug_in(number, error); });
+    return done;
+}
+
+fs::path network_t::link(std::string_view number) const {
+    return directory_ / number;
+}
+
+bool network_t::change(std::string_view number, const std::function<void(phone_t&)>& apply) {
+    bool found = false;
+    tasks_.run([&] {
+        phone_t* phone = find(number);
+        found = phone != nullptr;
+        if (found) {
+            apply(*phone);
+        }
+    });
+    return found;
+}
+
+bool network_t::hang_up(std::string_view number) {
+    return change(number, [](phone_t& phone) { phone.hang_up(); });
+}
+
+bool network_t::set_faults(std::string_view number, const faults_t& faults) {
+    return change(number, [&](phone_t& phone) { phone.modem().faults() = faults; });
+}
+
+bool network_t::set_coverage(std::string_view number, const coverage_t& coverage) {
+    return change(number, [&](phone_t& phone) { phone.modem().set_coverage(coverage); });
+}
+
+bool network_t::set_places(std::string_view number, std::string_view memory, size_t places) {
+    bool known_memory = false;
+    return change(number,
+                  [&](phone_t& phone) { known_memory = phone.modem().messages().set_places(memory, places); }) &&
+           known_memory;
+}
+
+/// The order matters three times. That a host has closed its tty is looked up after reading and before executing: what
+/// was read may be of its successor already, whose answers must not be dropped with its own. And messages are delivered
+/// after the commands, so that a phone that sends to itself is told of the arrival after the result of its submission.
+/// And what a host reads is in the statistics already.
+void network_t::serve() {
+    const platform::clock_watch_t clock_watch([this] { tasks_.wake(); });
+    while (!ending_) {
+        wait();
+        tasks_.do_all();
+        const auto each_plugged_in = [this](void (phone_t::*step)()) {
+            for (const auto& [digits, phone] : phones_) {
+                if (phone->plugged_in()) {
+                    (phone.get()->*step)();
+                }
+            }
+        };
+        each_plugged_in(&phone_t::read);
+        forget_closed_hosts();
+        each_plugged_in(&phone_t::execute);
+        service_centre_.deliver_waiting();
+        publish_statistics();
+        each_plugged_in(&phone_t::write);
+    }
+}
+
+void network_t::wait() {
+    std::vector<pollfd> waits = {{tasks_.fd(), POLLIN, 0}, {tty_watch_.fd(), POLLIN, 0}};
+    for (const auto& [digits, phone] : phones_) {
+        if (phone->plugged_in()) {
+            waits.push_back({phone->fd(), phone->wanted_events(), 0});
+        }
+    }
+    poll(waits.data(), waits.size(), time_to_wait());
+}
+
+/// Milliseconds, or -1 for ever.
+int network_t::time_to_wait() const {
+    uint64_t limit = std::numeric_limits<uint64_t>::max();
+    const uint64_t now = platform::tick64();
+    for (const auto& [digits, phone] : phones_) {
+        if (!phone->plugged_in()) {
+            continue;
+        }
+        if (phone->has_input()) {
+            return 0;
+        }
+        if (const std::optional<uint64_t> deadline = phone->modem().messages().deadline()) {
+            limit = std::min(limit, *deadline > now ? *deadline - now : 0);
+        }
+    }
+    return limit == std::numeric_limits<uint64_t>::max() ? -1 : static_cast<int>(std::min<uint64_t>(limit, 60'000));
+}
+
+void network_t::forget_closed_hosts() {
+    for (const int id : tty_watch_.closed()) {
+        for (const auto& [digits, phone] : phones_) {
+            if (phone->plugged_in() && phone->watch_id() == id) {
+                phone->host_closed();
+            }
+        }
+    }
+}
+
+void network_t::publish_statistics() {
+    const std::lock_guard lock(statistics_mutex_);
+    if (statistics_ != service_centre_.statistics()) {
+        statistics_ = service_centre_.statistics();
+        statistics_changed_.notify_all();
+    }
+}
+
+statistics_t network_t::statistics() const {
+    const std::lock_guard lock(statistics_mutex_);
+    return statistics_;
+}
+
+bool network_t::wait_until(const std::function<bool(const statistics_t&)>& condition,
+                           std::chrono::milliseconds limit) const {
+    std::unique_lock lock(statistics_mutex_);
+    return statistics_changed_.wait_for(lock, limit, [&] { return condition(statistics_); });
+}
+
+}  // namespace network

@@ -1,0 +1,89 @@
+/// The emulated cellular network: a service centre and one modem a phone number, each on a pseudo-terminal that
+/// DIR/<number> links to. The host at the other end of the tty cannot tell it from hardware.
+///
+/// One thread serves all modems. The functions here may be called from any thread; they return when the change is made.
+/// Failures are returned with a text for people, never thrown.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "network/event_loop.h"
+#include "network/faults.h"
+#include "network/service_centre.h"
+
+namespace network {
+
+class phone_t;
+
+class network_t {
+  public:
+    /// Makes the directory when it is missing and takes it for this network alone. Numbers are digits with an optional
+    /// "+" before them. None, with the reason in `error`, when the directory is taken or cannot be used, when a number
+    /// is malformed or given twice, or when something that is not a modem's link stands in a link's place. The links
+    /// that a killed network left behind are replaced.
+    static std::unique_ptr<network_t> start(const std::filesystem::path& directory,
+                                            const std::vector<std::string>& numbers, std::string* error);
+    /// Ends the thread, hangs up every modem and removes the links.
+    ~network_t();
+    network_t(const network_t&) = delete;
+    network_t& operator=(const network_t&) = delete;
+
+    /// Adds a phone, which then gets what waits for it; or brings back one that hung up, as after a power cycle: on
+    /// another tty, with its settings forgotten and its stored messages kept.
+    bool attach(const std::string& number, std::string* error);
+    /// DIR/<number>
+    std::filesystem::path link(std::string_view number) const;
+
+    // Each returns false when the network has no such phone.
+    /// The tty goes away, as when a modem is unplugged; messages for the phone wait until it is attached again.
+    bool hang_up(std::string_view number);
+    bool set_faults(std::string_view number, const faults_t& faults);
+    bool set_coverage(std::string_view number, const coverage_t& coverage);
+    /// Places of the message memory "SM" or "ME"; what is stored beyond them is lost.
+    bool set_places(std::string_view number, std::string_view memory, size_t places);
+
+    /// They count what the hosts have been told, and may be ahead of it.
+    statistics_t statistics() const;
+    /// Waits until the statistics satisfy `condition`; false when the time is over first.
+    bool wait_until(const std::function<bool(const statistics_t&)>& condition, std::chrono::milliseconds limit) const;
+
+  private:
+    explicit network_t(std::filesystem::path directory);
+    bool take_directory(std::string* error);
+    bool plug_in(const std::string& number, std::string* error);
+    phone_t* find(std::string_view number) const;
+    bool change(std::string_view number, const std::function<void(phone_t&)>& apply);
+    void serve();
+    void wait();
+    int time_to_wait() const;
+    void forget_closed_hosts();
+    void publish_statistics();
+
+    const std::filesystem::path directory_;
+    int directory_lock_ = -1;
+
+    // Of the network's thread, once it runs.
+    service_centre_t service_centre_;
+    std::map<std::string, std::unique_ptr<phone_t>, std::less<>> phones_;  // by digits
+    tty_watch_t tty_watch_;
+
+    task_queue_t tasks_;
+    std::atomic<bool> ending_ = false;
+    mutable std::mutex statistics_mutex_;
+    mutable std::condition_variable statistics_changed_;
+    statistics_t statistics_;  // guarded by statistics_mutex_: what the service centre's were after the last round
+    std::thread thread_;
+};
+
+}  // namespace network

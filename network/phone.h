@@ -1,0 +1,56 @@
+/// A phone of the network: a modem on a tty that DIR/<number> links to, or, while it is hung up, on none. Used on the
+/// network's thread alone.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "network/event_loop.h"
+#include "network/modem.h"
+#include "network/pty.h"
+#include "network/tty_link.h"
+
+namespace network {
+
+class phone_t {
+  public:
+    /// `service_centre` outlives the phone.
+    phone_t(std::string number, service_centre_t& service_centre);
+    ~phone_t();
+    phone_t(const phone_t&) = delete;
+    phone_t& operator=(const phone_t&) = delete;
+
+    /// Powers the modem on, on a new tty. False, with the reason in `error`, when tty or link cannot be made.
+    bool plug_in(const std::filesystem::path& link, const tty_watch_t& watch, std::string* error);
+    /// Takes the tty and its link away.
+    void hang_up();
+    bool plugged_in() const { return pty_ != nullptr; }
+
+    const std::string& number() const { return number_; }
+    modem_t& modem() { return modem_; }
+    int watch_id() const { return watch_id_; }
+
+    // One round: wait for these events on fd(), read, execute, (the service centre delivers,) write.
+    int fd() const { return pty_->fd(); }
+    short wanted_events();
+    void read();
+    void execute();
+    void write();
+    /// Whether execute has more to do at once.
+    bool has_input() { return !input_.empty() && !modem_.dialogue().congested(); }
+    void host_closed();
+
+  private:
+    const std::string number_;
+    service_centre_t& service_centre_;
+    modem_t modem_;
+    std::unique_ptr<pty_t> pty_;
+    std::unique_ptr<tty_link_t> link_;
+    int watch_id_ = -1;
+    std::string input_;  // read, not yet executed: at most one read's worth
+};
+
+}  // namespace network

@@ -1,0 +1,72 @@
+#include "network/pty.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+namespace network {
+
+namespace {
+
+void make_raw(int tty) {
+    termios settings{};
+    if (tcgetattr(tty, &settings) == 0) {
+        cfmakeraw(&settings);
+        tcsetattr(tty, TCSANOW, &settings);
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<pty_t> pty_t::open(std::string* error) {
+    std::array<char, 64> name{};
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    int slave = -1;
+    if (master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0 &&
+        ptsname_r(master, name.data(), name.size()) == 0) {
+        slave = ::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    }
+    if (slave < 0) {
+        *error = "cannot make a pseudo-terminal: " + std::generic_category().message(errno);
+        if (master >= 0) {
+            ::close(master);
+        }
+        return nullptr;
+    }
+    make_raw(slave);
+    return std::unique_ptr<pty_t>(new pty_t(master, slave, name.data()));
+}
+
+pty_t::~pty_t() {
+    ::close(slave_);
+    ::close(master_);
+}
+
+void pty_t::read(std::string& into) const {
+    std::array<char, 4096> octets;
+    const ssize_t count = ::read(master_, octets.data(), octets.size());
+    if (count > 0) {
+        into.append(octets.data(), static_cast<size_t>(count));
+    }
+}
+
+void pty_t::write(std::string& from) const {
+    const ssize_t count = from.empty() ? 0 : ::write(master_, from.data(), from.size());
+    if (count > 0) {
+        from.erase(0, static_cast<size_t>(count));
+    }
+}
+
+void pty_t::forget_host() const {
+    ioctl(slave_, TIOCNXCL);
+    make_raw(slave_);
+    tcflush(slave_, TCIFLUSH);
+}
+
+}  // namespace network

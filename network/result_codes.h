@@ -1,0 +1,50 @@
+/// The final result codes of a command line: V.250 5.7.1, +CME ERROR of 3GPP TS 27.007 9.2 and +CMS ERROR of 3GPP TS
+/// 27.005 3.2.5.
+#pragma once
+
+#include <string>
+
+namespace network {
+
+/// What a command, and with it the line, ends with.
+struct at_result_t {
+    enum class kind_t {
+        ok,
+        error,
+        cme_error,   // of the equipment; plain ERROR unless +CMEE asks for more
+        cms_error,   // of the message service
+        enter_text,  // no end yet: the host enters text up to Ctrl-Z
+        nothing,     // the answer never comes
+    };
+    kind_t kind = kind_t::ok;
+    unsigned code = 0;
+};
+
+inline constexpr at_result_t at_ok{at_result_t::kind_t::ok};
+inline constexpr at_result_t at_error{at_result_t::kind_t::error};
+inline constexpr at_result_t at_enter_text{at_result_t::kind_t::enter_text};
+inline constexpr at_result_t at_nothing{at_result_t::kind_t::nothing};
+
+inline constexpr at_result_t cme_not_allowed{at_result_t::kind_t::cme_error, 3};
+inline constexpr at_result_t cme_incorrect_parameters{at_result_t::kind_t::cme_error, 50};
+
+constexpr at_result_t cms_error(unsigned code) {
+    return {at_result_t::kind_t::cms_error, code};
+}
+inline constexpr at_result_t cms_not_supported = cms_error(303);
+inline constexpr at_result_t cms_invalid_pdu_parameter = cms_error(304);
+inline constexpr at_result_t cms_invalid_index = cms_error(321);
+inline constexpr at_result_t cms_no_network_service = cms_error(331);
+inline constexpr at_result_t cms_no_acknowledgement_expected = cms_error(340);
+
+/// RP-causes, 3GPP TS 24.011 E-2, which +CMS ERROR passes on.
+inline constexpr unsigned cause_unidentified_subscriber = 28;
+inline constexpr unsigned cause_congestion = 42;
+
+/// +CMEE, 3GPP TS 27.007 9.1.
+enum class error_form_t : unsigned { plain = 0, numeric = 1, verbose = 2 };
+
+/// The result as text without its framing; `numeric` is V0. enter_text and nothing have none.
+std::string result_text(at_result_t result, error_form_t form, bool numeric);
+
+}  // namespace network

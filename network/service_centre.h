@@ -1,0 +1,72 @@
+/// The service centre of the network: takes SMS-SUBMITs, keeps each until its destination has taken it, and hands it on
+/// as an SMS-DELIVER (3GPP TS 23.040 3.1). User data passes octet for octet. Not thread-safe.
+///
+/// A destination is its digits: "+49...", and the same digits as a national or unknown number, are one phone.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "radio/tpdu.h"
+
+namespace network {
+
+/// A phone within reach, as the service centre sees it.
+class receiver_t {
+  public:
+    enum class taken_t {
+        acknowledged,
+        pending,  // service_centre_t::acknowledge follows
+        not_now,  // no room or no coverage: offer it again
+    };
+    virtual ~receiver_t() = default;
+    virtual taken_t deliver(const tpdu::octets_t& tpdu) = 0;
+};
+
+/// Counts since the start, but `waiting`, which is now.
+struct statistics_t {
+    uint64_t submitted = 0;
+    uint64_t delivered = 0;
+    uint64_t waiting = 0;
+
+    bool operator==(const statistics_t&) const = default;
+};
+
+class service_centre_t {
+  public:
+    /// The network's own number, as it stands in AT+CSCA and before each delivered message.
+    static constexpr std::string_view own_number = "+999000001";
+
+    /// Takes a message into store. Returns 0, or the RP-cause (3GPP TS 24.011 E-2) of the refusal.
+    unsigned submit(const std::string& originator, const tpdu::submit_t& submit);
+    /// From now on until detach, `phone` is offered what waits for the number.
+    void attach(const std::string& number, receiver_t& phone);
+    void detach(const std::string& number);
+    /// The outcome of a pending delivery; one that was not accepted waits on.
+    void acknowledge(const std::string& number, bool accepted);
+    /// Offers every attached phone what waits for it.
+    void deliver_waiting();
+    const statistics_t& statistics() const { return statistics_; }
+
+  private:
+    // Bounds what a flood to numbers that nobody has can take up.
+    static constexpr uint64_t max_waiting = 100'000;
+
+    struct attached_t {
+        receiver_t* phone = nullptr;
+        bool pending = false;
+    };
+    using queue_t = std::deque<tpdu::deliver_t>;
+
+    void deliver_waiting(attached_t& attached, queue_t& queue);
+    void remove_first(queue_t& queue);
+
+    std::map<std::string, attached_t> attached_;  // by digits
+    std::map<std::string, queue_t> queues_;       // by digits
+    statistics_t statistics_;
+};
+
+}  // namespace network
