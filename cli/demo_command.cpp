@@ -106,6 +106,11 @@ class demo_t {
         return arrivals_.watch();
     }
 
+    int fail_with(const std::string& error) {
+        progress_.clear();
+        return fail(error);
+    }
+
     /// Sends the cards one after another and waits for each to be stored. Returns what stopped it, or an empty text.
     std::string transfer(const std::vector<card_t>& cards) {
         auto client = client::client_t::connect(sender_.settings().device);
@@ -222,7 +227,7 @@ int run_demo(const demo_options_t& options, bool json) {
     if (error = demo.start(); error.empty())
         error = demo.transfer(*cards);
     if (!error.empty())
-        return fail(error);
+        return demo.fail_with(error);
     const bool all_identical = demo.report();
     if (folder.is_temporary() && !json)
         say_line("These phones are temporary and go now; --dir DIR keeps them.");

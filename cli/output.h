@@ -42,9 +42,10 @@ class progress_t {
     void show(const std::string& state);
     /// Something that should stay to be read.
     void note(const std::string& text);
+    /// Takes the state off a terminal, before something else is written.
+    void clear();
 
   private:
-    void clear();
     void write_line(const std::string& line);
 
     bool terminal_;

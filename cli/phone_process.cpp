@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/pidfd.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -61,7 +61,7 @@ std::string phone_process_t::start() {
         become(arguments.data(), child_output.get(), log.get());
     if (process_ < 0)
         return fmt::format("cannot start a service: {}", reason(errno));
-    handle_ = descriptor_t(pidfd_open(process_, 0));
+    handle_ = descriptor_t(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
     return {};
 }
 

@@ -89,6 +89,7 @@ class sender_t {
         }
         const std::string label = fmt::format("{} (message {})", card.label(), *id);
         const delivery_t delivery = watch_delivery(client_, *id, label, progress_, signals_);
+        progress_.clear();
         report(delivery.tally);
         return finish(*id, label, delivery);
     }
@@ -158,6 +159,8 @@ int run_count(const context_t& context, const send_options_t& options) {
 }
 
 int run_send(const context_t& context, const send_options_t& options) {
+    if (const std::string error = check_number(options.number); !error.empty())
+        return fail(error);
     const auto cards = read_cards(options);
     if (!cards)
         return exit_failed;
@@ -182,7 +185,6 @@ void add_send_commands(CLI::App& app, context_t& context) {
     add_card_options(send, context, options);
     send->add_option("--to", options->number, "the phone number: digits, with + before an international one")
         ->type_name("NUMBER")
-        ->check(CLI::Validator([](const std::string& number) { return check_number(number); }, ""))
         ->required();
     send->add_flag("--no-wait", options->no_wait, "queue the cards, print their message ids and return");
     send->footer(

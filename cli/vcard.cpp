@@ -8,11 +8,9 @@
 namespace {
 
 struct property_t {
-    std::string name;        // upper case, without its group
-    std::string parameters;  // upper case, each with its ";" before it
+    std::string name;  // upper case, without its group
+    bool quoted_printable;
     std::string value;
-
-    bool is_quoted_printable() const { return parameters.find("QUOTED-PRINTABLE") != std::string::npos; }
 };
 
 std::string upper(std::string_view text) {
@@ -31,14 +29,6 @@ std::string_view take_line(std::string_view& text) {
     return line;
 }
 
-/// A line that begins with white space goes on with the one before it, RFC 6350 3.2.
-std::string take_unfolded(std::string_view& text) {
-    std::string line(take_line(text));
-    while (text.starts_with(' ') || text.starts_with('\t'))
-        line += take_line(text).substr(1);
-    return line;
-}
-
 /// The colon that ends the parameters; one inside a quoted parameter value does not.
 size_t find_value(std::string_view line) {
     bool quoted = false;
@@ -51,8 +41,29 @@ size_t find_value(std::string_view line) {
     return std::string_view::npos;
 }
 
+bool is_quoted_printable(std::string_view line) {
+    return upper(line.substr(0, find_value(line))).find("QUOTED-PRINTABLE") != std::string::npos;
+}
+
+/// A line and those that go on with it: after a "=" at the end of a quoted-printable one (RFC 2045 6.7 (5)) the next as
+/// it is; else those that begin with white space (RFC 6350 3.2), which is not part of the text.
+std::string take_whole_line(std::string_view& text) {
+    std::string line(take_line(text));
+    while (!text.empty()) {
+        if (line.ends_with('=') && is_quoted_printable(line)) {
+            line.pop_back();
+            line += take_line(text);
+        } else if (text.starts_with(' ') || text.starts_with('\t')) {
+            line += take_line(text).substr(1);
+        } else {
+            break;
+        }
+    }
+    return line;
+}
+
 std::optional<property_t> take_property(std::string_view& text) {
-    std::string line = take_unfolded(text);
+    const std::string line = take_whole_line(text);
     const size_t colon = find_value(line);
     if (colon == std::string::npos)
         return std::nullopt;
@@ -60,13 +71,8 @@ std::optional<property_t> take_property(std::string_view& text) {
     const size_t name_end = std::min(head.find(';'), head.size());
     const size_t group_end = head.rfind('.', name_end);
     const size_t name_begin = group_end == std::string::npos ? 0 : group_end + 1;
-    property_t property{head.substr(name_begin, name_end - name_begin), head.substr(name_end), line.substr(colon + 1)};
-    // A quoted-printable value goes on after a "=" at the end of a line, RFC 2045 6.7 (5).
-    while (property.is_quoted_printable() && property.value.ends_with('=') && !text.empty()) {
-        property.value.pop_back();
-        property.value += take_line(text);
-    }
-    return property;
+    return property_t{head.substr(name_begin, name_end - name_begin), is_quoted_printable(line),
+                      line.substr(colon + 1)};
 }
 
 int hex_digit(char digit) {
@@ -133,7 +139,7 @@ std::string card_name(std::string_view card) {
         auto property = take_property(card);
         if (!property || (property->name != "FN" && property->name != "N"))
             continue;
-        if (property->is_quoted_printable())
+        if (property->quoted_printable)
             property->value = decode_quoted_printable(property->value);
         auto parts = components(property->value);
         if (property->name == "FN" && !property->value.empty())

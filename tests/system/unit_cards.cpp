@@ -21,7 +21,7 @@ TEST(text, a_card_name_is_read_as_phones_write_it) {
         {"BEGIN:VCARD\nfn:Ada\nEND:VCARD", "Ada"},
         {"FN:Ada Exam\r\n ple of a fold\r\n\tand a tab\r\n", "Ada Example of a foldand a tab"},
         // vCard 2.1: quoted-printable with a soft line break.
-        {"FN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:Zo=C3=AB=\r\n Ex=41mple\r\n", "Zo\xC3\xAB Example"},
+        {"FN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:Zo=C3=AB=\r\n Ex=61mple\r\n", "Zo\xC3\xAB Example"},
         {"FN;QUOTED-PRINTABLE:100% = a=4\r\n", "100% = a=4"},
         {"item1.FN:Grouped\r\n", "Grouped"},
         {"FN;X-NOTE=\"a:b\":Quoted parameter\r\n", "Quoted parameter"},
