@@ -210,7 +210,7 @@ std::optional<size_t> delivered_length(std::string_view line) {
 }
 
 std::optional<tpdu::octets_t> tpdu_of_line(std::string_view pdu, size_t length) {
-    const std::optional<tpdu::octets_t> octets = platform::from_hex(pdu);
+    std::optional<tpdu::octets_t> octets = platform::from_hex(pdu);
     if (!octets) {
         return std::nullopt;
     }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "radio/tpdu.h"
@@ -60,7 +61,10 @@ struct location_t {
     std::string memory;
     int index = 0;
 
-    auto operator<=>(const location_t&) const = default;
+    bool operator==(const location_t&) const = default;
+    bool operator<(const location_t& other) const {
+        return std::tie(memory, index) < std::tie(other.memory, other.index);
+    }
 };
 std::optional<location_t> new_message(std::string_view line);
 

@@ -25,18 +25,17 @@ int poll_time(uint64_t until) {
 }  // namespace
 
 modem_link_t::modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited)
-    : tty_(tty),
-      unsolicited_(std::move(unsolicited)),
-      wake_descriptor_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      clock_watch_([this] { wake(); }) {}
+    : tty_(tty), unsolicited_(std::move(unsolicited)), clock_watch_([this] { wake(); }) {}
 
-modem_link_t::~modem_link_t() {
-    ::close(wake_descriptor_);
+modem_link_t::wake_event_t::wake_event_t() : descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
+
+modem_link_t::wake_event_t::~wake_event_t() {
+    ::close(descriptor);
 }
 
 void modem_link_t::wake() {
     const uint64_t one = 1;
-    static_cast<void>(write(wake_descriptor_, &one, sizeof one));
+    static_cast<void>(write(wake_event_.descriptor, &one, sizeof one));
 }
 
 void modem_link_t::begin_ending() {
@@ -111,7 +110,7 @@ void modem_link_t::wait(uint64_t until) {
 }
 
 void modem_link_t::pump(uint64_t until) {
-    pollfd descriptors[2] = {{wake_descriptor_, POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
+    pollfd descriptors[2] = {{wake_event_.descriptor, POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
     if (!out_.empty()) {
         descriptors[1].events |= POLLOUT;
     }
@@ -122,7 +121,7 @@ void modem_link_t::pump(uint64_t until) {
     }
     if (descriptors[0].revents != 0) {
         uint64_t ignored = 0;
-        static_cast<void>(read(wake_descriptor_, &ignored, sizeof ignored));
+        static_cast<void>(read(wake_event_.descriptor, &ignored, sizeof ignored));
     }
     if (count == 2 && (descriptors[1].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL))) {
         read_some();

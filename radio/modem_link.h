@@ -19,7 +19,6 @@ class modem_link_t {
     /// `unsolicited` gets each unsolicited line when it arrives, also in the middle of an exchange; it must not
     /// exchange.
     modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited);
-    ~modem_link_t();
     modem_link_t(const modem_link_t&) = delete;
     modem_link_t& operator=(const modem_link_t&) = delete;
 
@@ -41,6 +40,14 @@ class modem_link_t {
   private:
     static constexpr uint64_t never = UINT64_MAX;
 
+    struct wake_event_t {
+        int descriptor = -1;
+        wake_event_t();
+        ~wake_event_t();
+        wake_event_t(const wake_event_t&) = delete;
+        wake_event_t& operator=(const wake_event_t&) = delete;
+    };
+
     reply_t run(const command_t& command);
     [[nodiscard]] const time_limit_t& limit_of(const command_t& command) const;
     bool recover();
@@ -51,13 +58,13 @@ class modem_link_t {
 
     tty_t& tty_;
     std::function<void(const modem_line_t&)> unsolicited_;
-    int wake_descriptor_;
+    wake_event_t wake_event_;
     at_dialogue_t dialogue_;
     std::string out_;  // still to be written
     bool out_of_step_ = false;
     std::atomic<bool> lost_ = false;
     std::atomic<uint64_t> ending_at_ = never;
-    platform::clock_watch_t clock_watch_;
+    platform::clock_watch_t clock_watch_;  // last: it wakes, until it is gone
 };
 
 }  // namespace radio
