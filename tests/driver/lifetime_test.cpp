@@ -1,0 +1,205 @@
+// The driver's end and its return, while everybody else goes on; many clients at once.
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "tests/driver/phone.h"
+
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using lifetime_test = driver_test;
+
+TEST_F(lifetime_test, sleeping_sender_never_meets_the_next_daemon) {
+    phone.start_on(gsm);
+    for (size_t life = 2; life <= 50; ++life) {
+        phone.stop();
+        phone.start();
+        radio.question(life);
+    }
+    for (size_t more = 1; more <= 3; ++more) {
+        eventually([&] {
+            platform::testing::advance_clock(10000);
+            return radio.attempts().questions >= 50 + more;
+        });
+        phone.request(ZPD_IOCTL_VERSION);
+    }
+    // All fifty senders have been woken. Were more than one alive, each step would bring a question of each.
+    const size_t before = radio.attempts().questions;
+    platform::testing::advance_clock(10000);
+    radio.question(before + 1);
+    phone.request(ZPD_IOCTL_VERSION);
+    EXPECT_EQ(radio.attempts().questions, before + 1);
+}
+
+TEST_F(lifetime_test, goes_and_comes_back_under_load) {
+    phone.preset("activated", 1);
+    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    std::atomic<bool> over{false};
+    const auto client = [&] {
+        while (!over) {
+            const reply_t sent = phone.send("card");
+            if (sent.done) {
+                EXPECT_THAT(phone.close(u32_at(sent.output, 0)).error, AnyOf(0, 1002, 4319));
+            } else {
+                EXPECT_EQ(sent.error, 4319u);
+            }
+            EXPECT_THAT(phone.request(ZPD_IOCTL_MESSAGE_LIST).error, AnyOf(0, 4319));
+        }
+    };
+    std::thread one(client);
+    std::thread two(client);
+    std::thread air([&] {
+        for (unsigned n = 0; !over; ++n) {
+            radio.system_changed(gsm);
+            radio.deliver(deliver_message(part_header(n & 0xFF, 2, 1 + n % 2), "x"));
+            radio.result(static_cast<HRESULT>(n), RIL_RESULT_OK, u32(1));
+        }
+    });
+    for (int life = 0; life < 50; ++life) {
+        phone.start();
+        EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), done(u32(2)));
+        phone.stop();
+    }
+    over = true;
+    one.join();
+    two.join();
+    air.join();
+    phone.start();
+    radio.deliver(deliver_message(port_header, "good", u"+9"));
+    EXPECT_EQ(phone.cards().back(), "+9:good");
+}
+
+TEST_F(lifetime_test, clients_and_radio_all_at_once) {
+    phone.preset("activated", 1);
+    phone.preset("incoming_dir_size", 10);
+    phone.start_on(gsm);
+    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    const auto client = [&](unsigned number) {
+        for (unsigned round = 0; round < 50; ++round) {
+            const uint32_t id = phone.send_card(200);
+            if (number == 0)
+                phone.request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(round % 2) + u8(7) + u8(round % 8));
+            if (number == 1)
+                phone.request(ZPD_IOCTL_RIL_CAPACITY, u8(1) + u8(1 + round % 4));
+            EXPECT_THAT(phone.list(), testing::Contains(id));
+            if (round % 2)
+                eventually([&] { return phone.status(id) == std::vector<int32_t>{4, 4}; });
+            EXPECT_EQ(phone.close(id), done());
+            radio.deliver(deliver_message(part_header(number, 2, 1 + round % 2), "x"));
+        }
+    };
+    std::vector<std::thread> clients;
+    for (unsigned number = 0; number < 4; ++number)
+        clients.emplace_back(client, number);
+    for (auto& thread : clients)
+        thread.join();
+    EXPECT_THAT(phone.list(), IsEmpty());
+    EXPECT_EQ(phone.incoming().size(), 11u);
+    eventually([&] { return radio.attempts().submissions == 400; });
+    phone.request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(0) + u8(7) + u8(0));
+}
+
+class random_test : public driver_test {
+  protected:
+    std::mt19937 random{20080229};  // the same numbers each time
+    unsigned up_to(unsigned most) { return static_cast<unsigned>(random() % (most + 1)); }
+    std::string octets(unsigned most) {
+        std::string text(up_to(most), '\0');
+        for (char& octet : text)
+            octet = static_cast<char>(random());
+        return text;
+    }
+    std::string input_for(unsigned function) {
+        switch (up_to(3) == 0 ? 0 : function) {
+            case 5:
+                return text(octets(400)) + u8(up_to(1)) + u8(up_to(1)) + text(octets(40));
+            case 6:
+                return text(octets(400)) + u8(up_to(1)) + u8(up_to(1));
+            case 8:
+            case 9:
+                return u32(up_to(0xFFFF));
+            case 3:
+                return u8(up_to(3)) + text("app" + std::to_string(up_to(9)));
+            case 14:
+                return text(octets(20));
+            default:
+                return octets(up_to(50) == 0 ? 5000 : 12);
+        }
+    }
+    void mutate(RILMESSAGE& message) {
+        auto* const image = reinterpret_cast<uint8_t*>(&message);
+        for (unsigned changes = up_to(4); changes > 0; --changes) {
+            switch (up_to(3)) {
+                case 0:
+                    image[up_to(sizeof(message) - 1)] = static_cast<uint8_t>(random());
+                    break;
+                case 1:
+                    message.msgInDeliver.rgbHdr[up_to(16)] = static_cast<uint8_t>(random());
+                    break;
+                case 2:
+                    message.msgInDeliver.cbHdrLength = up_to(1) ? up_to(20) : random();
+                    break;
+                default:
+                    message.msgInDeliver.cchMsgLength = up_to(1) ? up_to(200) : random();
+            }
+        }
+    }
+};
+
+TEST_F(random_test, requests_harm_nothing) {
+    phone.preset("Own", REG_SZ, "1", R"(\Software\Microsoft\Pim\Contacts\Settings)");
+    phone.start_on(gsm);
+    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    platform::testing::fail_calls("SHLaunchApplicationForURI", 1155, -1);  // start nothing
+    platform::testing::fail_calls("RegSetValueExW", 5, -1);                // wear out no disk
+    size_t answered = 0;
+    for (int i = 0; i < 100000; ++i) {
+        const unsigned function = up_to(15);
+        const DWORD code = up_to(99) == 0 ? random() : 0x02000000 | function << 2;
+        const reply_t reply = phone.request(code, input_for(function), up_to(40));
+        answered += reply.done;
+        if (reply.done && code == ZPD_IOCTL_SEND_MESSAGE)
+            phone.close(u32_at(reply.output, 0));
+        if (reply.done && code == ZPD_IOCTL_LOG_OPTIONS)
+            phone.request(ZPD_IOCTL_LOG_OPTIONS, std::string("\1\0\7\0", 4));
+    }
+    EXPECT_GT(answered, 10000u);
+    platform::testing::no_failures();
+    phone.request(ZPD_IOCTL_APPLICATION, u8(2));
+    phone.request(ZPD_IOCTL_INCOMING_DIR_SIZE, u8(1) + u32(0));
+    EXPECT_EQ(phone.request(ZPD_IOCTL_ACTIVATION, u8(1) + u8(1)), done(u8(1)));
+    radio.deliver(deliver_message(port_header, "good"));
+    EXPECT_THAT(phone.cards(), ElementsAre("+123:good"));
+    const uint32_t id = phone.send_card(300);
+    eventually([&] { return phone.status(id) == std::vector<int32_t>{4, 4, 4}; });
+}
+
+TEST_F(random_test, messages_harm_nothing) {
+    phone.preset("activated", 1);
+    phone.preset("incoming_dir_size", 8);
+    phone.start();
+    radio.run([this] {
+        for (int i = 0; i < 100000; ++i) {
+            const std::string header = up_to(1) ? port_header : part_header(up_to(3), up_to(3), up_to(4), up_to(1));
+            auto message = std::make_unique<RILMESSAGE>(deliver_message(header, octets(140)));  // of its exact size
+            if (up_to(3) == 0)
+                message->dwType = RIL_MSGTYPE_IN_CDMADELIVER;
+            mutate(*message);
+            radio.notify_here(RIL_NOTIFY_MESSAGE, message.get(), sizeof(*message));
+        }
+    });
+    EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), done(u32(2)));
+    EXPECT_EQ(phone.incoming().size(), 9u);
+    phone.request(ZPD_IOCTL_INCOMING_DIR_SIZE, u8(1) + u32(0));
+    radio.deliver(deliver_message(port_header, "good", u"+9"));
+    EXPECT_EQ(phone.cards().back(), "+9:good");
+}
+
+}  // namespace

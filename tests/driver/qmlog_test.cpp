@@ -1,0 +1,152 @@
+// What a line of the log looks like, where it goes, and what happens while the file cannot be opened.
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+#include "com/qmlog/hex_dump.h"
+#include "com/qmlog/log_file.h"
+#include "platform/linux/home.h"
+#include "tests/driver/captured_log.h"
+#include "tests/driver/phone.h"
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+namespace {
+
+void log(int32_t level, int32_t line, const char* file, const char* function, const char* message) {
+    qmlog::log(qmlog::process_log(), level, {line, file, function}, "%s", message);
+}
+
+TEST(log_line, default_form) {
+    captured_log_t sink(qmlog::default_flags);
+    log(5, 12, R"(C:\src\main.cpp)", "daemon_t::init", "START");
+    qmlog::log(qmlog::process_log(), 7, {12, "main.cpp", "ZPD_Open"}, "");
+    const std::string brackets =
+        R"(\[monotonic=n/a \(TZ=n/a,GMT\) [0-9]+-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} '[^']+'\] \[[^]]+\])";
+    EXPECT_THAT(sink.lines, ElementsAre(MatchesRegex(brackets + " NOTICE at main.cpp:12 in daemon_t::init:"),
+                                        MatchesRegex(brackets + " -- START"),
+                                        MatchesRegex(brackets + " DEBUG: at main.cpp:12 in ZPD_Open")));
+}
+
+TEST(log_line, punctuation_follows_what_is_given) {
+    constexpr uint32_t flags = qmlog::flag_message | qmlog::flag_location | qmlog::flag_function | qmlog::flag_level;
+    const struct {
+        uint32_t flags;
+        int32_t level, line;
+        const char *function, *message, *expected;
+    } cases[] = {
+        {flags, 3, 7, "f", "m", "ERROR at a.cpp:7 in f: m"},
+        {flags, 1, 7, "", "m", "INTERNAL ERROR at a.cpp:7: m"},
+        {flags, 2, 0, "f", "m", "CRITICAL ERROR in f: m"},
+        {flags, 4, 0, "", "m", "WARNING: m"},
+        {flags, 6, 7, "f", "", "INFO: at a.cpp:7 in f"},
+        {flags, 5, 0, "", "", "NOTICE."},
+        {flags, 0, 0, "", "m", "OOPS: m"},
+        {qmlog::flag_level, 3, 7, "f", "m", "ERROR."},
+        {qmlog::flag_message, 3, 7, "f", "m", "m"},
+    };
+    for (const auto& row : cases) {
+        captured_log_t sink(row.flags);
+        qmlog::log(qmlog::process_log(), row.level, {row.line, "a.cpp", row.function}, row.message[0] ? "%s" : "",
+                   row.message);
+        EXPECT_THAT(sink.lines, ElementsAre(row.expected));
+    }
+}
+
+TEST(log_line, fractions_of_the_second) {
+    captured_log_t sink(0x800 | 0x1000 | qmlog::flag_message);
+    log(5, 0, "", "", "m");
+    sink.set_flags(0x800 | 0x1000 | 0x2000 | qmlog::flag_message);
+    log(5, 0, "", "", "m");
+    EXPECT_THAT(sink.lines,
+                ElementsAre(MatchesRegex(R"(\[[0-9:]{8}\.000\] m)"), MatchesRegex(R"(\[[0-9:]{8}\.000000\] m)")));
+}
+
+TEST(log_line, is_never_cut) {
+    captured_log_t sink(qmlog::flag_message);
+    for (const size_t length : {255u, 256u, 257u, 5000u})
+        log(5, 0, "", "", std::string(length, 'x').c_str());
+    EXPECT_THAT(sink.lines,
+                ElementsAre(testing::SizeIs(255), testing::SizeIs(256), testing::SizeIs(257), testing::SizeIs(5000)));
+}
+
+TEST(log_line, thresholds) {
+    captured_log_t all;
+    captured_log_t some;
+    some.set_threshold(4);
+    log(4, 0, "", "", "warning");
+    log(5, 0, "", "", "notice");
+    qmlog::process_log().set_threshold(4);
+    log(5, 0, "", "", "nobody sees this");
+    qmlog::process_log().set_threshold(7);
+    EXPECT_THAT(all.lines, ElementsAre("WARNING: warning", "NOTICE: notice"));
+    EXPECT_THAT(some.lines, ElementsAre("WARNING: warning"));
+}
+
+TEST(log_line, assertions_go_on) {
+    captured_log_t sink(qmlog::flag_message | qmlog::flag_location | qmlog::flag_level);
+    qmlog::assertion_failed(qmlog::process_log(), false, "a==b", {9, "a.cpp", "f"}, "a is %d", 1);
+    qmlog::assertion_failed(qmlog::process_log(), true, "c", {9, "a.cpp", "f"}, "");
+    EXPECT_THAT(
+        sink.lines,
+        ElementsAre(
+            "INTERNAL ERROR at a.cpp:9: Assertion 'a==b' failed; detailed info follows:", "INTERNAL ERROR: a is 1",
+            "INTERNAL ERROR: the program execution will be continued as abortion was disabled at compile time",
+            "INTERNAL ERROR at a.cpp:9: Assertion 'c' failed.",
+            "INTERNAL ERROR: the program will terminate due to internal error above"));
+}
+
+TEST(log_object, second_one_is_reported) {
+    captured_log_t sink;
+    const qmlog::object_t another;
+    EXPECT_THAT(sink.lines, ElementsAre("INTERNAL ERROR: singleton initializer called again"));
+}
+
+TEST(hex_dump, rows_of_sixteen) {
+    captured_log_t sink;
+    qmlog::hex_dump(6, {0, "", ""}, {"\x00\t\n\rAZ\\~ \x7F\x80\xFF\x1B...!", 17});
+    EXPECT_THAT(
+        sink.lines,
+        ElementsAre(
+            R"(INFO: 00: 00 09 0A 0D . 41 5A 5C 7E | 20 7F 80 FF . 1B 2E 2E 2E || \0\t\n\rAZ\\~ \x{7f}\x{80}\x{ff}\x{1b}...)",
+            "INFO: 01: 21                                                    || !"));
+}
+
+class log_file_test : public driver_test {
+  protected:
+    std::string path = R"(\later\x.log)";
+    std::vector<std::string> read() {
+        std::vector<std::string> lines;
+        std::string line;
+        for (std::ifstream file(phone.home() / "later/x.log"); std::getline(file, line);)
+            lines.push_back(line);
+        return lines;
+    }
+};
+
+TEST_F(log_file_test, backlog_comes_first_once_the_file_opens) {
+    captured_log_t enable;
+    qmlog::log_file with(qmlog::process_log(), path);
+    with.set_flags(qmlog::flag_message | qmlog::flag_file_keep_backlog);
+    log(5, 0, "", "", "one");
+    log(5, 0, "", "", "two");
+    std::filesystem::create_directories(phone.home() / "later");
+    log(5, 0, "", "", "three");
+    EXPECT_THAT(read(), ElementsAre("one", "two", "three"));
+}
+
+TEST_F(log_file_test, lines_are_lost_without_backlog) {
+    captured_log_t enable;
+    qmlog::log_file without(qmlog::process_log(), path);
+    without.set_flags(qmlog::flag_message | qmlog::flag_file_close_each_line);
+    log(5, 0, "", "", "one");
+    std::filesystem::create_directories(phone.home() / "later");
+    log(5, 0, "", "", "two");
+    std::filesystem::remove(phone.home() / "later/x.log");
+    log(5, 0, "", "", "three");
+    EXPECT_THAT(read(), ElementsAre("three")) << "the file is opened for each line";
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+/// A radio in the driver's hands that does what a test says: it records what the driver submits and asks, lets the test
+/// decide how each call returns, and delivers results and notifications from a thread of its own. One for the process.
+///
+/// Threads: any may call. A delivery returns when the driver's callback has; a wait ends with a test failure after 60
+/// s.
+#pragma once
+
+#include <ril.h>
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct submission_t {
+    RILMESSAGE message;
+    DWORD options;
+    HRESULT request;
+};
+
+/// What the next calls return, in turn; S_OK stands for success, as does every call after the last one named.
+struct script_t {
+    std::deque<HRESULT> sessions, submissions, questions;
+    bool confirm_everything = false;  // each submission is confirmed without being told to
+};
+
+/// Calls of each kind, refused ones included.
+struct attempts_t {
+    size_t sessions = 0, submissions = 0, questions = 0;
+};
+
+class scripted_radio_t {
+  public:
+    static scripted_radio_t& instance();
+
+    /// Forgets what was recorded and scripted. The callbacks of the last session stay, as they do on a phone.
+    void reset();
+
+    void follow(script_t script);
+    attempts_t attempts() const;
+    /// The accepted submission or question of this number, from 1; waits for it.
+    submission_t submission(size_t number);
+    HRESULT question(size_t number);
+
+    void result(HRESULT request, DWORD code, std::string_view data = {});
+    void confirm(HRESULT request);
+    void refuse(HRESULT request);
+    void notify(DWORD code, const void* data, DWORD size);
+    void deliver(const RILMESSAGE& message);
+    void system_changed(DWORD type);
+
+    /// Runs a task on the radio's thread and returns when it has run; a task may call the two below.
+    void run(const std::function<void()>& task);
+    void result_here(HRESULT request, DWORD code, std::string_view data);
+    void notify_here(DWORD code, const void* data, DWORD size);
+
+    // What the driver calls.
+    HRESULT open(RILRESULTCALLBACK on_result, RILNOTIFYCALLBACK on_notify, HRIL* session);
+    HRESULT submit(const RILMESSAGE& message, DWORD options);
+    HRESULT ask();
+
+  private:
+    scripted_radio_t();
+    void work();
+    void post(std::function<void()> task);
+    bool wait(std::unique_lock<std::mutex>& lock, const std::function<bool()>& predicate);
+
+    mutable std::mutex mutex_;  // guards everything below
+    std::condition_variable changed_;
+    std::deque<std::function<void()>> tasks_;
+    script_t script_;
+    attempts_t attempts_;
+    std::vector<submission_t> submissions_;
+    std::vector<HRESULT> questions_;
+    HRESULT next_request_ = 0x100;
+    RILRESULTCALLBACK on_result_ = nullptr;
+    RILNOTIFYCALLBACK on_notify_ = nullptr;
+};

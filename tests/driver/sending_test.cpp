@@ -1,0 +1,252 @@
+// From a card in a request to the messages that the radio is given.
+
+#include <gmock/gmock.h>
+
+#include "tests/driver/phone.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+using sending_test = driver_test;
+
+std::string repeat(const std::string& unit, size_t count) {
+    std::string text;
+    while (count-- > 0)
+        text += unit;
+    return text;
+}
+
+std::string header_of(const submission_t& sent) {
+    const RIL_OUT_SUBMIT& submit = sent.message.msgOutSubmit;
+    return {submit.rgbHdr, submit.rgbHdr + submit.cbHdrLength};
+}
+
+std::string data_of(const submission_t& sent) {
+    const RIL_OUT_SUBMIT& submit = sent.message.msgOutSubmit;
+    return {submit.rgbMsg, submit.rgbMsg + submit.cbBodyLength};
+}
+
+// What is counted is what is sent: each card goes through both requests and comes out of the radio whole.
+TEST_F(sending_test, cards_are_cut_to_fit) {
+    const std::string umlaut = "\xC3\xA4";
+    const std::string stray(128, '\x80');
+    const struct {
+        const char* name;
+        std::string card;
+        bool utf8, long_reference;
+        std::vector<size_t> chunks;  // of the datagrams; empty when refused
+        uint32_t error = 0;
+    } cases[] = {
+        {"empty", "", false, false, {0}},
+        {"one datagram", std::string(133, 'x'), false, false, {133}},
+        {"one, of anything", std::string(133, '\x80'), true, true, {133}},
+        {"just two", std::string(134, 'x'), false, false, {128, 6}},
+        {"just two, long reference", std::string(134, 'x'), false, true, {127, 7}},
+        {"two full", std::string(256, 'x'), false, false, {128, 128}},
+        {"two full, UTF-8", std::string(256, 'x'), true, false, {128, 128}},
+        {"just three", std::string(257, 'x'), false, false, {128, 128, 1}},
+        {"binary cuts anywhere", std::string(127, 'x') + umlaut + "123456", false, false, {128, 7}},
+        {"straddling character moves on", std::string(127, 'x') + umlaut + "123456", true, false, {127, 8}},
+        {"straddling, long reference", std::string(126, 'x') + umlaut + "1234567", true, true, {126, 9}},
+        {"four octets straddle", std::string(125, 'x') + "\xF0\x9F\x98\x80" + "12345", true, false, {125, 9}},
+        {"every cut moves", "x" + repeat(umlaut, 128), true, false, {127, 128, 2}},
+        {"stray octets at the end", "x" + std::string(133, '\x80'), true, false, {}, 1002},
+        {"stray octets of the last datagram", std::string(128, 'x') + std::string(20, '\x80'), true, false, {127, 21}},
+        {"128 stray octets", std::string(128, 'x') + stray + "x", true, false, {}, 1002},
+        {"127 stray octets", std::string(128, 'x') + std::string(127, '\x80') + "x", true, false, {127, 128, 1}},
+        {"too long", std::string(32641, 'x'), false, false, {}, 6724},
+        {"too long, UTF-8", std::string(32641, 'x'), true, false, {}, 6724},
+        {"too long, long reference", std::string(32386, 'x'), false, true, {}, 6724},
+        {"too long by its cuts", std::string(127, 'x') + umlaut + std::string(32511, 'x'), true, false, {}, 6724},
+        {"255, then no cut", std::string(size_t{255} * 128, 'x') + stray + "x", true, false, {}, 1002},
+    };
+    phone.start_on(gsm);
+    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    size_t sent = 0;
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        const auto input = text(row.card) + u8(row.utf8) + u8(row.long_reference);
+        const reply_t count = phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, input, 4);
+        const reply_t reply = phone.send(row.card, u"+1", row.utf8, row.long_reference);
+        if (row.error != 0) {
+            EXPECT_EQ(count, failed(row.error));
+            EXPECT_EQ(reply, failed(row.error));
+            continue;
+        }
+        EXPECT_EQ(count, done(u32(static_cast<int64_t>(row.chunks.size()))));
+        std::string card;
+        std::vector<size_t> chunks;
+        for (size_t i = 0; i < row.chunks.size(); ++i) {
+            const std::string data = data_of(radio.submission(++sent));
+            chunks.push_back(data.size());
+            card += data;
+        }
+        EXPECT_EQ(chunks, row.chunks);
+        EXPECT_EQ(card, row.card);
+    }
+    for (const bool long_reference : {false, true}) {
+        const size_t limit = long_reference ? 32385 : 32640;
+        const auto input = text(std::string(limit, 'x')) + u8(0) + u8(long_reference);
+        EXPECT_EQ(phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, input), done(u32(255)));
+    }
+}
+
+TEST_F(sending_test, gsm_submission_field_by_field) {
+    phone.preset("next_message_id", 300);
+    phone.preset_logging();
+    phone.start_on(gsm | cdma);
+    SYSTEMTIME now;
+    GetSystemTime(&now);
+    phone.send(std::string(128, 'a') + std::string(72, 'b'));
+    phone.send(std::string(133, 'c'), u"+49", false, true);
+    phone.send(std::string(140, 'd'), u"+49", false, true);
+    for (const size_t number : {1u, 2u, 3u}) {
+        const submission_t sent = radio.submission(number);
+        const RILMESSAGE& message = sent.message;
+        EXPECT_EQ(message.cbSize, 0xAC4u);
+        EXPECT_EQ(message.dwParams, 0x0D80CA26u);
+        EXPECT_EQ(message.dwType, RIL_MSGTYPE_OUT_SUBMIT);
+        EXPECT_EQ(message.dwFlags, 5u) << "the last one too";
+        const RIL_OUT_SUBMIT& submit = message.msgOutSubmit;
+        EXPECT_EQ(submit.raDestAddress.cbSize, 0x210u);
+        EXPECT_EQ(submit.raDestAddress.dwParams, 7u);
+        EXPECT_EQ(submit.raDestAddress.dwType, 0u);
+        EXPECT_EQ(submit.raDestAddress.dwNumPlan, 1u);
+        EXPECT_EQ(std::u16string(submit.raDestAddress.wszAddress), number == 3 ? u"+49" : u"+491711234567");
+        EXPECT_EQ(submit.dwProtocolID, 1u);
+        const RILMSGDCS& coding = submit.rmdDataCoding;
+        EXPECT_THAT((std::vector<DWORD>{coding.cbSize, coding.dwParams, coding.dwType, coding.dwFlags,
+                                        coding.dwMsgClass, coding.dwAlphabet, coding.dwIndication, coding.dwLanguage}),
+                    ElementsAre(0x20, 9, 1, 0, 0, 2, 0, 0));
+        EXPECT_EQ(submit.dwVPFormat, 1u);
+        FILETIME then, validity;
+        EXPECT_TRUE(SystemTimeToFileTime(&now, &then) && SystemTimeToFileTime(&submit.stVP, &validity));
+        const auto units = [](FILETIME t) { return uint64_t{t.dwHighDateTime} << 32 | t.dwLowDateTime; };
+        EXPECT_LT(units(validity) - units(then), 600000000u) << "the clock time, at most a minute later";
+    }
+    // The 8-bit reference is the low octet of the id; a single datagram carries the port alone.
+    EXPECT_EQ(header_of(radio.submission(1)), part_header(44, 2, 1));
+    EXPECT_EQ(header_of(radio.submission(2)), part_header(44, 2, 2));
+    EXPECT_EQ(header_of(radio.submission(3)), port_header);
+    EXPECT_EQ(header_of(radio.submission(4)), part_header(302, 2, 1, true));
+    EXPECT_EQ(data_of(radio.submission(1)), std::string(128, 'a'));
+    EXPECT_EQ(data_of(radio.submission(2)), std::string(72, 'b'));
+    EXPECT_EQ(data_of(radio.submission(3)), std::string(133, 'c')) << "140 octets with the header";
+    expect_in_order(phone.log(), {"WARNING invalid message id 300 > 255 in concatenation header is replaced by 44",
+                                  "INFO enqueue chunk 300[0] of 128 bytes [0:128]",
+                                  "INFO enqueue chunk 300[1] of 128 bytes [128:256]",
+                                  "INFO enqueue chunk 301[0] of 133 bytes [0:133]"});
+}
+
+TEST_F(sending_test, more_to_send_tells_whether_others_wait) {
+    phone.preset("ril_capacity", 1);
+    phone.start_on(gsm);
+    phone.send_card(300);
+    for (size_t number = 1; number <= 3; ++number) {
+        EXPECT_EQ(radio.submission(number).options, number < 3 ? RIL_SENDMSG_MORETOSEND : 0u);
+        radio.confirm(radio.submission(number).request);
+    }
+}
+
+TEST_F(sending_test, cdma_submission_field_by_field) {
+    phone.preset("next_message_id", 0x1234);
+    phone.preset_logging();
+    phone.start_on(cdma);
+    SYSTEMTIME now;
+    GetSystemTime(&now);
+    phone.send(std::string(134, 'x'), u"5551234", false, true);
+    const RILMESSAGE message = radio.submission(2).message;
+    EXPECT_EQ(message.cbSize, 0xAC4u);
+    EXPECT_EQ(message.dwParams, 0x2F81CE26u);
+    EXPECT_EQ(message.dwType, RIL_MSGTYPE_OUT_CDMASUBMIT);
+    EXPECT_EQ(message.dwFlags, 5u);
+    const RIL_OUT_CDMASUBMIT& submit = message.msgOutCDMASubmit;
+    EXPECT_EQ(submit.raDestAddress.cbSize, 0x210u);
+    EXPECT_EQ(submit.raDestAddress.dwParams, 4u);
+    EXPECT_EQ(submit.raDestAddress.dwType, 0u);
+    EXPECT_EQ(submit.raDestAddress.dwNumPlan, 1u);
+    EXPECT_EQ(std::u16string(submit.raDestAddress.wszAddress), u"5551234");
+    EXPECT_EQ(submit.rsaDestSubaddr.cbSize, 0x20Cu);
+    EXPECT_EQ(submit.rsaDestSubaddr.dwParams, 0u);
+    int next_year = 0;
+    for (const SYSTEMTIME& time : {submit.stValidityPeriodAbs, submit.stValidityPeriodRel, submit.stDeferredDelTimeAbs,
+                                   submit.stDeferredDelTimeRel})
+        next_year += time.wYear == now.wYear + 1 && time.wMonth == now.wMonth && time.wDay == now.wDay;
+    EXPECT_EQ(next_year, 2);
+    EXPECT_EQ(submit.bDeliveryAckRequest | submit.bUserAckRequest | submit.bBearerReplyRequest, 0);
+    EXPECT_EQ(submit.raCallBackNumber.cbSize, 0x210u);
+    EXPECT_EQ(submit.raCallBackNumber.dwParams, 0u);
+    EXPECT_EQ(submit.dwMsgPriority, 1u);
+    EXPECT_EQ(submit.dwMsgPrivacy, 1u);
+    EXPECT_EQ(submit.dwTeleservice, 2u);
+    EXPECT_EQ(submit.dwMsgID, 0x1234u);
+    EXPECT_EQ(submit.dwMsgEncoding, 2u);
+    EXPECT_EQ(std::string(submit.rgbHdr, submit.rgbHdr + submit.cbHdrLength), part_header(0x1234, 2, 2, true));
+    EXPECT_EQ(std::string(submit.rgbMsg, submit.rgbMsg + submit.cbBodyLength), "xxxxxxx");
+    expect_in_order(phone.log(), {"DEBUG msg->dwParams(=0x2F81CE26) & nao_flags = nao_flags",
+                                  "DEBUG cdma->dwMsgEncoding = RIL_MSGCODING_7BITASCII"});
+}
+
+TEST_F(sending_test, phone_numbers_up_to_the_field) {
+    const struct {
+        DWORD network;
+        size_t length;
+        bool sent;
+    } cases[] = {{gsm, 127, true},  {gsm, 128, true},   {gsm, 255, true},   {gsm, 256, false},  {gsm, 300, false},
+                 {cdma, 127, true}, {cdma, 128, false}, {cdma, 255, false}, {cdma, 256, false}, {gsm, 0, true}};
+    phone.preset_logging();
+    phone.start_on(gsm);
+    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    size_t sent = 0;
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.length);
+        radio.system_changed(row.network);
+        const std::u16string number(row.length, u'5');
+        const uint32_t id = u32_at(phone.send("card", number).output, 0);
+        if (row.sent) {
+            EXPECT_EQ(std::u16string(radio.submission(++sent).message.msgOutSubmit.raDestAddress.wszAddress), number);
+        }
+        eventually([&] { return phone.status(id) == std::vector<int32_t>{row.sent ? 4 : 2}; });
+    }
+    EXPECT_EQ(phone.logged("ERROR the phone number is too long"), 5u);
+}
+
+TEST_F(sending_test, ids_wrap_and_last) {
+    phone.preset("next_message_id", 65534);
+    phone.start_on(gsm);
+    EXPECT_EQ(phone.send("card"), done(u32(65534)));
+    EXPECT_EQ(phone.request(ZPD_IOCTL_SEND_MESSAGE, text("card") + u8(0) + u8(0) + text16(u"1"), 3), failed(122));
+    EXPECT_EQ(phone.send("card"), done(u32(65535)));
+    EXPECT_EQ(phone.registry("next_message_id"), u32(0));
+    EXPECT_EQ(phone.send("card"), failed(4319, u32(0xFFFFFFFF))) << "id 0";
+    radio.confirm(radio.submission(3).request);
+    EXPECT_THAT(phone.status(0), ElementsAre(4)) << "sent like any other";
+    phone.stop();
+    phone.start();
+    EXPECT_EQ(phone.send("card"), done(u32(1)));
+    EXPECT_THAT(phone.list(), ElementsAre(1));
+}
+
+TEST_F(sending_test, radio_session_is_opened_when_needed) {
+    phone.preset_logging();
+    radio.follow({.sessions = {E_FAIL, E_INVALIDARG, E_FAIL}, .submissions = {}, .questions = {}});
+    phone.start();
+    eventually([&] { return radio.attempts().sessions == 2; });  // the sender tries too, for its question
+    EXPECT_EQ(radio.attempts().questions, 0u);
+    EXPECT_EQ(phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, text("card") + u8(0) + u8(0)), done(u32(1)));
+    EXPECT_EQ(radio.attempts().sessions, 2u) << "counting needs no radio";
+    EXPECT_EQ(phone.send("card"), failed(4319, u32(E_FAIL)));
+    radio.follow({.sessions = {S_FALSE}, .submissions = {}, .questions = {}});
+    EXPECT_EQ(phone.send("card"), done(u32(239))) << "no id was used up";
+    EXPECT_EQ(radio.attempts().sessions, 4u);
+    EXPECT_EQ(phone.logged("ERROR RIL_Initialize() failed, ril_error=0x80004005"), 2u);
+    radio.follow({.sessions = {}, .submissions = {}, .questions = {E_FAIL}});
+    eventually([&] {
+        platform::testing::advance_clock(10000);
+        return radio.attempts().questions >= 2;
+    });
+    EXPECT_EQ(phone.logged("CRITICAL ERROR can't start RIL_GetCurrentSystemType request, error=0x80004005"), 1u);
+}
+
+}  // namespace
