@@ -1,0 +1,166 @@
+// What the driver's hot paths cost, and that the costs do not grow with what has piled up: read the rows of one run
+// against each other.
+#include <benchmark/benchmark.h>
+#include <ril.h>
+#include <stdlib.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "com/qmlog/api2.h"
+#include "com/zpd/main.h"
+#include "com/zpd/zpd_ioctl.h"
+#include "platform/linux/home.h"
+
+namespace {
+
+// The radio of these measurements: it never finds a network, so that what is sent piles up in the queue.
+RILNOTIFYCALLBACK notify = nullptr;
+
+}  // namespace
+
+HRESULT RIL_Initialize(DWORD, RILRESULTCALLBACK, RILNOTIFYCALLBACK on_notify, DWORD, DWORD, HRIL* session) {
+    notify = on_notify;
+    *session = &notify;
+    return S_OK;
+}
+HRESULT RIL_Deinitialize(HRIL) {
+    return S_OK;
+}
+HRESULT RIL_SendMsg(HRIL, const RILMESSAGE*, DWORD) {
+    return E_FAIL;
+}
+HRESULT RIL_GetCurrentSystemType(HRIL) {
+    return 1;
+}
+
+namespace {
+
+/// The driver in a home of its own, for one measurement.
+class driver_t {
+  public:
+    driver_t() {
+        char name[] = "/tmp/zpd-bench-XXXXXX";
+        home_ = mkdtemp(name);
+        if (const std::string error = platform::set_home(home_); !error.empty()) {
+            fprintf(stderr, "%s\n", error.c_str());
+            abort();
+        }
+        ZPD_Init(nullptr, nullptr);
+    }
+    ~driver_t() {
+        ZPD_Deinit(1);
+        std::filesystem::remove_all(home_);
+    }
+    driver_t(const driver_t&) = delete;
+    driver_t& operator=(const driver_t&) = delete;
+
+    bool request(DWORD code, std::string input) {
+        BYTE output[64];
+        DWORD returned = 0;
+        return ZPD_IOControl(1, code, reinterpret_cast<BYTE*>(input.data()), static_cast<DWORD>(input.size()), output,
+                             sizeof output, &returned) != FALSE;
+    }
+
+  private:
+    std::filesystem::path home_;
+};
+
+std::string u32(uint32_t value) {
+    std::string octets;
+    for (int shift = 0; shift < 32; shift += 8) {
+        octets += static_cast<char>(value >> shift & 0xFF);
+    }
+    return octets;
+}
+
+std::string counted(const std::string& octets) {
+    return u32(static_cast<uint32_t>(octets.size())) + octets;
+}
+
+const std::string number16(
+    "+\0"
+    "4\0"
+    "9\0"
+    "1\0",
+    8);
+
+std::string card_to_send(size_t size) {
+    return counted(std::string(size, 'x')) + std::string("\1\0", 2) + counted(number16);
+}
+
+void fill(RILMESSAGE& message, uint32_t reference) {
+    const std::string header = std::string("\x05\x04\x23\xF4\0\0\x08\x04", 8) +
+                               static_cast<char>(reference >> 8 & 0xFF) + static_cast<char>(reference & 0xFF) + "\2\1";
+    message.cbSize = sizeof message;
+    message.dwParams =
+        RIL_PARAM_M_TYPE | RIL_PARAM_M_HDRLENGTH | RIL_PARAM_M_MSGLENGTH | RIL_PARAM_M_HDR | RIL_PARAM_M_MSG;
+    message.dwType = RIL_MSGTYPE_IN_DELIVER;
+    memcpy(message.msgInDeliver.rgbHdr, header.data(), header.size());
+    message.msgInDeliver.cbHdrLength = static_cast<DWORD>(header.size());
+    message.msgInDeliver.cchMsgLength = 100;
+}
+
+void loop_without_log_calls(benchmark::State& state) {
+    int value = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(++value);
+    }
+}
+
+void log_call_switched_off(benchmark::State& state) {
+    qmlog::logging_enabled = false;
+    int value = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(++value);
+        QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+    }
+}
+
+void count_datagrams(benchmark::State& state) {
+    driver_t driver;
+    const std::string input = counted(std::string(static_cast<size_t>(state.range(0)), 'x')) + std::string("\1\0", 2);
+    for (auto _ : state) {
+        if (!driver.request(ZPD_IOCTL_COUNT_DATAGRAMS, input)) {
+            state.SkipWithError("refused");
+        }
+    }
+}
+
+/// One datagram more while as many wait in the queue.
+void send_behind_backlog(benchmark::State& state) {
+    driver_t driver;
+    for (int64_t queued = 0; queued < state.range(0); queued += 250) {
+        driver.request(ZPD_IOCTL_SEND_MESSAGE, card_to_send(size_t{250} * 128));
+    }
+    const std::string input = card_to_send(100);
+    for (auto _ : state) {
+        if (!driver.request(ZPD_IOCTL_SEND_MESSAGE, input)) {
+            state.SkipWithError("refused");
+        }
+    }
+}
+
+/// The first datagram of a new message while as many messages are incomplete, repeated: refused as received already.
+void receive_beside_incomplete(benchmark::State& state) {
+    driver_t driver;
+    RILMESSAGE message{};
+    for (int64_t i = 0; i < state.range(0); ++i) {
+        fill(message, static_cast<uint32_t>(i));
+        notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
+    }
+    for (auto _ : state) {
+        notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
+    }
+}
+
+BENCHMARK(loop_without_log_calls);
+BENCHMARK(log_call_switched_off);
+BENCHMARK(count_datagrams)->Arg(100)->Arg(32000);
+BENCHMARK(send_behind_backlog)->Arg(250)->Arg(50000)->Iterations(500);
+BENCHMARK(receive_beside_incomplete)->Arg(1)->Arg(10000);
+
+}  // namespace
+
+BENCHMARK_MAIN();
