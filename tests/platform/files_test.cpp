@@ -54,13 +54,14 @@ TEST_F(files_test_t, lets_no_path_out_of_the_home) {
         {u"\\dangling", ERROR_PATH_NOT_FOUND},
         {u"\\loop", ERROR_PATH_NOT_FOUND},
     };
-    for (const auto& [path, error] : rows) {
-        SCOPED_TRACE(testing::PrintToString(path));
-        EXPECT_EQ(platform::host_path(path.c_str()), "");
-        EXPECT_EQ(poisoned([&] { return CreateDirectoryW(path.c_str(), nullptr); }), std::pair(FALSE, error));
-        EXPECT_EQ(poisoned([&] { return GetFileAttributesW(path.c_str()); }),
-                  std::pair(INVALID_FILE_ATTRIBUTES, error));
-        EXPECT_EQ(_wfopen(path.c_str(), TEXT("wb")), nullptr);
+    for (const auto& row : rows) {
+        LPCWSTR path = row.first.c_str();
+        const DWORD error = row.second;
+        SCOPED_TRACE(testing::PrintToString(row.first));
+        EXPECT_EQ(platform::host_path(path), "");
+        EXPECT_EQ(poisoned([&] { return CreateDirectoryW(path, nullptr); }), std::pair(FALSE, error));
+        EXPECT_EQ(poisoned([&] { return GetFileAttributesW(path); }), std::pair(INVALID_FILE_ATTRIBUTES, error));
+        EXPECT_EQ(_wfopen(path, TEXT("wb")), nullptr);
         EXPECT_EQ(errno, error == ERROR_INVALID_NAME ? EINVAL : ENOENT);
     }
     EXPECT_TRUE(std::filesystem::is_empty(box / "outside"));

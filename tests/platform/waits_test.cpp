@@ -137,6 +137,7 @@ TEST(critical_section, is_recursive_and_keeps_other_threads_out) {
     } shared;
     InitializeCriticalSection(&shared.section);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int n = 0; n < 500; ++n) {
