@@ -56,9 +56,10 @@ std::string phone_process_t::start() {
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
 
+    const pid_t parent = getpid();
     process_ = fork();
     if (process_ == 0)
-        become(arguments.data(), child_output.get(), log.get());
+        become(parent, arguments.data(), child_output.get(), log.get());
     if (process_ < 0)
         return fmt::format("cannot start a service: {}", reason(errno));
     handle_ = descriptor_t(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
@@ -66,8 +67,9 @@ std::string phone_process_t::start() {
 }
 
 /// In the child, a copy of one thread of many: only async-signal-safe calls.
-void phone_process_t::become(char* const* arguments, int output, int log) {
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
+void phone_process_t::become(pid_t parent, char* const* arguments, int output, int log) {
+    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent)
+        _exit(127);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -30,7 +30,7 @@ class phone_process_t {
     const settings_t& settings() const { return settings_; }
 
   private:
-    [[noreturn]] static void become(char* const* arguments, int output, int log);
+    [[noreturn]] static void become(pid_t parent, char* const* arguments, int output, int log);
     std::string last_words() const;
     bool wait_for_end(int milliseconds) const;
 

@@ -1,5 +1,6 @@
-/// SIGINT, SIGTERM and SIGHUP as a descriptor to wait on. From its construction on they are blocked in this thread and
-/// in those that it starts; construct it before any other thread. A child must unblock them before it runs a program.
+/// SIGINT, SIGTERM and (unless it is ignored) SIGHUP as a descriptor to wait on. From its construction on they are
+/// blocked in this thread and in those that it starts; construct it before any other thread. A child must unblock them
+/// before it runs a program.
 #pragma once
 
 #include <csignal>

@@ -35,12 +35,7 @@ std::optional<sockaddr_un> address_of(const std::filesystem::path& path) {
 
 /// Makes the folder of the sockets that have no path of their own. In /tmp anybody could have made it first.
 std::string make_runtime_folder(const std::filesystem::path& folder, std::optional<gid_t> group) {
-    if (mkdir(folder.c_str(), 0700) == 0) {
-        if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0))
-            return fmt::format("cannot open {} to the group: {}", folder.native(), reason(errno));
-        return {};
-    }
-    if (errno != EEXIST)
+    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         return fmt::format("cannot make the folder {} for the device's socket: {}", folder.native(), reason(errno));
     struct stat status {};
     if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
@@ -48,6 +43,8 @@ std::string make_runtime_folder(const std::filesystem::path& folder, std::option
             "{} is not a folder of yours, so the device's socket cannot lie in it; name another with "
             "--device PATH",
             folder.native());
+    if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0))
+        return fmt::format("cannot open {} to the group: {}", folder.native(), reason(errno));
     return {};
 }
 
