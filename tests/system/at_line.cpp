@@ -42,7 +42,7 @@ std::string at_line_t::ask(const std::string& line) {
 }
 
 std::string at_line_t::submit(const std::string& tpdu) {
-    const std::string prompt = ask("AT+CMGS=" + std::to_string(tpdu.size() / 2) + "\r");
+    std::string prompt = ask("AT+CMGS=" + std::to_string(tpdu.size() / 2) + "\r");
     if (!prompt.ends_with("> "))
         return prompt;
     return ask("00" + tpdu + "\x1a");  // 00: the service centre of the SIM

@@ -18,9 +18,10 @@ std::string new_folder() {
     return path;
 }
 
-arguments_t joined(arguments_t first, const arguments_t& more) {
-    first.insert(first.end(), more.begin(), more.end());
-    return first;
+arguments_t joined(const arguments_t& first, const arguments_t& more) {
+    arguments_t all = first;
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
 }
 
 }  // namespace
@@ -47,15 +48,15 @@ process_t& phone_t::start(const arguments_t& more) {
     return *serve_;
 }
 
-outcome_t phone_t::zpd(arguments_t arguments) const {
-    return ::zpd(joined(std::move(arguments), {"--device", device_}));
+outcome_t phone_t::zpd(const arguments_t& arguments) const {
+    return ::zpd(joined(arguments, {"--device", device_}));
 }
 
-outcome_t phone_t::inbox(arguments_t arguments) const {
+outcome_t phone_t::inbox(const arguments_t& arguments) const {
     return ::zpd(joined(joined({"inbox"}, arguments), {"--home", home_}));
 }
 
-outcome_t phone_t::ioctl(const std::string& code, arguments_t more) const {
+outcome_t phone_t::ioctl(const std::string& code, const arguments_t& more) const {
     return zpd(joined({"ioctl", code, "--json"}, more));
 }
 

@@ -48,11 +48,11 @@ class phone_t {
     process_t& serve() { return *serve_; }
 
     /// Runs a command against this phone's device.
-    outcome_t zpd(arguments_t arguments) const;
+    outcome_t zpd(const arguments_t& arguments) const;
     /// `zpd inbox` on this phone's home.
-    outcome_t inbox(arguments_t arguments) const;
+    outcome_t inbox(const arguments_t& arguments) const;
     /// `zpd ioctl --json`, its object as text.
-    outcome_t ioctl(const std::string& code, arguments_t more = {}) const;
+    outcome_t ioctl(const std::string& code, const arguments_t& more = {}) const;
 
     const std::string& home() const { return home_; }
     const std::string& device() const { return device_; }
