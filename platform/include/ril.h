@@ -65,11 +65,8 @@ struct RILSUBADDRESS {
 static_assert(sizeof(RILSUBADDRESS) == 0x20C);
 
 constexpr DWORD RIL_PARAM_MDCS_TYPE = 0x1;
-constexpr DWORD RIL_PARAM_MDCS_FLAGS = 0x2;
-constexpr DWORD RIL_PARAM_MDCS_MSGCLASS = 0x4;
 constexpr DWORD RIL_PARAM_MDCS_ALPHABET = 0x8;
 constexpr DWORD RIL_DCSTYPE_GENERAL = 1;
-constexpr DWORD RIL_DCSALPHABET_DEFAULT = 1;
 constexpr DWORD RIL_DCSALPHABET_8BIT = 2;
 constexpr DWORD RIL_DCSALPHABET_UCS2 = 3;
 struct RILMSGDCS {
@@ -91,7 +88,6 @@ constexpr DWORD RIL_MSGTYPE_OUT_CDMASUBMIT = 0x00020020;
 constexpr DWORD RIL_MSGFLAG_MORETOSEND = 0x1;
 constexpr DWORD RIL_MSGFLAG_HEADER = 0x4;
 constexpr DWORD RIL_MSGPROTOCOL_SMETOSME = 1;
-constexpr DWORD RIL_MSGVPFORMAT_RELATIVE = 0x8;
 constexpr DWORD RIL_SENDMSG_MORETOSEND = 1;  // RIL_SendMsg option: further messages follow soon
 
 /// Which members of a RILMESSAGE are valid. The same bits mean other things in CDMA messages.

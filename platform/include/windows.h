@@ -25,7 +25,6 @@ using LPCWSTR = const WCHAR*;
 using LPVOID = void*;
 using LPCVOID = const void*;
 using HANDLE = void*;
-using HINSTANCE = void*;
 using HKEY = struct registry_key_handle*;
 
 constexpr BOOL FALSE = 0;
