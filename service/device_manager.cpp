@@ -66,6 +66,21 @@ class loaded_driver_t {
     DWORD device_ = 0;
 };
 
+/// Stores the activation before the driver starts: what waits on the modem comes as soon as it has, and would be
+/// dropped. Empty, or why not.
+std::string preset_activation() {
+    constexpr LPCWSTR settings = TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon");
+    constexpr std::array<BYTE, 4> active{1, 0, 0, 0};
+    HKEY key = nullptr;
+    LONG error =
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, settings, 0, nullptr, 0, KEY_READ_AND_WRITE, nullptr, &key, nullptr);
+    if (error == ERROR_SUCCESS) {
+        error = RegSetValueExW(key, TEXT("activated"), 0, REG_DWORD, active.data(), active.size());
+        RegCloseKey(key);
+    }
+    return error == ERROR_SUCCESS ? std::string() : fmt::format("the registry cannot be written (error {})", error);
+}
+
 /// The modem, taken for this process until the end of the scope.
 class attached_modem_t {
   public:
@@ -81,6 +96,10 @@ int fail(const std::string& error) {
 }
 
 int serve_driver(const serve_options_t& options, const listener_t& listener, const end_signals_t& signals) {
+    if (options.activate) {
+        if (const std::string error = preset_activation(); !error.empty())
+            return fail(error);
+    }
     const loaded_driver_t driver;
     if (const std::string error = driver.answers(); !error.empty())
         return fail(error);
@@ -94,6 +113,7 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
         stdout);
     std::fflush(stdout);
     server.serve(signals.descriptor());
+    radio::detach_modem();  // before the driver goes: what came after it would be lost, and gone from the modem too
     return 0;
 }
 
