@@ -1,8 +1,9 @@
-/// A sink that keeps its lines, for tests of a class by itself.
+/// A sink that keeps the lines of the thread that made it, for tests of a class by itself.
 #pragma once
 
 #include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "com/qmlog/api2.h"
@@ -19,10 +20,14 @@ class captured_log_t final : public qmlog::abstract_log_t {
     }
     captured_log_t(const captured_log_t&) = delete;
     captured_log_t& operator=(const captured_log_t&) = delete;
-    void write(const std::string& line) override { lines.push_back(line); }
+    void write(const std::string& line) override {
+        if (std::this_thread::get_id() == thread_)
+            lines.push_back(line);
+    }
 
     std::vector<std::string> lines;
 
   private:
+    const std::thread::id thread_ = std::this_thread::get_id();
     const bool was_enabled_;
 };

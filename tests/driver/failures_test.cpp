@@ -35,10 +35,6 @@ void raise(phone_t& on) {
     on.radio.system_changed(gsm);
 }
 
-void launch(phone_t& on) {
-    on.request(ZPD_IOCTL_LAUNCH_APP, text16(u"tel:1"));
-}
-
 // The first life leaves its log file open, so that the second can tell of its start.
 TEST_F(failures_test, start_goes_on) {
     const struct {
@@ -113,14 +109,17 @@ TEST_F(failures_test, running_goes_on) {
         {"EventModify", 0, raise, {"ERROR SetEvent() failed, last_error=0x00000005"}},
         {"EventModify", 1, raise, {"ERROR ResetEvent() failed, last_error=0x00000005"}},
         {"WaitForSingleObject", 0, raise, {"ERROR WaitForSingleObject() failed, error=0x00000005"}},
-        {"SHLaunchApplicationForURI", 0, launch, {"DEBUG can't start application: error 0x00000005"}},
     };
     phone.start_on(gsm);
     for (const auto& row : cases) {
         SCOPED_TRACE(row.function);
-        platform::testing::fail_calls(row.function, 5, 1, row.skip);
-        row.act(phone);
-        eventually([&] { return phone.logged(row.lines.back()) > 0; });
+        // Again and again, since the sender calls EventModify at times of its own.
+        eventually([&] {
+            platform::testing::fail_calls(row.function, 5, 1, row.skip);
+            row.act(phone);
+            return phone.logged(row.lines.back()) > 0;
+        });
+        platform::testing::no_failures();
         expect_in_order(phone.log(), row.lines);
     }
     EXPECT_THAT(phone.incoming(), IsEmpty());

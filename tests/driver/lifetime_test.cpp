@@ -40,7 +40,7 @@ TEST_F(lifetime_test, sleeping_sender_never_meets_the_next_daemon) {
 
 TEST_F(lifetime_test, goes_and_comes_back_under_load) {
     phone.preset("activated", 1);
-    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    radio.follow({.confirm_everything = true});
     std::atomic<bool> over{false};
     const auto client = [&] {
         while (!over) {
@@ -80,7 +80,7 @@ TEST_F(lifetime_test, clients_and_radio_all_at_once) {
     phone.preset("activated", 1);
     phone.preset("incoming_dir_size", 10);
     phone.start_on(gsm);
-    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    radio.follow({.confirm_everything = true});
     const auto client = [&](unsigned number) {
         for (unsigned round = 0; round < 50; ++round) {
             const uint32_t id = phone.send_card(200);
@@ -156,7 +156,7 @@ class random_test : public driver_test {
 TEST_F(random_test, requests_harm_nothing) {
     phone.preset("Own", REG_SZ, "1", R"(\Software\Microsoft\Pim\Contacts\Settings)");
     phone.start_on(gsm);
-    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    radio.follow({.confirm_everything = true});
     platform::testing::fail_calls("SHLaunchApplicationForURI", 1155, -1);  // start nothing
     platform::testing::fail_calls("RegSetValueExW", 5, -1);                // wear out no disk
     size_t answered = 0;

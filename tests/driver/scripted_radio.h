@@ -24,7 +24,7 @@ struct submission_t {
 
 /// What the next calls return, in turn; S_OK stands for success, as does every call after the last one named.
 struct script_t {
-    std::deque<HRESULT> sessions, submissions, questions;
+    std::deque<HRESULT> sessions{}, submissions{}, questions{};
     bool confirm_everything = false;  // each submission is confirmed without being told to
 };
 

@@ -62,7 +62,7 @@ TEST_F(sending_test, cards_are_cut_to_fit) {
         {"255, then no cut", std::string(size_t{255} * 128, 'x') + stray + "x", true, false, {}, 1002},
     };
     phone.start_on(gsm);
-    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    radio.follow({.confirm_everything = true});
     size_t sent = 0;
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
@@ -197,7 +197,7 @@ TEST_F(sending_test, phone_numbers_up_to_the_field) {
                  {cdma, 127, true}, {cdma, 128, false}, {cdma, 255, false}, {cdma, 256, false}, {gsm, 0, true}};
     phone.preset_logging();
     phone.start_on(gsm);
-    radio.follow({.sessions = {}, .submissions = {}, .questions = {}, .confirm_everything = true});
+    radio.follow({.confirm_everything = true});
     size_t sent = 0;
     for (const auto& row : cases) {
         SCOPED_TRACE(row.length);
@@ -230,18 +230,18 @@ TEST_F(sending_test, ids_wrap_and_last) {
 
 TEST_F(sending_test, radio_session_is_opened_when_needed) {
     phone.preset_logging();
-    radio.follow({.sessions = {E_FAIL, E_INVALIDARG, E_FAIL}, .submissions = {}, .questions = {}});
+    radio.follow({.sessions = {E_FAIL, E_INVALIDARG, E_FAIL}});
     phone.start();
     eventually([&] { return radio.attempts().sessions == 2; });  // the sender tries too, for its question
     EXPECT_EQ(radio.attempts().questions, 0u);
     EXPECT_EQ(phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, text("card") + u8(0) + u8(0)), done(u32(1)));
     EXPECT_EQ(radio.attempts().sessions, 2u) << "counting needs no radio";
     EXPECT_EQ(phone.send("card"), failed(4319, u32(E_FAIL)));
-    radio.follow({.sessions = {S_FALSE}, .submissions = {}, .questions = {}});
+    radio.follow({.sessions = {S_FALSE}});
     EXPECT_EQ(phone.send("card"), done(u32(239))) << "no id was used up";
     EXPECT_EQ(radio.attempts().sessions, 4u);
     EXPECT_EQ(phone.logged("ERROR RIL_Initialize() failed, ril_error=0x80004005"), 2u);
-    radio.follow({.sessions = {}, .submissions = {}, .questions = {E_FAIL}});
+    radio.follow({.questions = {E_FAIL}});
     eventually([&] {
         platform::testing::advance_clock(10000);
         return radio.attempts().questions >= 2;

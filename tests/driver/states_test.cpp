@@ -26,7 +26,7 @@ class states_test : public driver_test {
 
 TEST_F(states_test, refused_datagram_ends_its_message) {
     phone.start_on(gsm);
-    radio.follow({.sessions = {}, .submissions = {S_OK, E_FAIL}, .questions = {}});
+    radio.follow({.submissions = {S_OK, E_FAIL}});
     phone.send_card(300);
     await_status(239, {1, 2, 3});
     confirm(1);
@@ -43,7 +43,7 @@ TEST_F(states_test, refused_datagram_ends_its_message) {
 
 TEST_F(states_test, datagram_with_the_radio_is_deferred_when_it_comes_back) {
     phone.start_on(gsm);
-    radio.follow({.sessions = {}, .submissions = {S_OK, E_FAIL}, .questions = {}});
+    radio.follow({.submissions = {S_OK, E_FAIL}});
     phone.send_card(134);
     await_status(239, {1, 2});
     refuse(1);
