@@ -89,6 +89,17 @@ void daemon_t::dispatch(daemon_t& daemon, uint32_t code, request_t& request) {
     request.error = ERROR_INVALID_FUNCTION;
 }
 
+/// The first parameter of the codes that both tell and change something; 0 asks only to be told. False when it is
+/// missing.
+bool daemon_t::read_mode(request_t& request, uint8_t& mode) {
+    if (!request.input.get_byte(mode)) {
+        QM_ERROR("can't read parameter 'mode'");
+        request.error = ERROR_INVALID_DATA;
+        return false;
+    }
+    return true;
+}
+
 void daemon_t::version(request_t& request) {
     if (request.input.unread() != 0) {
         QM_ERROR("trailing input bytes");

@@ -127,6 +127,7 @@ class daemon_t {
     // control.cpp
     void serve(uint32_t code, request_t& request);
     static void dispatch(daemon_t& daemon, uint32_t code, request_t& request);
+    static bool read_mode(request_t& request, uint8_t& mode);
     void version(request_t& request);
 
     // settings.cpp

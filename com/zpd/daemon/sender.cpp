@@ -35,7 +35,9 @@ const system_types_t& system_types() {
     return types;
 }
 
-const char* yes_or_no(bool value) { return value ? "YES" : "no"; }
+const char* yes_or_no(bool value) {
+    return value ? "YES" : "no";
+}
 
 }  // namespace
 

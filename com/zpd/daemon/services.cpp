@@ -6,9 +6,7 @@
 
 void daemon_t::activation(request_t& request) {
     uint8_t mode;
-    if (!request.input.get_byte(mode)) {
-        QM_ERROR("can't read parameter 'mode'");
-        request.error = ERROR_INVALID_DATA;
+    if (!read_mode(request, mode)) {
         return;
     }
     // A set request without room for its answer is a query that cannot be answered, deliberately: it changes nothing.
@@ -33,9 +31,7 @@ void daemon_t::activation(request_t& request) {
 
 void daemon_t::application(request_t& request) {
     uint8_t mode;
-    if (!request.input.get_byte(mode)) {
-        QM_ERROR("can't read parameter 'mode'");
-        request.error = ERROR_INVALID_DATA;
+    if (!read_mode(request, mode)) {
         return;
     }
     if (mode == ZPD_APPLICATION_LIST) {

@@ -78,9 +78,7 @@ void daemon_t::update_file_sink(bool wanted) {
 
 void daemon_t::set_log_options(request_t& request) {
     uint8_t mode;
-    if (!request.input.get_byte(mode)) {
-        QM_ERROR("can't read parameter 'mode'");
-        request.error = ERROR_INVALID_DATA;
+    if (!read_mode(request, mode)) {
         return;
     }
     if (mode != 0 && !read_log_options(request)) {
@@ -116,9 +114,7 @@ bool daemon_t::read_log_options(request_t& request) {
 
 void daemon_t::set_ril_capacity(request_t& request) {
     uint8_t mode;
-    if (!request.input.get_byte(mode)) {
-        QM_ERROR("can't read parameter 'mode'");
-        request.error = ERROR_INVALID_DATA;
+    if (!read_mode(request, mode)) {
         return;
     }
     if (mode != 0) {
@@ -141,9 +137,7 @@ void daemon_t::set_ril_capacity(request_t& request) {
 
 void daemon_t::set_incoming_dir_size(request_t& request) {
     uint8_t mode;
-    if (!request.input.get_byte(mode)) {
-        QM_ERROR("can't read parameter 'mode'");
-        request.error = ERROR_INVALID_DATA;
+    if (!read_mode(request, mode)) {
         return;
     }
     if (mode != 0) {
