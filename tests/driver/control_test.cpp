@@ -50,28 +50,27 @@ TEST_F(control_test, requests_that_touch_nothing) {
     phone.preset_logging();
     phone.start();
     const struct {
-        DWORD code;
+        DWORD code, capacity;
         std::string input;
-        DWORD capacity;
         reply_t reply;
     } cases[] = {
-        {0x02000004, "", 4, done(u32(2))},
-        {0x02000004, "", 100, done(u32(2))},
-        {0x02000004, "x", 4, failed(13)},
-        {0x02000004, "", 3, failed(122)},
-        {0x02000004, "", 0, failed(122)},
-        {0x0200003C, "", 4, failed(1)},
-        {0x02000000, "", 4, failed(1)},
-        {0x00000004, "", 4, failed(1)},
-        {0x82000004, "", 4, failed(1)},
-        {0x02000028, "", 0, done()},
-        {0x0200001C, "", 8, done(u32(0) + u32(0))},
-        {0x0200001C, "x", 8, failed(13)},
-        {0x0200001C, "", 7, failed(122)},
-        {0x02000020, u32(1), 8, failed(1002)},
-        {0x02000020, "123", 8, failed(13)},
-        {0x02000024, u32(1), 8, failed(1002)},
-        {0x02000024, "", 8, failed(13)},
+        {0x02000004, 4, "", done(u32(2))},
+        {0x02000004, 100, "", done(u32(2))},
+        {0x02000004, 4, "x", failed(13)},
+        {0x02000004, 3, "", failed(122)},
+        {0x02000004, 0, "", failed(122)},
+        {0x0200003C, 4, "", failed(1)},
+        {0x02000000, 4, "", failed(1)},
+        {0x00000004, 4, "", failed(1)},
+        {0x82000004, 4, "", failed(1)},
+        {0x02000028, 0, "", done()},
+        {0x0200001C, 8, "", done(u32(0) + u32(0))},
+        {0x0200001C, 8, "x", failed(13)},
+        {0x0200001C, 7, "", failed(122)},
+        {0x02000020, 8, u32(1), failed(1002)},
+        {0x02000020, 8, "123", failed(13)},
+        {0x02000024, 8, u32(1), failed(1002)},
+        {0x02000024, 8, "", failed(13)},
     };
     for (const auto& row : cases)
         EXPECT_EQ(phone.request(row.code, row.input, row.capacity), row.reply)
@@ -249,19 +248,18 @@ TEST_F(settings_test, contacts_variable) {
 TEST_F(settings_test, activation_and_applications) {
     const DWORD activation = ZPD_IOCTL_ACTIVATION, applications = ZPD_IOCTL_APPLICATION;
     const struct {
-        DWORD code;
+        DWORD code, capacity;
         std::string input;
-        DWORD capacity;
         reply_t reply;
     } cases[] = {
-        {activation, u8(0), 1, done(u8(0))},          {activation, "", 1, failed(13)},
-        {activation, u8(1), 1, failed(13)},           {activation, u8(1) + u8(2), 1, failed(13)},
-        {activation, u8(1) + u8(1), 0, failed(122)},  {activation, u8(0), 1, done(u8(0))},
-        {activation, u8(1) + u8(1), 1, done(u8(1))},  {applications, u8(0), 64, done(text("a"))},
-        {applications, u8(1) + text("b"), 0, done()}, {applications, u8(1) + text("B"), 0, done()},
-        {applications, u8(1) + text("b"), 0, done()}, {applications, u8(0), 64, done(text("B;a;b"))},
-        {applications, u8(0), 8, failed(122)},        {applications, u8(1), 64, failed(13)},
-        {applications, u8(3), 64, failed(13)},        {applications, "", 64, failed(13)},
+        {activation, 1, u8(0), done(u8(0))},          {activation, 1, "", failed(13)},
+        {activation, 1, u8(1), failed(13)},           {activation, 1, u8(1) + u8(2), failed(13)},
+        {activation, 0, u8(1) + u8(1), failed(122)},  {activation, 1, u8(0), done(u8(0))},
+        {activation, 1, u8(1) + u8(1), done(u8(1))},  {applications, 64, u8(0), done(text("a"))},
+        {applications, 0, u8(1) + text("b"), done()}, {applications, 0, u8(1) + text("B"), done()},
+        {applications, 0, u8(1) + text("b"), done()}, {applications, 64, u8(0), done(text("B;a;b"))},
+        {applications, 8, u8(0), failed(122)},        {applications, 64, u8(1), failed(13)},
+        {applications, 64, u8(3), failed(13)},        {applications, 64, "", failed(13)},
     };
     phone.preset("applications", REG_BINARY, ";;a;");
     phone.install("B");  // the start forgets what is not installed

@@ -96,8 +96,8 @@ TEST_F(log_test, a_card_sent) {
               dump("0x~", "", ""),
               {"DEBUG calling d->state->enter(d), d=0x~, d->state=0x~",
                "NOTICE rilled datagram 0 of message 300: ref=0x~",
-               "DEBUG registering pending ril request: req_id=0x~ abstract_ril_request_t *this=0x~. "
-               "daemon_t *daemon=0x~",
+               std::string("DEBUG registering pending ril request: req_id=0x~ abstract_ril_request_t *this=0x~. ") +
+                   "daemon_t *daemon=0x~",
                "DEBUG req_id=0x~, datagram_t *d=0x~", calling("RILLED"),
                "DEBUG Transition 0x~: 300[0]:DISPATCHER->RILLED"},
               enters("RILLED", 0),

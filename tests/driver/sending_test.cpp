@@ -36,7 +36,7 @@ TEST_F(sending_test, cards_are_cut_to_fit) {
         std::string card;
         bool utf8, long_reference;
         std::vector<size_t> chunks;  // of the datagrams; empty when refused
-        uint32_t error = 0;
+        size_t error = 0;
     } cases[] = {
         {"empty", "", false, false, {0}},
         {"one datagram", std::string(133, 'x'), false, false, {133}},
@@ -70,8 +70,8 @@ TEST_F(sending_test, cards_are_cut_to_fit) {
         const reply_t count = phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, input, 4);
         const reply_t reply = phone.send(row.card, u"+1", row.utf8, row.long_reference);
         if (row.error != 0) {
-            EXPECT_EQ(count, failed(row.error));
-            EXPECT_EQ(reply, failed(row.error));
+            EXPECT_EQ(count, failed(static_cast<uint32_t>(row.error)));
+            EXPECT_EQ(reply, failed(static_cast<uint32_t>(row.error)));
             continue;
         }
         EXPECT_EQ(count, done(u32(static_cast<int64_t>(row.chunks.size()))));
@@ -120,7 +120,8 @@ TEST_F(sending_test, gsm_submission_field_by_field) {
                                         coding.dwMsgClass, coding.dwAlphabet, coding.dwIndication, coding.dwLanguage}),
                     ElementsAre(0x20, 9, 1, 0, 0, 2, 0, 0));
         EXPECT_EQ(submit.dwVPFormat, 1u);
-        FILETIME then, validity;
+        FILETIME then{};
+        FILETIME validity{};
         EXPECT_TRUE(SystemTimeToFileTime(&now, &then) && SystemTimeToFileTime(&submit.stVP, &validity));
         const auto units = [](FILETIME t) { return uint64_t{t.dwHighDateTime} << 32 | t.dwLowDateTime; };
         EXPECT_LT(units(validity) - units(then), 600000000u) << "the clock time, at most a minute later";
@@ -191,7 +192,7 @@ TEST_F(sending_test, cdma_submission_field_by_field) {
 TEST_F(sending_test, phone_numbers_up_to_the_field) {
     const struct {
         DWORD network;
-        size_t length;
+        unsigned length;
         bool sent;
     } cases[] = {{gsm, 127, true},  {gsm, 128, true},   {gsm, 255, true},   {gsm, 256, false},  {gsm, 300, false},
                  {cdma, 127, true}, {cdma, 128, false}, {cdma, 255, false}, {cdma, 256, false}, {gsm, 0, true}};

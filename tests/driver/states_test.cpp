@@ -248,7 +248,7 @@ TEST_F(states_test, system_types) {
 
 TEST_F(states_test, dumps_list_twenty) {
     phone.start();
-    phone.send_card(25 * 128);
+    phone.send_card(size_t{25} * 128);
     phone.request(ZPD_IOCTL_VERSION);
     const auto log = phone.log();
     const auto last = std::find_if(log.rbegin(), log.rend(),
