@@ -1,6 +1,9 @@
 // Recorded dialogues, in whole and octet by octet, with and without echo, with foreign lines at every line boundary.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "radio/at_dialogue.h"
 
 namespace {
@@ -20,42 +23,29 @@ constexpr time_limit_t any_limit = limit::setting;
 const std::string pdu = "0011000C91947110325476";
 
 std::vector<dialogue_t> dialogues() {
-    const command_t submit{.line = "AT+CMGS=10", .limit = any_limit, .prefixes = {"+CMGS:"}, .entry = pdu};
+    const command_t setting{.line = "ATE0", .limit = any_limit};
+    const command_t query{.line = "AT+CREG?", .limit = any_limit, .prefixes = {"+CREG:"}, .needs_line = true};
     const command_t list{.line = "AT+CMGL=4", .limit = any_limit, .prefixes = {"+CMGL:"}, .pdu_follows = true};
+    const command_t submit{.line = "AT+CMGS=10", .limit = any_limit, .prefixes = {"+CMGS:"}, .entry = pdu};
+    const lines_t registered = {{"+CREG: 2,1", ""}};
+    const lines_t listed = {{"+CMGL: 1,1,,3", "0002AABB"}, {"+CMGL: 4,0,,3", "0002CCDD"}};
+    const lines_t one_empty = {{"+CMGL: 1,1,,0", ""}, {"+CMGL: 4,0,,3", "0002CCDD"}};
+    const lines_t sent = {{"+CMGS: 7", ""}};
+    const std::string echoed = "AT+CMGS=10\r\r\n> " + pdu + "\x1A\r\n+CMGS: 7\r\n\r\nOK\r\n";
     using enum reply_t::outcome_t;
     return {
-        {"setting", {.line = "ATE0", .limit = any_limit}, "\r\nOK\r\n", ok, {}},
-        {"echo on", {.line = "ATE0", .limit = any_limit}, "ATE0\r\r\nOK\r\n", ok, {}},
-        {"line feeds only", {.line = "AT", .limit = any_limit}, "\nOK\n", ok, {}},
-        {"refusal", {.line = "AT+CMGF=0", .limit = any_limit}, "\r\n+CMS ERROR: 303\r\n", error, {}},
-        {"query",
-         {.line = "AT+CREG?", .limit = any_limit, .prefixes = {"+CREG:"}},
-         "\r\n+CREG: 2,1\r\n\r\nOK\r\n",
-         ok,
-         {{"+CREG: 2,1", ""}}},
-        {"late OK first",
-         {.line = "AT+CMGF?", .limit = any_limit, .prefixes = {"+CMGF:"}, .needs_line = true},
-         "\r\nOK\r\n\r\nOK\r\n\r\n+CMGF: 0\r\n\r\nOK\r\n",
-         ok,
-         {{"+CMGF: 0", ""}}},
-        {"list",
-         list,
-         "\r\n+CMGL: 1,1,,3\r\n0002AABB\r\n+CMGL: 4,0,,3\r\n0002CCDD\r\n\r\nOK\r\n",
-         ok,
-         {{"+CMGL: 1,1,,3", "0002AABB"}, {"+CMGL: 4,0,,3", "0002CCDD"}}},
-        {"list with an empty PDU",
-         list,
-         "\r\n+CMGL: 1,1,,0\r\n\r\n+CMGL: 4,0,,3\r\n0002CCDD\r\n\r\nOK\r\n",
-         ok,
-         {{"+CMGL: 1,1,,0", ""}, {"+CMGL: 4,0,,3", "0002CCDD"}}},
-        {"submission", submit, "\r\n> \r\n+CMGS: 7\r\n\r\nOK\r\n", ok, {{"+CMGS: 7", ""}}},
-        {"prompt on a line of its own", submit, "\r\n>\r\n\r\n+CMGS: 7\r\n\r\nOK\r\n", ok, {{"+CMGS: 7", ""}}},
-        {"prompt at once", submit, ">\r\n+CMGS: 7\r\nOK\r\n", ok, {{"+CMGS: 7", ""}}},
-        {"submission with echo",
-         submit,
-         "AT+CMGS=10\r\r\n> " + pdu + "\x1A\r\n+CMGS: 7\r\n\r\nOK\r\n",
-         ok,
-         {{"+CMGS: 7", ""}}},
+        {"setting", setting, "\r\nOK\r\n", ok, {}},
+        {"echo on", setting, "ATE0\r\r\nOK\r\n", ok, {}},
+        {"line feeds only", setting, "\nOK\n", ok, {}},
+        {"refusal", setting, "\r\n+CMS ERROR: 303\r\n", error, {}},
+        {"query", query, "\r\n+CREG: 2,1\r\n\r\nOK\r\n", ok, registered},
+        {"late OK first", query, "\r\nOK\r\n\r\nOK\r\n\r\n+CREG: 2,1\r\n\r\nOK\r\n", ok, registered},
+        {"list", list, "\r\n+CMGL: 1,1,,3\r\n0002AABB\r\n+CMGL: 4,0,,3\r\n0002CCDD\r\n\r\nOK\r\n", ok, listed},
+        {"an empty PDU", list, "\r\n+CMGL: 1,1,,0\r\n\r\n+CMGL: 4,0,,3\r\n0002CCDD\r\n\r\nOK\r\n", ok, one_empty},
+        {"submission", submit, "\r\n> \r\n+CMGS: 7\r\n\r\nOK\r\n", ok, sent},
+        {"prompt on a line of its own", submit, "\r\n>\r\n\r\n+CMGS: 7\r\n\r\nOK\r\n", ok, sent},
+        {"prompt at once", submit, ">\r\n+CMGS: 7\r\nOK\r\n", ok, sent},
+        {"submission with echo", submit, echoed, ok, sent},
         {"refused before the prompt", submit, "\r\n+CMS ERROR: 302\r\n", error, {}},
         {"refused after it", submit, "\r\n> \r\n+CMS ERROR: 38\r\n", error, {}},
     };
@@ -76,9 +66,7 @@ outcome_t play(const command_t& command, const std::string& received, size_t fra
     }
     EXPECT_FALSE(dialogue.in_progress());
     outcome.reply = dialogue.end(reply_t::outcome_t::timeout);
-    for (const modem_line_t& line : dialogue.take_unsolicited()) {
-        outcome.unsolicited.push_back(line);
-    }
+    std::ranges::copy(dialogue.take_unsolicited(), std::back_inserter(outcome.unsolicited));
     return outcome;
 }
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,16 +10,6 @@
 #include <cstdlib>
 #include <utility>
 
-namespace {
-
-constexpr auto patience = std::chrono::seconds(10);
-
-std::string lines(const std::string& text) {
-    return "\r\n" + text + "\r\n\r\nOK\r\n";
-}
-
-}  // namespace
-
 scripted_modem_t::scripted_modem_t() {
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
     std::array<char, 64> name{};
@@ -28,27 +17,27 @@ scripted_modem_t::scripted_modem_t() {
         std::abort();
     }
     tty_ = name.data();
-    stop_ = eventfd(0, EFD_NONBLOCK);
-    on("AT+CMGF?", lines("+CMGF: 0"));
-    on("AT+CPIN?", lines("+CPIN: READY"));
-    on("AT+CPMS=?", lines("+CPMS: (\"SM\",\"ME\"),(\"SM\",\"ME\"),(\"SM\")"));
-    on("AT+CPMS?", lines("+CPMS: \"ME\",0,20,\"ME\",0,20,\"SM\",0,20"));
-    on("AT+CNMI=?", lines("+CNMI: (0-2),(0-3),(0,2),(0-2),(0,1)"));
-    on("AT+CSMS=?", lines("+CSMS: (0,1)"));
-    on("AT+CMMS=?", "\r\nERROR\r\n");
-    on("AT+CEREG=2", "\r\nERROR\r\n");
-    on("AT+CEREG=1", "\r\nERROR\r\n");
-    on("AT+CREG?", lines("+CREG: 2,1,\"00C3\",\"A12B\",0"));
-    on("AT+CMGS", "\r\n> ");
-    on_entry(lines("+CMGS: 7"));
-    thread_ = std::thread([this] { serve(); });
+    replies_ = {
+        {"AT+CMGF?", line_and_ok("+CMGF: 0")},
+        {"AT+CPIN?", line_and_ok("+CPIN: READY")},
+        {"AT+CPMS=?", line_and_ok("+CPMS: (\"SM\",\"ME\"),(\"SM\",\"ME\"),(\"SM\")")},
+        {"AT+CPMS?", line_and_ok("+CPMS: \"ME\",0,20,\"ME\",0,20,\"SM\",0,20")},
+        {"AT+CNMI=?", line_and_ok("+CNMI: (0-2),(0-3),(0,2),(0-2),(0,1)")},
+        {"AT+CSMS=?", line_and_ok("+CSMS: (0,1)")},
+        {"AT+CMMS=?", "\r\nERROR\r\n"},
+        {"AT+CEREG=2", "\r\nERROR\r\n"},
+        {"AT+CEREG=1", "\r\nERROR\r\n"},
+        {"AT+CREG?", line_and_ok("+CREG: 2,1,\"00C3\",\"A12B\",0")},
+        {"AT+CMGS", "\r\n> "},
+        {">", line_and_ok("+CMGS: 7")},
+    };
+    thread_ = std::jthread([this](const std::stop_token& stop) { serve(stop); });
 }
 
 scripted_modem_t::~scripted_modem_t() {
-    eventfd_write(stop_, 1);
+    thread_.request_stop();
     thread_.join();
     hang_up();
-    close(stop_);
 }
 
 void scripted_modem_t::on(const std::string& command, const std::string& reply) {
@@ -68,24 +57,14 @@ void scripted_modem_t::say(const std::string& text) {
 
 void scripted_modem_t::hang_up() {
     const std::lock_guard lock(mutex_);
-    if (!hung_up_) {
-        hung_up_ = true;
-        close(master_);
+    if (master_ >= 0) {
+        close(std::exchange(master_, -1));
     }
 }
 
 bool scripted_modem_t::heard(const std::string& command, size_t times) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, patience,
-                             [&] { return static_cast<size_t>(std::ranges::count(log_, command)) >= times; });
-}
-
-bool scripted_modem_t::entered(size_t times) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, patience, [&] {
-        return static_cast<size_t>(std::ranges::count(
-                   log_, '>', [](const std::string& line) { return line.empty() ? '\0' : line.front(); })) >= times;
-    });
+    return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return counts_[command] >= times; });
 }
 
 std::vector<std::string> scripted_modem_t::log() {
@@ -95,27 +74,24 @@ std::vector<std::string> scripted_modem_t::log() {
 
 size_t scripted_modem_t::count(const std::string& command) {
     const std::lock_guard lock(mutex_);
-    return static_cast<size_t>(std::ranges::count(log_, command));
+    return counts_[command];
 }
 
-void scripted_modem_t::serve() {
-    while (true) {
-        pollfd descriptors[2] = {{stop_, POLLIN, 0}, {master_, POLLIN, 0}};
+void scripted_modem_t::serve(const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+        pollfd descriptor{-1, POLLIN, 0};
         {
             const std::lock_guard lock(mutex_);
-            descriptors[1].fd = hung_up_ ? -1 : master_;
+            descriptor.fd = master_;
         }
-        // A master whose tty nobody has open is always ready, with nothing to read: look again in a moment.
-        poll(descriptors, 2, 5);
-        if (descriptors[0].revents != 0) {
-            return;
-        }
-        if ((descriptors[1].revents & POLLHUP) != 0) {
-            poll(descriptors, 1, 1);
+        poll(&descriptor, 1, 5);
+        if ((descriptor.revents & POLLHUP) != 0) {
+            // A master whose tty nobody has open is always ready, with nothing to read: look again in a moment.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         const std::lock_guard lock(mutex_);
         std::array<char, 512> buffer{};
-        const ssize_t count = hung_up_ ? 0 : read(master_, buffer.data(), buffer.size());
+        const ssize_t count = read(master_, buffer.data(), buffer.size());
         std::for_each_n(buffer.begin(), std::max<ssize_t>(count, 0), [this](char octet) { take(octet); });
     }
 }
@@ -128,7 +104,7 @@ void scripted_modem_t::take(char octet) {
         input_.clear();
     } else if (entering_ && octet == ctrl_z) {
         entering_ = false;
-        answer(entry, entry + std::exchange(input_, {}));
+        answer(">", ">" + std::exchange(input_, {}));
     } else if (!entering_ && octet == '\r') {
         const std::string line = std::exchange(input_, {});
         const bool submits = line.starts_with("AT+CMGS=");
@@ -141,19 +117,23 @@ void scripted_modem_t::take(char octet) {
 std::string scripted_modem_t::answer(const std::string& key, const std::string& logged) {
     std::deque<std::string>& next = next_replies_[key];
     const auto fixed = replies_.find(key);
-    std::string reply = fixed == replies_.end() ? "\r\nOK\r\n" : fixed->second;
+    std::string reply = fixed == replies_.end() ? ok : fixed->second;
     if (!next.empty()) {
         reply = next.front();
         next.pop_front();
     }
     write_out(reply);
     log_.push_back(logged);
+    ++counts_[logged];
+    if (logged != key) {
+        ++counts_[key];
+    }
     changed_.notify_all();
     return reply;
 }
 
 void scripted_modem_t::write_out(const std::string& text) {
-    if (!hung_up_ && !text.empty() && write(master_, text.data(), text.size()) < 0) {
+    if (master_ >= 0 && !text.empty() && write(master_, text.data(), text.size()) < 0) {
         std::abort();
     }
 }

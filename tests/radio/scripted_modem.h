@@ -1,7 +1,8 @@
 /// A modem in the hands of a test: a pseudo-terminal, a reply for each command, and what was said recorded.
 ///
-/// A command without a reply of its own gets OK; replies are written as they are. The reply to "AT+CMGS", whatever its
-/// length, begins a text entry when it holds a prompt. Thread-safe; one thread serves the pseudo-terminal.
+/// A command without a reply of its own gets OK; replies are written as they are. "AT+CMGS" stands for that command
+/// with whatever length, and ">" for the end of a text entry with whatever text; the reply to the former begins the
+/// latter when it holds a prompt. Thread-safe; one thread serves the pseudo-terminal.
 #pragma once
 
 #include <condition_variable>
@@ -14,6 +15,9 @@
 
 class scripted_modem_t {
   public:
+    static constexpr const char* ok = "\r\nOK\r\n";
+    static std::string line_and_ok(const std::string& line) { return "\r\n" + line + "\r\n" + ok; }
+
     /// A modem with message storage "SM" and "ME", registered on GSM.
     scripted_modem_t();
     ~scripted_modem_t();
@@ -25,9 +29,6 @@ class scripted_modem_t {
     /// The reply from now on; `once` for the next time only, before those. "" is no answer at all.
     void on(const std::string& command, const std::string& reply);
     void once(const std::string& command, const std::string& reply);
-    /// The reply to the end of a text entry, likewise.
-    void on_entry(const std::string& reply) { on(entry, reply); }
-    void once_entry(const std::string& reply) { once(entry, reply); }
 
     /// Says something unasked.
     void say(const std::string& text);
@@ -35,30 +36,25 @@ class scripted_modem_t {
 
     /// Waits until the command has come `times` times altogether; false after some seconds.
     bool heard(const std::string& command, size_t times = 1);
-    /// The same for text entries, whatever they hold.
-    bool entered(size_t times);
     /// Everything heard, in order: command lines, and text entries behind ">".
     std::vector<std::string> log();
     size_t count(const std::string& command);
 
   private:
-    static constexpr const char* entry = ">";
-
-    void serve();
+    void serve(const std::stop_token& stop);
     void take(char octet);
     std::string answer(const std::string& key, const std::string& logged);
     void write_out(const std::string& text);
 
-    int master_ = -1;
-    int stop_ = -1;
     std::string tty_;
     std::mutex mutex_;  // guards all below
+    int master_ = -1;   // -1 after hanging up
     std::condition_variable changed_;
     std::map<std::string, std::string> replies_;
     std::map<std::string, std::deque<std::string>> next_replies_;
     std::vector<std::string> log_;
+    std::map<std::string, size_t> counts_;
     std::string input_;
     bool entering_ = false;
-    bool hung_up_ = false;
-    std::thread thread_;
+    std::jthread thread_;
 };

@@ -10,17 +10,10 @@ using namespace radio;
 using kind_t = final_result_t::kind_t;
 
 TEST(values, final_results) {
-    const struct {
-        const char* line;
-        std::optional<final_result_t> result;
-    } rows[] = {
-        {"OK", {{kind_t::ok, 0}}},
-        {"ERROR", {{kind_t::error, 0}}},
-        {"+CMS ERROR: 304", {{kind_t::cms_error, 304}}},
+    const std::pair<const char*, std::optional<final_result_t>> rows[] = {
         {"+CMS ERROR:38", {{kind_t::cms_error, 38}}},  // no blank
         {"+CMS ERROR: SIM busy", {{kind_t::cms_error, 314}}},
         {"+CMS ERROR: (U)SIM PIN required", {{kind_t::cms_error, 311}}},
-        {"+CMS ERROR: network timeout", {{kind_t::cms_error, 332}}},
         {"+CMS ERROR: something else", {{kind_t::cms_error, 500}}},
         {"+CMS ERROR: -1", {{kind_t::cms_error, 500}}},
         {"+CME ERROR: 14", {{kind_t::cme_error, 14}}},
@@ -29,8 +22,8 @@ TEST(values, final_results) {
         {"OKAY", std::nullopt},
         {"+CMTI: \"SM\",1", std::nullopt},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(final_result(row.line), row.result) << row.line;
+    for (const auto& [line, result] : rows) {
+        EXPECT_EQ(final_result(line), result) << line;
     }
 }
 
@@ -42,10 +35,8 @@ TEST(values, registrations) {
     } rows[] = {
         {"+CREG: 0,1", {{1, {}}}, true},
         {"+CREG: 2,5,\"00C3\",\"0A12B3C4\",7", {{5, 7}}, true},
-        {"+CREG: 2,1,00C3,A12B,2", {{1, 2}}, true},        // no quotation marks in the reply
-        {"+CREG: 1,\"00C3\",\"A12B\",0", {{1, 0}}, true},  // by itself
-        {"+CREG: 1,00C3,A12B,2", {{1, 2}}, true},          // by itself, no quotation marks
-        {"+CREG: 1,\"00C3\",\"A12B\"", {{1, {}}}, true},
+        {"+CREG: 2,1,00C3,A12B,2", {{1, 2}}, true},  // no quotation marks in the reply
+        {"+CREG: 1,00C3,A12B,2", {{1, 2}}, true},    // by itself, no quotation marks
         {"+CREG:2", {{2, {}}}, false},
         {"+CREG: 8", {{8, {}}}, false},  // emergency calls only
         {"+CEREG: 2,4", {{4, {}}}, false},
@@ -59,34 +50,26 @@ TEST(values, registrations) {
         EXPECT_EQ(registration, row.registration) << row.line;
         EXPECT_EQ(registration && registration->registered(), row.registered) << row.line;
     }
-    EXPECT_EQ(operator_access("+COPS: 0,2,\"26201\",7"), 7);
     EXPECT_EQ(operator_access("+COPS: 0,0,\"A, B\",2"), 2);  // a comma in the name
     EXPECT_EQ(operator_access("+COPS: 0"), std::nullopt);
-    EXPECT_EQ(system_type_of_access(0), RIL_SYSTEMTYPE_GSM);
     EXPECT_EQ(system_type_of_access(3), RIL_SYSTEMTYPE_GSM | RIL_SYSTEMTYPE_GPRS | RIL_SYSTEMTYPE_EDGE);
-    EXPECT_EQ(system_type_of_access(6), RIL_SYSTEMTYPE_UMTS | RIL_SYSTEMTYPE_HSDPA);
     EXPECT_EQ(system_type_of_access(11), RIL_SYSTEMTYPE_UMTS);
 }
 
 TEST(values, messages) {
-    EXPECT_EQ(new_message("+CMTI: \"SM\",3"), (location_t{"SM", 3}));
     EXPECT_EQ(new_message("+CMTI:ME,0"), (location_t{"ME", 0}));
     for (const char* odd : {"+CMTI: \"SM\",-1", "+CMTI: \"SM\"", "+CMTI: ", "+CMTI: ,5", "+CMTI: \"S\x01M\",5",
                             "+CMTI: \"SM\",99999999999"}) {
         EXPECT_EQ(new_message(odd), std::nullopt) << odd;
     }
-    EXPECT_EQ(read_message("+CMGR: 0,,24"), (stored_message_t{0, true, 24}));
     EXPECT_EQ(read_message("+CMGR: 1,\"Ann, B\",24"), (stored_message_t{0, true, 24}));
     EXPECT_EQ(read_message("+CMGR: 3,24"), (stored_message_t{0, false, 24}));  // no <alpha>, to be sent
     EXPECT_EQ(read_message("+CMGR: \"REC READ\",\"+49170\""), std::nullopt);   // text mode
-    EXPECT_EQ(listed_message("+CMGL: 12,1,,153"), (stored_message_t{12, true, 153}));
     EXPECT_EQ(listed_message("+CMGL: 12,1"), std::nullopt);
-    EXPECT_EQ(delivered_length("+CMT: \"Ann\",24"), 24U);
     EXPECT_EQ(delivered_length("+CMT: 24"), 24U);
     EXPECT_EQ(delivered_length("+CMT: ,"), std::nullopt);
     EXPECT_EQ(message_reference("+CMGS: 255,\"00\""), 255);
     EXPECT_EQ(message_reference("+CMGS: 256"), std::nullopt);
-    EXPECT_EQ(tpdu_of_line("0002AABB", 3), (tpdu::octets_t{0x02, 0xAA, 0xBB}));
     EXPECT_EQ(tpdu_of_line("02aabb", 3), (tpdu::octets_t{0x02, 0xAA, 0xBB}));  // no service centre address
     EXPECT_EQ(tpdu_of_line("0002AABB", 2), std::nullopt);
     EXPECT_EQ(tpdu_of_line("", 2), std::nullopt);
@@ -97,7 +80,6 @@ TEST(values, memories) {
     EXPECT_EQ(readable_memories("+CPMS: (\"ME\",\"SM\"),(\"SM\"),(\"MT\")"), (names_t{"ME", "SM"}));
     EXPECT_EQ(readable_memories("+CPMS: \"SM\""), (names_t{"SM"}));
     EXPECT_EQ(readable_memories("+CPMS: ()"), names_t{});
-    EXPECT_EQ(readable_memories(""), names_t{});
     EXPECT_EQ(receiving_memory("+CPMS: \"ME\",0,25,\"ME\",0,25,\"SM\",3,20"), "SM");
     EXPECT_EQ(receiving_memory("+CPMS: \"ME\",0,25"), "");
     EXPECT_EQ(memory_level("+CPMS: 19,20,0,20,0,20")->used, 19);
@@ -106,11 +88,7 @@ TEST(values, memories) {
 
 TEST(values, announcements) {
     using enum announcement_t::way_t;
-    const struct {
-        const char* offered;
-        announcement_t choice;
-    } rows[] = {
-        {"+CNMI: (0-2),(0-3),(0,2-3),(0-2),(0,1)", {stored, "2,1,0,0,0"}},
+    const std::pair<const char*, announcement_t> rows[] = {
         {"+CNMI: (0,1,2),(0,1,2,3),(0,2),(0,1),(1)", {stored, "2,1,0,0,1"}},
         {"+CNMI: (1),(1)", {stored, "1,1"}},
         {"+CNMI: 3,1,0", {stored, "3,1,0"}},
@@ -120,8 +98,8 @@ TEST(values, announcements) {
         {"+CNMI: (", {none, ""}},
         {"", {none, ""}},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(choose_announcement(offered_numbers(row.offered)), row.choice) << row.offered;
+    for (const auto& [offered, choice] : rows) {
+        EXPECT_EQ(choose_announcement(offered_numbers(offered)), choice) << offered;
     }
     EXPECT_EQ(offered_numbers("+CSMS: (0-999999999)")[0].size(), 0U);
 }
