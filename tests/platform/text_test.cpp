@@ -24,31 +24,25 @@ TEST(text, of_well_formed_utf_8_goes_both_ways) {
 TEST(text, has_u_fffd_for_what_is_ill_formed) {
     // The second to fifth rows are tables 3-8 to 3-11 of The Unicode Standard, section 3.9.
     const std::pair<std::string, std::u16string> narrow_rows[] = {
-        {"\x80\xFF"
-         "a\xC3",
-         u"\uFFFD\uFFFDa\uFFFD"},
-        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82"
-         "A",
-         u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA"},
-        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF"
-         "A",
-         u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA"},
-        {"\xF4\x91\x92\x93\xFF"
-         "A\x80\xBF"
-         "B",
-         u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA\uFFFD\uFFFDB"},
-        {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF"
-         "A",
-         u"\uFFFD\uFFFD\uFFFD\uFFFDA"},
+        {"\x80\xFF\x61\xC3", u"\uFFFD\uFFFDa\uFFFD"},
+        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82\x41", std::u16string(8, u'\uFFFD') + u"A"},
+        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF\x41", std::u16string(8, u'\uFFFD') + u"A"},
+        {"\xF4\x91\x92\x93\xFF\x41\x80\xBF\x42", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA\uFFFD\uFFFDB"},
+        {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41", u"\uFFFD\uFFFD\uFFFD\uFFFDA"},
         {"\xE0\xA0\0"s, u"\uFFFD\0"s},
     };
     for (const auto& [narrow, wide] : narrow_rows) {
         EXPECT_EQ(platform::to_utf16(narrow), wide) << testing::PrintToString(narrow);
     }
-    const std::u16string lone[] = {{0xD800}, {0xDFFF}, {0xDC00, 0xD800}, {0xD800, 0xD800, 0xDC00}, {0xDBFF, u'a'}};
-    const std::string expected[] = {"\uFFFD", "\uFFFD", "\uFFFD\uFFFD", "\uFFFD\U00010000", "\uFFFDa"};
-    for (size_t i = 0; i < std::size(lone); ++i) {
-        EXPECT_EQ(platform::to_utf8(lone[i]), expected[i]);
+    const std::pair<std::u16string, std::string> lone_surrogates[] = {
+        {{0xD800}, "\uFFFD"},
+        {{0xDFFF}, "\uFFFD"},
+        {{0xDC00, 0xD800}, "\uFFFD\uFFFD"},
+        {{0xD800, 0xD800, 0xDC00}, "\uFFFD\U00010000"},
+        {{0xDBFF, u'a'}, "\uFFFDa"},
+    };
+    for (const auto& [wide, narrow] : lone_surrogates) {
+        EXPECT_EQ(platform::to_utf8(wide), narrow);
     }
 }
 
@@ -92,10 +86,8 @@ TEST(digest, agrees_with_rfc_1321) {  // A.5
 }
 
 TEST(system_time, becomes_a_file_time_or_is_refused) {
-    struct {
-        SYSTEMTIME time;
-        uint64_t expected;  // 0: refused
-    } const rows[] = {
+    const std::pair<SYSTEMTIME, uint64_t> rows[] = {
+        // 0: refused
         {{1970, 1, 0, 1, 0, 0, 0, 0}, 116444736000000000},
         {{2000, 2, 9, 29, 23, 59, 59, 999}, 125963423999990000},  // the day of the week does not count
         {{1601, 1, 0, 1, 0, 0, 0, 1}, 10000},
@@ -111,9 +103,9 @@ TEST(system_time, becomes_a_file_time_or_is_refused) {
     };
     for (const auto& row : rows) {
         FILETIME result{};
-        const auto expected = row.expected != 0 ? std::pair(TRUE, poison) : std::pair(FALSE, ERROR_INVALID_PARAMETER);
-        EXPECT_EQ(poisoned([&] { return SystemTimeToFileTime(&row.time, &result); }), expected);
-        EXPECT_EQ(uint64_t{result.dwHighDateTime} << 32 | result.dwLowDateTime, row.expected);
+        const auto expected = row.second != 0 ? std::pair(TRUE, poison) : std::pair(FALSE, ERROR_INVALID_PARAMETER);
+        EXPECT_EQ(poisoned([&] { return SystemTimeToFileTime(&row.first, &result); }), expected);
+        EXPECT_EQ(uint64_t{result.dwHighDateTime} << 32 | result.dwLowDateTime, row.second);
     }
     SYSTEMTIME now{};
     GetSystemTime(&now);
