@@ -63,4 +63,6 @@ struct request_t {
     input_r_buffer_t input;
     output_w_buffer_t output;
     uint32_t error = ERROR_SUCCESS;
+
+    void fail(uint32_t code) { error = code; }
 };

@@ -23,51 +23,35 @@ std::string message_key(const incoming_datagram& datagram) {
 }
 
 bool sms_message_t::add_datagram(std::unique_ptr<incoming_datagram>& record) {
+    const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
+    uint32_t ordinal = 1;
     if (amount == 0) {
-        return add_first(record);
+        address = record->address;
+        id = concatenation != nullptr ? concatenation->id() : id;
+        amount = concatenation != nullptr ? concatenation->amount() : 1;
+        ordinal = concatenation != nullptr ? concatenation->ordinal() : 1;
+        datagrams.resize(amount);
+    } else {
+        // The table's key already holds address, reference and amount: comparing them is a second line of defence.
+        if (concatenation == nullptr) {
+            QM_ERROR("dropping datagram: no concatenation ie found");
+            return false;
+        }
+        if (concatenation->id() != id) {
+            QM_ERROR("dropping datagram: chunk id 0x%X mismatch (0x%X expected)", concatenation->id(), id);
+            return false;
+        }
+        if (record->address != address) {
+            QM_ERROR("dropping datagram: address '%s' mismatch ('%s' expected)", record->address.c_str(),
+                     address.c_str());
+            return false;
+        }
+        if (concatenation->amount() != amount) {
+            QM_ERROR("dropping datagram: datagram amount %d mismatch (%d expected)", concatenation->amount(), amount);
+            return false;
+        }
+        ordinal = concatenation->ordinal();
     }
-    const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
-    return belongs_here(*record, concatenation) && place(record, concatenation->ordinal());
-}
-
-bool sms_message_t::add_first(std::unique_ptr<incoming_datagram>& record) {
-    address = record->address;
-    const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
-    if (concatenation == nullptr) {
-        amount = 1;
-        datagrams.resize(1);
-        return place(record, 1);
-    }
-    id = concatenation->id();
-    amount = concatenation->amount();
-    datagrams.resize(amount);
-    const uint32_t ordinal = concatenation->ordinal();
-    if (ordinal == 0 || ordinal > amount) {
-        QM_ERROR("dropping datagram: index=%d out of bounds [1..%d]", ordinal, amount);
-        return false;
-    }
-    return place(record, ordinal);
-}
-
-/// The table's key already holds address, reference and amount; comparing them again is a second line of defence.
-bool sms_message_t::belongs_here(const incoming_datagram& record, const sms_udh_ie_concat_t* concatenation) const {
-    if (concatenation == nullptr) {
-        QM_ERROR("dropping datagram: no concatenation ie found");
-        return false;
-    }
-    if (concatenation->id() != id) {
-        QM_ERROR("dropping datagram: chunk id 0x%X mismatch (0x%X expected)", concatenation->id(), id);
-        return false;
-    }
-    if (record.address != address) {
-        QM_ERROR("dropping datagram: address '%s' mismatch ('%s' expected)", record.address.c_str(), address.c_str());
-        return false;
-    }
-    if (concatenation->amount() != amount) {
-        QM_ERROR("dropping datagram: datagram amount %d mismatch (%d expected)", concatenation->amount(), amount);
-        return false;
-    }
-    const uint32_t ordinal = concatenation->ordinal();
     if (ordinal == 0 || ordinal > amount) {
         QM_ERROR("dropping datagram: index=%d out of bounds [1..%d]", ordinal, amount);
         return false;
@@ -76,10 +60,6 @@ bool sms_message_t::belongs_here(const incoming_datagram& record, const sms_udh_
         QM_ERROR("dropping datagram: datagram #%d already received", ordinal);
         return false;
     }
-    return true;
-}
-
-bool sms_message_t::place(std::unique_ptr<incoming_datagram>& record, uint32_t ordinal) {
     datagrams[ordinal - 1] = std::move(record);
     received += 1;
     complete = received == amount;

@@ -34,7 +34,7 @@ class sms_message_t {
   public:
     /// Takes the record if it belongs here; the record is then gone from `record`, else it is left there. Why one is
     /// dropped is logged.
-    bool add_datagram(std::unique_ptr<incoming_datagram>& record);
+    [[nodiscard]] bool add_datagram(std::unique_ptr<incoming_datagram>& record);
     bool is_complete() const { return complete; }
     const std::string& get_address() const { return address; }
     /// The user data of all datagrams in order; empty while one is missing.
@@ -44,10 +44,6 @@ class sms_message_t {
     std::string stored_name() const;
 
   private:
-    bool add_first(std::unique_ptr<incoming_datagram>& record);
-    bool belongs_here(const incoming_datagram& record, const sms_udh_ie_concat_t* concatenation) const;
-    bool place(std::unique_ptr<incoming_datagram>& record, uint32_t ordinal);
-
     uint32_t amount = 0;  // 0 until the first datagram is accepted
     uint32_t received = 0;
     uint32_t id = 0xFFFFFFFF;

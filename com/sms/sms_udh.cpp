@@ -22,25 +22,42 @@ uint32_t number_at(octet_view_t octets, size_t index, bool wide) {
     return wide ? octet_at(octets, index) << 8 | octet_at(octets, index + 1) : octet_at(octets, index);
 }
 
-std::unique_ptr<sms_udh_ie_t> parse_concatenation(octet_view_t payload, bool wide) {
-    std::unique_ptr<sms_udh_ie_concat_t> ie = sms_udh_ie_concat_t::make(wide);
+/// The fields of an element whose payload has the right length.
+void fill(sms_udh_ie_concat_t& ie, octet_view_t payload, bool wide) {
     const size_t width = wide ? 2 : 1;
-    ie->set_id(number_at(payload, 0, wide));
-    ie->set_amount(octet_at(payload, width));
-    ie->set_ordinal(octet_at(payload, width + 1));
+    ie.set_id(number_at(payload, 0, wide));
+    ie.set_amount(octet_at(payload, width));
+    ie.set_ordinal(octet_at(payload, width + 1));
+}
+
+void fill(sms_udh_ie_appport_t& ie, octet_view_t payload, bool wide) {
+    ie.set_dst(number_at(payload, 0, wide));
+    ie.set_src(number_at(payload, wide ? 2 : 1, wide));
+}
+
+template <class ie_t>
+std::unique_ptr<sms_udh_ie_t> parsed(octet_view_t payload, bool wide) {
+    auto ie = std::make_unique<ie_t>();
+    if (payload.size() != ie->payload_length()) {
+        return nullptr;
+    }
+    fill(*ie, payload, wide);
     return ie;
 }
 
-std::unique_ptr<sms_udh_ie_t> parse_application_port(octet_view_t payload, bool wide) {
-    std::unique_ptr<sms_udh_ie_appport_t> ie;
-    if (wide) {
-        ie = std::make_unique<sms_udh_ie_appport16_t>();
-    } else {
-        ie = std::make_unique<sms_udh_ie_appport8_t>();
+std::unique_ptr<sms_udh_ie_t> parse_payload(uint32_t type, octet_view_t payload) {
+    switch (type) {
+        case udh_ie_concat8:
+            return parsed<sms_udh_ie_concat8_t>(payload, false);
+        case udh_ie_concat16:
+            return parsed<sms_udh_ie_concat16_t>(payload, true);
+        case udh_ie_appport8:
+            return parsed<sms_udh_ie_appport8_t>(payload, false);
+        case udh_ie_appport16:
+            return parsed<sms_udh_ie_appport16_t>(payload, true);
+        default:
+            return std::make_unique<sms_udh_ie_unknown_t>(type, payload);
     }
-    ie->set_dst(number_at(payload, 0, wide));
-    ie->set_src(number_at(payload, wide ? 2 : 1, wide));
-    return ie;
 }
 
 }  // namespace
@@ -57,19 +74,11 @@ std::unique_ptr<sms_udh_ie_t> sms_udh_t::parse_udh_ie(octet_view_t octets) {
         QM_ERROR("invalid sms udh ie payload length %u in sms udh ie of length %u", length, remaining);
         return nullptr;
     }
-    const octet_view_t payload = octets.substr(2, length);
-    const bool concatenation = type == udh_ie_concat8 || type == udh_ie_concat16;
-    const bool application_port = type == udh_ie_appport8 || type == udh_ie_appport16;
-    if (!concatenation && !application_port) {
-        return std::make_unique<sms_udh_ie_unknown_t>(type, payload);
-    }
-    const bool wide = type == udh_ie_concat16 || type == udh_ie_appport16;
-    const uint32_t expected = concatenation ? (wide ? 4 : 3) : (wide ? 4 : 2);
-    if (length != expected) {
+    std::unique_ptr<sms_udh_ie_t> ie = parse_payload(type, octets.substr(2, length));
+    if (ie == nullptr) {
         QM_ERROR("Invalid payload length %d of ie=0x%02X", length, type);
-        return nullptr;
     }
-    return concatenation ? parse_concatenation(payload, wide) : parse_application_port(payload, wide);
+    return ie;
 }
 
 bool sms_udh_t::parse_udh(octet_view_t octets) {

@@ -1,4 +1,5 @@
 // Control requests: from the code to the handler, under the control lock and on the caller's behalf.
+#include <algorithm>
 #include <iterator>
 
 #include "com/qmlog/api2.h"
@@ -13,39 +14,39 @@ struct daemon_t::control_t {
     const char* name;
     void (*handle)(daemon_t& daemon, request_t& request);
 
-    template <void (daemon_t::*handler)(request_t&)>
-    static void call(daemon_t& daemon, request_t& request) {
-        (daemon.*handler)(request);
-    }
-    template <bool count_only>
-    static void send_or_count(daemon_t& daemon, request_t& request) {
-        daemon.send_or_count_datagrams(request, count_only);
-    }
-
     static const control_t all[];
+    static const control_t* find(uint32_t code);
 };
 
-#define ZPD_CONTROL(code, handler) \
-    { code, #code, handler }
+#define ZPD_CONTROL(code, call)                                         \
+    {                                                                   \
+        code, #code, [](daemon_t& daemon, request_t& request) { call; } \
+    }
 
 const daemon_t::control_t daemon_t::control_t::all[] = {
-    ZPD_CONTROL(ZPD_IOCTL_VERSION, call<&daemon_t::version>),
-    ZPD_CONTROL(ZPD_IOCTL_ACTIVATION, call<&daemon_t::activation>),
-    ZPD_CONTROL(ZPD_IOCTL_APPLICATION, call<&daemon_t::application>),
-    ZPD_CONTROL(ZPD_IOCTL_LAUNCH_APP, call<&daemon_t::launch_application>),
-    ZPD_CONTROL(ZPD_IOCTL_SEND_MESSAGE, send_or_count<false>),
-    ZPD_CONTROL(ZPD_IOCTL_COUNT_DATAGRAMS, send_or_count<true>),
-    ZPD_CONTROL(ZPD_IOCTL_MESSAGE_LIST, call<&daemon_t::message_list>),
-    ZPD_CONTROL(ZPD_IOCTL_MESSAGE_STATUS, call<&daemon_t::message_status>),
-    ZPD_CONTROL(ZPD_IOCTL_MESSAGE_CLOSE, call<&daemon_t::message_close>),
-    ZPD_CONTROL(ZPD_IOCTL_FOO, foo_two),
-    ZPD_CONTROL(ZPD_IOCTL_LOG_OPTIONS, call<&daemon_t::set_log_options>),
-    ZPD_CONTROL(ZPD_IOCTL_RIL_CAPACITY, call<&daemon_t::set_ril_capacity>),
-    ZPD_CONTROL(ZPD_IOCTL_INCOMING_DIR_SIZE, call<&daemon_t::set_incoming_dir_size>),
-    ZPD_CONTROL(ZPD_IOCTL_PIM_CONTACTS_VAR, call<&daemon_t::get_pim_contacts_var>),
+    ZPD_CONTROL(ZPD_IOCTL_VERSION, daemon.version(request)),
+    ZPD_CONTROL(ZPD_IOCTL_ACTIVATION, daemon.activation(request)),
+    ZPD_CONTROL(ZPD_IOCTL_APPLICATION, daemon.application(request)),
+    ZPD_CONTROL(ZPD_IOCTL_LAUNCH_APP, daemon.launch_application(request)),
+    ZPD_CONTROL(ZPD_IOCTL_SEND_MESSAGE, daemon.send_or_count_datagrams(request, false)),
+    ZPD_CONTROL(ZPD_IOCTL_COUNT_DATAGRAMS, daemon.send_or_count_datagrams(request, true)),
+    ZPD_CONTROL(ZPD_IOCTL_MESSAGE_LIST, daemon.message_list(request)),
+    ZPD_CONTROL(ZPD_IOCTL_MESSAGE_STATUS, daemon.message_status(request)),
+    ZPD_CONTROL(ZPD_IOCTL_MESSAGE_CLOSE, daemon.message_close(request)),
+    ZPD_CONTROL(ZPD_IOCTL_FOO, foo_two(daemon, request)),
+    ZPD_CONTROL(ZPD_IOCTL_LOG_OPTIONS, daemon.set_log_options(request)),
+    ZPD_CONTROL(ZPD_IOCTL_RIL_CAPACITY, daemon.set_ril_capacity(request)),
+    ZPD_CONTROL(ZPD_IOCTL_INCOMING_DIR_SIZE, daemon.set_incoming_dir_size(request)),
+    ZPD_CONTROL(ZPD_IOCTL_PIM_CONTACTS_VAR, daemon.get_pim_contacts_var(request)),
 };
 
 #undef ZPD_CONTROL
+
+const daemon_t::control_t* daemon_t::control_t::find(uint32_t code) {
+    const auto* found =
+        std::find_if(std::begin(all), std::end(all), [code](const auto& row) { return row.code == code; });
+    return found != std::end(all) ? found : nullptr;
+}
 
 bool daemon_t::iocontrol(uint32_t code, request_t& request) {
     QM_DEBUG("");
@@ -54,22 +55,28 @@ bool daemon_t::iocontrol(uint32_t code, request_t& request) {
         if (daemon) {
             const lock_guard_t guard(daemon->control_lock.get(), "iocontrol");
             ZPD_DUMP_STATES(*daemon->machine);
-            if (CeImpersonateCurrentProcess()) {
-                dispatch(*daemon.get(), code, request);
-                CeRevertToSelf();
-            } else {
+            if (!CeImpersonateCurrentProcess()) {
                 QM_ERROR("CeImpersonateCurrentProcess() failed");
-                request.error = ERROR_CANNOT_IMPERSONATE;
+                request.fail(ERROR_CANNOT_IMPERSONATE);
+            } else {
+                if (const control_t* control = control_t::find(code)) {
+                    QM_DEBUG("%s", control->name);
+                    control->handle(*daemon.get(), request);
+                } else {
+                    QM_ERROR("Unknown ioctl opcode 0x%08X", code);
+                    request.fail(ERROR_INVALID_FUNCTION);
+                }
+                CeRevertToSelf();
             }
             ZPD_DUMP_STATES(*daemon->machine);
         } else {
             QM_ERROR("global_daemon_object not available");
-            request.error = ERROR_DEVICE_NOT_AVAILABLE;
+            request.fail(ERROR_DEVICE_NOT_AVAILABLE);
         }
     }
     if (request.output.has_overflown()) {
         request.output.reset();
-        request.error = ERROR_INSUFFICIENT_BUFFER;
+        request.fail(ERROR_INSUFFICIENT_BUFFER);
     }
     if (request.error != ERROR_SUCCESS) {
         SetLastError(request.error);
@@ -77,34 +84,10 @@ bool daemon_t::iocontrol(uint32_t code, request_t& request) {
     return request.error == ERROR_SUCCESS;
 }
 
-void daemon_t::dispatch(daemon_t& daemon, uint32_t code, request_t& request) {
-    for (const control_t& control : control_t::all) {
-        if (control.code == code) {
-            QM_DEBUG("%s", control.name);
-            control.handle(daemon, request);
-            return;
-        }
-    }
-    QM_ERROR("Unknown ioctl opcode 0x%08X", code);
-    request.error = ERROR_INVALID_FUNCTION;
-}
-
-/// The first parameter of the codes that both tell and change something; 0 asks only to be told. False when it is
-/// missing.
-bool daemon_t::read_mode(request_t& request, uint8_t& mode) {
-    if (!request.input.get_byte(mode)) {
-        QM_ERROR("can't read parameter 'mode'");
-        request.error = ERROR_INVALID_DATA;
-        return false;
-    }
-    return true;
-}
-
 void daemon_t::version(request_t& request) {
     if (request.input.unread() != 0) {
         QM_ERROR("trailing input bytes");
-        request.error = ERROR_INVALID_DATA;
-        return;
+        return request.fail(ERROR_INVALID_DATA);
     }
     request.output.put_uint32(ZPD_INTERFACE_VERSION);
 }

@@ -13,6 +13,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,6 @@ extern daemon_t* global_daemon_object;
 class daemon_visit_t {
   public:
     daemon_visit_t();
-    ~daemon_visit_t();
     daemon_visit_t(const daemon_visit_t&) = delete;
     daemon_visit_t& operator=(const daemon_visit_t&) = delete;
 
@@ -45,7 +45,7 @@ class daemon_visit_t {
     explicit operator bool() const { return daemon != nullptr; }
 
   private:
-    bool inside = false;
+    std::shared_lock<std::shared_mutex> stay;
     daemon_t* daemon = nullptr;
 };
 
@@ -105,6 +105,7 @@ class daemon_t {
         uint32_t data32 = unset;
         uint32_t param = unset;
         octet_string_t data;
+        bool displaced = false;  // the radio gave its identifier out again before its result came
 
       protected:
         abstract_ril_request_t(daemon_t* owner, uint32_t id);
@@ -125,9 +126,6 @@ class daemon_t {
     void start_sender_thread();
 
     // control.cpp
-    void serve(uint32_t code, request_t& request);
-    static void dispatch(daemon_t& daemon, uint32_t code, request_t& request);
-    static bool read_mode(request_t& request, uint8_t& mode);
     void version(request_t& request);
 
     // settings.cpp
@@ -136,7 +134,6 @@ class daemon_t {
     void apply_log_options(uint32_t enabled, uint32_t retail_level, uint32_t file_level);
     void update_file_sink(bool wanted);
     void set_log_options(request_t& request);
-    bool read_log_options(request_t& request);
     void set_ril_capacity(request_t& request);
     void set_incoming_dir_size(request_t& request);
     void get_pim_contacts_var(request_t& request);
@@ -145,8 +142,8 @@ class daemon_t {
     void message_list(request_t& request);
     void message_status(request_t& request);
     void message_close(request_t& request);
-    void close_datagrams(message_t* message);
-    message_t* find_message(request_t& request, uint32_t& id);
+    message_t* find_message(uint32_t id) const;
+    std::unique_ptr<message_t> take_finished(uint32_t id);
 
     // splitting.cpp
     void send_or_count_datagrams(request_t& request, bool count_only);
@@ -191,6 +188,9 @@ class daemon_t {
     void application(request_t& request);
     void launch_application(request_t& request);
 
+    // The log file that a former daemon left open: the next one goes on with it, so that no line is written twice.
+    static qmlog::log_file* former_file_log;
+
     qmlog::log_file* file_log = nullptr;
     uint32_t log_enabled = 1;
     uint32_t log_level_retail = 7;
@@ -209,7 +209,6 @@ class daemon_t {
     // done.
     std::list<std::unique_ptr<message_t>> displaced_messages;
     std::map<uint32_t, abstract_ril_request_t*> pending_ril_requests;
-    // Requests whose identifiers the radio gave out again before their results came.
     std::vector<std::unique_ptr<abstract_ril_request_t>> displaced_ril_requests;
     std::map<std::string, std::unique_ptr<sms_message_t>> incoming_messages;
     path_components_t incoming_directory = nullptr;

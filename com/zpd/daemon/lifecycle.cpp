@@ -5,11 +5,13 @@
 #include <mutex>
 #include <new>
 #include <shared_mutex>
+#include <utility>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
 
 daemon_t* global_daemon_object = nullptr;
+qmlog::log_file* daemon_t::former_file_log = nullptr;
 
 namespace {
 
@@ -41,16 +43,9 @@ std::list<remains_t>& all_remains() {
 }  // namespace
 
 daemon_visit_t::daemon_visit_t() {
-    if (!closing.load()) {
-        gate().lock_shared();
-        inside = true;
+    if (!closing) {
+        stay = std::shared_lock(gate());
         daemon = global_daemon_object;
-    }
-}
-
-daemon_visit_t::~daemon_visit_t() {
-    if (inside) {
-        gate().unlock_shared();
     }
 }
 
@@ -64,6 +59,8 @@ void daemon_t::init() {
         // A second start finds the daemon running and leaves it so: it may hold messages and the radio.
         if (global_daemon_object == nullptr) {
             global_daemon_object = new (std::nothrow) daemon_t;
+        } else {
+            qmlog::logging_enabled = global_daemon_object->log_enabled != 0;
         }
     }
     QM_DEBUG("");
@@ -85,7 +82,7 @@ void daemon_t::deinit() {
     QM_DEBUG("");
 }
 
-daemon_t::daemon_t() {
+daemon_t::daemon_t() : file_log(std::exchange(former_file_log, nullptr)) {
     QM_DEBUG("constructor first line; daemon_t *this=0x%X", identity(this));
     open_settings();
     QM_DEBUG("constructor fifth line; daemon_t *this=0x%X", identity(this));
@@ -114,6 +111,7 @@ daemon_t::~daemon_t() {
     displaced_ril_requests.clear();
     messages.clear();
     displaced_messages.clear();
+    former_file_log = file_log;
     all_remains().push_back(
         {std::move(machine), std::move(sender), std::move(activation_state), std::move(sender_signal)});
 }

@@ -15,8 +15,7 @@ datagram_t::datagram_t(message_t& owner, uint8_t position, octet_string_t header
 void daemon_t::message_list(request_t& request) {
     if (request.input.unread() != 0) {
         QM_ERROR("trailing input bytes");
-        request.error = ERROR_INVALID_DATA;
-        return;
+        return request.fail(ERROR_INVALID_DATA);
     }
     std::vector<uint32_t> open;
     for (const auto& [id, message] : messages) {
@@ -33,27 +32,21 @@ void daemon_t::message_list(request_t& request) {
     }
 }
 
-/// Reads a message id and finds its message; null with the request's error set when there is none.
-message_t* daemon_t::find_message(request_t& request, uint32_t& id) {
-    if (!request.input.get_uint32(id)) {
-        QM_ERROR("can't read input parameter 'message_id'");
-        request.error = ERROR_INVALID_DATA;
-        return nullptr;
-    }
+message_t* daemon_t::find_message(uint32_t id) const {
     const auto found = messages.find(id);
-    if (found == messages.end()) {
-        QM_ERROR("message by id='%u' not found (already closed?)", id);
-        request.error = ERROR_INVALID_MESSAGE;
-        return nullptr;
-    }
-    return found->second.get();
+    return found != messages.end() ? found->second.get() : nullptr;
 }
 
 void daemon_t::message_status(request_t& request) {
     uint32_t id;
-    const message_t* message = find_message(request, id);
+    if (!request.input.get_uint32(id)) {
+        QM_ERROR("can't read input parameter 'message_id'");
+        return request.fail(ERROR_INVALID_DATA);
+    }
+    const message_t* message = find_message(id);
     if (message == nullptr) {
-        return;
+        QM_ERROR("message by id='%u' not found (already closed?)", id);
+        return request.fail(ERROR_INVALID_MESSAGE);
     }
     const auto count = static_cast<uint32_t>(message->datagrams.size());
     QM_DEBUG("returning message by id='%u' (datagrams: %d)", id, count);
@@ -66,26 +59,22 @@ void daemon_t::message_status(request_t& request) {
 
 void daemon_t::message_close(request_t& request) {
     uint32_t id;
-    message_t* message = find_message(request, id);
+    if (!request.input.get_uint32(id)) {
+        QM_ERROR("can't read input parameter 'message_id'");
+        return request.fail(ERROR_INVALID_DATA);
+    }
+    message_t* message = find_message(id);
     if (message == nullptr) {
-        return;
+        QM_ERROR("message by id='%u' not found (already closed?)", id);
+        return request.fail(ERROR_INVALID_MESSAGE);
     }
     if (message->closed) {
         QM_ERROR("message by id='%u' already closed", id);
-        request.error = ERROR_INVALID_MESSAGE;
-        return;
+        return request.fail(ERROR_INVALID_MESSAGE);
     }
     QM_DEBUG("removing message by id='%u'", id);
     message->closed = true;
-    close_datagrams(message);
-    QM_DEBUG("returning...");
-}
-
-/// Releases the datagrams that wait. Works on a copy: releasing one changes the message, and releasing the last one
-/// ends it.
-void daemon_t::close_datagrams(message_t* message) {
-    const uint32_t id = message->id;
-    const uint32_t message_identity = identity(message);
+    // A copy: releasing a datagram changes the message, and releasing the last one ends it.
     std::vector<datagram_t*> datagrams;
     for (int i = 0; i < static_cast<int>(message->datagrams.size()); ++i) {
         QM_DEBUG("first loop, i=%d in", i);
@@ -94,6 +83,7 @@ void daemon_t::close_datagrams(message_t* message) {
         }
         QM_DEBUG("first loop, i=%d out", i);
     }
+    const uint32_t message_identity = identity(message);
     const state_waiting_t& waiting = *machine->state_waiting;
     for (int i = 0; i < static_cast<int>(datagrams.size()); ++i) {
         datagram_t* const datagram = datagrams[i];
@@ -112,27 +102,34 @@ void daemon_t::close_datagrams(message_t* message) {
         }
         QM_DEBUG("second loop, i=%d out", i);
     }
+    QM_DEBUG("returning...");
 }
 
-/// After a wrap of the ids two records can bear this one: the newer is found by it, the older was displaced. The one to
-/// go is the one whose datagrams are all gone.
-void daemon_t::delete_message(uint32_t id) {
-    QM_DEBUG("");
+/// After a wrap of the ids two records can bear this one: the newer is found by it, the older was displaced. Takes the
+/// one out whose datagrams are all gone; null when there is none.
+std::unique_ptr<message_t> daemon_t::take_finished(uint32_t id) {
+    std::unique_ptr<message_t> finished;
     const auto found = messages.find(id);
     if (found != messages.end() && found->second->datagram_count == 0) {
-        const uint32_t message_identity = identity(found->second.get());
+        finished = std::move(found->second);
         messages.erase(found);
-        QM_DEBUG("message 0x%X=%d erased from message database", message_identity, id);
-        return;
+        return finished;
     }
     const auto displaced =
         std::find_if(displaced_messages.begin(), displaced_messages.end(),
                      [id](const auto& message) { return message->id == id && message->datagram_count == 0; });
-    if (displaced == displaced_messages.end()) {
-        QM_CRITICAL_ERROR("message descriptor %d not found", id);
-        return;
+    if (displaced != displaced_messages.end()) {
+        finished = std::move(*displaced);
+        displaced_messages.erase(displaced);
     }
-    const uint32_t message_identity = identity(displaced->get());
-    displaced_messages.erase(displaced);
-    QM_DEBUG("message 0x%X=%d erased from message database", message_identity, id);
+    return finished;
+}
+
+void daemon_t::delete_message(uint32_t id) {
+    QM_DEBUG("");
+    const std::unique_ptr<message_t> finished = take_finished(id);
+    if (finished == nullptr) {
+        QM_CRITICAL_ERROR("message descriptor %d not found", id);
+    }
+    QM_DEBUG("message 0x%X=%d erased from message database", identity(finished.get()), id);
 }

@@ -51,12 +51,16 @@ daemon_t::abstract_ril_request_t::abstract_ril_request_t(daemon_t* owner, uint32
              req_id, identity(this), identity(daemon));
     abstract_ril_request_t*& entry = daemon->pending_ril_requests[req_id];
     if (entry != nullptr) {
+        entry->displaced = true;
         daemon->displaced_ril_requests.emplace_back(entry);
     }
     entry = this;
 }
 
 daemon_t::abstract_ril_request_t::~abstract_ril_request_t() {
+    if (displaced) {
+        return;
+    }
     auto& pending = daemon->pending_ril_requests;
     const auto found = pending.find(req_id);
     if (found == pending.end()) {

@@ -1,5 +1,6 @@
 // The settings: where they persist, and the control codes that read and change them.
-#include <vector>
+#include <algorithm>
+#include <iterator>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
@@ -11,10 +12,21 @@ constexpr const char* contacts_path = "\\Software\\Microsoft\\Pim\\Contacts\\Set
 
 constexpr const char* log_directory_names[] = {"Application Data", "PUBLIC", "VARKON", "ZPD", "LOG", nullptr};
 
-/// A log file that a former daemon left open: the next one goes on with it, so that no line is written twice.
-qmlog::log_file* left_behind_file_log = nullptr;
-
 constexpr uint32_t max_log_options[] = {1, 7, 7};  // enabled, retail level, file level
+
+/// Reads a value of at most `capacity` octets; ERROR_MORE_DATA for a longer one. The client names the capacity, so that
+/// memory is taken for what is there only.
+uint32_t query_value(HKEY key, const wide_string_t& name, uint32_t capacity, DWORD& type, std::string& value) {
+    DWORD size = 0;
+    LONG result = RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, &size);
+    if (result == static_cast<LONG>(ERROR_SUCCESS)) {
+        size = std::min<DWORD>(size, capacity);
+        value.resize(size_t{size} + 1);  // one more: a buffer of no octets is none to the platform
+        result = RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(value.data()), &size);
+        value.resize(result == static_cast<LONG>(ERROR_SUCCESS) ? size : 0);
+    }
+    return static_cast<uint32_t>(result);
+}
 
 }  // namespace
 
@@ -62,9 +74,6 @@ void daemon_t::apply_log_options(uint32_t enabled, uint32_t retail_level, uint32
 }
 
 void daemon_t::update_file_sink(bool wanted) {
-    if (file_log == nullptr) {
-        file_log = left_behind_file_log;
-    }
     if (wanted && file_log == nullptr) {
         (void)make_directory(log_directory_names);  // without it the file can't be opened, and lines are lost
         file_log = new qmlog::log_file(qmlog::process_log(), narrow(path_of(log_directory_names)) + "\\zpd.log",
@@ -73,61 +82,51 @@ void daemon_t::update_file_sink(bool wanted) {
         delete file_log;
         file_log = nullptr;
     }
-    left_behind_file_log = file_log;
 }
 
 void daemon_t::set_log_options(request_t& request) {
     uint8_t mode;
-    if (!read_mode(request, mode)) {
-        return;
+    if (!request.input.get_byte(mode)) {
+        QM_ERROR("can't read parameter 'mode'");
+        return request.fail(ERROR_INVALID_DATA);
     }
-    if (mode != 0 && !read_log_options(request)) {
-        return;
+    if (mode != 0) {
+        uint8_t values[std::size(max_log_options)];
+        for (int i = 0; i < static_cast<int>(std::size(values)); ++i) {
+            if (!request.input.get_byte(values[i])) {
+                QM_ERROR("can't read value #%d", i);
+                return request.fail(ERROR_INVALID_DATA);
+            }
+            if (values[i] > max_log_options[i]) {
+                QM_ERROR("invalid value #%d (%d)", i, values[i]);
+                return request.fail(ERROR_INVALID_MESSAGE);
+            }
+        }
+        apply_log_options(values[0], values[1], values[2]);
+        (void)settings->set_uint32("logging_enabled", log_enabled);
+        (void)settings->set_uint32("log_level_retail", log_level_retail);
+        (void)settings->set_uint32("log_level_file", log_level_file);
     }
     request.output.put_byte(static_cast<uint8_t>(log_enabled));
     request.output.put_byte(static_cast<uint8_t>(log_level_retail));
     request.output.put_byte(static_cast<uint8_t>(log_level_file));
 }
 
-/// Reads, checks, applies and stores new options; false when one was missing or out of its interval, and nothing
-/// changed.
-bool daemon_t::read_log_options(request_t& request) {
-    uint8_t values[std::size(max_log_options)];
-    for (int i = 0; i < static_cast<int>(std::size(values)); ++i) {
-        if (!request.input.get_byte(values[i])) {
-            QM_ERROR("can't read value #%d", i);
-            request.error = ERROR_INVALID_DATA;
-            return false;
-        }
-        if (values[i] > max_log_options[i]) {
-            QM_ERROR("invalid value #%d (%d)", i, values[i]);
-            request.error = ERROR_INVALID_MESSAGE;
-            return false;
-        }
-    }
-    apply_log_options(values[0], values[1], values[2]);
-    (void)settings->set_uint32("logging_enabled", log_enabled);
-    (void)settings->set_uint32("log_level_retail", log_level_retail);
-    (void)settings->set_uint32("log_level_file", log_level_file);
-    return true;
-}
-
 void daemon_t::set_ril_capacity(request_t& request) {
     uint8_t mode;
-    if (!read_mode(request, mode)) {
-        return;
+    if (!request.input.get_byte(mode)) {
+        QM_ERROR("can't read parameter 'mode'");
+        return request.fail(ERROR_INVALID_DATA);
     }
     if (mode != 0) {
         uint8_t new_capacity;
         if (!request.input.get_byte(new_capacity)) {
             QM_ERROR("can't read parameter 'new_capacity'");
-            request.error = ERROR_INVALID_DATA;
-            return;
+            return request.fail(ERROR_INVALID_DATA);
         }
         if (new_capacity == 0) {
             QM_ERROR("invalid new_capacity parameter (%d)", new_capacity);
-            request.error = ERROR_INVALID_MESSAGE;
-            return;
+            return request.fail(ERROR_INVALID_MESSAGE);
         }
         machine->state_rilled->capacity = new_capacity;
         (void)settings->set_uint32("ril_capacity", new_capacity);
@@ -137,20 +136,19 @@ void daemon_t::set_ril_capacity(request_t& request) {
 
 void daemon_t::set_incoming_dir_size(request_t& request) {
     uint8_t mode;
-    if (!read_mode(request, mode)) {
-        return;
+    if (!request.input.get_byte(mode)) {
+        QM_ERROR("can't read parameter 'mode'");
+        return request.fail(ERROR_INVALID_DATA);
     }
     if (mode != 0) {
         uint32_t new_size;
         if (!request.input.get_uint32(new_size)) {
             QM_ERROR("can't read parameter 'new_incoming_dir_size'");
-            request.error = ERROR_INVALID_DATA;
-            return;
+            return request.fail(ERROR_INVALID_DATA);
         }
         if (new_size > ZPD_INCOMING_DIR_SIZE_MAX) {
             QM_ERROR("invalid new_incoming_dir_size parameter (%d)", new_size);
-            request.error = ERROR_INVALID_MESSAGE;
-            return;
+            return request.fail(ERROR_INVALID_MESSAGE);
         }
         incoming_dir_size = new_size;
         (void)settings->set_uint32("incoming_dir_size", new_size);
@@ -162,37 +160,32 @@ void daemon_t::get_pim_contacts_var(request_t& request) {
     wide_string_t name;
     if (!request.input.get_string16(name)) {
         QM_ERROR("invalid pin contacts setting entry name parameter");
-        request.error = ERROR_INVALID_DATA;
-        return;
+        return request.fail(ERROR_INVALID_DATA);
     }
     HKEY key = nullptr;
     auto result = static_cast<uint32_t>(
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, widen(contacts_path).c_str(), 0, KEY_QUERY_VALUE, &key));
     if (result != ERROR_SUCCESS) {
         QM_ERROR("RegOpenKeyExW() failed, error=0x%X", result);
-        request.error = ERROR_ACCESS_DENIED;
-        return;
+        return request.fail(ERROR_ACCESS_DENIED);
     }
-    // As large as the whole output: a value that leaves no room there for its type and count overflows it.
-    DWORD size = request.output.size();
     DWORD type = 0;
-    std::string buffer(size + 1, '\0');
-    result = static_cast<uint32_t>(
-        RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &size));
+    std::string value;
+    result = query_value(key, name, request.output.size(), type, value);
     if (result == ERROR_SUCCESS) {
-        QM_DEBUG("sucessfully read %d bytes of registry type 0x%X", static_cast<uint32_t>(size),
+        QM_DEBUG("sucessfully read %d bytes of registry type 0x%X", static_cast<uint32_t>(value.size()),
                  static_cast<uint32_t>(type));
         request.output.put_uint32(type);
-        request.output.put_string(buffer.substr(0, size));
+        request.output.put_string(value);
     } else if (result == ERROR_FILE_NOT_FOUND) {
         QM_WARNING("RegQueryValueExW() failed: requested field doesn't exist");
-        request.error = ERROR_FILE_NOT_FOUND;
+        request.fail(ERROR_FILE_NOT_FOUND);
     } else if (result == ERROR_MORE_DATA) {
         QM_WARNING("RegQueryValueExW() failed: provided buffer is too short");
-        request.error = ERROR_INSUFFICIENT_BUFFER;
+        request.fail(ERROR_INSUFFICIENT_BUFFER);
     } else {
         QM_ERROR("RegQueryValueExW() failed for unclear reason, error=0x%X", result);
-        request.error = ERROR_ACCESS_DENIED;
+        request.fail(ERROR_ACCESS_DENIED);
     }
     result = static_cast<uint32_t>(RegCloseKey(key));
     if (result != ERROR_SUCCESS) {

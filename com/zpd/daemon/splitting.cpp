@@ -41,15 +41,13 @@ void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
         if (input.unread() != 0) {
             QM_ERROR("trailing bytes: %d", input.unread());
         }
-        request.error = ERROR_INVALID_DATA;
-        return;
+        return request.fail(ERROR_INVALID_DATA);
     }
     QM_DEBUG("vcard: %d bytes, is_utf8: '%s', use_long_ie: '%s', phone: '%s'", static_cast<uint32_t>(vcard.size()),
              yes_or_no(is_utf8 != 0), yes_or_no(use_long_ie != 0), narrow(phone).c_str());
     std::vector<uint32_t> chunks;
     if (!sms_split_chunks(vcard, is_utf8 != 0, use_long_ie != 0, single_header_size, chunks)) {
-        request.error = chunks.size() > max_datagrams ? ZPD_ERROR_TOO_MANY_DATAGRAMS : ZPD_ERROR_OUT_OF_RANGE;
-        return;
+        return request.fail(chunks.size() > max_datagrams ? ZPD_ERROR_TOO_MANY_DATAGRAMS : ZPD_ERROR_OUT_OF_RANGE);
     }
     if (count_only) {
         request.output.put_uint32(static_cast<uint32_t>(chunks.size()));
@@ -61,18 +59,17 @@ void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
 void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
                     const std::vector<uint32_t>& chunks) {
     if (request.output.room() < 4) {
-        request.error = ERROR_INSUFFICIENT_BUFFER;
-        return;
+        return request.fail(ERROR_INSUFFICIENT_BUFFER);
     }
     if (!has_ril_session()) {
-        request.error = ERROR_DEVICE_NOT_AVAILABLE;
+        request.fail(ERROR_DEVICE_NOT_AVAILABLE);
         request.output.put_uint32(ril_start_result);
         return;
     }
     const uint32_t id = enqueue_multi_part_sms(phone, vcard, use_long_ie, chunks);
     if (id == 0) {
         // The message is sent like any other, yet its client is told of a failure: deliberate.
-        request.error = ERROR_DEVICE_NOT_AVAILABLE;
+        request.fail(ERROR_DEVICE_NOT_AVAILABLE);
         request.output.put_uint32(ZPD_MESSAGE_ID_ZERO);
         return;
     }
