@@ -95,12 +95,14 @@ inline std::string with_pdu(const tpdu::deliver_t& deliver) {
 }
 
 class session : public testing::Test {
-  protected:
+  public:
     session() { current = this; }
     ~session() override {
         recorder.block(false);
         radio::detach_modem();
     }
+
+  protected:
     void attach() { ASSERT_EQ(radio::attach_modem(modem.tty()), ""); }
     void open() {
         constexpr DWORD classes = RIL_NCLASS_MESSAGE | RIL_NCLASS_NETWORK;
