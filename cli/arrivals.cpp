@@ -13,8 +13,9 @@ std::string arrivals_t::watch() {
     std::error_code failed;
     std::filesystem::create_directories(inbox_.path(), failed);
     events_ = descriptor_t(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (inotify_add_watch(events_.get(), inbox_.path().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0)
+    if (inotify_add_watch(events_.get(), inbox_.path().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
         return fmt::format("cannot watch {}: {}", inbox_.path().native(), std::generic_category().message(errno));
+    }
     return {};
 }
 
@@ -37,15 +38,18 @@ std::optional<stored_card_t> arrivals_t::next(const end_signals_t& signals, std:
         while (!names_.empty()) {
             const std::string name = names_.front();
             names_.erase(names_.begin());
-            if (auto card = inbox_.load(name))
+            if (auto card = inbox_.load(name)) {
                 return card;
+            }
         }
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         std::array<pollfd, 2> ready{pollfd{events_.get(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}};
         const int count = left.count() > 0 ? poll(ready.data(), ready.size(), static_cast<int>(left.count())) : 0;
-        if (count == 0 || ready[1].revents != 0)
+        if (count == 0 || ready[1].revents != 0) {
             return std::nullopt;
-        if (count > 0)
+        }
+        if (count > 0) {
             read_events();
+        }
     }
 }

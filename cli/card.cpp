@@ -27,13 +27,15 @@ size_t limit(const card_options_t& options) {
 int read_file(const std::string& path, std::string* octets) {
     octets->clear();
     const std::unique_ptr<std::FILE, file_closer_t> file(std::fopen(path.c_str(), "rbe"));
-    if (!file)
+    if (!file) {
         return errno;
+    }
     std::array<char, 4096> buffer{};
     while (octets->size() <= ZPD_CARD_MAX_SHORT_REFERENCE) {
         const size_t count = std::fread(buffer.data(), 1, buffer.size(), file.get());
-        if (count == 0)
+        if (count == 0) {
             break;
+        }
         octets->append(buffer.data(), count);
     }
     return std::ferror(file.get()) != 0 ? errno : 0;
@@ -52,17 +54,20 @@ std::string size_and_limit(size_t size, const card_options_t& options) {
 
 std::string read_card(card_t* card, const card_options_t& options) {
     const std::string shown = escaped(card->path);
-    if (const int error = read_file(card->path, &card->octets); error != 0)
+    if (const int error = read_file(card->path, &card->octets); error != 0) {
         return fmt::format("cannot read the card {}: {}", shown, std::generic_category().message(error));
-    if (card->octets.empty())
+    }
+    if (card->octets.empty()) {
         return fmt::format("the card {} is empty", shown);
+    }
     if (card->octets.size() > limit(options)) {
         std::error_code failed;
         const auto on_disk = std::filesystem::file_size(card->path, failed);
         const size_t size = failed ? card->octets.size() : std::max<size_t>(on_disk, card->octets.size());
         return fmt::format("the card {} is too long: {}", shown, size_and_limit(size, options));
     }
-    if (!options.binary && !is_utf8(card->octets))
+    if (!options.binary && !is_utf8(card->octets)) {
         return fmt::format("the card {} is not valid UTF-8; send it as it is with --binary", shown);
+    }
     return {};
 }

@@ -9,8 +9,9 @@
 
 std::filesystem::path default_home() {
     const char* data = std::getenv("XDG_DATA_HOME");  // NOLINT(concurrency-mt-unsafe): before any thread
-    if (data != nullptr && data[0] == '/')
+    if (data != nullptr && data[0] == '/') {
         return std::filesystem::path(data) / "zpd";
+    }
     const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
     if (home == nullptr || home[0] == '\0') {
         const passwd* user = getpwuid(getuid());  // NOLINT(concurrency-mt-unsafe)
@@ -35,7 +36,8 @@ void add_json_option(CLI::App* command, context_t& context) {
 
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {
     auto connection = client::client_t::connect(context.device);
-    if (!connection)
+    if (!connection) {
         return fail(connection.failure().text);
+    }
     return use(*connection);
 }

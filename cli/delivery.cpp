@@ -23,35 +23,40 @@ class explainer_t {
 
     void look(const std::vector<uint32_t>& statuses, const tally_t& tally) {
         note_radio_error(statuses);
-        if (tally.sent != sent_)
+        if (tally.sent != sent_) {
             since_ = steady_clock::now();
+        }
         sent_ = tally.sent;
         previous_ = statuses;
         submitted_once_ = submitted_once_ || tally.queued < tally.total;
         const auto standing = steady_clock::now() - since_;
-        if (!submitted_once_ && standing >= explain_after)
+        if (!submitted_once_ && standing >= explain_after) {
             once(&explained_,
                  "waiting for the radio to tell its network; the first card after a start of the service "
                  "can wait 10 s for that");
-        if (standing >= advise_after)
+        }
+        if (standing >= advise_after) {
             once(&advised_,
                  fmt::format("no datagram was confirmed for {} s; the driver goes on trying. Ctrl-C ends this "
                              "command, not the message: see it with 'zpd status {}'",
                              advise_after.count(), id_));
+        }
     }
 
   private:
     /// A datagram that the radio could not send is queued again.
     void note_radio_error(const std::vector<uint32_t>& statuses) {
         for (size_t index = 0; index < statuses.size() && index < previous_.size(); ++index) {
-            if (previous_[index] == ZPD_STATUS_SUBMITTED && statuses[index] == ZPD_STATUS_QUEUED)
+            if (previous_[index] == ZPD_STATUS_SUBMITTED && statuses[index] == ZPD_STATUS_QUEUED) {
                 once(&error_told_, "the radio reported an error; the driver tries again at once, and then every 5 s");
+            }
         }
     }
 
     void once(bool* told, const std::string& text) {
-        if (!*told)
+        if (!*told) {
             progress_.note(fmt::format("{}: {}", label_, text));
+        }
         *told = true;
     }
 
@@ -68,8 +73,9 @@ class explainer_t {
 };
 
 std::string lost_text(const client::failure_t& failure) {
-    if (failure.code == ZPD_ERROR_OUT_OF_RANGE)
+    if (failure.code == ZPD_ERROR_OUT_OF_RANGE) {
         return "the message was closed by somebody else";
+    }
     return failure.text;
 }
 
@@ -105,8 +111,9 @@ std::string describe(const tally_t& tally) {
                                                           {tally.failed, "refused"},
                                                           {tally.deferred, "not sent because of that"}};
     for (const auto& [count, words] : others) {
-        if (count != 0)
+        if (count != 0) {
             text += fmt::format(", {} {}", count, words);
+        }
     }
     return text;
 }
@@ -123,8 +130,9 @@ delivery_t watch_delivery(client::client_t& client, uint32_t id, const std::stri
             return delivery;
         }
         delivery.tally = tally_of(*statuses);
-        if (delivery.tally.is_over())
+        if (delivery.tally.is_over()) {
             return delivery;
+        }
         explainer.look(*statuses, delivery.tally);
         progress.show(fmt::format("{}: {}", label, describe(delivery.tally)));
         if (signals.wait(poll_interval.count())) {

@@ -36,8 +36,9 @@ class demo_folder_t {
   public:
     ~demo_folder_t() {
         std::error_code ignored;
-        if (temporary_)
+        if (temporary_) {
             std::filesystem::remove_all(path_, ignored);
+        }
     }
     demo_folder_t() = default;
     demo_folder_t(const demo_folder_t&) = delete;
@@ -51,8 +52,9 @@ class demo_folder_t {
             return failed ? fmt::format("cannot make the folder {}: {}", path_.native(), failed.message()) : "";
         }
         std::string name = (std::filesystem::temp_directory_path(failed) / "zpd-demo-XXXXXX").native();
-        if (mkdtemp(name.data()) == nullptr)
+        if (mkdtemp(name.data()) == nullptr) {
             return fmt::format("cannot make the folder {}", name);
+        }
         path_ = name;
         temporary_ = true;
         return {};
@@ -96,12 +98,14 @@ class demo_t {
     std::string start() {
         progress_.show(fmt::format("starting two phones: {} sends, {} receives", sender_number, receiver_number));
         for (phone_process_t* phone : {&sender_, &receiver_}) {
-            if (std::string error = phone->start(); !error.empty())
+            if (std::string error = phone->start(); !error.empty()) {
                 return error;
+            }
         }
         for (phone_process_t* phone : {&sender_, &receiver_}) {
-            if (std::string error = phone->wait_until_ready(signals_, start_limit); !error.empty())
+            if (std::string error = phone->wait_until_ready(signals_, start_limit); !error.empty()) {
                 return error;
+            }
         }
         return arrivals_.watch();
     }
@@ -114,13 +118,15 @@ class demo_t {
     /// Sends the cards one after another and waits for each to be stored. Returns what stopped it, or an empty text.
     std::string transfer(const std::vector<card_t>& cards) {
         auto client = client::client_t::connect(sender_.settings().device);
-        if (!client)
+        if (!client) {
             return client.failure().text;
+        }
         for (const card_t& card : cards) {
             transfers_.push_back({.card = &card, .datagrams = 0, .stored = std::nullopt});
             const std::string label = fmt::format("[{}/{}] {}", transfers_.size(), cards.size(), card.label());
-            if (std::string error = transfer(*client, label); !error.empty())
+            if (std::string error = transfer(*client, label); !error.empty()) {
                 return fmt::format("{}: {}", label, error);
+            }
         }
         return {};
     }
@@ -129,16 +135,18 @@ class demo_t {
     bool report() const {
         size_t identical = 0;
         ordered_json list = ordered_json::array();
-        if (!json_)
+        if (!json_) {
             say("\nstored at {}, in {}:", receiver_number, arrivals_.inbox().path().native());
+        }
         for (const transfer_t& transfer : transfers_) {
             identical += transfer.is_identical() ? 1 : 0;
             json_ ? list.push_back(as_json(transfer)) : say_line(as_line(transfer));
         }
-        if (json_)
+        if (json_) {
             say_json({{"cards", list}, {"identical", identical}});
-        else
+        } else {
             say("{} of {} arrived octet for octet", identical, counted(transfers_.size(), "card"));
+        }
         return identical == transfers_.size();
     }
 
@@ -147,22 +155,28 @@ class demo_t {
         transfer_t& transfer = transfers_.back();
         const std::string& octets = transfer.card->octets;
         const auto id = client.send({.octets = octets, .is_utf8 = is_utf8(octets)}, receiver_number);
-        if (!id)
+        if (!id) {
             return id.failure().text;
+        }
         const delivery_t delivery = watch_delivery(client, *id, label, progress_, signals_);
-        if (delivery.end == delivery_t::end_t::interrupted)
+        if (delivery.end == delivery_t::end_t::interrupted) {
             return "interrupted";
-        if (delivery.end == delivery_t::end_t::lost)
+        }
+        if (delivery.end == delivery_t::end_t::lost) {
             return delivery.error;
-        if (const auto closed = client.close(*id); !closed)
+        }
+        if (const auto closed = client.close(*id); !closed) {
             return closed.failure().text;
-        if (!delivery.tally.all_sent())
+        }
+        if (!delivery.tally.all_sent()) {
             return describe(delivery.tally);
+        }
         transfer.datagrams = delivery.tally.total;
         progress_.show(fmt::format("{}: {}; waiting for it to arrive", label, describe(delivery.tally)));
         transfer.stored = arrivals_.next(signals_, arrival_limit);
-        if (!transfer.stored)
+        if (!transfer.stored) {
             return fmt::format("it did not arrive within {} s", arrival_limit.count());
+        }
         progress_.note(
             fmt::format("{}: {} octets in {}, stored", label, octets.size(), counted(transfer.datagrams, "datagram")));
         return {};
@@ -197,8 +211,9 @@ class demo_t {
 
 /// None when one cannot be sent, which it tells.
 std::optional<std::vector<card_t>> demo_cards(const std::vector<std::string>& paths) {
-    if (paths.empty())
+    if (paths.empty()) {
         return std::vector{card_t{"built-in.vcf", std::string(built_in_card)}};
+    }
     std::vector<card_t> cards;
     for (const std::string& path : paths) {
         card_t& card = cards.emplace_back(card_t{path, {}});
@@ -212,25 +227,31 @@ std::optional<std::vector<card_t>> demo_cards(const std::vector<std::string>& pa
 
 int run_demo(const demo_options_t& options, bool json) {
     const auto cards = demo_cards(options.paths);
-    if (!cards)
+    if (!cards) {
         return exit_failed;
+    }
     const end_signals_t signals;
     demo_folder_t folder;
     std::string error = folder.make(options.directory);
-    if (!error.empty())
+    if (!error.empty()) {
         return fail(error);
+    }
     const auto network = network::network_t::start(folder.path() / "network",
                                                    {std::string(sender_number), std::string(receiver_number)}, &error);
-    if (!network)
+    if (!network) {
         return fail(error);
+    }
     demo_t demo(folder, signals, *network, json);
-    if (error = demo.start(); error.empty())
+    if (error = demo.start(); error.empty()) {
         error = demo.transfer(*cards);
-    if (!error.empty())
+    }
+    if (!error.empty()) {
         return demo.fail_with(error);
+    }
     const bool all_identical = demo.report();
-    if (folder.is_temporary() && !json)
+    if (folder.is_temporary() && !json) {
         say_line("These phones are temporary and go now; --dir DIR keeps them.");
+    }
     return all_identical ? exit_done : exit_failed;
 }
 

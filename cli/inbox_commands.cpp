@@ -18,8 +18,9 @@ std::string local_time(uint64_t seconds) {
     const auto time = static_cast<time_t>(seconds);
     tm parts{};
     char text[32];
-    if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0)
+    if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
         return std::to_string(seconds);
+    }
     return text;
 }
 
@@ -37,16 +38,19 @@ int list(const context_t& context) {
     const auto cards = inbox.cards();
     if (context.json) {
         ordered_json list = ordered_json::array();
-        for (const stored_card_t& card : cards)
+        for (const stored_card_t& card : cards) {
             list.push_back(as_json(inbox, card));
+        }
         say_json({{"cards", list}});
         return exit_done;
     }
-    for (const stored_card_t& card : cards)
+    for (const stored_card_t& card : cards) {
         say("{}  {}  {:<16} {:>6}  {}", card.name.substr(0, shown_name_digits), local_time(card.time),
             escaped(card.sender), card.octets.size(), escaped(card_name(card.octets)));
-    if (cards.empty())
+    }
+    if (cards.empty()) {
         progress_t(true).note(fmt::format("no cards in {}", inbox.path().native()));
+    }
     return exit_done;
 }
 
@@ -59,16 +63,18 @@ std::optional<stored_card_t> find_card(const inbox_folder_t& inbox, const std::s
         return std::nullopt;
     }
     auto card = inbox.load(*name);
-    if (!card)
+    if (!card) {
         fail(fmt::format("{} cannot be read as a stored card", inbox.file(*name).native()));
+    }
     return card;
 }
 
 int show(const context_t& context, const std::string& prefix) {
     const inbox_folder_t inbox(context.home);
     const auto card = find_card(inbox, prefix);
-    if (!card)
+    if (!card) {
         return exit_failed;
+    }
     if (context.json) {
         ordered_json value = as_json(inbox, *card);
         value["card"] = card->octets;
@@ -84,20 +90,23 @@ int export_all(const context_t& context, const std::filesystem::path& directory)
     const inbox_folder_t inbox(context.home);
     std::error_code failed;
     std::filesystem::create_directories(directory, failed);
-    if (failed)
+    if (failed) {
         return fail(fmt::format("cannot make the folder {}: {}", directory.native(), failed.message()));
+    }
     const auto cards = inbox.cards();
     for (const stored_card_t& card : cards) {
         const std::filesystem::path file = directory / (card.name + ".vcf");
         std::ofstream stream(file, std::ios::binary);
         stream << card.octets;
         stream.close();
-        if (!stream)
+        if (!stream) {
             return fail(fmt::format("cannot write {}", file.native()));
+        }
         say_line(file.native());
     }
-    if (cards.empty())
+    if (cards.empty()) {
         progress_t(true).note(fmt::format("no cards in {}", inbox.path().native()));
+    }
     return exit_done;
 }
 
@@ -105,12 +114,14 @@ int remove(const context_t& context, const std::string& prefix) {
     const inbox_folder_t inbox(context.home);
     std::string error;
     const auto name = inbox.find(prefix, &error);
-    if (!name)
+    if (!name) {
         return fail(error);
+    }
     std::error_code failed;
     std::filesystem::remove(inbox.file(*name), failed);
-    if (failed)
+    if (failed) {
         return fail(fmt::format("cannot remove {}: {}", inbox.file(*name).native(), failed.message()));
+    }
     return exit_done;
 }
 
@@ -149,7 +160,8 @@ void add_inbox_commands(CLI::App& app, context_t& context) {
     add_below<std::filesystem::path>(inbox, context, "export", "Write all cards into a folder", "DIR", export_all);
     add_below<std::string>(inbox, context, "remove", "Remove a card", "NAME", remove);
     inbox->callback([&context] {
-        if (!context.run)
+        if (!context.run) {
             context.run = [&context] { return list(context); };
+        }
     });
 }

@@ -25,12 +25,14 @@ std::optional<stored_card_t> parse_stored_card(std::string name, std::string_vie
     const char* const end = content.data() + content.size();
     const auto [after_time, error] = std::from_chars(content.data(), end, card.time);
     const size_t line_end = content.find('\n');
-    if (error != std::errc() || after_time == end || *after_time != ':' || line_end == std::string_view::npos)
+    if (error != std::errc() || after_time == end || *after_time != ':' || line_end == std::string_view::npos) {
         return std::nullopt;
+    }
     const size_t sender = static_cast<size_t>(after_time - content.data()) + 1;
     // The octets of a number that has no ":" before the end of the line are not a header.
-    if (sender > line_end)
+    if (sender > line_end) {
         return std::nullopt;
+    }
     card.name = std::move(name);
     card.sender = content.substr(sender, line_end - sender);
     card.octets = content.substr(line_end + 1);
@@ -46,8 +48,9 @@ std::vector<std::string> inbox_folder_t::names() const {
     for (std::filesystem::directory_iterator entry(path_, failed), end; !failed && entry != end;
          entry.increment(failed)) {
         std::string name = entry->path().filename().native();
-        if (name.size() == name_length && is_hex(name))
+        if (name.size() == name_length && is_hex(name)) {
             names.push_back(std::move(name));
+        }
     }
     return names;
 }
@@ -55,8 +58,9 @@ std::vector<std::string> inbox_folder_t::names() const {
 std::vector<stored_card_t> inbox_folder_t::cards() const {
     std::vector<stored_card_t> cards;
     for (const std::string& name : names()) {
-        if (auto card = load(name))
+        if (auto card = load(name)) {
             cards.push_back(std::move(*card));
+        }
     }
     std::ranges::sort(cards, {}, [](const stored_card_t& card) { return std::tie(card.time, card.name); });
     return cards;
@@ -77,8 +81,9 @@ std::optional<std::string> inbox_folder_t::find(std::string_view prefix, std::st
     }
     std::vector<std::string> matches = names();
     std::erase_if(matches, [prefix](const std::string& name) { return !name.starts_with(prefix); });
-    if (matches.size() == 1)
+    if (matches.size() == 1) {
         return std::move(matches.front());
+    }
     *error =
         matches.empty()
             ? fmt::format("no stored card's name begins with {} in {}; see: zpd inbox list", prefix, path_.native())

@@ -22,13 +22,15 @@ struct ioctl_options_t {
 
 std::optional<uint32_t> parse_code(std::string_view text) {
     const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
-    if (is_hex)
+    if (is_hex) {
         text.remove_prefix(2);
+    }
     uint32_t code = 0;
     const char* const end = text.data() + text.size();
     const auto [stopped, error] = std::from_chars(text.data(), end, code, is_hex ? 16 : 10);
-    if (error != std::errc() || stopped != end)
+    if (error != std::errc() || stopped != end) {
         return std::nullopt;
+    }
     return code;
 }
 
@@ -36,8 +38,9 @@ std::optional<uint32_t> parse_code(std::string_view text) {
 std::string read_standard_input() {
     std::string text;
     for (int next = std::getchar(); next != EOF && text.size() <= 2 * device_socket::max_input; next = std::getchar()) {
-        if (next != '\n')
+        if (next != '\n') {
             text += static_cast<char>(next);
+        }
     }
     return text;
 }
@@ -51,17 +54,19 @@ int run_ioctl(const context_t& context, const ioctl_options_t& options) {
     }
     return with_device(context, [&](client_t& client) {
         const auto reply = client.ioctl(options.code, *input, options.output);
-        if (!reply)
+        if (!reply) {
             return fail(reply.failure().text);
+        }
         const std::string output = platform::to_hex(reply->output);
-        if (context.json)
+        if (context.json) {
             say_json({{"result", reply->result},
                       {"error", reply->last_error},
                       {"returned", reply->output.size()},
                       {"output", output}});
-        else
+        } else {
             say("{}, error {}, returned {}\n{}", reply->result ? "TRUE" : "FALSE", reply->last_error,
                 counted(reply->output.size(), "octet"), output);
+        }
         return reply->result ? exit_done : exit_failed;
     });
 }

@@ -12,8 +12,9 @@ using client::client_t;
 using nlohmann::ordered_json;
 
 int tell(uint32_t id, const client::failure_t& failure) {
-    if (failure.code == ZPD_ERROR_OUT_OF_RANGE)
+    if (failure.code == ZPD_ERROR_OUT_OF_RANGE) {
         return fail(fmt::format("there is no message {}, or it is closed already; see: zpd list", id));
+    }
     return fail(failure.text);
 }
 
@@ -24,37 +25,43 @@ std::string_view status_word(uint32_t status) {
 
 int list(client_t& client, bool json) {
     const auto list = client.list();
-    if (!list)
+    if (!list) {
         return fail(list.failure().text);
+    }
     if (json) {
         say_json({{"total", list->total}, {"messages", list->ids}});
         return exit_done;
     }
     for (const uint32_t id : list->ids) {
         // A message may be closed between the two requests.
-        if (const auto statuses = client.status(id))
+        if (const auto statuses = client.status(id)) {
             say("{:5}  {}", id, describe(tally_of(*statuses)));
+        }
     }
-    if (list->ids.size() < list->total)
+    if (list->ids.size() < list->total) {
         say("and {} more", list->total - list->ids.size());
+    }
     return exit_done;
 }
 
 int status(client_t& client, uint32_t id, bool json) {
     const auto statuses = client.status(id);
-    if (!statuses)
+    if (!statuses) {
         return tell(id, statuses.failure());
+    }
     ordered_json datagrams = ordered_json::array();
-    for (const uint32_t datagram : *statuses)
+    for (const uint32_t datagram : *statuses) {
         datagrams.push_back(status_word(datagram));
+    }
     const tally_t tally = tally_of(*statuses);
     if (json) {
         say_json({{"id", id}, {"over", tally.is_over()}, {"datagrams", datagrams}});
         return exit_done;
     }
     say("message {}: {}", id, describe(tally));
-    for (size_t index = 0; index < statuses->size(); ++index)
+    for (size_t index = 0; index < statuses->size(); ++index) {
         say("{:5}  {}", index + 1, status_word((*statuses)[index]));
+    }
     return exit_done;
 }
 

@@ -16,10 +16,12 @@ int run_network(const network_options_t& options) {
     const end_signals_t signals;
     std::string error;
     const auto network = network::network_t::start(options.directory, options.numbers, &error);
-    if (!network)
+    if (!network) {
         return fail(error);
-    for (const std::string& number : options.numbers)
+    }
+    for (const std::string& number : options.numbers) {
         say("{}", network->link(number).native());
+    }
     say("ready: {} in {}", counted(options.numbers.size(), "modem"), options.directory.native());
     signals.wait(-1);
     return exit_done;

@@ -36,8 +36,9 @@ size_t terminal_columns() {
 progress_t::progress_t(bool quiet) : terminal_(isatty(STDERR_FILENO) != 0), quiet_(quiet) {}
 
 void progress_t::show(const std::string& state) {
-    if (state == shown_)
+    if (state == shown_) {
         return;
+    }
     if (terminal_) {
         clear();
         // A line that wraps could not be taken back.
@@ -55,15 +56,17 @@ void progress_t::note(const std::string& text) {
 }
 
 void progress_t::clear() {
-    if (!terminal_ || shown_.empty())
+    if (!terminal_ || shown_.empty()) {
         return;
+    }
     std::fputs("\r\x1B[K", stderr);
     shown_.clear();
 }
 
 void progress_t::write_line(const std::string& line) {
-    if (terminal_)
+    if (terminal_) {
         std::fputs((line + "\n").c_str(), stderr);
-    else if (!quiet_)
+    } else if (!quiet_) {
         say_line(line);
+    }
 }

@@ -25,11 +25,13 @@ std::string reason(int error) {
 }  // namespace
 
 phone_process_t::~phone_process_t() {
-    if (process_ < 0)
+    if (process_ < 0) {
         return;
+    }
     kill(process_, SIGTERM);
-    if (!wait_for_end(end_limit_ms))
+    if (!wait_for_end(end_limit_ms)) {
         kill(process_, SIGKILL);
+    }
     while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
     }
 }
@@ -37,44 +39,52 @@ phone_process_t::~phone_process_t() {
 std::string phone_process_t::start() {
     std::error_code failed;
     std::filesystem::create_directories(settings_.home, failed);
-    if (failed)
+    if (failed) {
         return fmt::format("cannot make the folder {}: {}", settings_.home.native(), failed.message());
+    }
     const std::filesystem::path log_file = settings_.home / "service.log";
     const descriptor_t log(open(log_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     std::array<int, 2> ends{};
-    if (!log || pipe2(ends.data(), O_CLOEXEC) != 0)
+    if (!log || pipe2(ends.data(), O_CLOEXEC) != 0) {
         return fmt::format("cannot write {}: {}", log_file.native(), reason(errno));
+    }
     output_ = descriptor_t(ends[0]);
     const descriptor_t child_output(ends[1]);
 
     std::vector<std::string> words{
         "zpd", "serve", "--modem", settings_.modem, "--home", settings_.home.native(), "--device", settings_.device};
-    if (settings_.activate)
+    if (settings_.activate) {
         words.emplace_back("--activate");
+    }
     std::vector<char*> arguments;
-    for (std::string& word : words)
+    for (std::string& word : words) {
         arguments.push_back(word.data());
+    }
     arguments.push_back(nullptr);
 
     const pid_t parent = getpid();
     process_ = fork();
-    if (process_ == 0)
+    if (process_ == 0) {
         become(parent, arguments.data(), child_output.get(), log.get());
-    if (process_ < 0)
+    }
+    if (process_ < 0) {
         return fmt::format("cannot start a service: {}", reason(errno));
+    }
     handle_ = descriptor_t(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
     return {};
 }
 
 /// In the child, a copy of one thread of many: only async-signal-safe calls.
 void phone_process_t::become(pid_t parent, char* const* arguments, int output, int log) {
-    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent)
+    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) {
         _exit(127);
+    }
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (dup2(output, STDOUT_FILENO) >= 0 && dup2(log, STDERR_FILENO) >= 0)
+    if (dup2(output, STDOUT_FILENO) >= 0 && dup2(log, STDERR_FILENO) >= 0) {
         execv("/proc/self/exe", arguments);
+    }
     _exit(127);
 }
 
@@ -85,17 +95,21 @@ std::string phone_process_t::wait_until_ready(const end_signals_t& signals, std:
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         std::array<pollfd, 2> ready{pollfd{output_.get(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}};
         const int count = left.count() > 0 ? poll(ready.data(), ready.size(), static_cast<int>(left.count())) : 0;
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
-        if (count <= 0)
+        }
+        if (count <= 0) {
             return fmt::format("the service on {} is not ready after {} s{}", settings_.modem, limit.count(),
                                last_words());
-        if (ready[1].revents != 0)
+        }
+        if (ready[1].revents != 0) {
             return "interrupted";
+        }
         std::array<char, 256> text{};
         const ssize_t length = read(output_.get(), text.data(), text.size());
-        if (length <= 0)
+        if (length <= 0) {
             return fmt::format("the service on {} did not start{}", settings_.modem, last_words());
+        }
         said.append(text.data(), static_cast<size_t>(length));
     }
     return said.starts_with("ready") ? "" : fmt::format("the service on {} says: {}", settings_.modem, said);
@@ -105,8 +119,9 @@ std::string phone_process_t::wait_until_ready(const end_signals_t& signals, std:
 std::string phone_process_t::last_words() const {
     std::ifstream log(settings_.home / "service.log");
     std::string last;
-    for (std::string line; std::getline(log, line);)
+    for (std::string line; std::getline(log, line);) {
         last = line;
+    }
     return last.empty() ? "" : ": " + last;
 }
 

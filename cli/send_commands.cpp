@@ -65,11 +65,13 @@ class sender_t {
         bool all_done = true;
         for (const card_t& card : cards) {
             all_done = send(card) && all_done;
-            if (stop_)
+            if (stop_) {
                 break;
+            }
         }
-        if (json_)
+        if (json_) {
             say_json({{"messages", messages_}});
+        }
         return all_done ? exit_done : exit_failed;
     }
 
@@ -83,8 +85,9 @@ class sender_t {
         }
         messages_.push_back({{"card", card.path}, {"id", *id}});
         if (options_.no_wait) {
-            if (!json_)
+            if (!json_) {
                 say("{}", *id);
+            }
             return true;
         }
         const std::string label = fmt::format("{} (message {})", card.label(), *id);
@@ -118,8 +121,9 @@ class sender_t {
             case delivery_t::end_t::over:
                 break;
         }
-        if (const auto closed = client_.close(id); !closed)
+        if (const auto closed = client_.close(id); !closed) {
             fail(fmt::format("{}: cannot close it: {}", label, closed.failure().text));
+        }
         if (!delivery.tally.all_sent()) {
             fail(fmt::format("{}: {}. The modem or the network did not accept it; check the number and try again",
                              label, describe(delivery.tally)));
@@ -140,30 +144,36 @@ class sender_t {
 
 int run_count(const context_t& context, const send_options_t& options) {
     const auto cards = read_cards(options);
-    if (!cards)
+    if (!cards) {
         return exit_failed;
+    }
     return with_device(context, [&](client_t& client) {
         ordered_json counts = ordered_json::array();
         for (const card_t& card : *cards) {
             const auto count = client.count(outgoing(card, options.card));
-            if (!count)
+            if (!count) {
                 return refuse(card, count.failure(), options.card);
+            }
             counts.push_back({{"card", card.path}, {"octets", card.octets.size()}, {"datagrams", *count}});
-            if (!context.json)
+            if (!context.json) {
                 say("{}: {}, {}", card.label(), counted(card.octets.size(), "octet"), counted(*count, "datagram"));
+            }
         }
-        if (context.json)
+        if (context.json) {
             say_json({{"cards", counts}});
+        }
         return exit_done;
     });
 }
 
 int run_send(const context_t& context, const send_options_t& options) {
-    if (const std::string error = check_number(options.number); !error.empty())
+    if (const std::string error = check_number(options.number); !error.empty()) {
         return fail(error);
+    }
     const auto cards = read_cards(options);
-    if (!cards)
+    if (!cards) {
         return exit_failed;
+    }
     return with_device(context, [&](client_t& client) { return sender_t(client, options, context.json).send(*cards); });
 }
 

@@ -10,24 +10,29 @@ using client::client_t;
 
 int activation(client_t& client, const std::string& change, bool json) {
     const auto active = change.empty() ? client.activation() : client.set_activation(change == "on");
-    if (!active)
+    if (!active) {
         return fail(active.failure().text);
-    if (json)
+    }
+    if (json) {
         say_json({{"activated", *active}});
-    else
+    } else {
         say_line(*active ? "on: received cards are stored" : "off: received cards are dropped");
+    }
     return exit_done;
 }
 
 int list_applications(client_t& client, bool json) {
     const auto names = client.applications();
-    if (!names)
+    if (!names) {
         return fail(names.failure().text);
-    if (json)
+    }
+    if (json) {
         say_json({{"applications", *names}});
+    }
     for (const std::string& name : *names) {
-        if (!json)
+        if (!json) {
             say_line(escaped(name));
+        }
     }
     return exit_done;
 }
@@ -38,19 +43,21 @@ int done(const client::answer_t<client::done_t>& answer) {
 
 int launch(client_t& client, const std::string& uri) {
     const auto launched = client.launch(uri);
-    if (!launched && launched.failure().code == ZPD_ERROR_LAUNCH_FAILED)
+    if (!launched && launched.failure().code == ZPD_ERROR_LAUNCH_FAILED) {
         return fail(
             fmt::format("no application could be started for {}; the service needs xdg-open and an application "
                         "for such URIs (error {})",
                         escaped(uri), ZPD_ERROR_LAUNCH_FAILED));
+    }
     return done(launched);
 }
 
 /// Sets what the command does, on a connection to the device.
 void runs(CLI::App* command, context_t& context, std::function<int(client_t&)> use) {
     command->callback([&context, use = std::move(use)] {
-        if (!context.run)  // a command below this one was chosen
+        if (!context.run) {  // a command below this one was chosen
             context.run = [&context, use] { return with_device(context, use); };
+        }
     });
 }
 

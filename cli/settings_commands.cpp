@@ -24,14 +24,17 @@ struct settings_t {
 /// Sets what is given, and shows what then holds.
 int settings(client_t& client, const settings_t& changes, bool json) {
     const auto log = client.log_options(changes.log);
-    if (!log)
+    if (!log) {
         return fail(log.failure().text);
+    }
     const auto capacity = client.capacity(changes.capacity);
-    if (!capacity)
+    if (!capacity) {
         return fail(capacity.failure().text);
+    }
     const auto inbox_size = client.incoming_dir_size(changes.inbox_size);
-    if (!inbox_size)
+    if (!inbox_size) {
         return fail(inbox_size.failure().text);
+    }
     if (json) {
         say_json({{"log", {{"enabled", log->enabled}, {"output", log->output_level}, {"file", log->file_level}}},
                   {"capacity", *capacity},
@@ -48,34 +51,42 @@ int settings(client_t& client, const settings_t& changes, bool json) {
 std::string shown_value(const client::contacts_value_t& value) {
     const client::octets_t octets(value.octets.begin(), value.octets.end());
     device_socket::reader_t reader(octets);
-    if (value.type == type_u32 && octets.size() == 4)
+    if (value.type == type_u32 && octets.size() == 4) {
         return std::to_string(*reader.u32());
-    if (value.type != type_text)
+    }
+    if (value.type != type_text) {
         return platform::to_hex(octets);
+    }
     std::u16string text;
-    for (size_t index = 0; index + 1 < octets.size(); index += 2)
+    for (size_t index = 0; index + 1 < octets.size(); index += 2) {
         text += static_cast<char16_t>(octets[index] | octets[index + 1] << 8);
-    while (text.ends_with(u'\0'))
+    }
+    while (text.ends_with(u'\0')) {
         text.pop_back();
+    }
     return platform::to_utf8(text);
 }
 
 int contacts_setting(client_t& client, const std::string& name, bool json) {
     const auto value = client.contacts_setting(name);
-    if (!value && value.failure().code == ZPD_ERROR_NOT_FOUND)
+    if (!value && value.failure().code == ZPD_ERROR_NOT_FOUND) {
         return fail(fmt::format("the contacts settings have no value {}", escaped(name)));
-    if (!value && value.failure().code == ZPD_ERROR_ACCESS)
+    }
+    if (!value && value.failure().code == ZPD_ERROR_ACCESS) {
         return fail("the contacts settings cannot be read: this phone may have none (error 5)");
-    if (!value)
+    }
+    if (!value) {
         return fail(value.failure().text);
+    }
     const client::octets_t octets(value->octets.begin(), value->octets.end());
-    if (json)
+    if (json) {
         say_json({{"name", name},
                   {"type", value->type},
                   {"value", shown_value(*value)},
                   {"octets", platform::to_hex(octets)}});
-    else
+    } else {
         say_line(escaped(shown_value(*value)));
+    }
     return exit_done;
 }
 
@@ -83,10 +94,11 @@ void runs_settings(CLI::App* command, context_t& context, const std::shared_ptr<
     add_device_option(command, context);
     add_json_option(command, context);
     command->callback([&context, changes] {
-        if (!context.run)  // the command above shows; one below it sets, then shows
+        if (!context.run) {  // the command above shows; one below it sets, then shows
             context.run = [&context, changes] {
                 return with_device(context, [&](client_t& client) { return settings(client, *changes, context.json); });
             };
+        }
     });
 }
 
@@ -104,8 +116,9 @@ void add_number(CLI::App* command, const std::string& name, limit_t low, limit_t
 void add_log_command(CLI::App* above, context_t& context, const std::shared_ptr<settings_t>& changes) {
     auto* log = above->add_subcommand("log", "Set the logging: on or off, and the levels");
     const auto options = [changes]() -> client::log_options_t& {
-        if (!changes->log)
+        if (!changes->log) {
             changes->log.emplace();
+        }
         return *changes->log;
     };
     add_number<uint8_t>(log, "enabled", 0U, 1U, "1 on, 0 off", [options](uint8_t value) { options().enabled = value; });

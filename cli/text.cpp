@@ -18,8 +18,9 @@ bool is_continuation(std::string_view text, size_t index) {
 char32_t code_point(std::string_view sequence) {
     constexpr uint8_t lead_bits[] = {0x7F, 0x1F, 0x0F, 0x07};
     char32_t value = octet_at(sequence, 0) & lead_bits[sequence.size() - 1];
-    for (size_t index = 1; index < sequence.size(); ++index)
+    for (size_t index = 1; index < sequence.size(); ++index) {
         value = value << 6 | (octet_at(sequence, index) & 0x3F);
+    }
     return value;
 }
 
@@ -31,12 +32,13 @@ bool is_unsafe(char32_t value) {
 
 void append_escaped(std::string& result, std::string_view text, size_t length) {
     const char32_t value = length == 0 ? octet_at(text, 0) : code_point(text.substr(0, length));
-    if (length != 0 && !is_unsafe(value))
+    if (length != 0 && !is_unsafe(value)) {
         result += text.substr(0, length);
-    else if (length <= 1)
+    } else if (length <= 1) {
         fmt::format_to(std::back_inserter(result), "\\x{:02X}", static_cast<uint32_t>(value));
-    else
+    } else {
         fmt::format_to(std::back_inserter(result), "\\u{{{:04X}}}", static_cast<uint32_t>(value));
+    }
 }
 
 std::string escaped(std::string_view text, bool lines) {
@@ -47,10 +49,11 @@ std::string escaped(std::string_view text, bool lines) {
             text.remove_prefix(1);
             continue;
         }
-        if (lines && (text[0] == '\n' || text[0] == '\t'))
+        if (lines && (text[0] == '\n' || text[0] == '\t')) {
             result += text[0];
-        else
+        } else {
             append_escaped(result, text, length);
+        }
         text.remove_prefix(length == 0 ? 1 : length);
     }
     return result;
@@ -59,21 +62,25 @@ std::string escaped(std::string_view text, bool lines) {
 }  // namespace
 
 size_t utf8_sequence(std::string_view text) {
-    if (text.empty())
+    if (text.empty()) {
         return 0;
+    }
     const uint8_t lead = octet_at(text, 0);
-    if (lead < 0x80)
+    if (lead < 0x80) {
         return 1;
+    }
     const size_t length = lead >= 0xC2 && lead <= 0xDF   ? 2
                           : lead >= 0xE0 && lead <= 0xEF ? 3
                           : lead >= 0xF0 && lead <= 0xF4 ? 4
                                                          : 0;
     for (size_t index = 1; index < length; ++index) {
-        if (!is_continuation(text, index))
+        if (!is_continuation(text, index)) {
             return 0;
+        }
     }
-    if (length < 3)
+    if (length < 3) {
         return length;
+    }
     // Overlong forms, surrogates, and what lies beyond U+10FFFF.
     const uint8_t second = octet_at(text, 1);
     const bool ill_formed = (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
@@ -84,8 +91,9 @@ size_t utf8_sequence(std::string_view text) {
 bool is_utf8(std::string_view text) {
     while (!text.empty()) {
         const size_t length = utf8_sequence(text);
-        if (length == 0)
+        if (length == 0) {
             return false;
+        }
         text.remove_prefix(length);
     }
     return true;

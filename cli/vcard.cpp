@@ -24,8 +24,9 @@ std::string_view take_line(std::string_view& text) {
     const size_t end = text.find('\n');
     std::string_view line = text.substr(0, end);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    if (line.ends_with('\r'))
+    if (line.ends_with('\r')) {
         line.remove_suffix(1);
+    }
     return line;
 }
 
@@ -33,10 +34,11 @@ std::string_view take_line(std::string_view& text) {
 size_t find_value(std::string_view line) {
     bool quoted = false;
     for (size_t index = 0; index < line.size(); ++index) {
-        if (line[index] == '"')
+        if (line[index] == '"') {
             quoted = !quoted;
-        else if (line[index] == ':' && !quoted)
+        } else if (line[index] == ':' && !quoted) {
             return index;
+        }
     }
     return std::string_view::npos;
 }
@@ -65,8 +67,9 @@ std::string take_whole_line(std::string_view& text) {
 std::optional<property_t> take_property(std::string_view& text) {
     const std::string line = take_whole_line(text);
     const size_t colon = find_value(line);
-    if (colon == std::string::npos)
+    if (colon == std::string::npos) {
         return std::nullopt;
+    }
     const std::string head = upper(std::string_view(line).substr(0, colon));
     const size_t name_end = std::min(head.find(';'), head.size());
     const size_t group_end = head.rfind('.', name_end);
@@ -76,8 +79,9 @@ std::optional<property_t> take_property(std::string_view& text) {
 }
 
 int hex_digit(char digit) {
-    if (digit >= '0' && digit <= '9')
+    if (digit >= '0' && digit <= '9') {
         return digit - '0';
+    }
     const int letter = std::toupper(static_cast<unsigned char>(digit));
     return letter >= 'A' && letter <= 'F' ? letter - 'A' + 10 : -1;
 }
@@ -116,8 +120,9 @@ std::vector<std::string> components(std::string_view value) {
 std::string joined(const std::vector<std::string>& parts, char separator) {
     std::string result;
     for (const std::string& part : parts) {
-        if (!result.empty())
+        if (!result.empty()) {
             result += separator;
+        }
         result += part;
     }
     return result;
@@ -137,15 +142,19 @@ std::string card_name(std::string_view card) {
     std::string name;
     while (!card.empty()) {
         auto property = take_property(card);
-        if (!property || (property->name != "FN" && property->name != "N"))
+        if (!property || (property->name != "FN" && property->name != "N")) {
             continue;
-        if (property->quoted_printable)
+        }
+        if (property->quoted_printable) {
             property->value = decode_quoted_printable(property->value);
+        }
         auto parts = components(property->value);
-        if (property->name == "FN" && !property->value.empty())
+        if (property->name == "FN" && !property->value.empty()) {
             return joined(parts, ';');
-        if (property->name == "N" && name.empty())
+        }
+        if (property->name == "N" && name.empty()) {
             name = name_of_n(std::move(parts));
+        }
     }
     return name;
 }

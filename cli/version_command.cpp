@@ -7,17 +7,19 @@ namespace {
 int run_version(const context_t& context) {
     std::optional<uint32_t> interface_version;
     if (auto client = client::client_t::connect(context.device)) {
-        if (const auto answer = client->version())
+        if (const auto answer = client->version()) {
             interface_version = *answer;
+        }
     }
     const nlohmann::ordered_json interface_json =
         interface_version ? nlohmann::ordered_json(*interface_version) : nullptr;
-    if (context.json)
+    if (context.json) {
         say_json({{"program", ZPD_PROGRAM_VERSION}, {"interface", interface_json}});
-    else if (interface_version)
+    } else if (interface_version) {
         say("zpd {}\ndriver interface {} on device {}", ZPD_PROGRAM_VERSION, *interface_version, context.device);
-    else
+    } else {
         say("zpd {}\nno service runs on device {}", ZPD_PROGRAM_VERSION, context.device);
+    }
     return exit_done;
 }
 

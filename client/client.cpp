@@ -52,17 +52,20 @@ answer_t<client_t> client_t::connect(std::string_view device) {
     const std::string path = device_socket::path_of(device).native();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
+    if (path.size() >= sizeof address.sun_path) {
         return failure_t{0, fmt::format("{} is too long for a socket's path", path)};
+    }
     std::memcpy(address.sun_path, path.data(), path.size());
     descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     const auto* generic = reinterpret_cast<const sockaddr*>(&address);  // NOLINT: how the socket interface takes it
-    if (::connect(socket.get(), generic, sizeof address) != 0)
+    if (::connect(socket.get(), generic, sizeof address) != 0) {
         return cannot_connect(device, path, errno);
-    if (device.find('/') == std::string_view::npos && !is_trusted(socket.get()))
+    }
+    if (device.find('/') == std::string_view::npos && !is_trusted(socket.get())) {
         return failure_t{
             0, fmt::format("device {} ({}) is served by another user; name its path if you trust that user", device,
                            path)};
+    }
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answer_limit, sizeof answer_limit);
     return client_t(std::move(socket), path);
 }
@@ -71,11 +74,13 @@ answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t o
     // A service that refuses a client says why before it closes, whether our packet got there or not.
     send_packet(encode(device_socket::request_t{code, output_capacity, input}));
     const auto packet = receive_packet();
-    if (!packet)
+    if (!packet) {
         return packet.failure();
+    }
     auto reply = device_socket::decode_reply(*packet);
-    if (!reply)
+    if (!reply) {
         return failure_t{0, fmt::format("{} answered what is no reply of a ZPD device", path_)};
+    }
     return std::move(*reply);
 }
 
@@ -93,19 +98,23 @@ answer_t<octets_t> client_t::receive_packet() const {
     bool reset = false;
     for (;;) {
         length = recv(socket_.get(), packet.data(), packet.size(), 0);
-        if (length >= 0)
+        if (length >= 0) {
             break;
-        if (errno == EAGAIN)
+        }
+        if (errno == EAGAIN) {
             return failure_t{0,
                              fmt::format("the service at {} did not answer within {} s", path_, answer_limit.tv_sec)};
+        }
         // The kernel tells of the close first, and gives the packet that came before it next.
-        if (errno == ECONNRESET && !reset)
+        if (errno == ECONNRESET && !reset) {
             reset = true;
-        else if (errno != EINTR)
+        } else if (errno != EINTR) {
             return failure_t{0, fmt::format("the service at {} is gone: {}", path_, reason(errno))};
+        }
     }
-    if (length == 0)
+    if (length == 0) {
         return failure_t{0, fmt::format("the service at {} ended", path_)};
+    }
     packet.resize(static_cast<size_t>(length));
     return packet;
 }

@@ -21,8 +21,9 @@ class descriptor_t {
     int get() const { return descriptor_; }
     explicit operator bool() const { return descriptor_ >= 0; }
     void close() {
-        if (descriptor_ >= 0)
+        if (descriptor_ >= 0) {
             ::close(std::exchange(descriptor_, -1));
+        }
     }
 
   private:

@@ -40,8 +40,9 @@ class loaded_driver_t {
         std::array<BYTE, 4> version{};
         DWORD returned = 0;
         const bool done = control(ZPD_IOCTL_VERSION, {}, version, &returned);
-        if (!done || returned != version.size() || version[0] != ZPD_INTERFACE_VERSION)
+        if (!done || returned != version.size() || version[0] != ZPD_INTERFACE_VERSION) {
             return fmt::format("the driver does not answer (error {})", GetLastError());
+        }
         return {};
     }
 
@@ -49,8 +50,9 @@ class loaded_driver_t {
         std::array<BYTE, 2> set_to_active{1, 1};
         std::array<BYTE, 1> active{};
         DWORD returned = 0;
-        if (!control(ZPD_IOCTL_ACTIVATION, set_to_active, active, &returned) || active[0] != 1)
+        if (!control(ZPD_IOCTL_ACTIVATION, set_to_active, active, &returned) || active[0] != 1) {
             return fmt::format("the service could not be activated (error {})", GetLastError());
+        }
         return {};
     }
 
@@ -97,15 +99,18 @@ int fail(const std::string& error) {
 
 int serve_driver(const serve_options_t& options, const listener_t& listener, const end_signals_t& signals) {
     if (options.activate) {
-        if (const std::string error = preset_activation(); !error.empty())
+        if (const std::string error = preset_activation(); !error.empty()) {
             return fail(error);
+        }
     }
     const loaded_driver_t driver;
-    if (const std::string error = driver.answers(); !error.empty())
+    if (const std::string error = driver.answers(); !error.empty()) {
         return fail(error);
+    }
     if (options.activate) {
-        if (const std::string error = driver.activate(); !error.empty())
+        if (const std::string error = driver.activate(); !error.empty()) {
             return fail(error);
+        }
     }
     device_server_t server(listener);
     std::fputs(
@@ -121,18 +126,22 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
 
 int serve(const serve_options_t& options) {
     const end_signals_t signals;
-    if (const std::string error = platform::set_home(options.home); !error.empty())
+    if (const std::string error = platform::set_home(options.home); !error.empty()) {
         return fail(error);
+    }
     instance_lock_t home_lock;
     if (const std::string error =
             home_lock.take(options.home / "lock", fmt::format("home {} is already in use", options.home.native()));
-        !error.empty())
+        !error.empty()) {
         return fail(error);
+    }
     listener_t listener;
-    if (const std::string error = listener.open(options.device, options.group); !error.empty())
+    if (const std::string error = listener.open(options.device, options.group); !error.empty()) {
         return fail(error);
+    }
     const attached_modem_t modem;
-    if (const std::string error = radio::attach_modem(options.modem); !error.empty())
+    if (const std::string error = radio::attach_modem(options.modem); !error.empty()) {
         return fail(error);
+    }
     return serve_driver(options, listener, signals);
 }

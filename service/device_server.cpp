@@ -60,8 +60,9 @@ std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
     do {
         length = recv(socket, buffer.data(), buffer.size(), 0);
     } while (length < 0 && errno == EINTR);
-    if (length < 0 || (length == 0 && is_closed(socket)))
+    if (length < 0 || (length == 0 && is_closed(socket))) {
         return std::nullopt;
+    }
     return octets_view_t(buffer).first(static_cast<size_t>(length));
 }
 
@@ -73,13 +74,16 @@ device_server_t::device_server_t(const listener_t& listener)
 void device_server_t::serve(int end) {
     std::array<pollfd, 3> ready{pollfd{end, POLLIN, 0}, {wake_.get(), POLLIN, 0}, {listener_.descriptor(), POLLIN, 0}};
     for (;;) {
-        if (poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR)
+        if (poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR) {
             break;
-        if (ready[0].revents != 0)
+        }
+        if (ready[0].revents != 0) {
             break;
+        }
         reap();
-        if (ready[2].revents != 0)
+        if (ready[2].revents != 0) {
             accept_one();
+        }
     }
     for (connection_t& connection : connections_) {
         shutdown(connection.socket.get(), SHUT_RDWR);
@@ -92,16 +96,18 @@ void device_server_t::accept_one() {
     descriptor_t socket(accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!socket) {
         // Out of descriptors or memory: nothing tells when there are some again, and the client waits in the queue.
-        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
+        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
             poll(nullptr, 0, 100);
+        }
         return;
     }
-    if (!listener_.may_use(socket.get()))
+    if (!listener_.may_use(socket.get())) {
         send_reply(socket.get(), refusal(ERROR_ACCESS_DENIED));
-    else if (connections_.size() >= max_connections)
+    } else if (connections_.size() >= max_connections) {
         send_reply(socket.get(), refusal(error_busy));
-    else
+    } else {
         start(std::move(socket));
+    }
 }
 
 void device_server_t::start(descriptor_t socket) {
@@ -121,8 +127,9 @@ void device_server_t::run(connection_t& connection) {
     octets_t buffer(device_socket::request_header + device_socket::max_input + 1);
     while (const auto packet = receive(socket, buffer)) {
         const auto request = device_socket::decode_request(*packet);
-        if (!send_reply(socket, request ? control(open, *request) : refusal(ERROR_INVALID_PARAMETER)))
+        if (!send_reply(socket, request ? control(open, *request) : refusal(ERROR_INVALID_PARAMETER))) {
             break;
+        }
     }
     ZPD_Close(open);
     connection.over = true;
@@ -133,8 +140,9 @@ void device_server_t::reap() {
     eventfd_t count = 0;
     eventfd_read(wake_.get(), &count);
     connections_.remove_if([](connection_t& connection) {
-        if (!connection.over)
+        if (!connection.over) {
             return false;
+        }
         connection.thread.join();
         return true;
     });

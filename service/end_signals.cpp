@@ -12,8 +12,9 @@ end_signals_t::end_signals_t() {
     sigaddset(&signals, SIGTERM);
     // A blocked signal would come although nohup has it ignored.
     struct sigaction hang_up {};
-    if (sigaction(SIGHUP, nullptr, &hang_up) == 0 && hang_up.sa_handler != SIG_IGN)
+    if (sigaction(SIGHUP, nullptr, &hang_up) == 0 && hang_up.sa_handler != SIG_IGN) {
         sigaddset(&signals, SIGHUP);
+    }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     descriptor_ = descriptor_t(signalfd(-1, &signals, SFD_CLOEXEC));
 }

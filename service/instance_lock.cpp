@@ -34,25 +34,30 @@ bool is_at(int descriptor, const std::filesystem::path& file) {
 }  // namespace
 
 instance_lock_t::~instance_lock_t() {
-    if (descriptor_)
+    if (descriptor_) {
         unlink(file_.c_str());
+    }
 }
 
 std::string instance_lock_t::take(const std::filesystem::path& file, const std::string& what) {
     for (;;) {
         descriptor_t opened(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-        if (!opened)
+        if (!opened) {
             return fmt::format("cannot open the lock file {}: {}", file.native(), reason(errno));
+        }
         if (flock(opened.get(), LOCK_EX | LOCK_NB) != 0) {
-            if (errno == EWOULDBLOCK)
+            if (errno == EWOULDBLOCK) {
                 return fmt::format("{} by {}", what, holder(opened.get()));
+            }
             return fmt::format("cannot lock {}: {}", file.native(), reason(errno));
         }
-        if (!is_at(opened.get(), file))
+        if (!is_at(opened.get(), file)) {
             continue;
+        }
         const std::string id = fmt::format("{}\n", getpid());
-        if (ftruncate(opened.get(), 0) != 0 || pwrite(opened.get(), id.data(), id.size(), 0) < 0)
+        if (ftruncate(opened.get(), 0) != 0 || pwrite(opened.get(), id.data(), id.size(), 0) < 0) {
             return fmt::format("cannot write the lock file {}: {}", file.native(), reason(errno));
+        }
         file_ = file;
         descriptor_ = std::move(opened);
         return {};

@@ -27,32 +27,37 @@ const sockaddr* generic(const sockaddr_un& address) {
 std::optional<sockaddr_un> address_of(const std::filesystem::path& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.native().size() >= sizeof address.sun_path)
+    if (path.native().size() >= sizeof address.sun_path) {
         return std::nullopt;
+    }
     std::memcpy(address.sun_path, path.c_str(), path.native().size());
     return address;
 }
 
 /// Makes the folder of the sockets that have no path of their own. In /tmp anybody could have made it first.
 std::string make_runtime_folder(const std::filesystem::path& folder, std::optional<gid_t> group) {
-    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
         return fmt::format("cannot make the folder {} for the device's socket: {}", folder.native(), reason(errno));
+    }
     struct stat status {};
-    if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
+    if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid()) {
         return fmt::format(
             "{} is not a folder of yours, so the device's socket cannot lie in it; name another with "
             "--device PATH",
             folder.native());
-    if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0))
+    }
+    if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0)) {
         return fmt::format("cannot open {} to the group: {}", folder.native(), reason(errno));
+    }
     return {};
 }
 
 std::optional<ucred> peer_of(int connection) {
     ucred peer{};
     socklen_t length = sizeof peer;
-    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
         return std::nullopt;
+    }
     return peer;
 }
 
@@ -60,8 +65,9 @@ bool peer_is_in_group(int connection, gid_t group) {
     socklen_t length = 0;
     getsockopt(connection, SOL_SOCKET, SO_PEERGROUPS, nullptr, &length);
     std::vector<gid_t> groups(length / sizeof(gid_t));
-    if (groups.empty() || getsockopt(connection, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0)
+    if (groups.empty() || getsockopt(connection, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) {
         return false;
+    }
     return std::ranges::find(groups, group) != groups.end();
 }
 
@@ -69,10 +75,12 @@ bool peer_is_in_group(int connection, gid_t group) {
 std::string served_already(const std::string& device, const sockaddr_un& address) {
     const descriptor_t probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (connect(probe.get(), generic(address), sizeof address) != 0) {
-        if (errno == ECONNREFUSED || errno == ENOENT)
+        if (errno == ECONNREFUSED || errno == ENOENT) {
             return {};
-        if (errno != EAGAIN)  // a listener whose queue is full
+        }
+        if (errno != EAGAIN) {  // a listener whose queue is full
             return fmt::format("cannot look who serves device {} at {}: {}", device, address.sun_path, reason(errno));
+        }
     }
     const auto server = peer_of(probe.get());
     return server && server->pid > 0
@@ -83,43 +91,50 @@ std::string served_already(const std::string& device, const sockaddr_un& address
 }  // namespace
 
 listener_t::~listener_t() {
-    if (bound_)
+    if (bound_) {
         unlink(path_.c_str());
+    }
 }
 
 std::string listener_t::open(const std::string& device, const std::string& group) {
     path_ = device_socket::path_of(device);
     if (!group.empty()) {
         const struct group* entry = getgrnam(group.c_str());  // NOLINT(concurrency-mt-unsafe): before any thread
-        if (entry == nullptr)
+        if (entry == nullptr) {
             return fmt::format("there is no group {}", group);
+        }
         group_ = entry->gr_gid;
     }
     if (device.find('/') == std::string::npos) {
-        if (std::string error = make_runtime_folder(path_.parent_path(), group_); !error.empty())
+        if (std::string error = make_runtime_folder(path_.parent_path(), group_); !error.empty()) {
             return error;
+        }
     }
-    if (std::string error = claim(device); !error.empty())
+    if (std::string error = claim(device); !error.empty()) {
         return error;
+    }
     return bind_and_listen();
 }
 
 std::string listener_t::claim(const std::string& device) {
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0) {
-        if (!S_ISSOCK(status.st_mode))
+        if (!S_ISSOCK(status.st_mode)) {
             return fmt::format("{} exists and is not a socket; name another with --device", path_.native());
+        }
         const auto address = address_of(path_);
-        if (std::string error = address ? served_already(device, *address) : ""; !error.empty())
+        if (std::string error = address ? served_already(device, *address) : ""; !error.empty()) {
             return error;
+        }
     }
     return lock_.take(path_.native() + ".lock", fmt::format("device {} is already served", device));
 }
 
 std::string listener_t::bind_and_listen() {
     const auto address = address_of(path_);
-    if (!address)
+    if (!address) {
         return fmt::format("{} is too long for a socket; name a shorter one with --device", path_.native());
+    }
     unlink(path_.c_str());
     descriptor_ = descriptor_t(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     // The mode must be right from the first moment on, so it comes from the mask.
@@ -127,20 +142,25 @@ std::string listener_t::bind_and_listen() {
     bound_ = bind(descriptor_.get(), generic(*address), sizeof *address) == 0;
     const int error = errno;
     umask(before);
-    if (!bound_)
+    if (!bound_) {
         return fmt::format("cannot make the device's socket {}: {}", path_.native(), reason(error));
-    if (group_ && lchown(path_.c_str(), static_cast<uid_t>(-1), *group_) != 0)
+    }
+    if (group_ && lchown(path_.c_str(), static_cast<uid_t>(-1), *group_) != 0) {
         return fmt::format("cannot give {} to the group: {}", path_.native(), reason(errno));
-    if (listen(descriptor_.get(), SOMAXCONN) != 0)
+    }
+    if (listen(descriptor_.get(), SOMAXCONN) != 0) {
         return fmt::format("cannot listen on {}: {}", path_.native(), reason(errno));
+    }
     return {};
 }
 
 bool listener_t::may_use(int connection) const {
     const auto peer = peer_of(connection);
-    if (!peer)
+    if (!peer) {
         return false;
-    if (peer->uid == geteuid() || peer->uid == 0)
+    }
+    if (peer->uid == geteuid() || peer->uid == 0) {
         return true;
+    }
     return group_ && (peer->gid == *group_ || peer_is_in_group(connection, *group_));
 }

@@ -21,8 +21,9 @@ std::optional<uint8_t> reader_t::octet() {
 
 std::optional<uint32_t> reader_t::u32() {
     const auto taken = take(4);
-    if (!taken)
+    if (!taken) {
         return std::nullopt;
+    }
     const octets_view_t& octets = *taken;
     return octets[0] | uint32_t{octets[1]} << 8 | uint32_t{octets[2]} << 16 | uint32_t{octets[3]} << 24;
 }
@@ -30,8 +31,9 @@ std::optional<uint32_t> reader_t::u32() {
 std::optional<std::string> reader_t::string() {
     const auto count = u32();
     const auto taken = count ? take(*count) : std::nullopt;
-    if (!taken)
+    if (!taken) {
         return std::nullopt;
+    }
     return std::string(taken->begin(), taken->end());
 }
 
@@ -47,8 +49,9 @@ writer_t& writer_t::octet(uint8_t value) {
 }
 
 writer_t& writer_t::u32(uint32_t value) {
-    for (unsigned shift = 0; shift < 32; shift += 8)
+    for (unsigned shift = 0; shift < 32; shift += 8) {
         octet(static_cast<uint8_t>(value >> shift));
+    }
     return *this;
 }
 
@@ -60,8 +63,9 @@ writer_t& writer_t::string(std::string_view text) {
 
 writer_t& writer_t::string16(std::u16string_view text) {
     u32(static_cast<uint32_t>(text.size() * 2));
-    for (const char16_t unit : text)
+    for (const char16_t unit : text) {
         octet(static_cast<uint8_t>(unit)).octet(static_cast<uint8_t>(unit >> 8));
+    }
     return *this;
 }
 
@@ -78,11 +82,13 @@ std::optional<request_t> decode_request(octets_view_t packet) {
     reader_t reader(packet);
     const auto code = reader.u32();
     const auto capacity = reader.u32();
-    if (!code || !capacity || *capacity > max_output)
+    if (!code || !capacity || *capacity > max_output) {
         return std::nullopt;
+    }
     const octets_view_t input = reader.rest();
-    if (input.size() > max_input)
+    if (input.size() > max_input) {
         return std::nullopt;
+    }
     return request_t{*code, *capacity, input};
 }
 
@@ -96,11 +102,13 @@ std::optional<reply_t> decode_reply(octets_view_t packet) {
     const auto result = reader.u32();
     const auto last_error = reader.u32();
     const auto count = reader.u32();
-    if (!result || !last_error || !count)
+    if (!result || !last_error || !count) {
         return std::nullopt;
+    }
     const octets_view_t output = reader.rest();
-    if (output.size() != *count)
+    if (output.size() != *count) {
         return std::nullopt;
+    }
     return reply_t{*result != 0, *last_error, octets_t(output.begin(), output.end())};
 }
 

@@ -45,8 +45,9 @@ class cards : public testing::Test {
     }
 
     static void clear_inbox() {
-        for (const fs::path& file : phones->receiver.stored())
+        for (const fs::path& file : phones->receiver.stored()) {
             EXPECT_EQ(phones->receiver.inbox({"remove", file.filename()}).status, 0);
+        }
         EXPECT_TRUE(phones->receiver.stored().empty());
     }
 
@@ -71,23 +72,26 @@ std::string card_of(size_t size) {
     const std::string begin = "BEGIN:VCARD\r\nVERSION:2.1\r\nNOTE:";
     const std::string end = "\r\nEND:VCARD\r\n";
     std::string note(size - begin.size() - end.size(), ' ');
-    for (size_t i = 0; i < note.size(); ++i)
+    for (size_t i = 0; i < note.size(); ++i) {
         note[i] = static_cast<char>('!' + i * 7 % 90);
+    }
     return begin + note + end;
 }
 
 /// Octets of every value.
 std::string binary_of(size_t size) {
     std::string octets(size, '\0');
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         octets[i] = static_cast<char>(i * 37 + i / 256);
+    }
     return octets;
 }
 
 std::vector<std::string> sorted_contents(const std::string& folder) {
     std::vector<std::string> contents;
-    for (const fs::path& file : fs::directory_iterator(folder))
+    for (const fs::path& file : fs::directory_iterator(folder)) {
         contents.push_back(read_file(file));
+    }
     std::sort(contents.begin(), contents.end());
     return contents;
 }
@@ -101,8 +105,9 @@ TEST_F(cards, arrive_octet_for_octet_exactly_once) {
         {card_file("latin1.vcf", "BEGIN:VCARD\r\nN:M\xfcller\r\nEND:VCARD\r\n"), "--binary"},
         {card_file("largest.vcf", binary_of(32640)), "--binary"},
     };
-    for (const fs::path& example : fs::directory_iterator(ZPD_EXAMPLES))
+    for (const fs::path& example : fs::directory_iterator(ZPD_EXAMPLES)) {
         sends.push_back({example});
+    }
     ASSERT_GE(sends.size(), 8U);
 
     std::vector<std::string> sent;

@@ -106,8 +106,9 @@ class raw_connection_t {
 
 std::string u32(uint32_t value) {
     std::string octets;
-    for (int shift = 0; shift < 32; shift += 8)
+    for (int shift = 0; shift < 32; shift += 8) {
         octets += static_cast<char>(value >> shift);
+    }
     return octets;
 }
 
@@ -139,8 +140,9 @@ TEST_F(control, clients_that_die_in_mid_request_harm_nobody) {
     for (int i = 0; i < 200; ++i) {
         const raw_connection_t dying(phone().device());
         // The service closes the door on a crowd, before the first packet or between the two; it must not fall over.
-        if (dying.send(count))
+        if (dying.send(count)) {
             (void)dying.send(version_request);
+        }
     }
     ASSERT_TRUE(witness.send(version_request));
     EXPECT_EQ(witness.receive(), version_reply);

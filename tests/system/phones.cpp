@@ -13,8 +13,9 @@ namespace {
 
 std::string new_folder() {
     std::string path = "/tmp/zpd-system-XXXXXX";
-    if (mkdtemp(path.data()) == nullptr)
+    if (mkdtemp(path.data()) == nullptr) {
         std::abort();
+    }
     return path;
 }
 

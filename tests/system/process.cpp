@@ -13,8 +13,9 @@ namespace {
 
 [[noreturn]] void become_zpd(const arguments_t& arguments, int output, int errors) {
     std::vector<char*> argv{const_cast<char*>(ZPD_BINARY)};
-    for (const std::string& argument : arguments)
+    for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
+    }
     argv.push_back(nullptr);
     dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
@@ -36,8 +37,9 @@ std::string contents(int file) {
 bool eventually(const std::function<bool()>& holds, std::chrono::seconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!holds()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (std::chrono::steady_clock::now() > end) {
             return false;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
@@ -45,8 +47,9 @@ bool eventually(const std::function<bool()>& holds, std::chrono::seconds limit) 
 
 process_t::process_t(const arguments_t& arguments)
     : output_(memfd_create("output", MFD_CLOEXEC)), errors_(memfd_create("errors", MFD_CLOEXEC)), id_(fork()) {
-    if (id_ == 0)
+    if (id_ == 0) {
         become_zpd(arguments, output_, errors_);
+    }
 }
 
 process_t::~process_t() {
@@ -60,8 +63,9 @@ process_t::~process_t() {
 
 bool process_t::has_ended() {
     int status = 0;
-    if (!status_ && waitpid(id_, &status, WNOHANG) == id_)
+    if (!status_ && waitpid(id_, &status, WNOHANG) == id_) {
         status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
     return status_.has_value();
 }
 

@@ -34,8 +34,9 @@ TEST(text, a_card_name_is_read_as_phones_write_it) {
         {"FN", ""},
         {"", ""},
     };
-    for (const text_case_t& row : cases)
+    for (const text_case_t& row : cases) {
         EXPECT_EQ(card_name(row.input), row.expected) << row.input;
+    }
 }
 
 TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
@@ -54,14 +55,16 @@ TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
         {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"},  // past U+10FFFF
         {"a\r\nb", "a\\x0D\\x0Ab"},
     };
-    for (const text_case_t& row : cases)
+    for (const text_case_t& row : cases) {
         EXPECT_EQ(escaped(row.input), row.expected);
+    }
     EXPECT_EQ(escaped_lines("a\r\nb\tc\rd\n"), "a\nb\tc\\x0Dd\n");
 }
 
 TEST(text, a_phone_number_is_digits_with_an_optional_plus) {
-    for (const char* good : {"1", "+12025550100", "12345678901234567890", "+12345678901234567890"})
+    for (const char* good : {"1", "+12025550100", "12345678901234567890", "+12345678901234567890"}) {
         EXPECT_EQ(check_number(good), "") << good;
+    }
     for (const std::string& bad : {std::string(), std::string("+"), std::string("letters"), std::string("12+3"),
                                    std::string("+49 171"), std::string(21, '1'), std::string(300, 'x')}) {
         EXPECT_NE(check_number(bad), "") << bad;
@@ -76,8 +79,9 @@ TEST(text, a_stored_card_is_its_first_line_and_the_octets_after_it) {
     EXPECT_EQ(card->sender, "+123");
     EXPECT_EQ(card->octets, std::string("A\nB\r\n\0C", 7));
     EXPECT_EQ(parse_stored_card("name", "1::\n")->sender, ":");
-    for (const char* bad : {"", "1", "1:", "1:+2", "x:+2\nA", "1\n:A", ":1\nA", "99999999999999999999:1\nA"})
+    for (const char* bad : {"", "1", "1:", "1:+2", "x:+2\nA", "1\n:A", ":1\nA", "99999999999999999999:1\nA"}) {
         EXPECT_FALSE(parse_stored_card("name", bad)) << bad;
+    }
 }
 
 TEST(text, packets_come_apart_as_they_were_put_together_and_only_then) {
