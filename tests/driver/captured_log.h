@@ -21,8 +21,9 @@ class captured_log_t final : public qmlog::abstract_log_t {
     captured_log_t(const captured_log_t&) = delete;
     captured_log_t& operator=(const captured_log_t&) = delete;
     void write(const std::string& line) override {
-        if (std::this_thread::get_id() == thread_)
+        if (std::this_thread::get_id() == thread_) {
             lines.push_back(line);
+        }
     }
 
     std::vector<std::string> lines;

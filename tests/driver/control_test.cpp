@@ -19,8 +19,9 @@ TEST_F(control_test, entry_points_log_themselves_and_always_succeed) {
     EXPECT_EQ(ZPD_Open(1, 0, 0), 1u);
     EXPECT_EQ(ZPD_Open(1, 0xC0000000, 3), 1u) << "a second client";
     EXPECT_EQ(ZPD_Close(1), TRUE);
-    for (const DWORD reason : {1u, 0u, 2u, 3u, 4u})
+    for (const DWORD reason : {1u, 0u, 2u, 3u, 4u}) {
         EXPECT_EQ(DllMain(nullptr, reason, nullptr), TRUE);
+    }
     phone.stop();
     EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION, {}, 4), failed(4319)) << "after Deinit";
     expect_in_order(phone.log(), {"NOTICE out: set parameters=(1:7:7)",
@@ -72,9 +73,10 @@ TEST_F(control_test, requests_that_touch_nothing) {
         {0x02000024, 8, u32(1), failed(1002)},
         {0x02000024, 8, "", failed(13)},
     };
-    for (const auto& row : cases)
+    for (const auto& row : cases) {
         EXPECT_EQ(phone.request(row.code, row.input, row.capacity), row.reply)
             << std::hex << row.code << " with output capacity " << row.capacity;
+    }
     EXPECT_TRUE(ZPD_IOControl(1, ZPD_IOCTL_FOO, nullptr, 0, nullptr, 0, nullptr)) << "no buffers at all";
     expect_in_order(
         phone.log(),
@@ -121,8 +123,9 @@ TEST_F(control_test, strings_in_requests) {
         {ZPD_IOCTL_COUNT_DATAGRAMS, text("card") + u8(1) + u8(0) + "ab", failed(13)},
         {ZPD_IOCTL_SEND_MESSAGE, text("card") + u8(1) + u8(0), failed(13)},
     };
-    for (const auto& row : cases)
+    for (const auto& row : cases) {
         EXPECT_EQ(phone.request(row.code, row.input), row.reply) << testing::PrintToString(row.input);
+    }
     const std::string parameters = "ERROR can't read input parameters: 'vcard', 'is_utf8', 'use_long_ie'";
     expect_in_order(phone.log(), {"DEBUG input buffer len=9; string len_bytes=5 len=2", "DEBUG read string of length 2",
                                   "DEBUG read string: 'ab'", "DEBUG @input_r_buffer_t::get_string16",
@@ -134,8 +137,9 @@ TEST_F(control_test, strings_in_requests) {
 
 TEST_F(control_test, message_list_fits_itself_into_the_room) {
     phone.start();
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         phone.send_card(1);
+    }
     const struct {
         DWORD capacity;
         std::string output;
@@ -147,8 +151,9 @@ TEST_F(control_test, message_list_fits_itself_into_the_room) {
         {20, u32(3) + u32(3) + u32(239) + u32(240) + u32(241)},
         {400, u32(3) + u32(3) + u32(239) + u32(240) + u32(241)},
     };
-    for (const auto& row : cases)
+    for (const auto& row : cases) {
         EXPECT_EQ(phone.request(ZPD_IOCTL_MESSAGE_LIST, {}, row.capacity), done(row.output)) << row.capacity;
+    }
     EXPECT_EQ(phone.request(ZPD_IOCTL_MESSAGE_STATUS, u32(239), 11), failed(122));
 }
 
@@ -180,8 +185,9 @@ TEST_F(settings_test, codes_change_what_lasts) {
     };
     phone.preset_logging();
     phone.start();
-    for (const auto& row : cases)
+    for (const auto& row : cases) {
         EXPECT_EQ(phone.request(row.code, row.input), row.reply) << row.code << testing::PrintToString(row.input);
+    }
     expect_in_order(phone.log(),
                     {"ERROR can't read parameter 'mode'", "ERROR can't read value #2", "ERROR invalid value #2 (9)",
                      "ERROR invalid value #0 (2)", "NOTICE in: current parameters=(1:7:7); new parameters=(1:3:4)",
@@ -237,8 +243,9 @@ TEST_F(settings_test, contacts_variable) {
     phone.preset("Own", REG_SZ, "0123456789", R"(\Software\Microsoft\Pim\Contacts\Settings)");
     EXPECT_EQ(ask(u"Other", 100), failed(2));
     EXPECT_EQ(ask(u"Own", 18), done(u32(REG_SZ) + text("0123456789")));
-    for (const DWORD capacity : {17u, 10u, 9u, 4u, 0u})
+    for (const DWORD capacity : {17u, 10u, 9u, 4u, 0u}) {
         EXPECT_EQ(ask(u"Own", capacity), failed(122)) << capacity;
+    }
     expect_in_order(phone.log(), {"ERROR RegOpenKeyExW() failed, error=0x2",
                                   "WARNING RegQueryValueExW() failed: requested field doesn't exist",
                                   "DEBUG sucessfully read 10 bytes of registry type 0x1",
@@ -265,8 +272,9 @@ TEST_F(settings_test, activation_and_applications) {
     phone.install("B");  // the start forgets what is not installed
     phone.preset_logging();
     phone.start();
-    for (const auto& row : cases)
+    for (const auto& row : cases) {
         EXPECT_EQ(phone.request(row.code, row.input, row.capacity), row.reply) << testing::PrintToString(row.input);
+    }
     expect_in_order(
         phone.log(),
         {"DEBUG active=0", "DEBUG list=';;a;;'", "DEBUG application: 'a'", "ERROR can't read parameter 'mode'",

@@ -84,22 +84,27 @@ TEST_F(lifetime_test, clients_and_radio_all_at_once) {
     const auto client = [&](unsigned number) {
         for (unsigned round = 0; round < 50; ++round) {
             const uint32_t id = phone.send_card(200);
-            if (number == 0)
+            if (number == 0) {
                 phone.request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(round % 2) + u8(7) + u8(round % 8));
-            if (number == 1)
+            }
+            if (number == 1) {
                 phone.request(ZPD_IOCTL_RIL_CAPACITY, u8(1) + u8(1 + round % 4));
+            }
             EXPECT_THAT(phone.list(), testing::Contains(id));
-            if (round % 2)
+            if (round % 2) {
                 eventually([&] { return phone.status(id) == std::vector<int32_t>{4, 4}; });
+            }
             EXPECT_EQ(phone.close(id), done());
             radio.deliver(deliver_message(part_header(number, 2, 1 + round % 2), "x"));
         }
     };
     std::vector<std::thread> clients;
-    for (unsigned number = 0; number < 4; ++number)
+    for (unsigned number = 0; number < 4; ++number) {
         clients.emplace_back(client, number);
-    for (auto& thread : clients)
+    }
+    for (auto& thread : clients) {
         thread.join();
+    }
     EXPECT_THAT(phone.list(), IsEmpty());
     EXPECT_EQ(phone.incoming().size(), 11u);
     eventually([&] { return radio.attempts().submissions == 400; });
@@ -112,8 +117,9 @@ class random_test : public driver_test {
     unsigned up_to(unsigned most) { return static_cast<unsigned>(random() % (most + 1)); }
     std::string octets(unsigned most) {
         std::string text(up_to(most), '\0');
-        for (char& octet : text)
+        for (char& octet : text) {
             octet = static_cast<char>(random());
+        }
         return text;
     }
     std::string input_for(unsigned function) {
@@ -165,10 +171,12 @@ TEST_F(random_test, requests_harm_nothing) {
         const DWORD code = up_to(99) == 0 ? random() : 0x02000000 | function << 2;
         const reply_t reply = phone.request(code, input_for(function), up_to(40));
         answered += reply.done;
-        if (reply.done && code == ZPD_IOCTL_SEND_MESSAGE)
+        if (reply.done && code == ZPD_IOCTL_SEND_MESSAGE) {
             phone.close(u32_at(reply.output, 0));
-        if (reply.done && code == ZPD_IOCTL_LOG_OPTIONS)
+        }
+        if (reply.done && code == ZPD_IOCTL_LOG_OPTIONS) {
             phone.request(ZPD_IOCTL_LOG_OPTIONS, std::string("\1\0\7\0", 4));
+        }
     }
     EXPECT_GT(answered, 10000u);
     platform::testing::no_failures();
@@ -189,8 +197,9 @@ TEST_F(random_test, messages_harm_nothing) {
         for (int i = 0; i < 100000; ++i) {
             const std::string header = up_to(1) ? port_header : part_header(up_to(3), up_to(3), up_to(4), up_to(1));
             auto message = std::make_unique<RILMESSAGE>(deliver_message(header, octets(140)));  // of its exact size
-            if (up_to(3) == 0)
+            if (up_to(3) == 0) {
                 message->dwType = RIL_MSGTYPE_IN_CDMADELIVER;
+            }
             mutate(*message);
             radio.notify_here(RIL_NOTIFY_MESSAGE, message.get(), sizeof(*message));
         }

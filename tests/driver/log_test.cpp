@@ -13,8 +13,9 @@ std::vector<std::string> dump(const std::string& queued, const std::string& rill
 
 std::vector<std::string> join(const std::vector<std::vector<std::string>>& lists) {
     std::vector<std::string> all;
-    for (const auto& list : lists)
+    for (const auto& list : lists) {
         all.insert(all.end(), list.begin(), list.end());
+    }
     return all;
 }
 
@@ -133,8 +134,9 @@ TEST_F(log_test, a_card_received) {
     phone.start();
     radio.question(1);
     phone.request(ZPD_IOCTL_VERSION);
-    for (const unsigned ordinal : {2u, 1u})
+    for (const unsigned ordinal : {2u, 1u}) {
         radio.deliver(deliver_message(part_header(0x2A, 2, ordinal), ordinal == 1 ? "ABC" : "DEF"));
+    }
     const auto message = [](const std::string& ordinal, const std::string& octets, const std::string& data) {
         return join(
             {{"DEBUG @daemon_t::ril_notify_cb", "INFO Incoming message, dwCode=RIL_NOTIFY_MESSAGE",

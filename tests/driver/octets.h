@@ -11,8 +11,9 @@ inline std::string u8(unsigned value) {
 
 inline std::string u32(int64_t value) {
     std::string octets;
-    for (int shift = 0; shift < 32; shift += 8)
+    for (int shift = 0; shift < 32; shift += 8) {
         octets += static_cast<char>(value >> shift);
+    }
     return octets;
 }
 
@@ -31,7 +32,8 @@ inline std::string text16(std::u16string_view units) {
 
 inline uint32_t u32_at(std::string_view octets, size_t offset) {
     uint32_t value = 0;
-    for (size_t i = 4; i-- > 0;)
+    for (size_t i = 4; i-- > 0;) {
         value = value << 8 | static_cast<uint8_t>(octets.at(offset + i));
+    }
     return value;
 }

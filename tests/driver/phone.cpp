@@ -19,8 +19,9 @@ namespace {
 /// In memory where there is room for it: the driver flushes each setting to the disk.
 fs::path make_home() {
     std::string name = (fs::exists("/dev/shm") ? "/dev/shm" : testing::TempDir()) + "/zpd-driver-XXXXXX";
-    if (!mkdtemp(name.data()))
+    if (!mkdtemp(name.data())) {
         std::abort();
+    }
     return name;
 }
 
@@ -36,10 +37,12 @@ bool matches(const std::string& line, const std::string& pattern) {
     for (const char c : pattern) {
         if (c == '~') {
             const size_t begin = at;
-            while (at < line.size() && std::isxdigit(static_cast<unsigned char>(line[at])))
+            while (at < line.size() && std::isxdigit(static_cast<unsigned char>(line[at]))) {
                 ++at;
-            if (at == begin)
+            }
+            if (at == begin) {
                 return false;
+            }
         } else if (at == line.size() || line[at++] != c) {
             return false;
         }
@@ -51,8 +54,9 @@ bool matches(const std::string& line, const std::string& pattern) {
 
 std::ostream& operator<<(std::ostream& stream, const reply_t& reply) {
     stream << (reply.done ? "done" : "failed") << ", error " << reply.error << ", output";
-    for (const unsigned char octet : reply.output)
+    for (const unsigned char octet : reply.output) {
         stream << ' ' << unsigned{octet};
+    }
     return stream;
 }
 
@@ -64,8 +68,9 @@ phone_t::phone_t() : home_(make_home()) {
 
 phone_t::~phone_t() {
     platform::testing::no_failures();
-    if (!running_)
+    if (!running_) {
         start();
+    }
     request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(0) + u8(7) + u8(0));  // else the log file would outlive the driver
     stop();
     fs::remove_all(home_);
@@ -94,8 +99,9 @@ void phone_t::preset_logging() {
 std::string phone_t::registry(const std::string& name) const {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon"), 0, KEY_QUERY_VALUE, &key) !=
-        0)
+        0) {
         return "(none)";
+    }
     std::string octets(256, '\0');
     auto size = static_cast<DWORD>(octets.size());
     const LONG error = RegQueryValueExW(key, platform::to_utf16(name).c_str(), nullptr, nullptr,
@@ -131,8 +137,9 @@ reply_t phone_t::request(DWORD code, const std::string& input, DWORD capacity) {
     std::vector<BYTE> out(capacity, 0xEE);
     DWORD returned = 0xABCD;
     SetLastError(0xBAD);
-    if (ZPD_IOControl(1, code, in.data(), static_cast<DWORD>(in.size()), out.data(), capacity, &returned))
+    if (ZPD_IOControl(1, code, in.data(), static_cast<DWORD>(in.size()), out.data(), capacity, &returned)) {
         return done({out.begin(), out.begin() + returned});
+    }
     const DWORD error = GetLastError();
     return failed(error, {out.begin(), out.begin() + returned});
 }
@@ -160,15 +167,17 @@ std::vector<int32_t> phone_t::status(uint32_t id) {
 std::vector<uint32_t> phone_t::list() {
     const reply_t reply = request(ZPD_IOCTL_MESSAGE_LIST, {}, 1 << 16);
     std::vector<uint32_t> ids;
-    for (size_t at = 8; at < reply.output.size(); at += 4)
+    for (size_t at = 8; at < reply.output.size(); at += 4) {
         ids.push_back(u32_at(reply.output, at));
+    }
     return ids;
 }
 
 void phone_t::pass(uint64_t milliseconds) {
     platform::testing::advance_clock(milliseconds);
-    if (network_ != no_network)
+    if (network_ != no_network) {
         radio.system_changed(network_);
+    }
 }
 
 size_t phone_t::rounds() const {
@@ -190,8 +199,9 @@ void phone_t::let_sender_look() {
 std::vector<stored_t> phone_t::incoming() const {
     std::vector<stored_t> stored;
     const fs::path directory = home_ / "Application Data/PUBLIC/VARKON/ZPD/INCOMING";
-    if (!fs::exists(directory))
+    if (!fs::exists(directory)) {
         return stored;
+    }
     for (const auto& entry : fs::directory_iterator(directory)) {
         const std::string octets = read_file(entry.path());
         const size_t colon = octets.find(':');
@@ -204,8 +214,9 @@ std::vector<stored_t> phone_t::incoming() const {
 
 std::vector<std::string> phone_t::cards() const {
     std::vector<std::string> cards;
-    for (const stored_t& stored : incoming())
+    for (const stored_t& stored : incoming()) {
         cards.push_back(stored.address + ":" + stored.data);
+    }
     std::sort(cards.begin(), cards.end());
     return cards;
 }
@@ -213,8 +224,9 @@ std::vector<std::string> phone_t::cards() const {
 std::vector<std::string> phone_t::raw_log() const {
     std::istringstream file(read_file(home_ / "Application Data/PUBLIC/VARKON/ZPD/LOG/zpd.log"));
     std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);)
+    for (std::string line; std::getline(file, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 
@@ -248,8 +260,9 @@ std::string phone_t::states(uint32_t message, unsigned ordinal) const {
     std::string states;
     for (const std::string& entry : log()) {
         const size_t at = entry.find(datagram);
-        if (!entry.starts_with("DEBUG Transition 0x") || at == std::string::npos)
+        if (!entry.starts_with("DEBUG Transition 0x") || at == std::string::npos) {
             continue;
+        }
         const size_t from = at + datagram.size();
         const size_t arrow = entry.find("->", from);
         EXPECT_EQ(entry.substr(from, arrow - from), states.empty() ? "<null>" : states.substr(states.rfind(' ') + 1));

@@ -66,8 +66,9 @@ TEST(log_line, fractions_of_the_second) {
 
 TEST(log_line, is_never_cut) {
     captured_log_t sink(qmlog::flag_message);
-    for (const size_t length : {255u, 256u, 257u, 5000u})
+    for (const size_t length : {255u, 256u, 257u, 5000u}) {
         log(5, 0, "", "", std::string(length, 'x').c_str());
+    }
     EXPECT_THAT(sink.lines,
                 ElementsAre(testing::SizeIs(255), testing::SizeIs(256), testing::SizeIs(257), testing::SizeIs(5000)));
 }
@@ -120,8 +121,9 @@ class log_file_test : public driver_test {
     std::vector<std::string> read() {
         std::vector<std::string> lines;
         std::string line;
-        for (std::ifstream file(phone.home() / "later/x.log"); std::getline(file, line);)
+        for (std::ifstream file(phone.home() / "later/x.log"); std::getline(file, line);) {
             lines.push_back(line);
+        }
         return lines;
     }
 };

@@ -147,8 +147,9 @@ TEST_F(receiving_test, parts_come_together) {
     part(3, 2, 2, "f");
     EXPECT_EQ(phone.cards().at(2), "+123:ef") << "out of bounds dropped";
     for (const char* const line :
-         {"index=1 out of bounds [1..0]", "index=3 out of bounds [1..2]", "index=200 out of bounds [1..2]"})
+         {"index=1 out of bounds [1..0]", "index=3 out of bounds [1..2]", "index=200 out of bounds [1..2]"}) {
         EXPECT_EQ(phone.logged(std::string("ERROR dropping datagram: ") + line), 1u) << line;
+    }
     EXPECT_EQ(phone.logged("ERROR adding of a diagram failed"), 4u);
     EXPECT_EQ(phone.logged("ERROR datagram processing failed, dropping it"), 4u);
     part(0, 1, 1, "zero", u"0", true);
@@ -184,8 +185,9 @@ TEST_F(receiving_test, file_name_and_content) {
 TEST_F(receiving_test, bound_of_the_directory) {
     phone.preset("incoming_dir_size", 2);
     phone.start();
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         radio.deliver(deliver_message(port_header, "card"));
+    }
     EXPECT_EQ(phone.incoming().size(), 3u) << "one more than the bound";
     EXPECT_EQ(phone.logged("ERROR incoming directory full, dropping message"), 2u);
     expect_in_order(phone.log(), {"NOTICE Can't read a single file, directory not present or empty?",

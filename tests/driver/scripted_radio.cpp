@@ -11,8 +11,9 @@
 namespace {
 
 HRESULT next_of(std::deque<HRESULT>& script) {
-    if (script.empty())
+    if (script.empty()) {
         return S_OK;
+    }
     const HRESULT result = script.front();
     script.pop_front();
     return result;
@@ -83,16 +84,18 @@ attempts_t scripted_radio_t::attempts() const {
 
 submission_t scripted_radio_t::submission(size_t number) {
     std::unique_lock lock(mutex_);
-    if (wait(lock, [&] { return submissions_.size() >= number; }))
+    if (wait(lock, [&] { return submissions_.size() >= number; })) {
         return submissions_[number - 1];
+    }
     ADD_FAILURE() << "no submission #" << number;
     return {};
 }
 
 HRESULT scripted_radio_t::question(size_t number) {
     std::unique_lock lock(mutex_);
-    if (wait(lock, [&] { return questions_.size() >= number; }))
+    if (wait(lock, [&] { return questions_.size() >= number; })) {
         return questions_[number - 1];
+    }
     ADD_FAILURE() << "no question #" << number;
     return -1;
 }
@@ -101,16 +104,18 @@ void scripted_radio_t::result_here(HRESULT request, DWORD code, std::string_view
     std::unique_lock lock(mutex_);
     const RILRESULTCALLBACK callback = on_result_;
     lock.unlock();
-    if (callback)
+    if (callback) {
         callback(code, request, data.empty() ? nullptr : data.data(), static_cast<DWORD>(data.size()), 0);
+    }
 }
 
 void scripted_radio_t::notify_here(DWORD code, const void* data, DWORD size) {
     std::unique_lock lock(mutex_);
     const RILNOTIFYCALLBACK callback = on_notify_;
     lock.unlock();
-    if (callback)
+    if (callback) {
         callback(code, data, size, 0);
+    }
 }
 
 void scripted_radio_t::result(HRESULT request, DWORD code, std::string_view data) {
@@ -143,8 +148,9 @@ HRESULT scripted_radio_t::open(RILRESULTCALLBACK on_result, RILNOTIFYCALLBACK on
     on_result_ = on_result;
     on_notify_ = on_notify;
     const HRESULT result = next_of(script_.sessions);
-    if (result >= 0)
+    if (result >= 0) {
         *session = reinterpret_cast<HRIL>(uintptr_t{0x5E55});
+    }
     return result;
 }
 
@@ -152,13 +158,15 @@ HRESULT scripted_radio_t::submit(const RILMESSAGE& message, DWORD options) {
     const std::lock_guard lock(mutex_);
     ++attempts_.submissions;
     const HRESULT result = next_of(script_.submissions);
-    if (result < 0)
+    if (result < 0) {
         return result;
+    }
     const HRESULT request = next_request_++;
     submissions_.push_back({message, options, request});
     changed_.notify_all();
-    if (script_.confirm_everything)
+    if (script_.confirm_everything) {
         post([this, request] { result_here(request, RIL_RESULT_OK, u32(1)); });
+    }
     return request;
 }
 
@@ -166,8 +174,9 @@ HRESULT scripted_radio_t::ask() {
     const std::lock_guard lock(mutex_);
     ++attempts_.questions;
     const HRESULT result = next_of(script_.questions);
-    if (result < 0)
+    if (result < 0) {
         return result;
+    }
     questions_.push_back(next_request_++);
     changed_.notify_all();
     return questions_.back();

@@ -12,8 +12,9 @@ using sending_test = driver_test;
 
 std::string repeat(const std::string& unit, size_t count) {
     std::string text;
-    while (count-- > 0)
+    while (count-- > 0) {
         text += unit;
+    }
     return text;
 }
 
@@ -172,8 +173,9 @@ TEST_F(sending_test, cdma_submission_field_by_field) {
     EXPECT_EQ(submit.rsaDestSubaddr.dwParams, 0u);
     int next_year = 0;
     for (const SYSTEMTIME& time : {submit.stValidityPeriodAbs, submit.stValidityPeriodRel, submit.stDeferredDelTimeAbs,
-                                   submit.stDeferredDelTimeRel})
+                                   submit.stDeferredDelTimeRel}) {
         next_year += time.wYear == now.wYear + 1 && time.wMonth == now.wMonth && time.wDay == now.wDay;
+    }
     EXPECT_EQ(next_year, 2);
     EXPECT_EQ(submit.bDeliveryAckRequest | submit.bUserAckRequest | submit.bBearerReplyRequest, 0);
     EXPECT_EQ(submit.raCallBackNumber.cbSize, 0x210u);

@@ -143,8 +143,9 @@ TEST_F(states_test, closing_in_every_order) {
     EXPECT_EQ(phone.states(241, 0), sent + "WAITING RIPPED");
     EXPECT_EQ(phone.states(241, 2), sent + "RIPPED");
     EXPECT_EQ(phone.states(242, 1), sent + "WAITING RIPPED");
-    for (const int id : {239, 240, 241, 242})
+    for (const int id : {239, 240, 241, 242}) {
         EXPECT_EQ(phone.logged("DEBUG message 0x~=" + std::to_string(id) + " erased from message database"), 1u);
+    }
     EXPECT_EQ(phone.logged("ERROR message by id='239' already closed"), 1u);
     expect_in_order(phone.log(),
                     {"DEBUG removing message by id='242'", "DEBUG first loop, i=0 in", "DEBUG first loop, i=0 out",
@@ -262,8 +263,9 @@ TEST_F(states_test, dumps_list_twenty) {
 TEST_F(states_test, reused_ids) {
     phone.preset("logging_enabled", 0);
     phone.start_on(gsm);
-    for (uint32_t id = 239; id <= 241; ++id)
+    for (uint32_t id = 239; id <= 241; ++id) {
         EXPECT_EQ(phone.send_card(10), id);
+    }
     radio.submission(3);
     phone.close(239);
     phone.close(240);
@@ -274,8 +276,9 @@ TEST_F(states_test, reused_ids) {
         ASSERT_EQ(reply, id == 0 ? failed(4319, u32(0xFFFFFFFF)) : done(u32(id)));
         ASSERT_EQ(phone.close(id), done());
     }
-    for (uint32_t id = 239; id <= 241; ++id)
+    for (uint32_t id = 239; id <= 241; ++id) {
         EXPECT_EQ(phone.send_card(10), id);
+    }
     radio.submission(6);
     confirm(1);
     EXPECT_THAT(phone.status(239), ElementsAre(1)) << "the older one ended, the newer one is still there";

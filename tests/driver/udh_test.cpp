@@ -69,8 +69,9 @@ TEST(user_data_header, parses_and_encodes_again) {
         header.parse_udh(unhex(row.octets));
         EXPECT_EQ(header.valid, row.valid);
         std::string texts;
-        for (const auto& ie : header.ies)
+        for (const auto& ie : header.ies) {
             texts += ie->text();
+        }
         EXPECT_EQ(texts, row.texts);
         EXPECT_EQ(log.lines, row.troubles);
         if (row.valid && row.troubles.empty()) {
