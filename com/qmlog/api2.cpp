@@ -10,7 +10,7 @@ std::atomic<bool> logging_enabled{false};
 
 namespace {
 
-std::atomic<bool> object_exists{false};
+std::atomic<object_t*> the_object{nullptr};
 
 std::string process_name_of_system() {
     std::string name;
@@ -82,14 +82,18 @@ void dispatcher_t::dispatch(record_t& record) {
 object_t::object_t() {
     names_.push_front(process_name_of_system());
     process_name_ = &names_.front();
-    if (object_exists.exchange(true)) {
+    object_t* none = nullptr;
+    if (!the_object.compare_exchange_strong(none, this)) {
         QM_INTERNAL_ERROR("singleton initializer called again");
         return;
     }
     retail_ = new log_retail(*this);
 }
 
-object_t::~object_t() = default;
+object_t::~object_t() {
+    object_t* self = this;
+    the_object.compare_exchange_strong(self, nullptr);
+}
 
 void object_t::forget_retail(const log_retail* sink) {
     if (retail() == sink) {
@@ -108,6 +112,9 @@ void object_t::set_process_name(const std::string& name) {
 }
 
 object_t& process_log() {
+    if (object_t* object = the_object.load()) {
+        return *object;
+    }
     static auto* const object = new object_t;
     return *object;
 }

@@ -75,7 +75,7 @@ class record_t {
     bool has_message() const { return *format_ != '\0'; }
     const std::string& process_name() const;
 
-    std::string message() const;
+    std::string message();
     const std::string& date();
     const std::string& time();
     const std::string& milliseconds();
@@ -204,7 +204,8 @@ class object_t {
     dispatcher_t dispatcher_;  // destroyed first: its sinks look at the rest
 };
 
-/// The one log object, built on first use and never destroyed: threads of the driver log until the process ends.
+/// The one log object: built on first use and then never destroyed, since threads of the driver log until the process
+/// ends.
 object_t& process_log();
 
 /// The log call.

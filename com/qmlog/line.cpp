@@ -154,12 +154,8 @@ const std::string& record_t::process_name() const {
     return object_.process_name();
 }
 
-std::string record_t::message() const {
-    va_list copy;
-    va_copy(copy, const_cast<record_t*>(this)->arguments_);
-    std::string result = formatted(format_, copy);
-    va_end(copy);
-    return result;
+std::string record_t::message() {
+    return formatted(format_, arguments_);
 }
 
 void record_t::capture_time() {

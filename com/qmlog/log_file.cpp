@@ -34,11 +34,12 @@ void log_file::allow_opening(bool allowed) {
 
 void log_file::write(const std::string& line) {
     output_t* output = output_.exchange(nullptr);
-    if (output == nullptr) {
+    const bool is_the_first = output != nullptr;
+    if (!is_the_first) {
         output = new output_t{kept_open_, {}};  // another thread is writing
     }
     write_line(*output, line);
-    give_back(output);
+    give_back(output, is_the_first);
 }
 
 void log_file::open(output_t& output) {
@@ -47,33 +48,35 @@ void log_file::open(output_t& output) {
         return;
     }
     output.stream = _wfopen(widen(path_).c_str(), TEXT("ab"));
-    if (output.stream == nullptr) {
-        return;
+    if (output.stream != nullptr) {
+        (void)setvbuf(output.stream, nullptr, _IONBF, 0);  // a line leaves in one piece, however long
     }
-    for (const std::string& kept : output.backlog) {
-        (void)fprintf(output.stream, "%s\n", kept.c_str());
-    }
-    output.backlog.clear();
 }
 
 void log_file::write_line(output_t& output, const std::string& line) {
     if (output.stream == nullptr) {
         open(output);
     }
-    if (output.stream != nullptr) {
-        (void)fprintf(output.stream, "%s\n", line.c_str());
-        (void)fflush(output.stream);
-        if ((flags() & flag_file_close_each_line) != 0 && kept_open_ == nullptr) {
-            (void)fclose(output.stream);
-            output.stream = nullptr;
+    if (output.stream == nullptr) {
+        if ((flags() & flag_file_keep_backlog) != 0) {
+            output.backlog.push_back(line);
         }
-    } else if ((flags() & flag_file_keep_backlog) != 0) {
-        output.backlog.push_back(line);
+        return;
+    }
+    output.backlog.push_back(line);
+    for (const std::string& next : std::exchange(output.backlog, {})) {
+        const std::string whole = next + "\n";
+        (void)fwrite(whole.data(), whole.size(), 1, output.stream);
+    }
+    (void)fflush(output.stream);
+    if ((flags() & flag_file_close_each_line) != 0 && kept_open_ == nullptr) {
+        (void)fclose(output.stream);
+        output.stream = nullptr;
     }
 }
 
-/// Puts the output back, together with what another thread put back meanwhile.
-void log_file::give_back(output_t* output) {
+/// Puts the output back, together with what another thread put back meanwhile. The first output's backlog is the older.
+void log_file::give_back(output_t* output, bool is_the_first) {
     output_t* none = nullptr;
     while (!output_.compare_exchange_strong(none, output)) {
         none = nullptr;
@@ -81,7 +84,8 @@ void log_file::give_back(output_t* output) {
         if (other == nullptr) {
             continue;
         }
-        output->backlog.insert(output->backlog.begin(), other->backlog.begin(), other->backlog.end());
+        output->backlog.insert(is_the_first ? output->backlog.end() : output->backlog.begin(), other->backlog.begin(),
+                               other->backlog.end());
         if (output->stream == nullptr) {
             output->stream = other->stream;
         } else if (other->stream != nullptr && kept_open_ == nullptr) {

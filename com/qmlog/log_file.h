@@ -37,7 +37,7 @@ class log_file final : public abstract_log_t {
     };
     void open(output_t& output);
     void write_line(output_t& output, const std::string& line);
-    void give_back(output_t* output);
+    void give_back(output_t* output, bool is_the_first);
 
     const std::string path_;
     std::atomic<bool> opening_allowed_{true};

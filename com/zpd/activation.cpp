@@ -49,13 +49,15 @@ std::string activation_state_t::list_apps() const {
     return list;
 }
 
-void activation_state_t::store_apps() {
-    applications->set(list_apps());
+std::string activation_state_t::store_apps() {
+    std::string list = list_apps();
+    applications->set(list);
+    return list;
 }
 
-void activation_state_t::register_app(const std::string& name) {
+std::string activation_state_t::register_app(const std::string& name) {
     apps[name] = true;
-    store_apps();
+    return store_apps();
 }
 
 void activation_state_t::unregister_all() {

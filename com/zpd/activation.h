@@ -23,13 +23,13 @@ class activation_state_t {
 
     /// The names in ascending byte order, joined with ";".
     std::string list_apps() const;
-    /// Registering a name twice keeps one entry.
-    void register_app(const std::string& name);
+    /// Registering a name twice keeps one entry. Returns the list as it was stored.
+    std::string register_app(const std::string& name);
     void unregister_all();
 
   private:
     void read_apps();
-    void store_apps();
+    std::string store_apps();
 
     uint32_t active = 0;
     std::map<std::string, bool> apps;

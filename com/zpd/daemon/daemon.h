@@ -122,6 +122,7 @@ class daemon_t {
     friend void foo_two(daemon_t& daemon, request_t& request);
 
     // lifecycle.cpp
+    static bool restore_running();
     void create_lock();
     void start_sender_thread();
 
@@ -210,7 +211,7 @@ class daemon_t {
     std::list<std::unique_ptr<message_t>> displaced_messages;
     std::map<uint32_t, abstract_ril_request_t*> pending_ril_requests;
     std::vector<std::unique_ptr<abstract_ril_request_t>> displaced_ril_requests;
-    std::map<std::string, std::unique_ptr<sms_message_t>> incoming_messages;
+    std::map<std::string, sms_message_t> incoming_messages;
     path_components_t incoming_directory = nullptr;
     bool gsm_available = false;
     bool cdma_available = false;

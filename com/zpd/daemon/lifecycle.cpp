@@ -24,8 +24,16 @@ std::shared_mutex& gate() {
     return *the_gate;
 }
 
-/// While the daemon is about to go, newcomers are turned away at once: a stream of them could hold its end up for ever.
-std::atomic<bool> closing{false};
+/// While somebody waits to be alone, newcomers find no daemon: a stream of them could keep the waiting one out for
+/// ever.
+std::atomic<bool> turning_away{false};
+
+std::unique_lock<std::shared_mutex> enter_alone() {
+    turning_away = true;
+    std::unique_lock alone(gate());
+    turning_away = false;  // whoever comes from now on waits
+    return alone;
+}
 
 /// What destroyed daemons left behind.
 struct remains_t {
@@ -43,7 +51,7 @@ std::list<remains_t>& all_remains() {
 }  // namespace
 
 daemon_visit_t::daemon_visit_t() {
-    if (!closing) {
+    if (!turning_away) {
         stay = std::shared_lock(gate());
         daemon = global_daemon_object;
     }
@@ -54,30 +62,32 @@ void daemon_t::init() {
     qmlog::process_log().set_process_name("ZPD");
     QM_NOTICE("START");
     QM_DEBUG("");
-    {
-        const std::unique_lock alone(gate());
-        // A second start finds the daemon running and leaves it so: it may hold messages and the radio.
-        if (global_daemon_object == nullptr) {
-            global_daemon_object = new (std::nothrow) daemon_t;
-        } else {
-            qmlog::logging_enabled = global_daemon_object->log_enabled != 0;
-        }
+    if (!restore_running()) {
+        const std::unique_lock alone = enter_alone();
+        global_daemon_object = new (std::nothrow) daemon_t;
     }
     QM_DEBUG("");
 }
 
+/// A second start finds the daemon running and leaves it so: it may hold messages and the radio.
+bool daemon_t::restore_running() {
+    const daemon_visit_t running;
+    if (running) {
+        qmlog::logging_enabled = running->log_enabled != 0;
+    }
+    return static_cast<bool>(running);
+}
+
 void daemon_t::deinit() {
     QM_DEBUG("");
-    closing = true;
     {
-        const std::unique_lock alone(gate());
+        const std::unique_lock alone = enter_alone();
         if (global_daemon_object != nullptr) {
             signal_plain_t* const signal = global_daemon_object->sender_signal.get();
             delete global_daemon_object;
             global_daemon_object = nullptr;
             signal->raise();  // a sender that sleeps need not do so for an hour to find that out
         }
-        closing = false;
     }
     QM_DEBUG("");
 }

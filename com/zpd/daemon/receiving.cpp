@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "com/qmlog/api2.h"
 #include "com/qmlog/hex_dump.h"
@@ -63,6 +64,16 @@ struct received_t {
     std::string address;
     octet_view_t header;
     octet_view_t user_data;
+
+    void set_address(std::string text) {
+        address = text.empty() ? "empty" : std::move(text);
+        QM_INFO("incoming message address '%s'", address.c_str());
+    }
+    template <class deliver_t>
+    void set_user_data(const deliver_t& in) {
+        header = first_octets(in.rgbHdr, in.cbHdrLength);
+        user_data = first_octets(in.rgbMsg, in.cchMsgLength);
+    }
 };
 
 bool reduce_gsm(const RILMESSAGE& message, received_t& received) {
@@ -71,31 +82,20 @@ bool reduce_gsm(const RILMESSAGE& message, received_t& received) {
     if (!is_8bit(message)) {
         return false;
     }
-    received.address =
-        (in.raOrigAddress.dwParams & RIL_PARAM_A_ADDRESS) != 0 ? address_text(in.raOrigAddress) : "unknown";
-    if (received.address.empty()) {
-        received.address = "empty";
-    }
-    QM_INFO("incoming message address '%s'", received.address.c_str());
+    const bool has_address = (in.raOrigAddress.dwParams & RIL_PARAM_A_ADDRESS) != 0;
+    received.set_address(has_address ? address_text(in.raOrigAddress) : "unknown");
     if (!has_user_data(message)) {
         return false;
     }
-    received.header = first_octets(in.rgbHdr, in.cbHdrLength);
-    received.user_data = first_octets(in.rgbMsg, in.cchMsgLength);
+    received.set_user_data(in);
     return true;
 }
 
 /// Neither the coding nor the flags of a CDMA message are looked at: deliberately.
 void reduce_cdma(const RILMESSAGE& message, received_t& received) {
     QM_INFO("incoming CDMA message: dwType=RIL_MSGTYPE_IN_CDMADELIVER");
-    const RIL_IN_CDMADELIVER& in = message.msgInCDMADeliver;
-    received.address = address_text(in.raOrigAddress);
-    if (received.address.empty()) {
-        received.address = "empty";
-    }
-    QM_INFO("incoming message address '%s'", received.address.c_str());
-    received.header = first_octets(in.rgbHdr, in.cbHdrLength);
-    received.user_data = first_octets(in.rgbMsg, in.cchMsgLength);
+    received.set_address(address_text(message.msgInCDMADeliver.raOrigAddress));
+    received.set_user_data(message.msgInCDMADeliver);
 }
 
 /// False when the message is of no kind that is received, or lacks something.
@@ -201,21 +201,18 @@ bool daemon_t::process_incoming_sms_datagram(std::unique_ptr<incoming_datagram>&
         save_complete_message(message);
         return true;
     }
-    auto found = incoming_messages.find(key);
-    std::unique_ptr<sms_message_t> fresh;
-    if (found == incoming_messages.end()) {
-        fresh = std::make_unique<sms_message_t>();
-    }
-    if (!(fresh != nullptr ? *fresh : *found->second).add_datagram(record)) {
+    const auto [entry, fresh] = incoming_messages.try_emplace(key);
+    sms_message_t& message = entry->second;
+    if (!message.add_datagram(record)) {
         QM_ERROR("adding of a diagram failed");
+        if (fresh) {
+            incoming_messages.erase(entry);
+        }
         return false;
     }
-    if (fresh != nullptr) {
-        found = incoming_messages.emplace(key, std::move(fresh)).first;
-    }
-    if (found->second->is_complete()) {
-        save_complete_message(*found->second);
-        incoming_messages.erase(found);
+    if (message.is_complete()) {
+        save_complete_message(message);
+        incoming_messages.erase(entry);
     }
     return true;
 }

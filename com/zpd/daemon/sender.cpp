@@ -1,7 +1,5 @@
 // The sender thread, and the network type that it depends on.
 #include <algorithm>
-#include <utility>
-#include <vector>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
@@ -19,21 +17,21 @@ constexpr uint32_t longest_wait = 0x1000000;
 constexpr uint32_t cdma_types = 0xC7;
 constexpr uint32_t gsm_types = 0x738;
 
-using system_types_t = std::vector<std::pair<uint32_t, const char*>>;
+struct system_type_t {
+    uint32_t value;
+    const char* name;
+};
 
-const system_types_t& system_types() {
-    static const system_types_t types = {
-        {0x00000001, "RIL_SYSTEMTYPE_IS95A"},        {0x00000002, "RIL_SYSTEMTYPE_IS95B"},
-        {0x00000004, "RIL_SYSTEMTYPE_1XRTTPACKET"},  {0x00000008, "RIL_SYSTEMTYPE_GSM"},
-        {0x00000010, "RIL_SYSTEMTYPE_GPRS"},         {0x00000020, "RIL_SYSTEMTYPE_EDGE"},
-        {0x00000040, "RIL_SYSTEMTYPE_1XEVDOPACKET"}, {0x00000080, "RIL_SYSTEMTYPE_1XEVDVPACKET"},
-        {0x00000100, "RIL_SYSTEMTYPE_UMTS"},         {0x00000200, "RIL_SYSTEMTYPE_HSDPA"},
-        {0x00000000, "RIL_SYSTEMTYPE_NONE"},         {0x000000C7, "RIL_SYSTEMTYPE_CDMA"},
-        {0x00000007, "RIL_SYSTEMTYPE_CDMA_1X"},      {0x000000C0, "RIL_SYSTEMTYPE_CDMA_EVDX"},
-        {0x00000338, "RIL_SYSTEMTYPE_GSMUMTS"},      {0x000007FF, "RIL_SYSTEMTYPE_ALL"},
-    };
-    return types;
-}
+constexpr system_type_t system_types[] = {
+    {0x00000001, "RIL_SYSTEMTYPE_IS95A"},        {0x00000002, "RIL_SYSTEMTYPE_IS95B"},
+    {0x00000004, "RIL_SYSTEMTYPE_1XRTTPACKET"},  {0x00000008, "RIL_SYSTEMTYPE_GSM"},
+    {0x00000010, "RIL_SYSTEMTYPE_GPRS"},         {0x00000020, "RIL_SYSTEMTYPE_EDGE"},
+    {0x00000040, "RIL_SYSTEMTYPE_1XEVDOPACKET"}, {0x00000080, "RIL_SYSTEMTYPE_1XEVDVPACKET"},
+    {0x00000100, "RIL_SYSTEMTYPE_UMTS"},         {0x00000200, "RIL_SYSTEMTYPE_HSDPA"},
+    {0x00000000, "RIL_SYSTEMTYPE_NONE"},         {0x000000C7, "RIL_SYSTEMTYPE_CDMA"},
+    {0x00000007, "RIL_SYSTEMTYPE_CDMA_1X"},      {0x000000C0, "RIL_SYSTEMTYPE_CDMA_EVDX"},
+    {0x00000338, "RIL_SYSTEMTYPE_GSMUMTS"},      {0x000007FF, "RIL_SYSTEMTYPE_ALL"},
+};
 
 const char* yes_or_no(bool value) {
     return value ? "YES" : "no";
@@ -96,10 +94,12 @@ bool daemon_t::can_dispatch() const {
 /// at once, and the following ones a back-off apart.
 uint32_t daemon_t::sender_round() {
     ZPD_DUMP_STATES(*machine);
-    if (sender->deadline_armed && sender->now() < sender->deadline) {
-        return sender->time_left();
+    if (sender->deadline_armed) {
+        if (const uint32_t left = sender->time_left(); left != 0) {
+            return left;
+        }
+        sender->deadline_armed = false;
     }
-    sender->deadline_armed = false;
     if (gsm_available || cdma_available) {
         if (can_dispatch()) {
             machine->state_dispatcher->go_to(machine->state_queued->fifo.front());
@@ -141,7 +141,7 @@ void daemon_t::ril_request_get_current_system_type_t::process_result() {
 
 void daemon_t::update_system_type(uint32_t system_type) {
     QM_NOTICE("Availability bit mask: data32=0x%08X", system_type);
-    for (const auto& [value, name] : system_types()) {
+    for (const auto& [value, name] : system_types) {
         QM_NOTICE("0x%08X=%-30s --> %s", value, name, yes_or_no((value & system_type) != 0));
     }
     gsm_available = (system_type & gsm_types) != 0;

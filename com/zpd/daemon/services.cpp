@@ -42,8 +42,8 @@ void daemon_t::application(request_t& request) {
             QM_ERROR("can't read parameter 'app'");
             return request.fail(ERROR_INVALID_DATA);
         }
-        activation_state->register_app(app);
-        QM_DEBUG("registered applications: '%s'", activation_state->list_apps().c_str());
+        const std::string list = activation_state->register_app(app);
+        QM_DEBUG("registered applications: '%s'", list.c_str());
     } else if (mode == ZPD_APPLICATION_CLEAR) {
         activation_state->unregister_all();
     } else {

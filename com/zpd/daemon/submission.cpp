@@ -1,5 +1,6 @@
 // Handing a datagram to the radio as a GSM or a CDMA message, and what its result means.
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "com/qmlog/api2.h"
@@ -83,7 +84,8 @@ bool daemon_t::send_datagram_request_gsm(datagram_t* datagram) {
     if (!has_ril_session()) {
         return false;
     }
-    RILMESSAGE message{};
+    RILMESSAGE message;
+    memset(&message, 0, sizeof message);  // {} need not clear the longest member of the union
     message.cbSize = sizeof message;
     message.dwParams = gsm_params;
     message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
@@ -111,7 +113,8 @@ bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
     if (!has_ril_session()) {
         return false;
     }
-    RILMESSAGE message{};
+    RILMESSAGE message;
+    memset(&message, 0, sizeof message);
     message.cbSize = sizeof message;
     message.dwParams = cdma_params;
     QM_DEBUG("msg->dwParams(=0x%08X) & nao_flags = nao_flags", static_cast<uint32_t>(message.dwParams));
@@ -137,8 +140,8 @@ bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
 }
 
 bool daemon_t::submit(const RILMESSAGE& message, datagram_t* datagram) {
-    const bool more_soon = !machine->state_queued->elements.empty();
-    const HRESULT result = RIL_SendMsg(hril, &message, more_soon ? RIL_SENDMSG_MORETOSEND : 0);
+    const DWORD options = machine->state_queued->elements.empty() ? 0 : RIL_SENDMSG_MORETOSEND;
+    const HRESULT result = RIL_SendMsg(hril, &message, options);
     const auto reference = static_cast<uint32_t>(result);
     if (result < 0) {
         QM_ERROR("can't start RIL_SendMsg request for datagram %d of message %d: error=0x%08X", datagram->ordinal,
