@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <system_error>
 
 #include "network/phone.h"
 #include "platform/linux/clock.h"
+#include "platform/linux/text.h"
 
 namespace network {
 
@@ -20,15 +20,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string_view digits_of(std::string_view number) {
-    number.remove_prefix(number.starts_with('+') ? 1 : 0);
-    return number;
-}
-
 bool is_number(std::string_view number) {
-    const std::string_view digits = digits_of(number);
-    return !digits.empty() && digits.size() <= tpdu::max_address_digits &&
-           std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return tpdu::address_from_number(number).has_value();
 }
 
 }  // namespace
@@ -68,14 +61,13 @@ bool network_t::take_directory(std::string* error) {
     fs::create_directories(directory_, failure);
     directory_lock_ = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory_lock_ < 0) {
-        *error =
-            fmt::format("cannot use the directory {}: {}", directory_.string(), std::generic_category().message(errno));
+        *error = fmt::format("cannot use the directory {}: {}", directory_.string(), platform::errno_text(errno));
         return false;
     }
     if (flock(directory_lock_, LOCK_EX | LOCK_NB) != 0) {
         *error = errno == EWOULDBLOCK ? fmt::format("another network runs in {}", directory_.string())
                                       : fmt::format("cannot lock the directory {}: {}", directory_.string(),
-                                                    std::generic_category().message(errno));
+                                                    platform::errno_text(errno));
         return false;
     }
     return true;

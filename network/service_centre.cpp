@@ -8,10 +8,6 @@ namespace network {
 
 namespace {
 
-std::string digits_of(std::string_view number) {
-    return std::string(number.substr(number.starts_with('+') ? 1 : 0));
-}
-
 constexpr long seconds_a_quarter = 900;
 
 /// TP-Service-Centre-Time-Stamp: local time, 3GPP TS 23.040 9.2.3.11.
@@ -31,6 +27,10 @@ tpdu::timestamp_t timestamp_now() {
 }
 
 }  // namespace
+
+std::string digits_of(std::string_view number) {
+    return std::string(number.substr(number.starts_with('+') ? 1 : 0));
+}
 
 unsigned service_centre_t::submit(const std::string& originator, const tpdu::submit_t& submit) {
     const std::optional<tpdu::address_t> from = tpdu::address_from_number(originator);

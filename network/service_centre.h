@@ -14,6 +14,9 @@
 
 namespace network {
 
+/// A number without its "+".
+std::string digits_of(std::string_view number);
+
 /// A phone within reach, as the service centre sees it.
 class receiver_t {
   public:
