@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <platform/linux/text.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -14,6 +15,8 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <utility>
 
 #include "radio/warning.h"
 
@@ -24,7 +27,7 @@ namespace {
 const std::filesystem::path lock_folder = "/run/lock";
 
 std::string failure(const std::string& path, const char* attempt, int error) {
-    return fmt::format("cannot {} {}: {}", attempt, path, std::generic_category().message(error));
+    return fmt::format("cannot {} {}: {}", attempt, path, platform::errno_text(error));
 }
 
 std::string held(const std::string& path, const std::string& holder) {
@@ -46,11 +49,24 @@ std::filesystem::path lock_file_of(const std::string& path) {
     return lock_folder / ("LCK.." + name);
 }
 
+// A process that was killed, and not waited for by its parent yet, still takes signals.
+bool is_alive(pid_t pid) {
+    if (kill(pid, 0) != 0 && errno == ESRCH) {
+        return false;
+    }
+    std::ifstream file(fmt::format("/proc/{}/stat", pid));
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    // "pid (name) state ...", and the name may hold anything.
+    const size_t name_end = text.rfind(") ");
+    const char state = name_end == std::string::npos ? '?' : text[name_end + 2];
+    return state != 'Z' && state != 'X';
+}
+
 // The process that a lock file names; 0 when that is this one, none, or dead.
 pid_t holder_of(const std::filesystem::path& lock_file) {
     std::ifstream file(lock_file);
     pid_t pid = 0;
-    if (!(file >> pid) || pid <= 0 || pid == getpid() || (kill(pid, 0) != 0 && errno == ESRCH)) {
+    if (!(file >> pid) || pid <= 0 || pid == getpid() || !is_alive(pid)) {
         return 0;
     }
     return pid;
@@ -163,8 +179,10 @@ std::string tty_t::take_lock_file(const std::string& path, const std::filesystem
         }
         unlink(lock_file.c_str());
     }
-    warn(fmt::format("cannot write {}: programs that look only for it will not see that the tty is in use",
-                     lock_file.string()));
+    if (!std::exchange(warned_, true)) {
+        warn(fmt::format("cannot write {}: programs that look only for it will not see that the tty is in use",
+                         lock_file.string()));
+    }
     return {};
 }
 

@@ -17,7 +17,7 @@ class tty_t {
     tty_t(const tty_t&) = delete;
     tty_t& operator=(const tty_t&) = delete;
 
-    /// Returns an empty text, or what failed, on what, and why.
+    /// Returns an empty text, or what failed, on what, and why. It must not be open.
     [[nodiscard]] std::string open(const std::string& path);
     /// Frees the tty for others. Idempotent.
     void close();
@@ -31,6 +31,7 @@ class tty_t {
     int descriptor_ = -1;
     bool exclusive_ = false;
     std::filesystem::path lock_file_;
+    bool warned_ = false;  // that there is no lock file: once, however often the tty is opened
 };
 
 }  // namespace radio
