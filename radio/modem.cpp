@@ -1,8 +1,9 @@
-// The modem's thread: jobs, unsolicited lines, and the end.
+// The modem's thread: jobs, unsolicited lines, a modem that goes away, and the end.
 #include "radio/modem.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "radio/warning.h"
@@ -17,15 +18,28 @@ modem_t::~modem_t() {
 }
 
 std::string modem_t::start(const std::string& path) {
-    std::string error = tty_.open(path);
-    if (error.empty()) {
-        error = set_up(path);
-    }
+    path_ = path;
+    std::string error = connect();
     if (error.empty()) {
         next_listing_ = platform::tick64() + limit::listing_again.milliseconds;
         thread_ = std::thread([this] { run(); });
     }
     return error;
+}
+
+std::string modem_t::connect() {
+    std::string error = tty_.open(path_);
+    if (error.empty()) {
+        error = set_up();
+    }
+    if (!error.empty()) {
+        tty_.close();
+        return error;
+    }
+    // Told after it can be used: the driver submits as soon as it hears of a network.
+    link_.connected();
+    publish_system_type();
+    return {};
 }
 
 void modem_t::stop() {
@@ -44,10 +58,12 @@ void modem_t::run() {
             return;
         } else if (lost() && !loss_told_) {
             tell_loss();
-        } else if (!lost() && platform::tick64() >= next_listing_) {
-            list_all();
+        } else if (const uint64_t next = lost() ? next_look_ : next_listing_; platform::tick64() < next) {
+            link_.wait(next);
+        } else if (lost()) {
+            look_again();
         } else {
-            link_.wait(lost() ? UINT64_MAX : next_listing_);
+            list_all();
         }
     }
 }
@@ -134,9 +150,21 @@ void modem_t::warn_of_unknown(const std::string& line) {
 
 void modem_t::tell_loss() {
     loss_told_ = true;
-    circuit_ = {};
-    packet_ = {};
+    warn(fmt::format("the modem on {} has hung up; it is looked for until it is back", path_));
     publish_system_type();
+    back_off_ = limit::reopening.milliseconds;
+    next_look_ = platform::tick64() + back_off_;
+}
+
+void modem_t::look_again() {
+    if (connect().empty()) {
+        loss_told_ = false;
+        warn(fmt::format("the modem on {} is back", path_));
+        list_all();
+    } else {
+        back_off_ = std::min(back_off_ * 2, limit::reopening_most.milliseconds);
+        next_look_ = platform::tick64() + back_off_;
+    }
 }
 
 }  // namespace radio

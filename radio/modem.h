@@ -27,10 +27,15 @@ class modem_t {
     modem_t& operator=(const modem_t&) = delete;
 
     /// Opens the tty, sets the modem up and starts the thread; once. Returns an empty text, or what failed and why.
+    /// From then on a modem that hangs up is looked for under the same path, and set up again, until the end.
     [[nodiscard]] std::string start(const std::string& path);
     /// Ends the thread, after the deletes that are due and with an error for every request that is not answered yet.
     void stop();
 
+    /// Makes a `start` that runs return promptly, with a failure.
+    void cancel_start() { link_.begin_ending(); }
+
+    /// Not set up yet, or hung up and not back yet: no request can be taken.
     [[nodiscard]] bool lost() const { return link_.lost(); }
 
     /// The session that messages and notifications go to from now on; null for none.
@@ -48,10 +53,13 @@ class modem_t {
     session_pointer_t session();
     void take_unsolicited(const modem_line_t& line);
     void warn_of_unknown(const std::string& line);
+    [[nodiscard]] std::string connect();
     void tell_loss();
+    void look_again();
 
     // modem_setup.cpp
-    [[nodiscard]] std::string set_up(const std::string& path);
+    [[nodiscard]] std::string set_up();
+    void forget();
     reply_t ask(const std::string& line, std::vector<std::string_view> prefixes = {});
     void set_up_memories();
     void set_up_announcement();
@@ -60,6 +68,7 @@ class modem_t {
     void set_up_registration();
 
     // modem_receive.cpp
+    void warn_unless_lost(const std::string& text);
     session_pointer_t receiver();
     bool select_memory(const std::string& memory);
     void list_all();
@@ -88,6 +97,7 @@ class modem_t {
     tty_t tty_;
     modem_link_t link_;
     std::thread thread_;
+    std::string path_;
 
     std::mutex mutex_;  // guards the next two
     std::deque<job_t> jobs_;
@@ -117,6 +127,8 @@ class modem_t {
 
     bool link_kept_ = false;
     bool loss_told_ = false;
+    uint64_t next_look_ = 0;  // for a lost modem
+    uint64_t back_off_ = 0;   // milliseconds
     std::set<std::string> unknown_lines_;
 };
 

@@ -43,9 +43,19 @@ void modem_link_t::begin_ending() {
     wake();
 }
 
+void modem_link_t::begin() {
+    dialogue_ = {};
+    out_.clear();
+    out_of_step_ = false;
+}
+
+bool modem_link_t::cut_off() const {
+    return tty_.descriptor() < 0 || (lost_ && ending());
+}
+
 bool modem_link_t::wake_modem() {
     const uint64_t until = platform::tick64() + limit::probe.milliseconds;
-    while (!lost_ && !ending() && platform::tick64() < until) {
+    while (!cut_off() && !ending() && platform::tick64() < until) {
         // Out of a text entry, should the modem be in one; elsewhere the octet means nothing.
         out_ = escape;
         if (run({"AT", limit::probe_again}).ok()) {
@@ -61,14 +71,16 @@ bool modem_link_t::wake_modem() {
 
 reply_t modem_link_t::exchange(const command_t& command) {
     if (out_of_step_ && !recover()) {
-        return {.outcome = lost_ || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout,
+        return {.outcome = cut_off() || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout,
                 .result = {},
                 .lines = {}};
     }
     reply_t reply = run(command);
     if (reply.outcome == reply_t::outcome_t::timeout) {
         const time_limit_t& passed = limit_of(command);
-        warn(fmt::format("no answer to {} within {} ms ({})", command.line, passed.milliseconds, passed.name));
+        if (!lost_) {
+            warn(fmt::format("no answer to {} within {} ms ({})", command.line, passed.milliseconds, passed.name));
+        }
         out_of_step_ = true;
     }
     return reply;
@@ -87,7 +99,7 @@ reply_t modem_link_t::run(const command_t& command) {
     }
     out_ += *octets;
     const uint64_t begun = platform::tick64();
-    while (dialogue_.in_progress() && !lost_) {
+    while (dialogue_.in_progress() && !cut_off()) {
         const uint64_t deadline = std::min<uint64_t>(begun + limit_of(command).milliseconds, ending_at_);
         if (platform::tick64() >= deadline) {
             break;
@@ -97,7 +109,7 @@ reply_t modem_link_t::run(const command_t& command) {
     if (dialogue_.in_progress()) {
         out_.clear();
     }
-    return dialogue_.end(lost_ || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout);
+    return dialogue_.end(cut_off() || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout);
 }
 
 // The one that runs: until the prompt its own, from then on the command's.
@@ -110,23 +122,22 @@ void modem_link_t::wait(uint64_t until) {
 }
 
 void modem_link_t::pump(uint64_t until) {
+    // A tty that has hung up has no descriptor: poll leaves it out.
     pollfd descriptors[2] = {{wake_event_.descriptor, POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
     if (!out_.empty()) {
         descriptors[1].events |= POLLOUT;
     }
-    // A tty that has hung up is always ready: it is left out.
-    const nfds_t count = lost_ ? 1 : 2;
-    if (poll(descriptors, count, poll_time(until)) <= 0) {
+    if (poll(descriptors, 2, poll_time(until)) <= 0) {
         return;
     }
     if (descriptors[0].revents != 0) {
         uint64_t ignored = 0;
         static_cast<void>(read(wake_event_.descriptor, &ignored, sizeof ignored));
     }
-    if (count == 2 && (descriptors[1].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL))) {
+    if ((descriptors[1].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL)) != 0) {
         read_some();
     }
-    if (count == 2 && !lost_ && (descriptors[1].revents & POLLOUT)) {
+    if (tty_.descriptor() >= 0 && (descriptors[1].revents & POLLOUT) != 0) {
         write_some();
     }
 }
@@ -154,9 +165,6 @@ void modem_link_t::write_some() {
 }
 
 void modem_link_t::hang_up() {
-    if (!ending()) {
-        warn("the modem's tty has hung up");
-    }
     lost_ = true;
     tty_.close();
 }

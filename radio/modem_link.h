@@ -1,6 +1,6 @@
 /// The dialogue with a modem over its tty: one exchange at a time, on one thread, each within its time limit.
 ///
-/// The owner is one thread; only `wake` and `begin_ending` may be called from others.
+/// The owner is one thread; only `lost`, `wake` and `begin_ending` may be called from others.
 #pragma once
 
 #include <platform/linux/clock.h>
@@ -22,18 +22,23 @@ class modem_link_t {
     modem_link_t(const modem_link_t&) = delete;
     modem_link_t& operator=(const modem_link_t&) = delete;
 
+    /// The tty has been opened: nothing of an earlier dialogue counts any more.
+    void begin();
     /// Ends a text entry that a crash may have left and waits for the modem's first answer; false without one.
     bool wake_modem();
+    /// The modem is set up: it is no longer lost.
+    void connected() { lost_ = false; }
     /// Runs one command. After a time-out the next exchange first brings the dialogue back.
     reply_t exchange(const command_t& command);
     /// Waits until the modem has said something, somebody calls wake, or tick64 reaches `until`.
     void wait(uint64_t until);
 
-    /// The tty has hung up: every exchange ends as lost from then on.
+    /// The tty has hung up, and every exchange ends as lost; or the modem is not set up yet. Such a modem's time-outs
+    /// are not warned of: there is one who tells them.
     [[nodiscard]] bool lost() const { return lost_; }
 
     void wake();
-    /// Whatever runs or begins from now on has `limit::ending` altogether.
+    /// Whatever runs or begins from now on has `limit::ending` altogether; a set-up ends at once.
     void begin_ending();
     [[nodiscard]] bool ending() const { return ending_at_ != never; }
 
@@ -55,6 +60,7 @@ class modem_link_t {
     void read_some();
     void write_some();
     void hang_up();
+    [[nodiscard]] bool cut_off() const;
 
     tty_t& tty_;
     std::function<void(const modem_line_t&)> unsolicited_;
@@ -62,7 +68,7 @@ class modem_link_t {
     at_dialogue_t dialogue_;
     std::string out_;  // still to be written
     bool out_of_step_ = false;
-    std::atomic<bool> lost_ = false;
+    std::atomic<bool> lost_ = true;
     std::atomic<uint64_t> ending_at_ = never;
     platform::clock_watch_t clock_watch_;  // last: it wakes, until it is gone
 };

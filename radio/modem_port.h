@@ -1,5 +1,5 @@
 /// The modem that the RIL functions of this process speak to. The device manager attaches it before it starts the
-/// driver.
+/// driver. Each function may be called from any thread.
 #pragma once
 
 #include <string>
@@ -9,7 +9,15 @@ namespace radio {
 /// Opens the tty, takes it for this process alone (TIOCEXCL and a lock file whose holder an error names), brings the
 /// modem into PDU mode and starts the radio's threads. Returns an empty text, or what was tried, on what, and why it
 /// failed: no such tty, held by another program, no modem answers there. One modem at a time.
+///
+/// A modem that hangs up later ends every request with an error and the system type with NONE; calls then fail with
+/// RIL_E_RADIONOTPRESENT. It is looked for under the same path, which may be a link, until it is back: then the session
+/// goes on as before, with the messages that have come meanwhile and the system type notified.
 [[nodiscard]] std::string attach_modem(const std::string& tty);
+
+/// Makes the attach_modem that runs, or else the next one, return promptly with "cancelled". One that has succeeded is
+/// not touched; detach_modem makes it forgotten.
+void cancel_attach();
 
 /// Ends the radio's threads and frees the tty; a session that is still open then answers every call with a failure.
 /// Idempotent.

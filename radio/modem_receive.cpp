@@ -11,6 +11,14 @@
 
 namespace radio {
 
+// What fails because the modem is away is not worth a line each: its loss is told, and all is done again when it is
+// back.
+void modem_t::warn_unless_lost(const std::string& text) {
+    if (!lost()) {
+        warn(text);
+    }
+}
+
 // Messages stay on the modem while nobody wants them.
 session_pointer_t modem_t::receiver() {
     session_pointer_t open = session();
@@ -55,13 +63,13 @@ void modem_t::list_all() {
 void modem_t::list(const std::string& memory) {
     constexpr const char* all_messages = "AT+CMGL=4";
     if (!select_memory(memory)) {
-        warn("cannot select the message memory " + memory);
+        warn_unless_lost("cannot select the message memory " + memory);
         return;
     }
     const reply_t reply =
         link_.exchange({.line = all_messages, .limit = limit::listing, .prefixes = {"+CMGL:"}, .pdu_follows = true});
     if (!reply.ok()) {
-        warn("cannot list the message memory " + memory);
+        warn_unless_lost("cannot list the message memory " + memory);
     }
     for (const modem_line_t& line : reply.lines) {
         if (const std::optional<stored_message_t> message = listed_message(line.text)) {
@@ -77,7 +85,7 @@ void modem_t::read_new(const location_t& location) {
         return;
     }
     if (!select_memory(location.memory)) {
-        warn("cannot select the message memory " + location.memory + ", listing all messages");
+        warn_unless_lost("cannot select the message memory " + location.memory + ", listing all messages");
         list_all();
         return;
     }
@@ -89,7 +97,7 @@ void modem_t::read_new(const location_t& location) {
     if (message) {
         consider(location, *message, reply.lines.front().pdu);
     } else if (!reply.ok() || !reply.lines.empty()) {  // an OK alone is an empty place: read already
-        warn(fmt::format("cannot read message {} of memory {}", location.index, location.memory));
+        warn_unless_lost(fmt::format("cannot read message {} of memory {}", location.index, location.memory));
     }
 }
 
@@ -138,8 +146,8 @@ void modem_t::remove(const location_t& location) {
     if (removed) {
         taken_.erase(location);
     } else {
-        warn(fmt::format("cannot delete message {} of memory {}; it has been handed over", location.index,
-                         location.memory));
+        warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it has been handed over", location.index,
+                                     location.memory));
     }
 }
 
@@ -187,8 +195,8 @@ void modem_t::hand_over_kept() {
 }
 
 void modem_t::acknowledge() {
-    if (acknowledges_ && !link_.exchange({.line = "AT+CNMA", .limit = limit::storage}).ok() && !lost()) {
-        warn("the modem refused the acknowledgement of a delivered message");
+    if (acknowledges_ && !link_.exchange({.line = "AT+CNMA", .limit = limit::storage}).ok()) {
+        warn_unless_lost("the modem refused the acknowledgement of a delivered message");
     }
 }
 

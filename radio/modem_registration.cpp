@@ -54,9 +54,10 @@ void modem_t::query_one(const std::string& command, const char* prefix) {
 
 void modem_t::publish_system_type() {
     DWORD type = RIL_SYSTEMTYPE_NONE;
-    if (circuit_.registered()) {
+    // A modem that takes no requests has no network to offer, whatever it says while it is being set up.
+    if (!lost() && circuit_.registered()) {
         type = system_type_of_access(circuit_.access.value_or(access_gsm));
-    } else if (packet_.registered()) {
+    } else if (!lost() && packet_.registered()) {
         type = system_type_of_access(packet_.access.value_or(access_lte));
     }
     if (type == system_type_) {

@@ -16,26 +16,39 @@ bool holds(const std::vector<int>& numbers, int value) {
 
 }  // namespace
 
-std::string modem_t::set_up(const std::string& path) {
+// What an earlier set-up found. What was handed over and not deleted yet is still known.
+void modem_t::forget() {
+    set_up_failure_.clear();
+    memories_.clear();
+    selected_memory_.clear();
+    acknowledges_ = false;
+    link_kept_ = false;
+    circuit_ = {};
+    packet_ = {};
+}
+
+std::string modem_t::set_up() {
+    forget();
+    link_.begin();
     if (!link_.wake_modem()) {
-        return fmt::format("no modem answers on {}: AT got no OK within {} seconds", path,
+        return fmt::format("no modem answers on {}: AT got no OK within {} seconds", path_,
                            limit::probe.milliseconds / 1000);
     }
     ask("ATE0");
     ask("AT+CMEE=1");
     const std::string pin = ask("AT+CPIN?", {"+CPIN:"}).first();
     if (pin.find("PIN") != std::string::npos && (pin.ends_with(" PIN") || pin.ends_with(" PUK"))) {
-        return fmt::format("the SIM in the modem on {} is locked ({}): unlock it first", path, shown(pin));
+        return fmt::format("the SIM in the modem on {} is locked ({}): unlock it first", path_, shown(pin));
     }
     const bool pdu_mode = ask("AT+CMGF=0").ok();
     if (set_up_failure_.empty() && !pdu_mode) {
-        return fmt::format("the modem on {} refuses PDU mode (AT+CMGF=0)", path);
+        return fmt::format("the modem on {} refuses PDU mode (AT+CMGF=0)", path_);
     }
     set_up_memories();
     set_up_announcement();
     keeps_link_ = ask("AT+CMMS=?", {"+CMMS:"}).ok();
     set_up_registration();
-    return set_up_failure_.empty() ? std::string() : fmt::format("the modem on {} {}", path, set_up_failure_);
+    return set_up_failure_.empty() ? std::string() : fmt::format("the modem on {} {}", path_, set_up_failure_);
 }
 
 // A refusal is a modem's right; one that falls silent ends the set-up.

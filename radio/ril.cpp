@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "radio/callbacks.h"
 #include "radio/modem.h"
@@ -24,6 +25,8 @@ struct state_t {
     std::mutex mutex;      // guards all below
     std::shared_ptr<callbacks_t> callbacks;
     std::unique_ptr<modem_t> modem;
+    modem_t* starting = nullptr;  // in attach_modem
+    bool cancelled = false;
     session_pointer_t session;
     uintptr_t last_handle = 0;
     HRESULT last_request = 0;
@@ -46,6 +49,14 @@ HRESULT check(const state_t& now, HRIL session) {
     return now.session && now.session->handle == session ? S_OK : E_INVALIDARG;
 }
 
+void set_starting(modem_t* modem) {
+    const std::lock_guard lock(state().mutex);
+    state().starting = modem;
+    if (state().cancelled) {
+        modem->cancel_start();
+    }
+}
+
 HRESULT next_request(state_t& now) {
     now.last_request = now.last_request == INT32_MAX ? 1 : now.last_request + 1;
     return now.last_request;
@@ -63,17 +74,28 @@ std::string attach_modem(const std::string& tty) {
             return "cannot attach " + tty + ": a modem is attached already";
         }
     }
-    auto callbacks = std::make_shared<callbacks_t>();
-    auto modem = std::make_unique<modem_t>(*callbacks);
-    std::string error = modem->start(tty);
+    const auto callbacks = std::make_shared<callbacks_t>();
+    auto modem = std::make_unique<modem_t>(*callbacks);  // gone before the callbacks that it refers to
+    set_starting(modem.get());
+    const std::string error = modem->start(tty);
+    const std::lock_guard lock(state().mutex);
+    state().starting = nullptr;
+    if (std::exchange(state().cancelled, false)) {
+        return "cancelled";
+    }
     if (error.empty()) {
-        const std::lock_guard lock(state().mutex);
-        state().callbacks = std::move(callbacks);
+        state().callbacks = callbacks;
         state().modem = std::move(modem);
-    } else {
-        modem.reset();  // before the callbacks that it refers to
     }
     return error;
+}
+
+void cancel_attach() {
+    const std::lock_guard lock(state().mutex);
+    state().cancelled = true;
+    if (state().starting != nullptr) {
+        state().starting->cancel_start();
+    }
 }
 
 void detach_modem() {
@@ -85,6 +107,7 @@ void detach_modem() {
         callbacks = std::move(state().callbacks);
         modem = std::move(state().modem);
         state().session.reset();
+        state().cancelled = false;
     }
     if (modem) {
         callbacks->stop_messages();

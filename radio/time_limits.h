@@ -25,6 +25,9 @@ inline constexpr time_limit_t submission = {"submission", 120'000, "the network'
 inline constexpr time_limit_t ending = {"end", 2'000, "what was handed over is deleted before the tty is freed"};
 /// No wait of a command: how often the storage is listed although nothing was announced.
 inline constexpr time_limit_t listing_again = {"listing again", 300'000, "announcements get lost; a delete may fail"};
+/// How long after a hang-up the tty is opened again; twice as long after each failure, up to the second.
+inline constexpr time_limit_t reopening = {"reopening", 1'000, "a USB modem that restarts is away for some seconds"};
+inline constexpr time_limit_t reopening_most = {"reopening, at most", 30'000, "a person who plugs it in waits for it"};
 }  // namespace limit
 
 }  // namespace radio

@@ -6,17 +6,11 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdlib>
 #include <utility>
 
 scripted_modem_t::scripted_modem_t() {
-    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
-    std::array<char, 64> name{};
-    if (grantpt(master_) != 0 || unlockpt(master_) != 0 || ptsname_r(master_, name.data(), name.size()) != 0) {
-        std::abort();
-    }
-    tty_ = name.data();
+    plug_in();
     replies_ = {
         {"AT+CMGF?", line_and_ok("+CMGF: 0")},
         {"AT+CPIN?", line_and_ok("+CPIN: READY")},
@@ -55,6 +49,18 @@ void scripted_modem_t::say(const std::string& text) {
     write_out(text);
 }
 
+void scripted_modem_t::plug_in() {
+    const std::lock_guard lock(mutex_);
+    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+    std::array<char, 64> name{};
+    if (grantpt(master_) != 0 || unlockpt(master_) != 0 || ptsname_r(master_, name.data(), name.size()) != 0) {
+        std::abort();
+    }
+    tty_ = name.data();
+    input_.clear();
+    entering_ = false;
+}
+
 void scripted_modem_t::hang_up() {
     const std::lock_guard lock(mutex_);
     if (master_ >= 0) {
@@ -62,9 +68,9 @@ void scripted_modem_t::hang_up() {
     }
 }
 
-bool scripted_modem_t::heard(const std::string& command, size_t times) {
+bool scripted_modem_t::heard(const std::string& command, size_t times, std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return counts_[command] >= times; });
+    return changed_.wait_for(lock, limit, [&] { return counts_[command] >= times; });
 }
 
 std::vector<std::string> scripted_modem_t::log() {

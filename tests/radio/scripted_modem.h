@@ -5,6 +5,7 @@
 /// latter when it holds a prompt. Thread-safe; one thread serves the pseudo-terminal.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -33,9 +34,12 @@ class scripted_modem_t {
     /// Says something unasked.
     void say(const std::string& text);
     void hang_up();
+    /// After hanging up: there again, on another tty.
+    void plug_in();
 
-    /// Waits until the command has come `times` times altogether; false after some seconds.
-    bool heard(const std::string& command, size_t times = 1);
+    /// Waits until the command has come `times` times altogether; false when the time is over first.
+    bool heard(const std::string& command, size_t times = 1,
+               std::chrono::milliseconds limit = std::chrono::seconds(10));
     /// Everything heard, in order: command lines, and text entries behind ">".
     std::vector<std::string> log();
     size_t count(const std::string& command);

@@ -5,11 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <platform/linux/hex.h>
+#include <platform/linux/testing.h>
 #include <platform/linux/text.h>
 #include <ril.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -94,6 +97,21 @@ inline std::string with_pdu(const tpdu::deliver_t& deliver) {
     return fmt::format("{}\r\n{}\r\n", tpdu.size(), platform::to_hex(*tpdu::encode_pdu({{}, tpdu})));
 }
 
+/// A link to the modem's tty, as a host that must find it again names it.
+struct lasting_path_t {
+    explicit lasting_path_t(const scripted_modem_t& of) : modem(of) { renew(); }
+    ~lasting_path_t() { std::filesystem::remove(link); }
+    lasting_path_t(const lasting_path_t&) = delete;
+    lasting_path_t& operator=(const lasting_path_t&) = delete;
+    void renew() const {
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(modem.tty(), link);
+    }
+
+    const scripted_modem_t& modem;
+    const std::string link = fmt::format("{}zpd-modem-{}", testing::TempDir(), getpid());
+};
+
 class session : public testing::Test {
   public:
     session() { current = this; }
@@ -116,6 +134,16 @@ class session : public testing::Test {
     HRESULT send(const std::string& body = "card", DWORD options = 0) {
         const RILMESSAGE message = outgoing("+491701234567", body);
         return RIL_SendMsg(handle, &message, options);
+    }
+    /// As modem.heard, while the clock moves fast.
+    bool heard_as_time_passes(const std::string& command, size_t times) {
+        for (int step = 0; step < 2000; ++step) {
+            if (modem.heard(command, times, std::chrono::milliseconds(5))) {
+                return true;
+            }
+            platform::testing::advance_clock(50);
+        }
+        return false;
     }
     /// Requests that the modem leaves without an answer; returns the results that the end of the modem gives them.
     events_t leave_requests_pending() {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -54,19 +55,24 @@ TEST_F(session, a_tty_in_use_is_left_alone) {
     std::string name = modem.tty().substr(std::strlen("/dev/"));
     std::ranges::replace(name, '/', '_');
     const std::filesystem::path lock_file = "/run/lock/LCK.." + name;
-    std::ofstream(lock_file) << getppid() << '\n';
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("process " + std::to_string(getppid())));
-    EXPECT_TRUE(modem.log().empty()) << "nothing is said to a modem that another talks to";
-
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t holder = fork();
+    if (holder == 0) {
+        pause();
         _exit(0);
     }
-    waitpid(child, nullptr, 0);
-    std::ofstream(lock_file) << child << '\n';
-    EXPECT_EQ(attach_modem(modem.tty()), "") << "the lock of a dead process is taken over";
-    detach_modem();
-    EXPECT_FALSE(std::filesystem::exists(lock_file));
+    const auto write_lock_file = [&] { std::ofstream(lock_file) << holder << '\n'; };
+    write_lock_file();
+    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("process " + std::to_string(holder)));
+    EXPECT_TRUE(modem.log().empty()) << "nothing is said to a modem that another talks to";
+    kill(holder, SIGKILL);
+    for (const int still_a_zombie : {WNOWAIT, 0}) {
+        siginfo_t ignored{};
+        waitid(P_PID, static_cast<id_t>(holder), &ignored, WEXITED | still_a_zombie);
+        write_lock_file();
+        EXPECT_EQ(attach_modem(modem.tty()), "") << "the lock of a dead process is taken over";
+        detach_modem();
+        EXPECT_FALSE(std::filesystem::exists(lock_file));
+    }
 }
 
 TEST_F(session, a_silent_tty_is_given_up_in_time) {
@@ -82,6 +88,24 @@ TEST_F(session, a_silent_tty_is_given_up_in_time) {
         EXPECT_THAT(attached.get(), HasSubstr(error));
         modem.on(command, ok);
     }
+}
+
+TEST_F(session, attaching_can_be_cancelled) {
+    for (const char* silent : {"AT", "AT+CPIN?"}) {
+        modem.on(silent, "");
+        auto attached = std::async(std::launch::async, [this] { return attach_modem(modem.tty()); });
+        ASSERT_TRUE(modem.heard(silent));
+        radio::cancel_attach();
+        ASSERT_EQ(attached.wait_for(900ms), std::future_status::ready) << silent;  // all time limits are longer
+        EXPECT_EQ(attached.get(), "cancelled");
+        modem.on(silent, ok);
+    }
+    radio::cancel_attach();
+    EXPECT_EQ(attach_modem(modem.tty()), "cancelled") << "it had not begun yet";
+    attach();
+    radio::cancel_attach();
+    detach_modem();
+    attach();
 }
 
 TEST_F(session, a_text_entry_that_a_crash_left_is_ended) {
@@ -333,6 +357,54 @@ TEST_F(session, a_tty_that_hangs_up_ends_every_request) {
     EXPECT_THAT(recorder.events(expected.size()), testing::UnorderedElementsAreArray(expected));
     EXPECT_EQ(send(), RIL_E_RADIONOTPRESENT);
     EXPECT_EQ(RIL_GetCurrentSystemType(handle), RIL_E_RADIONOTPRESENT);
+}
+
+TEST_F(session, a_modem_that_comes_back_under_its_path_serves_the_same_session) {
+    const lasting_path_t path(modem);
+    ASSERT_EQ(attach_modem(path.link), "");
+    open();
+    ASSERT_TRUE(modem.heard("AT+CMGL=4", 2));
+    testing::internal::CaptureStderr();
+    recorder.block(true);
+    receive(3, "before");
+    recorder.events(1);
+    modem.hang_up();
+    recorder.block(false);  // the delete comes too late
+    recorder.events(2);
+    modem.once("AT+CPIN?", "\r\n+CPIN: SIM PIN\r\n" + ok);
+    modem.plug_in();
+    path.renew();
+    ASSERT_TRUE(heard_as_time_passes("AT+CPIN?", 2)) << "a try that fails";
+    EXPECT_EQ(send(), RIL_E_RADIONOTPRESENT);
+    modem.once("AT+CMGL=4", "\r\n+CMGL: 3,1,," + with_pdu(incoming("before")) + "+CMGL: 5,0,," +
+                                with_pdu(incoming("meanwhile")) + ok);
+    ASSERT_TRUE(heard_as_time_passes("AT+CPIN?", 3)) << "the next one";
+    ASSERT_TRUE(modem.heard("AT+CMGD=3") && modem.heard("AT+CMGD=5"));
+    const HRESULT request = send();
+    EXPECT_EQ(recorder.events(5), (events_t{"message before", system_type(RIL_SYSTEMTYPE_NONE),
+                                            system_type(RIL_SYSTEMTYPE_GSM), "message meanwhile", sent(request)}));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::MatchesRegex("[^\n]* hung up[^\n]*\n[^\n]* is back\n"));
+    EXPECT_NE(attach_modem(path.link), "") << "it is attached all the time";
+}
+
+TEST_F(session, detaching_ends_the_search_for_a_lost_modem_at_once) {
+    const lasting_path_t path(modem);
+    for (const bool in_the_set_up : {false, true}) {
+        modem.on("AT+CPIN?", ok);
+        ASSERT_EQ(attach_modem(path.link), "");
+        open();
+        const size_t before = recorder.events(0).size();
+        modem.hang_up();
+        recorder.events(before + 1);
+        modem.on("AT+CPIN?", "");
+        modem.plug_in();
+        path.renew();
+        const size_t asked = modem.count("AT+CPIN?");
+        ASSERT_TRUE(!in_the_set_up || heard_as_time_passes("AT+CPIN?", asked + 1));
+        auto detached = std::async(std::launch::async, detach_modem);
+        EXPECT_EQ(detached.wait_for(900ms), std::future_status::ready);
+    }
 }
 
 TEST_F(session, an_end_waits_for_the_callback_that_runs) {
