@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 
+#include "platform/linux/text.h"
 #include "service/device_socket.h"
 
 namespace client {
@@ -16,10 +16,6 @@ namespace {
 
 /// Requests take milliseconds; one that waits for the driver's lock behind others a little longer.
 constexpr timeval answer_limit{.tv_sec = 30, .tv_usec = 0};
-
-std::string reason(int error) {
-    return std::generic_category().message(error);
-}
 
 failure_t cannot_connect(std::string_view device, const std::string& path, int error) {
     switch (error) {
@@ -34,7 +30,7 @@ failure_t cannot_connect(std::string_view device, const std::string& path, int e
                         "you may not use device {} ({}); who runs it can let a group in with: zpd serve --group NAME",
                         device, path)};
         default:
-            return {0, fmt::format("cannot connect to device {} ({}): {}", device, path, reason(error))};
+            return {0, fmt::format("cannot connect to device {} ({}): {}", device, path, platform::errno_text(error))};
     }
 }
 
@@ -109,7 +105,7 @@ answer_t<octets_t> client_t::receive_packet() const {
         if (errno == ECONNRESET && !reset) {
             reset = true;
         } else if (errno != EINTR) {
-            return failure_t{0, fmt::format("the service at {} is gone: {}", path_, reason(errno))};
+            return failure_t{0, fmt::format("the service at {} is gone: {}", path_, platform::errno_text(errno))};
         }
     }
     if (length == 0) {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "com/zpd/zpd_ioctl.h"
+#include "service/device_socket.h"
 
 namespace client {
 
@@ -22,9 +23,9 @@ constexpr auto table = std::to_array<words_t>({
     {ZPD_ERROR_NOT_FOUND, "there is no such value"},
     {ZPD_ERROR_ACCESS, "access was refused"},
     {ZPD_ERROR_INVALID_DATA, "the driver could not read the parameters of the request"},
-    {87, "the packet was malformed"},
+    {device_socket::error_malformed, "the packet was malformed"},
     {ZPD_ERROR_INSUFFICIENT_BUFFER, "the answer does not fit the room for it"},
-    {170, "the service has as many clients as it takes; try again when one has ended"},
+    {device_socket::error_busy, "the service has as many clients as it takes; try again when one has ended"},
     {ZPD_ERROR_OUT_OF_RANGE, "a value is out of its range, or the message is unknown or closed"},
     {ZPD_ERROR_LAUNCH_FAILED, "no application could be started for it"},
     {ZPD_ERROR_CANNOT_IMPERSONATE, "the driver could not act on behalf of the client"},

@@ -1,10 +1,15 @@
 #include "service/device_manager.h"
 
 #include <fmt/format.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <span>
+#include <thread>
 
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -34,6 +39,8 @@ class loaded_driver_t {
     }
     loaded_driver_t(const loaded_driver_t&) = delete;
     loaded_driver_t& operator=(const loaded_driver_t&) = delete;
+
+    DWORD device() const { return device_; }
 
     /// Empty, or why the device does not answer.
     std::string answers() const {
@@ -92,6 +99,23 @@ class attached_modem_t {
     attached_modem_t& operator=(const attached_modem_t&) = delete;
 };
 
+/// Attaches the modem. One of `signals` ends the wait for a modem that does not answer.
+std::string attach(const std::string& tty, const end_signals_t& signals) {
+    const descriptor_t over(eventfd(0, EFD_CLOEXEC));
+    std::thread watcher([&] {
+        std::array<pollfd, 2> ready{pollfd{signals.descriptor(), POLLIN, 0}, {over.get(), POLLIN, 0}};
+        while (poll(ready.data(), ready.size(), -1) < 0 && errno == EINTR) {
+        }
+        if (ready[0].revents != 0) {
+            radio::cancel_attach();
+        }
+    });
+    std::string error = radio::attach_modem(tty);
+    eventfd_write(over.get(), 1);
+    watcher.join();
+    return error;
+}
+
 int fail(const std::string& error) {
     std::fputs(fmt::format("zpd serve: {}\n", error).c_str(), stderr);
     return 1;
@@ -112,7 +136,7 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
             return fail(error);
         }
     }
-    device_server_t server(listener);
+    device_server_t server(listener, driver.device());
     std::fputs(
         fmt::format("ready: device {} on {}, home {}\n", options.device, options.modem, options.home.native()).c_str(),
         stdout);
@@ -125,6 +149,7 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
 }  // namespace
 
 int serve(const serve_options_t& options) {
+    umask(0077);  // what a phone receives is its user's alone
     const end_signals_t signals;
     if (const std::string error = platform::set_home(options.home); !error.empty()) {
         return fail(error);
@@ -140,7 +165,11 @@ int serve(const serve_options_t& options) {
         return fail(error);
     }
     const attached_modem_t modem;
-    if (const std::string error = radio::attach_modem(options.modem); !error.empty()) {
+    const std::string error = attach(options.modem, signals);
+    if (signals.wait(0)) {
+        return 0;
+    }
+    if (!error.empty()) {
         return fail(error);
     }
     return serve_driver(options, listener, signals);

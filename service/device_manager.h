@@ -13,6 +13,7 @@ struct serve_options_t {
 };
 
 /// Runs in the foreground. Prints one line that begins with "ready" when the device answers and `activate` has taken
-/// effect; what fails, on standard error. Ends on SIGINT, SIGTERM or SIGHUP, with its socket and locks removed. Returns
-/// the exit status: 0 after a clean end, 1 when it could not start. To be called before the process has other threads.
+/// effect; what fails, on standard error. Ends on SIGINT, SIGTERM or SIGHUP, also while it waits for the modem to
+/// answer, with its socket and locks removed. Returns the exit status: 0 after a clean end, 1 when it could not start.
+/// To be called before the process has other threads.
 int serve(const serve_options_t& options);

@@ -68,8 +68,8 @@ std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
 
 }  // namespace
 
-device_server_t::device_server_t(const listener_t& listener)
-    : listener_(listener), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+device_server_t::device_server_t(const listener_t& listener, uint32_t device)
+    : listener_(listener), device_(device), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void device_server_t::serve(int end) {
     std::array<pollfd, 3> ready{pollfd{end, POLLIN, 0}, {wake_.get(), POLLIN, 0}, {listener_.descriptor(), POLLIN, 0}};
@@ -104,7 +104,7 @@ void device_server_t::accept_one() {
     if (!listener_.may_use(socket.get())) {
         send_reply(socket.get(), refusal(ERROR_ACCESS_DENIED));
     } else if (connections_.size() >= max_connections) {
-        send_reply(socket.get(), refusal(error_busy));
+        send_reply(socket.get(), refusal(device_socket::error_busy));
     } else {
         start(std::move(socket));
     }
@@ -116,18 +116,18 @@ void device_server_t::start(descriptor_t socket) {
     try {
         connection.thread = std::thread([this, &connection] { run(connection); });
     } catch (const std::system_error&) {
-        send_reply(connection.socket.get(), refusal(error_busy));
+        send_reply(connection.socket.get(), refusal(device_socket::error_busy));
         connections_.pop_back();
     }
 }
 
 void device_server_t::run(connection_t& connection) {
     const int socket = connection.socket.get();
-    const DWORD open = ZPD_Open(1, 0, 0);
+    const DWORD open = ZPD_Open(device_, 0, 0);
     octets_t buffer(device_socket::request_header + device_socket::max_input + 1);
     while (const auto packet = receive(socket, buffer)) {
         const auto request = device_socket::decode_request(*packet);
-        if (!send_reply(socket, request ? control(open, *request) : refusal(ERROR_INVALID_PARAMETER))) {
+        if (!send_reply(socket, request ? control(open, *request) : refusal(device_socket::error_malformed))) {
             break;
         }
     }

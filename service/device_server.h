@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <list>
 #include <thread>
 
@@ -12,11 +13,11 @@
 
 class device_server_t {
   public:
-    /// Clients at once; a further one gets one reply with the error ERROR_BUSY and is closed.
+    /// Clients at once; a further one gets one reply with device_socket::error_busy and is closed.
     static constexpr size_t max_connections = 64;
-    static constexpr uint32_t error_busy = 170;
 
-    explicit device_server_t(const listener_t& listener);
+    /// `device` is the handle that ZPD_Init returned.
+    device_server_t(const listener_t& listener, uint32_t device);
 
     /// Serves until `end` is readable; then closes every connection and waits for its thread. A request that the driver
     /// works on is finished first.
@@ -35,6 +36,7 @@ class device_server_t {
     void reap();
 
     const listener_t& listener_;
+    const uint32_t device_;
     descriptor_t wake_;  // an eventfd: some connection is over
     std::list<connection_t> connections_;
 };

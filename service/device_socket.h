@@ -5,7 +5,7 @@
 ///   reply     u32 result (0 or 1), u32 last error, u32 count returned, then that many output octets
 ///
 /// All u32 little-endian. A packet that is too short, too long, or asks for more output than allowed is answered with
-/// result 0 and error 87 (ERROR_INVALID_PARAMETER); the connection stays open.
+/// result 0 and `error_malformed`; the connection stays open.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +19,10 @@ inline constexpr size_t max_input = 65536;
 inline constexpr size_t max_output = 65536;
 inline constexpr size_t request_header = 8;
 inline constexpr size_t reply_header = 12;
+
+/// The errors of the service itself, by their Win32 numbers: ERROR_INVALID_PARAMETER, ERROR_BUSY.
+inline constexpr uint32_t error_malformed = 87;
+inline constexpr uint32_t error_busy = 170;
 
 inline constexpr std::string_view default_device = "ZPD1";
 

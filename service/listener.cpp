@@ -9,16 +9,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 #include <vector>
 
+#include "platform/linux/text.h"
 #include "service/device_socket.h"
 
 namespace {
-
-std::string reason(int error) {
-    return std::generic_category().message(error);
-}
 
 const sockaddr* generic(const sockaddr_un& address) {
     return reinterpret_cast<const sockaddr*>(&address);  // NOLINT: how the socket interface takes addresses
@@ -37,7 +33,8 @@ std::optional<sockaddr_un> address_of(const std::filesystem::path& path) {
 /// Makes the folder of the sockets that have no path of their own. In /tmp anybody could have made it first.
 std::string make_runtime_folder(const std::filesystem::path& folder, std::optional<gid_t> group) {
     if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-        return fmt::format("cannot make the folder {} for the device's socket: {}", folder.native(), reason(errno));
+        return fmt::format("cannot make the folder {} for the device's socket: {}", folder.native(),
+                           platform::errno_text(errno));
     }
     struct stat status {};
     if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid()) {
@@ -47,7 +44,7 @@ std::string make_runtime_folder(const std::filesystem::path& folder, std::option
             folder.native());
     }
     if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0)) {
-        return fmt::format("cannot open {} to the group: {}", folder.native(), reason(errno));
+        return fmt::format("cannot open {} to the group: {}", folder.native(), platform::errno_text(errno));
     }
     return {};
 }
@@ -79,7 +76,8 @@ std::string served_already(const std::string& device, const sockaddr_un& address
             return {};
         }
         if (errno != EAGAIN) {  // a listener whose queue is full
-            return fmt::format("cannot look who serves device {} at {}: {}", device, address.sun_path, reason(errno));
+            return fmt::format("cannot look who serves device {} at {}: {}", device, address.sun_path,
+                               platform::errno_text(errno));
         }
     }
     const auto server = peer_of(probe.get());
@@ -143,13 +141,13 @@ std::string listener_t::bind_and_listen() {
     const int error = errno;
     umask(before);
     if (!bound_) {
-        return fmt::format("cannot make the device's socket {}: {}", path_.native(), reason(error));
+        return fmt::format("cannot make the device's socket {}: {}", path_.native(), platform::errno_text(error));
     }
     if (group_ && lchown(path_.c_str(), static_cast<uid_t>(-1), *group_) != 0) {
-        return fmt::format("cannot give {} to the group: {}", path_.native(), reason(errno));
+        return fmt::format("cannot give {} to the group: {}", path_.native(), platform::errno_text(errno));
     }
     if (listen(descriptor_.get(), SOMAXCONN) != 0) {
-        return fmt::format("cannot listen on {}: {}", path_.native(), reason(errno));
+        return fmt::format("cannot listen on {}: {}", path_.native(), platform::errno_text(errno));
     }
     return {};
 }

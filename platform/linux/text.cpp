@@ -1,6 +1,7 @@
 #include "platform/linux/text.h"
 
 #include <cstdint>
+#include <system_error>
 
 namespace platform {
 namespace {
@@ -115,6 +116,10 @@ std::u16string to_utf16(std::string_view text) {
         append_utf16(result, take_utf8(text));
     }
     return result;
+}
+
+std::string errno_text(int error) {
+    return std::generic_category().message(error);
 }
 
 }  // namespace platform
