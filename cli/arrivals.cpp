@@ -7,14 +7,15 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
+
+#include "platform/linux/text.h"
 
 std::string arrivals_t::watch() {
     std::error_code failed;
     std::filesystem::create_directories(inbox_.path(), failed);
     events_ = descriptor_t(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (inotify_add_watch(events_.get(), inbox_.path().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
-        return fmt::format("cannot watch {}: {}", inbox_.path().native(), std::generic_category().message(errno));
+        return fmt::format("cannot watch {}: {}", inbox_.path().native(), platform::errno_text(errno));
     }
     return {};
 }
@@ -38,7 +39,8 @@ std::optional<stored_card_t> arrivals_t::next(const end_signals_t& signals, std:
         while (!names_.empty()) {
             const std::string name = names_.front();
             names_.erase(names_.begin());
-            if (auto card = inbox_.load(name)) {
+            std::string unreadable;
+            if (auto card = inbox_.load(name, &unreadable)) {
                 return card;
             }
         }

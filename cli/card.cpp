@@ -3,42 +3,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 
+#include "cli/file.h"
 #include "cli/text.h"
 #include "com/zpd/zpd_ioctl.h"
+#include "platform/linux/text.h"
 
 namespace {
 
-struct file_closer_t {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 size_t limit(const card_options_t& options) {
     return options.long_reference ? ZPD_CARD_MAX_LONG_REFERENCE : ZPD_CARD_MAX_SHORT_REFERENCE;
-}
-
-/// The octets of a file, and at most one buffer more than a card may have. Returns 0 or errno.
-int read_file(const std::string& path, std::string* octets) {
-    octets->clear();
-    const std::unique_ptr<std::FILE, file_closer_t> file(std::fopen(path.c_str(), "rbe"));
-    if (!file) {
-        return errno;
-    }
-    std::array<char, 4096> buffer{};
-    while (octets->size() <= ZPD_CARD_MAX_SHORT_REFERENCE) {
-        const size_t count = std::fread(buffer.data(), 1, buffer.size(), file.get());
-        if (count == 0) {
-            break;
-        }
-        octets->append(buffer.data(), count);
-    }
-    return std::ferror(file.get()) != 0 ? errno : 0;
 }
 
 }  // namespace
@@ -54,8 +30,8 @@ std::string size_and_limit(size_t size, const card_options_t& options) {
 
 std::string read_card(card_t* card, const card_options_t& options) {
     const std::string shown = escaped(card->path);
-    if (const int error = read_file(card->path, &card->octets); error != 0) {
-        return fmt::format("cannot read the card {}: {}", shown, std::generic_category().message(error));
+    if (const int error = read_file(card->path, ZPD_CARD_MAX_SHORT_REFERENCE, &card->octets); error != 0) {
+        return fmt::format("cannot read the card {}: {}", shown, platform::errno_text(error));
     }
     if (card->octets.empty()) {
         return fmt::format("the card {} is empty", shown);

@@ -33,25 +33,37 @@ ordered_json as_json(const inbox_folder_t& inbox, const stored_card_t& card) {
             {"path", inbox.file(card.name).native()}};
 }
 
+int tell(const std::vector<std::string>& errors) {
+    for (const std::string& error : errors) {
+        fail(error);
+    }
+    return errors.empty() ? exit_done : exit_failed;
+}
+
+void tell_if_none(const inbox_folder_t& inbox, bool none) {
+    if (none) {
+        progress_t(true).note(fmt::format("no cards in {}", inbox.path().native()));
+    }
+}
+
 int list(const context_t& context) {
     const inbox_folder_t inbox(context.home);
-    const auto cards = inbox.cards();
+    const auto [cards, errors] = inbox.cards();
+    const int status = tell(errors);
     if (context.json) {
         ordered_json list = ordered_json::array();
         for (const stored_card_t& card : cards) {
             list.push_back(as_json(inbox, card));
         }
         say_json({{"cards", list}});
-        return exit_done;
+        return status;
     }
     for (const stored_card_t& card : cards) {
         say("{}  {}  {:<16} {:>6}  {}", card.name.substr(0, shown_name_digits), local_time(card.time),
             escaped(card.sender), card.octets.size(), escaped(card_name(card.octets)));
     }
-    if (cards.empty()) {
-        progress_t(true).note(fmt::format("no cards in {}", inbox.path().native()));
-    }
-    return exit_done;
+    tell_if_none(inbox, cards.empty() && errors.empty());
+    return status;
 }
 
 /// The card whose name begins with `prefix`, or none, which it tells.
@@ -62,9 +74,9 @@ std::optional<stored_card_t> find_card(const inbox_folder_t& inbox, const std::s
         fail(error);
         return std::nullopt;
     }
-    auto card = inbox.load(*name);
+    auto card = inbox.load(*name, &error);
     if (!card) {
-        fail(fmt::format("{} cannot be read as a stored card", inbox.file(*name).native()));
+        fail(error);
     }
     return card;
 }
@@ -93,7 +105,7 @@ int export_all(const context_t& context, const std::filesystem::path& directory)
     if (failed) {
         return fail(fmt::format("cannot make the folder {}: {}", directory.native(), failed.message()));
     }
-    const auto cards = inbox.cards();
+    const auto [cards, errors] = inbox.cards();
     for (const stored_card_t& card : cards) {
         const std::filesystem::path file = directory / (card.name + ".vcf");
         std::ofstream stream(file, std::ios::binary);
@@ -104,10 +116,8 @@ int export_all(const context_t& context, const std::filesystem::path& directory)
         }
         say_line(file.native());
     }
-    if (cards.empty()) {
-        progress_t(true).note(fmt::format("no cards in {}", inbox.path().native()));
-    }
-    return exit_done;
+    tell_if_none(inbox, cards.empty() && errors.empty());
+    return tell(errors);
 }
 
 int remove(const context_t& context, const std::string& prefix) {

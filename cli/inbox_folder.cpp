@@ -3,12 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <fstream>
-#include <iterator>
+#include <cstdint>
+#include <system_error>
 #include <tuple>
 
+#include "cli/file.h"
 #include "cli/text.h"
+#include "platform/linux/text.h"
 
 namespace {
 
@@ -16,6 +19,14 @@ constexpr size_t name_length = 32;
 
 bool is_hex(std::string_view text) {
     return text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+std::string lower(std::string_view text) {
+    std::string result(text);
+    for (char& letter : result) {
+        letter = letter >= 'A' && letter <= 'F' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    }
+    return result;
 }
 
 }  // namespace
@@ -42,7 +53,7 @@ std::optional<stored_card_t> parse_stored_card(std::string name, std::string_vie
 inbox_folder_t::inbox_folder_t(const std::filesystem::path& home)
     : path_(home / "Application Data" / "PUBLIC" / "VARKON" / "ZPD" / "INCOMING") {}
 
-std::vector<std::string> inbox_folder_t::names() const {
+std::vector<std::string> inbox_folder_t::names(std::string* error) const {
     std::vector<std::string> names;
     std::error_code failed;
     for (std::filesystem::directory_iterator entry(path_, failed), end; !failed && entry != end;
@@ -52,41 +63,87 @@ std::vector<std::string> inbox_folder_t::names() const {
             names.push_back(std::move(name));
         }
     }
+    if (failed && failed != std::errc::no_such_file_or_directory) {
+        *error = fmt::format("cannot read the folder {}: {}", path_.native(), failed.message());
+    }
     return names;
 }
 
-std::vector<stored_card_t> inbox_folder_t::cards() const {
-    std::vector<stored_card_t> cards;
-    for (const std::string& name : names()) {
-        if (auto card = load(name)) {
-            cards.push_back(std::move(*card));
-        }
+inbox_folder_t::file_t inbox_folder_t::read(const std::string& name, stored_card_t* card, std::string* error) const {
+    std::string content;
+    const int failed = read_file(file(name), SIZE_MAX, &content);
+    if (failed == ENOENT) {
+        return file_t::gone;
     }
-    std::ranges::sort(cards, {}, [](const stored_card_t& card) { return std::tie(card.time, card.name); });
-    return cards;
+    if (failed != 0) {
+        *error = fmt::format("cannot read the stored card {}: {}", file(name).native(), platform::errno_text(failed));
+        return file_t::unreadable;
+    }
+    auto parsed = parse_stored_card(name, content);
+    if (!parsed) {
+        return file_t::other;
+    }
+    *card = std::move(*parsed);
+    return file_t::card;
 }
 
-std::optional<stored_card_t> inbox_folder_t::load(const std::string& name) const {
-    std::ifstream stream(file(name), std::ios::binary);
-    const std::string content{std::istreambuf_iterator<char>(stream), {}};
-    return parse_stored_card(name, content);
+inbox_folder_t::listing_t inbox_folder_t::cards() const {
+    listing_t listing;
+    std::string error;
+    const auto found = names(&error);
+    if (!error.empty()) {
+        listing.errors.push_back(error);
+    }
+    for (const std::string& name : found) {
+        stored_card_t card;
+        const file_t kind = read(name, &card, &error);
+        if (kind == file_t::card) {
+            listing.cards.push_back(std::move(card));
+        } else if (kind == file_t::unreadable) {
+            listing.errors.push_back(error);
+        }
+    }
+    std::ranges::sort(listing.cards, {}, [](const stored_card_t& card) { return std::tie(card.time, card.name); });
+    return listing;
+}
+
+std::optional<stored_card_t> inbox_folder_t::load(const std::string& name, std::string* error) const {
+    stored_card_t card;
+    switch (read(name, &card, error)) {
+        case file_t::card:
+            return card;
+        case file_t::other:
+            *error = fmt::format("{} is no stored card", file(name).native());
+            break;
+        case file_t::gone:
+            *error = fmt::format("the stored card {} is gone", file(name).native());
+            break;
+        case file_t::unreadable:
+            break;
+    }
+    return std::nullopt;
 }
 
 std::optional<std::string> inbox_folder_t::find(std::string_view prefix, std::string* error) const {
-    if (prefix.empty() || prefix.size() > name_length || !is_hex(prefix)) {
+    const std::string wanted = lower(prefix);
+    if (wanted.empty() || wanted.size() > name_length || !is_hex(wanted)) {
         *error =
             fmt::format("'{}' is no name of a stored card: these are 32 hexadecimal digits, or the first few of them",
                         escaped(prefix));
         return std::nullopt;
     }
-    std::vector<std::string> matches = names();
-    std::erase_if(matches, [prefix](const std::string& name) { return !name.starts_with(prefix); });
+    error->clear();
+    std::vector<std::string> matches = names(error);
+    std::erase_if(matches, [&wanted](const std::string& name) { return !name.starts_with(wanted); });
+    if (!error->empty()) {
+        return std::nullopt;
+    }
     if (matches.size() == 1) {
         return std::move(matches.front());
     }
     *error =
         matches.empty()
-            ? fmt::format("no stored card's name begins with {} in {}; see: zpd inbox list", prefix, path_.native())
-            : fmt::format("{} stored cards' names begin with {}; give more digits", matches.size(), prefix);
+            ? fmt::format("no stored card's name begins with {} in {}; see: zpd inbox list", wanted, path_.native())
+            : fmt::format("{} stored cards' names begin with {}; give more digits", matches.size(), wanted);
     return std::nullopt;
 }

@@ -1,14 +1,47 @@
 /// The `zpd` command.
+#include <csignal>
 #include <exception>
 
 #include "cli/command.h"
 #include "cli/output.h"
+#include "cli/text.h"
 #include "service/device_socket.h"
 
 namespace {
 
+int fail_usage(const std::string& text) {
+    fail(text);
+    return exit_usage;
+}
+
+int no_command(const std::string& name) {
+    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", escaped(name)));
+}
+
+void add_help_command(CLI::App& app, context_t& context) {
+    auto* command = app.add_subcommand("help", "Print this help, or a command's");
+    const auto name = std::make_shared<std::string>();
+    command->add_option("command", *name, "the command")->type_name("COMMAND");
+    command->callback([&app, &context, name] {
+        context.run = [&app, name] {
+            if (name->empty()) {
+                // The help of `app` itself would be that of the command that was given: of this one.
+                say_line(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
+                return exit_done;
+            }
+            const auto about = app.get_subcommands([&](const CLI::App* one) { return one->get_name() == *name; });
+            if (about.empty()) {
+                return no_command(*name);
+            }
+            say_line(about.front()->help(app.get_name()));
+            return exit_done;
+        };
+    });
+}
+
 void add_commands(CLI::App& app, context_t& context) {
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);  // none, or what is none of ours, gets words of our own
+    app.set_version_flag("--version", "zpd " ZPD_PROGRAM_VERSION, "Print the program's version and exit");
     app.footer(
         "Examples:\n"
         "  zpd demo                                two phones on an emulated network exchange a card\n"
@@ -28,6 +61,16 @@ void add_commands(CLI::App& app, context_t& context) {
     add_settings_commands(app, context);
     add_ioctl_command(app, context);
     add_version_command(app, context);
+    add_help_command(app, context);
+}
+
+/// What the command line cannot be read as; or a demand for help or the version.
+int explain(const CLI::App& app, const CLI::ParseError& error) {
+    const auto remaining = app.remaining();
+    if (app.get_subcommands().empty() && !remaining.empty() && !remaining.front().starts_with('-')) {
+        return no_command(remaining.front());
+    }
+    return app.exit(error) == 0 ? exit_done : exit_usage;
 }
 
 int run(int argc, char** argv) {
@@ -38,16 +81,18 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? exit_done : exit_usage;
+        return explain(app, error);
     }
-    return context.run();
+    return context.run ? context.run() : fail_usage("a command is missing; see zpd --help");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // What runs is ended in order, also when nobody reads what it says any more.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
-        return run(argc, argv);
+        return finish(run(argc, argv));
     } catch (const std::exception& error) {
         return fail(error.what());
     }

@@ -3,21 +3,43 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
+#include "cli/text.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+int write_error = 0;  // errno of the last write to standard output that failed
+
+}  // namespace
+
 void say_line(std::string_view line) {
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
+    if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() || std::fputc('\n', stdout) == EOF ||
+        std::fflush(stdout) != 0) {
+        write_error = errno;
+    }
 }
 
 void say_json(const nlohmann::ordered_json& value) {
-    say_line(value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    say_line(value.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 int fail(std::string_view text) {
     std::fputs(fmt::format("zpd: {}\n", text).c_str(), stderr);
     return exit_failed;
+}
+
+int finish(int status) {
+    if (std::fflush(stdout) != 0) {
+        write_error = errno;
+    }
+    if (status != exit_done || write_error == 0 || write_error == EPIPE) {
+        return status;
+    }
+    return fail(fmt::format("cannot write the result: {}", platform::errno_text(write_error)));
 }
 
 std::string counted(size_t count, std::string_view noun) {
@@ -31,6 +53,20 @@ size_t terminal_columns() {
     return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col : 80;
 }
 
+/// At most `count` octets, cut between characters. A line that wraps could not be taken back; no character is wider in
+/// columns than it is long in octets.
+std::string_view first_octets(std::string_view text, size_t count) {
+    size_t length = 0;
+    while (length < text.size()) {
+        const size_t next = length + std::max<size_t>(utf8_sequence(text.substr(length)), 1);
+        if (next > count) {
+            break;
+        }
+        length = next;
+    }
+    return text.substr(0, length);
+}
+
 }  // namespace
 
 progress_t::progress_t(bool quiet) : terminal_(isatty(STDERR_FILENO) != 0), quiet_(quiet) {}
@@ -41,8 +77,7 @@ void progress_t::show(const std::string& state) {
     }
     if (terminal_) {
         clear();
-        // A line that wraps could not be taken back.
-        std::fputs(state.substr(0, terminal_columns() - 1).c_str(), stderr);
+        std::fputs(std::string(first_octets(state, terminal_columns() - 1)).c_str(), stderr);
         std::fflush(stderr);
     } else {
         write_line(state);

@@ -12,7 +12,7 @@ inline constexpr int exit_done = 0;
 inline constexpr int exit_failed = 1;
 inline constexpr int exit_usage = 2;
 
-/// A line on standard output, flushed. A reader that is gone is no error of ours.
+/// A line on standard output, flushed; finish() tells what could not be written.
 void say_line(std::string_view line);
 
 template <typename... arguments_t>
@@ -20,11 +20,16 @@ void say(fmt::format_string<arguments_t...> format, arguments_t&&... arguments) 
     say_line(fmt::format(format, std::forward<arguments_t>(arguments)...));
 }
 
-/// One JSON value on one line; octets in texts that are not UTF-8 become U+FFFD.
+/// One JSON value on one line, in ASCII: text from the air must not act on a terminal. Octets in texts that are not
+/// UTF-8 become U+FFFD.
 void say_json(const nlohmann::ordered_json& value);
 
 /// "zpd: " and the text on standard error. Returns exit_failed.
 int fail(std::string_view text);
+
+/// The exit status of the program, whose command ended with `status`: exit_failed, and told so, when it was done but
+/// its result could not be written. A reader that is gone is no error of ours; SIGPIPE must be ignored.
+int finish(int status);
 
 /// "1 datagram", "3 datagrams".
 std::string counted(size_t count, std::string_view noun);

@@ -14,13 +14,11 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/linux/text.h"
+
 namespace {
 
 constexpr int end_limit_ms = 10000;
-
-std::string reason(int error) {
-    return std::generic_category().message(error);
-}
 
 }  // namespace
 
@@ -46,7 +44,7 @@ std::string phone_process_t::start() {
     const descriptor_t log(open(log_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     std::array<int, 2> ends{};
     if (!log || pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return fmt::format("cannot write {}: {}", log_file.native(), reason(errno));
+        return fmt::format("cannot write {}: {}", log_file.native(), platform::errno_text(errno));
     }
     output_ = descriptor_t(ends[0]);
     const descriptor_t child_output(ends[1]);
@@ -68,7 +66,7 @@ std::string phone_process_t::start() {
         become(parent, arguments.data(), child_output.get(), log.get());
     }
     if (process_ < 0) {
-        return fmt::format("cannot start a service: {}", reason(errno));
+        return fmt::format("cannot start a service: {}", platform::errno_text(errno));
     }
     handle_ = descriptor_t(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
     return {};
@@ -82,6 +80,7 @@ void phone_process_t::become(pid_t parent, char* const* arguments, int output, i
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
+    signal(SIGPIPE, SIG_DFL);
     if (dup2(output, STDOUT_FILENO) >= 0 && dup2(log, STDERR_FILENO) >= 0) {
         execv("/proc/self/exe", arguments);
     }

@@ -1,0 +1,9 @@
+/// Files as a whole.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+
+/// Reads the octets of a file; of one that has more than `limit` a little more than that. Returns 0 or errno.
+[[nodiscard]] int read_file(const std::filesystem::path& file, size_t limit, std::string* octets);
