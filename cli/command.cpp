@@ -20,14 +20,26 @@ std::filesystem::path default_home() {
     return std::filesystem::path(home) / ".local" / "share" / "zpd";
 }
 
+namespace {
+
+CLI::Validator not_empty(const std::string& what) {
+    return {[what](const std::string& text) { return text.empty() ? what + " is empty" : std::string(); }, ""};
+}
+
+}  // namespace
+
 void add_device_option(CLI::App* command, context_t& context) {
     command->add_option("--device", context.device, "the device: a name, or its socket's path")
         ->type_name("NAME|PATH")
+        ->check(not_empty("the device's name"))
         ->capture_default_str();
 }
 
 void add_home_option(CLI::App* command, context_t& context) {
-    command->add_option("--home", context.home, "the phone's home folder")->type_name("DIR")->capture_default_str();
+    command->add_option("--home", context.home, "the phone's home folder")
+        ->type_name("DIR")
+        ->check(not_empty("the home folder's name"))
+        ->capture_default_str();
 }
 
 void add_json_option(CLI::App* command, context_t& context) {

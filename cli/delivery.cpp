@@ -13,6 +13,7 @@ using std::chrono::steady_clock;
 constexpr milliseconds poll_interval{100};
 /// When to say what a message that does not move waits for.
 constexpr seconds explain_after{1};
+constexpr seconds first_answer_limit{12};  // the driver looks at the radio's first answer 10 s after its start
 constexpr seconds advise_after{20};
 
 /// Tells a person, once each, why it takes so long.
@@ -30,7 +31,12 @@ class explainer_t {
         previous_ = statuses;
         submitted_once_ = submitted_once_ || tally.queued < tally.total;
         const auto standing = steady_clock::now() - since_;
-        if (!submitted_once_ && standing >= explain_after) {
+        if (!submitted_once_ && standing >= first_answer_limit) {
+            once(&no_network_told_,
+                 "still nothing went to the radio: the modem is gone or has no network (look at its SIM, PIN and "
+                 "antenna), or "
+                 "other cards go first; the driver goes on trying");
+        } else if (!submitted_once_ && standing >= explain_after) {
             once(&explained_,
                  "waiting for the radio to tell its network; the first card after a start of the service "
                  "can wait 10 s for that");
@@ -48,7 +54,7 @@ class explainer_t {
     void note_radio_error(const std::vector<uint32_t>& statuses) {
         for (size_t index = 0; index < statuses.size() && index < previous_.size(); ++index) {
             if (previous_[index] == ZPD_STATUS_SUBMITTED && statuses[index] == ZPD_STATUS_QUEUED) {
-                once(&error_told_, "the radio reported an error; the driver tries again at once, and then every 5 s");
+                once(&error_told_, "the radio refuses; the driver tries again at once, and then every 5 s");
             }
         }
     }
@@ -68,6 +74,7 @@ class explainer_t {
     steady_clock::time_point since_ = steady_clock::now();
     bool submitted_once_ = false;
     bool explained_ = false;
+    bool no_network_told_ = false;
     bool advised_ = false;
     bool error_told_ = false;
 };

@@ -38,7 +38,7 @@ std::optional<uint32_t> parse_code(std::string_view text) {
 std::string read_standard_input() {
     std::string text;
     for (int next = std::getchar(); next != EOF && text.size() <= 2 * device_socket::max_input; next = std::getchar()) {
-        if (next != '\n') {
+        if (next != '\n' && next != '\r') {
             text += static_cast<char>(next);
         }
     }

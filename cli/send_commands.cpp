@@ -167,9 +167,6 @@ int run_count(const context_t& context, const send_options_t& options) {
 }
 
 int run_send(const context_t& context, const send_options_t& options) {
-    if (const std::string error = check_number(options.number); !error.empty()) {
-        return fail(error);
-    }
     const auto cards = read_cards(options);
     if (!cards) {
         return exit_failed;
@@ -195,6 +192,7 @@ void add_send_commands(CLI::App& app, context_t& context) {
     add_card_options(send, context, options);
     send->add_option("--to", options->number, "the phone number: digits, with + before an international one")
         ->type_name("NUMBER")
+        ->check(CLI::Validator([](const std::string& number) { return check_number(number); }, ""))
         ->required();
     send->add_flag("--no-wait", options->no_wait, "queue the cards, print their message ids and return");
     send->footer(

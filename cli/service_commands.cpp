@@ -41,6 +41,16 @@ int done(const client::answer_t<client::done_t>& answer) {
     return answer ? exit_done : fail(answer.failure().text);
 }
 
+int add_application(client_t& client, const std::string& name) {
+    const int status = done(client.register_application(name));
+    if (status == exit_done) {
+        say("registered. Its folder is Applications/Install/{} in the phone's home: when no registered application\n"
+            "has one, the list is emptied and the activation goes off at the next start or received card.",
+            escaped(name));
+    }
+    return status;
+}
+
 int launch(client_t& client, const std::string& uri) {
     const auto launched = client.launch(uri);
     if (!launched && launched.failure().code == ZPD_ERROR_LAUNCH_FAILED) {
@@ -67,7 +77,8 @@ void add_apps_command(CLI::App& app, context_t& context) {
     apps->footer(
         "Without applications the activation alone decides. With some, received cards are stored\n"
         "as long as one of them is installed, that is, has a folder Applications/Install/NAME in\n"
-        "the phone's home.\n\nExamples:\n  zpd apps\n  zpd apps add cards\n  zpd apps clear");
+        "the phone's home. When none is, the list is emptied and the activation goes off at the\n"
+        "next start or received card.\n\nExamples:\n  zpd apps\n  zpd apps add cards\n  zpd apps clear");
     add_device_option(apps, context);
     add_json_option(apps, context);
     auto* add = apps->add_subcommand("add", "Register an application");
@@ -82,7 +93,7 @@ void add_apps_command(CLI::App& app, context_t& context) {
             ""))
         ->required();
     add_device_option(add, context);
-    runs(add, context, [name](client_t& client) { return done(client.register_application(*name)); });
+    runs(add, context, [name](client_t& client) { return add_application(client, *name); });
     auto* clear = apps->add_subcommand("clear", "Unregister all applications");
     add_device_option(clear, context);
     runs(clear, context, [](client_t& client) { return done(client.clear_applications()); });
