@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -165,16 +167,27 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
         {"status", "x"},
         {"activation", "maybe"},
         {"inbox", "eat"},
+        {"help", "frobnicate"},
+        {"serve", "--modem", "/dev/null", "--home", ""},
+        {"version", "--device", ""},
     };
     for (const arguments_t& arguments : wrong) {
         const outcome_t outcome = zpd(arguments);
         EXPECT_EQ(outcome.status, 2) << testing::PrintToString(arguments) << outcome.output;
         EXPECT_NE(outcome.errors, "") << testing::PrintToString(arguments);
     }
+    EXPECT_EQ(zpd({"frobnicate"}).errors, "zpd: there is no command 'frobnicate'; see zpd --help\n");
+    EXPECT_EQ(zpd({"help"}).output, zpd({"--help"}).output + "\n");
+    EXPECT_EQ(zpd({"--version"}).status, 0);
     for (const char* command : {"demo", "network", "serve", "send", "count", "list", "status", "close", "inbox",
                                 "activation", "apps", "launch", "settings", "contacts-setting", "ioctl", "version"}) {
         EXPECT_EQ(zpd({command, "--help"}).status, 0) << command;
     }
+}
+
+TEST(control_result, that_cannot_be_written_is_a_failure) {
+    const int status = std::system(ZPD_BINARY " version >/dev/full 2>/dev/null");
+    EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 
 }  // namespace

@@ -79,15 +79,44 @@ TEST(service, a_message_with_the_id_0_is_a_failure_with_output) {
         << outcome.output << outcome.errors;
 }
 
+/// A terminal that nobody answers on.
+class silent_tty_t {
+  public:
+    silent_tty_t() : terminal_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+        EXPECT_EQ(grantpt(terminal_) | unlockpt(terminal_), 0);
+    }
+    ~silent_tty_t() { close(terminal_); }
+    silent_tty_t(const silent_tty_t&) = delete;
+    silent_tty_t& operator=(const silent_tty_t&) = delete;
+
+    std::string path() const { return ptsname(terminal_); }
+
+  private:
+    int terminal_;
+};
+
+TEST(service, can_be_ended_while_it_waits_for_the_modem) {
+    const folder_t folder;
+    const silent_tty_t tty;
+    phone_t phone(folder, "alice", tty.path());
+    phone.start();
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(phone.device()); }));
+    const auto before = std::chrono::steady_clock::now();
+    phone.serve().signal(SIGTERM);
+    EXPECT_EQ(phone.serve().wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(3));
+    EXPECT_EQ(phone.serve().errors(), "");
+    EXPECT_FALSE(std::filesystem::exists(phone.device()));
+}
+
 TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
     const folder_t folder;
     const network_t network(folder);
     phone_t running(folder, "alice", network.modem(alice));
     running.start();
     ASSERT_TRUE(running.ready()) << running.serve().errors();
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
-    const std::string no_modem = ptsname(terminal);
+    const silent_tty_t silent;
+    const std::string no_modem = silent.path();
 
     const std::string id = std::to_string(running.serve().id());
     const std::string home = folder / "other";
@@ -112,7 +141,6 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
         EXPECT_THAT(errors, testing::Not(testing::Contains(outcome.errors))) << row.what;
         errors.push_back(outcome.errors);
     }
-    close(terminal);
     EXPECT_EQ(running.zpd({"version"}).status, 0);
 }
 
