@@ -77,7 +77,7 @@ std::string attach_modem(const std::string& tty) {
     const auto callbacks = std::make_shared<callbacks_t>();
     auto modem = std::make_unique<modem_t>(*callbacks);  // gone before the callbacks that it refers to
     set_starting(modem.get());
-    const std::string error = modem->start(tty);
+    std::string error = modem->start(tty);
     const std::lock_guard lock(state().mutex);
     state().starting = nullptr;
     if (std::exchange(state().cancelled, false)) {

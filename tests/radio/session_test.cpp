@@ -380,6 +380,7 @@ TEST_F(session, a_modem_that_comes_back_under_its_path_serves_the_same_session) 
                                 with_pdu(incoming("meanwhile")) + ok);
     ASSERT_TRUE(heard_as_time_passes("AT+CPIN?", 3)) << "the next one";
     ASSERT_TRUE(modem.heard("AT+CMGD=3") && modem.heard("AT+CMGD=5"));
+    EXPECT_EQ(modem.count("AT+CPMS=\"SM\""), 4U) << "selected anew, whatever was selected before";
     const HRESULT request = send();
     EXPECT_EQ(recorder.events(5), (events_t{"message before", system_type(RIL_SYSTEMTYPE_NONE),
                                             system_type(RIL_SYSTEMTYPE_GSM), "message meanwhile", sent(request)}));
