@@ -1,5 +1,6 @@
 /// The `zpd` command.
 #include <csignal>
+#include <cstdio>
 #include <exception>
 
 #include "cli/command.h"
@@ -26,14 +27,15 @@ void add_help_command(CLI::App& app, context_t& context) {
         context.run = [&app, name] {
             if (name->empty()) {
                 // The help of `app` itself would be that of the command that was given: of this one.
-                say_line(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
+                const auto formatter = app.get_formatter();
+                std::fputs(formatter->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal).c_str(), stdout);
                 return exit_done;
             }
             const auto about = app.get_subcommands([&](const CLI::App* one) { return one->get_name() == *name; });
             if (about.empty()) {
                 return no_command(*name);
             }
-            say_line(about.front()->help(app.get_name()));
+            std::fputs(about.front()->help(app.get_name()).c_str(), stdout);
             return exit_done;
         };
     });
