@@ -104,7 +104,7 @@ void fill(RILMESSAGE& message, uint32_t reference) {
 
 void loop_without_log_calls(benchmark::State& state) {
     int value = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(++value);
     }
 }
@@ -112,7 +112,7 @@ void loop_without_log_calls(benchmark::State& state) {
 void log_call_switched_off(benchmark::State& state) {
     qmlog::logging_enabled = false;
     int value = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(++value);
         QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
     }
@@ -121,7 +121,7 @@ void log_call_switched_off(benchmark::State& state) {
 void count_datagrams(benchmark::State& state) {
     driver_t driver;
     const std::string input = counted(std::string(static_cast<size_t>(state.range(0)), 'x')) + std::string("\1\0", 2);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (!driver.request(ZPD_IOCTL_COUNT_DATAGRAMS, input)) {
             state.SkipWithError("refused");
         }
@@ -135,7 +135,7 @@ void send_behind_backlog(benchmark::State& state) {
         driver.request(ZPD_IOCTL_SEND_MESSAGE, card_to_send(size_t{250} * 128));
     }
     const std::string input = card_to_send(100);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (!driver.request(ZPD_IOCTL_SEND_MESSAGE, input)) {
             state.SkipWithError("refused");
         }
@@ -150,7 +150,7 @@ void receive_beside_incomplete(benchmark::State& state) {
         fill(message, static_cast<uint32_t>(i));
         notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
     }
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
     }
 }

@@ -155,7 +155,11 @@ const std::string& record_t::process_name() const {
 }
 
 std::string record_t::message() {
-    return formatted(format_, arguments_);
+    va_list copy;
+    va_copy(copy, arguments_);
+    std::string result = formatted(format_, copy);
+    va_end(copy);
+    return result;
 }
 
 void record_t::capture_time() {
