@@ -14,12 +14,12 @@ using nlohmann::ordered_json;
 
 constexpr size_t shown_name_digits = 8;
 
-std::string local_time(uint64_t seconds) {
-    const auto time = static_cast<time_t>(seconds);
+std::string local_time(uint64_t since_1970) {
+    const auto time = static_cast<time_t>(since_1970);
     tm parts{};
     char text[32];
     if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
-        return std::to_string(seconds);
+        return std::to_string(since_1970);
     }
     return text;
 }
