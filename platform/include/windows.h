@@ -72,7 +72,7 @@ DWORD GetCurrentThreadId();
 /// Starts `start(parameter)` on a new thread. `stack_size` 0 is the default; `flags` are ignored. The thread runs on when
 /// its handle is closed. Returns the handle (the caller closes it), or null; the thread's id goes to `thread_id` unless
 /// that is null.
-using LPTHREAD_START_ROUTINE = DWORD (*)(LPVOID parameter);
+using LPTHREAD_START_ROUTINE = DWORD(WINAPI*)(LPVOID parameter);
 HANDLE CreateThread(void* security, DWORD stack_size, LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
                     DWORD* thread_id);
 
@@ -150,7 +150,8 @@ int MultiByteToWideChar(DWORD code_page, DWORD flags, const char* narrow, int na
 /// case. Each call returns ERROR_SUCCESS or the reason why not.
 inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(uintptr_t{0x80000002});
 constexpr DWORD KEY_QUERY_VALUE = 0x1;
-constexpr DWORD KEY_READ_AND_WRITE = 0x2001F;
+constexpr DWORD KEY_READ = 0x20019;
+constexpr DWORD KEY_WRITE = 0x20006;
 constexpr DWORD REG_CREATED_NEW_KEY = 1;
 constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 constexpr DWORD REG_SZ = 1;

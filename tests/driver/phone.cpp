@@ -82,7 +82,7 @@ void phone_t::preset(const std::string& name, uint32_t value) {
 
 void phone_t::preset(const std::string& name, DWORD type, const std::string& octets, const std::string& key) {
     HKEY handle = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, platform::to_utf16(key).c_str(), 0, nullptr, 0, KEY_READ_AND_WRITE,
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, platform::to_utf16(key).c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE,
                               nullptr, &handle, nullptr),
               0);
     EXPECT_EQ(RegSetValueExW(handle, platform::to_utf16(name).c_str(), 0, type,
