@@ -1,24 +1,25 @@
-#include <windows.h>
-#include <wincrypt.h>
-
+// clang-format off
 #include <digest.h>
+#include <windows.h>
+#include <bcrypt.h>
+// clang-format on
 
-// The provider that every Windows has, CE too. That it fails is not foreseen: the digest is then all zeros.
+// It fails where memory is short: the digest is then all zeros.
 std::array<uint8_t, 16> md5_digest(const void* octets, size_t size) {
     std::array<uint8_t, 16> digest{};
-    HCRYPTPROV provider = 0;
-    if (!CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)) {
+    BCRYPT_ALG_HANDLE md5 = nullptr;
+    if (BCryptOpenAlgorithmProvider(&md5, BCRYPT_MD5_ALGORITHM, nullptr, 0) < 0) {
         return digest;
     }
-    HCRYPTHASH hash = 0;
-    if (CryptCreateHash(provider, CALG_MD5, 0, 0, &hash)) {
-        auto digest_size = static_cast<DWORD>(digest.size());
-        if (!CryptHashData(hash, static_cast<const BYTE*>(octets), static_cast<DWORD>(size), 0) ||
-            !CryptGetHashParam(hash, HP_HASHVAL, digest.data(), &digest_size, 0)) {
+    BCRYPT_HASH_HANDLE hash = nullptr;
+    if (BCryptCreateHash(md5, &hash, nullptr, 0, nullptr, 0, 0) >= 0) {
+        auto* const input = static_cast<UCHAR*>(const_cast<void*>(octets));
+        if (BCryptHashData(hash, input, static_cast<ULONG>(size), 0) < 0 ||
+            BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0) < 0) {
             digest.fill(0);
         }
-        CryptDestroyHash(hash);
+        BCryptDestroyHash(hash);
     }
-    CryptReleaseContext(provider, 0);
+    BCryptCloseAlgorithmProvider(md5, 0);
     return digest;
 }

@@ -28,7 +28,8 @@ DWORD SHLaunchApplicationForURI(BSTR uri, HANDLE* output) {
     if (output != nullptr) {
         *output = nullptr;
     }
-    const auto result = reinterpret_cast<INT_PTR>(ShellExecuteW(nullptr, nullptr, uri, nullptr, nullptr, SW_SHOWNORMAL));
+    const auto result =
+        reinterpret_cast<INT_PTR>(ShellExecuteW(nullptr, nullptr, uri, nullptr, nullptr, SW_SHOWNORMAL));
     if (result > 32) {  // as it is documented; what is less is an error code
         return ERROR_SUCCESS;
     }

@@ -26,7 +26,7 @@ DWORD WINAPI run(LPVOID parameter) {
 
 HANDLE CreateThread(SECURITY_ATTRIBUTES* security, SIZE_T stack_size, LPTHREAD_START_ROUTINE start, LPVOID parameter,
                     DWORD flags, DWORD* thread_id) {
-    const std::unique_ptr<task_t> task(new (std::nothrow) task_t{start, parameter, nullptr});
+    auto task = std::unique_ptr<task_t>(new (std::nothrow) task_t{start, parameter, nullptr});
     if (task == nullptr) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
@@ -39,7 +39,9 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* security, SIZE_T stack_size, LPTHREAD_S
         const DWORD error = GetLastError();
         FreeLibrary(task->module);
         SetLastError(error);
+        return nullptr;
     }
+    (void)task.release();  // the thread frees it
     return thread;
 }
 

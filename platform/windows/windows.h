@@ -4,8 +4,10 @@
 
 #define UNICODE
 #define WIN32_LEAN_AND_MEAN
+// clang-format off
 #include_next <windows.h>
 #include <oleauto.h>  // the shell's texts: SysAllocString
+// clang-format on
 
 #include <cstdio>
 
