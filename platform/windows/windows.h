@@ -10,6 +10,7 @@
 // clang-format on
 
 #include <cstdio>
+#include <cwchar>
 
 // Words that a program may want for its own.
 #undef near
@@ -42,6 +43,10 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* security, SIZE_T stack_size, LPTHREAD_S
 HANDLE FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW* entry);
 BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* entry);
 
+/// A stream for "ab" writes where the file ends, however many streams of it there are: that of the C runtime looks for
+/// the end first, and lines of two threads meet there.
+FILE* _wfopen(LPCWSTR path, LPCWSTR mode);
+
 }  // namespace ce
 
 #define RegCreateKeyExW ce::RegCreateKeyExW
@@ -49,3 +54,4 @@ BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* entry);
 #define CreateThread ce::CreateThread
 #define FindFirstFileW ce::FindFirstFileW
 #define FindNextFileW ce::FindNextFileW
+#define _wfopen ce::_wfopen

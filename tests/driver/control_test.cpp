@@ -240,15 +240,15 @@ TEST_F(settings_test, contacts_variable) {
         return phone.request(ZPD_IOCTL_PIM_CONTACTS_VAR, text16(name), capacity);
     };
     EXPECT_EQ(ask(TEXT("Own"), 100), failed(5)) << "no such key";
-    phone.preset("Own", REG_SZ, "0123456789", R"(\Software\Microsoft\Pim\Contacts\Settings)");
+    phone.preset("Own", REG_BINARY, "0123456789", R"(\Software\Microsoft\Pim\Contacts\Settings)");
     EXPECT_EQ(ask(TEXT("Other"), 100), failed(2));
-    EXPECT_EQ(ask(TEXT("Own"), 18), done(u32(REG_SZ) + text("0123456789")));
+    EXPECT_EQ(ask(TEXT("Own"), 18), done(u32(REG_BINARY) + text("0123456789")));
     for (const DWORD capacity : {17u, 10u, 9u, 4u, 0u}) {
         EXPECT_EQ(ask(TEXT("Own"), capacity), failed(122)) << capacity;
     }
     expect_in_order(phone.log(), {"ERROR RegOpenKeyExW() failed, error=0x2",
                                   "WARNING RegQueryValueExW() failed: requested field doesn't exist",
-                                  "DEBUG sucessfully read 10 bytes of registry type 0x1",
+                                  "DEBUG sucessfully read 10 bytes of registry type 0x3",
                                   "WARNING RegQueryValueExW() failed: provided buffer is too short"});
 }
 

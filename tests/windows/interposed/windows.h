@@ -47,6 +47,7 @@ FILE* fallible_stream(const char* function, call_t call) {
 #undef RegCreateKeyExW
 #undef RegOpenKeyExW
 #undef CreateThread
+#undef _wfopen
 #define GetTickCount interposed::GetTickCount
 #define WaitForSingleObject interposed::WaitForSingleObject
 #define ZPD_FALLIBLE(kind, function, real, ...) interposed::kind(function, [&] { return real(__VA_ARGS__); })
@@ -61,4 +62,4 @@ FILE* fallible_stream(const char* function, call_t call) {
 #define RegSetValueExW(...) ZPD_FALLIBLE(fallible_registry, "RegSetValueExW", RegSetValueExW, __VA_ARGS__)
 #define RegFlushKey(...) ZPD_FALLIBLE(fallible_registry, "RegFlushKey", RegFlushKey, __VA_ARGS__)
 #define RegCloseKey(...) ZPD_FALLIBLE(fallible_registry, "RegCloseKey", RegCloseKey, __VA_ARGS__)
-#define _wfopen(...) ZPD_FALLIBLE(fallible_stream, "_wfopen", _wfopen, __VA_ARGS__)
+#define _wfopen(...) ZPD_FALLIBLE(fallible_stream, "_wfopen", ce::_wfopen, __VA_ARGS__)
