@@ -165,7 +165,8 @@ TEST_F(dll_test, stays_until_the_sender_has_left) {
     zpd_t zpd;
     zpd.init(nullptr, nullptr);
     radio.question(1);
-    zpd.init(nullptr, nullptr);  // changes nothing, yet waits until the round has ended: the sender holds no lock
+    zpd.request(ZPD_IOCTL_VERSION);  // its round has ended
+    Sleep(100);                      // and it sleeps, which no event tells: it may hold no lock of the C++ runtime
     const HANDLE sender = OpenThread(THREAD_SUSPEND_RESUME | SYNCHRONIZE, FALSE, asking_thread);
     ASSERT_NE(sender, nullptr);
     EXPECT_EQ(SuspendThread(sender), 0u);
