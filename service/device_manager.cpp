@@ -82,7 +82,7 @@ std::string preset_activation() {
     constexpr std::array<BYTE, 4> active{1, 0, 0, 0};
     HKEY key = nullptr;
     LONG error =
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, settings, 0, nullptr, 0, KEY_READ_AND_WRITE, nullptr, &key, nullptr);
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, settings, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
     if (error == ERROR_SUCCESS) {
         error = RegSetValueExW(key, TEXT("activated"), 0, REG_DWORD, active.data(), active.size());
         RegCloseKey(key);

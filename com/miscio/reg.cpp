@@ -22,8 +22,8 @@ reg_t::~reg_t() {
 
 void reg_t::init() {
     DWORD disposition = 0;
-    const uint32_t result = static_cast<uint32_t>(RegCreateKeyExW(root, widen(key_path).c_str(), 0, nullptr, 0,
-                                                                  KEY_READ_AND_WRITE, nullptr, &handle, &disposition));
+    const uint32_t result = static_cast<uint32_t>(RegCreateKeyExW(
+        root, widen(key_path).c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &handle, &disposition));
     if (result != ERROR_SUCCESS) {
         handle = nullptr;
         // The format lacks the "x" of "0x" deliberately: whoever searches logs searches for this.

@@ -6,10 +6,10 @@
  *   string          u32 count of octets, then the octets; no terminator
  *   string16        u32 count of octets, then UTF-16 code units, little-endian; no terminator
  *
- * A request that fails returns FALSE with the last error set. Errors common to all codes: ZPD_ERROR_INVALID_FUNCTION for an
- * unknown code, ZPD_ERROR_INVALID_DATA for input that is short or where none belongs, ZPD_ERROR_INSUFFICIENT_BUFFER when
- * the output does not fit (0 octets are returned then), ZPD_ERROR_CANNOT_IMPERSONATE, ZPD_ERROR_DEVICE_NOT_AVAILABLE when
- * the driver is not running. */
+ * A request that fails returns FALSE with the last error set. Errors common to all codes: ZPD_ERROR_INVALID_FUNCTION
+ * for an unknown code, ZPD_ERROR_INVALID_DATA for input that is short or where none belongs,
+ * ZPD_ERROR_INSUFFICIENT_BUFFER when the output does not fit (0 octets are returned then),
+ * ZPD_ERROR_CANNOT_IMPERSONATE, ZPD_ERROR_DEVICE_NOT_AVAILABLE when the driver is not running. */
 #ifndef ZPD_IOCTL_H
 #define ZPD_IOCTL_H
 
@@ -67,8 +67,8 @@
 /* A test hook on the settings. No input, no output. */
 #define ZPD_IOCTL_FOO ZPD_IOCTL_CODE(10u)
 
-/* Logging. Input octet mode (0 query, else set), for a set three octets: enabled (0..1), debug output level (0..7), file
- * level (0..7; 0 means no log file); output the three octets in force. ZPD_ERROR_OUT_OF_RANGE changes nothing. */
+/* Logging. Input octet mode (0 query, else set), for a set three octets: enabled (0..1), debug output level (0..7),
+ * file level (0..7; 0 means no log file); output the three octets in force. ZPD_ERROR_OUT_OF_RANGE changes nothing. */
 #define ZPD_IOCTL_LOG_OPTIONS ZPD_IOCTL_CODE(11u)
 
 /* How many datagrams may be with the radio at once. Input octet mode, for a set octet 1..255; output octet. */

@@ -113,8 +113,8 @@ struct RIL_IN_DELIVER {
     DWORD dwProtocolID;
     RILMSGDCS rmdDataCoding;
     SYSTEMTIME stSCReceiveTime;
-    DWORD cbHdrLength;    // octets of rgbHdr: the user data header without its length octet
-    DWORD cchMsgLength;   // octets of rgbMsg
+    DWORD cbHdrLength;   // octets of rgbHdr: the user data header without its length octet
+    DWORD cchMsgLength;  // octets of rgbMsg
     BYTE rgbHdr[MAXLENGTH_HDR];
     BYTE rgbMsg[MAXLENGTH_MSG];
 };
@@ -196,10 +196,12 @@ struct RILMESSAGE {
 static_assert(sizeof(RILMESSAGE) == 0xAC4);
 
 /// `result_code` is RIL_RESULT_*; `request` what the starting call returned.
-using RILRESULTCALLBACK = void (*)(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
-                                   DWORD parameter);
+using RILRESULTCALLBACK = void(CALLBACK*)(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
+                                          DWORD parameter);
 /// `code` is RIL_NOTIFY_*.
-using RILNOTIFYCALLBACK = void (*)(DWORD code, const void* data, DWORD data_size, DWORD parameter);
+using RILNOTIFYCALLBACK = void(CALLBACK*)(DWORD code, const void* data, DWORD data_size, DWORD parameter);
+
+extern "C" {
 
 /// Opens a session with the radio on port `index` and stores its handle. S_OK, S_FALSE, or a failure.
 HRESULT RIL_Initialize(DWORD index, RILRESULTCALLBACK result, RILNOTIFYCALLBACK notify, DWORD notification_classes,
@@ -211,3 +213,4 @@ HRESULT RIL_Deinitialize(HRIL session);
 HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options);
 /// Asks for the radio's system type. The result is RIL_RESULT_OK with a DWORD of RIL_SYSTEMTYPE_* bits.
 HRESULT RIL_GetCurrentSystemType(HRIL session);
+}

@@ -1,6 +1,6 @@
 /// The services of Windows CE that the driver uses, under their platform names: types, constants and prototypes as the
-/// platform publishes them. On Linux platform/linux implements them; on Windows the system's own header takes this one's
-/// place. Only what is used is declared.
+/// platform publishes them. On Linux platform/linux implements them; on Windows the system's own header takes this
+/// one's place. Only what is used is declared.
 ///
 /// Common to all calls: a failing call leaves its reason for GetLastError() of the calling thread, save the registry
 /// calls, which return it. A succeeding call leaves the last error alone. Wide text is UTF-16, zero-terminated.
@@ -69,10 +69,10 @@ void SetLastError(DWORD error);
 /// The calling thread's identifier, unique in the process while the thread runs, never 0.
 DWORD GetCurrentThreadId();
 
-/// Starts `start(parameter)` on a new thread. `stack_size` 0 is the default; `flags` are ignored. The thread runs on when
-/// its handle is closed. Returns the handle (the caller closes it), or null; the thread's id goes to `thread_id` unless
-/// that is null.
-using LPTHREAD_START_ROUTINE = DWORD (*)(LPVOID parameter);
+/// Starts `start(parameter)` on a new thread. `stack_size` 0 is the default; `flags` are ignored. The thread runs on
+/// when its handle is closed. Returns the handle (the caller closes it), or null; the thread's id goes to `thread_id`
+/// unless that is null.
+using LPTHREAD_START_ROUTINE = DWORD(WINAPI*)(LPVOID parameter);
 HANDLE CreateThread(void* security, DWORD stack_size, LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
                     DWORD* thread_id);
 
@@ -98,8 +98,12 @@ constexpr DWORD EVENT_RESET = 2;
 constexpr DWORD EVENT_SET = 3;
 /// Sets or resets an event; what SetEvent and ResetEvent are made of on Windows CE.
 BOOL EventModify(HANDLE event, DWORD function);
-inline BOOL SetEvent(HANDLE event) { return EventModify(event, EVENT_SET); }
-inline BOOL ResetEvent(HANDLE event) { return EventModify(event, EVENT_RESET); }
+inline BOOL SetEvent(HANDLE event) {
+    return EventModify(event, EVENT_SET);
+}
+inline BOOL ResetEvent(HANDLE event) {
+    return EventModify(event, EVENT_RESET);
+}
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 constexpr DWORD WAIT_OBJECT_0 = 0;
@@ -137,20 +141,21 @@ BOOL CeImpersonateCurrentProcess();
 BOOL CeRevertToSelf();
 
 /// UTF-16 to and from UTF-8 (`code_page` is CP_UTF8 and `flags` 0; the two default arguments of the first are null). A
-/// surrogate pair becomes one code point; a lone surrogate, and each ill-formed sequence of UTF-8, U+FFFD. Lengths count
-/// code units; -1 means zero-terminated, the terminator included. With an output length of 0 nothing is written. Returns
-/// the number of units of the whole result, 0 on failure (ERROR_INSUFFICIENT_BUFFER when it does not fit).
+/// surrogate pair becomes one code point; a lone surrogate, and each ill-formed sequence of UTF-8, U+FFFD. Lengths
+/// count code units; -1 means zero-terminated, the terminator included. With an output length of 0 nothing is written.
+/// Returns the number of units of the whole result, 0 on failure (ERROR_INSUFFICIENT_BUFFER when it does not fit).
 constexpr DWORD CP_UTF8 = 65001;
 int WideCharToMultiByte(DWORD code_page, DWORD flags, LPCWSTR wide, int wide_length, char* narrow, int narrow_length,
                         const char* default_char, BOOL* used_default_char);
 int MultiByteToWideChar(DWORD code_page, DWORD flags, const char* narrow, int narrow_length, LPWSTR wide,
                         int wide_length);
 
-/// The registry. Key paths are joined by backslashes, one at the front is allowed; paths and value names compare without
-/// case. Each call returns ERROR_SUCCESS or the reason why not.
+/// The registry. Key paths are joined by backslashes, one at the front is allowed; paths and value names compare
+/// without case. Each call returns ERROR_SUCCESS or the reason why not.
 inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(uintptr_t{0x80000002});
 constexpr DWORD KEY_QUERY_VALUE = 0x1;
-constexpr DWORD KEY_READ_AND_WRITE = 0x2001F;
+constexpr DWORD KEY_READ = 0x20019;
+constexpr DWORD KEY_WRITE = 0x20006;
 constexpr DWORD REG_CREATED_NEW_KEY = 1;
 constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 constexpr DWORD REG_SZ = 1;
@@ -161,9 +166,9 @@ LONG RegCreateKeyExW(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR key_class, 
 /// ERROR_FILE_NOT_FOUND when there is no such key.
 LONG RegOpenKeyExW(HKEY root, LPCWSTR path, DWORD options, DWORD access, HKEY* key);
 LONG RegCloseKey(HKEY key);
-/// With a null `data` only `type` and `size` are told. ERROR_MORE_DATA when `data` is shorter than the value (`size` then
-/// tells the length needed), ERROR_FILE_NOT_FOUND when there is no such value. Each output may be null, save `size` where
-/// `data` is given.
+/// With a null `data` only `type` and `size` are told. ERROR_MORE_DATA when `data` is shorter than the value (`size`
+/// then tells the length needed), ERROR_FILE_NOT_FOUND when there is no such value. Each output may be null, save
+/// `size` where `data` is given.
 LONG RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size);
 LONG RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
 /// Returns when all values of the key are on stable storage.

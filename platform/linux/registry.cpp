@@ -64,7 +64,7 @@ LONG key_of(HKEY handle, std::shared_ptr<open_key_t>& key) {
         key = keys().find(handle);
         return key != nullptr ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
     }
-    key = std::make_shared<open_key_t>(open_key_t{nullptr, "HKEY_LOCAL_MACHINE", KEY_READ_AND_WRITE});
+    key = std::make_shared<open_key_t>(open_key_t{nullptr, "HKEY_LOCAL_MACHINE", KEY_READ | KEY_WRITE});
     return current_database(key->database);
 }
 

@@ -236,19 +236,19 @@ TEST_F(settings_test, unacceptable_registry_values_are_replaced) {
 TEST_F(settings_test, contacts_variable) {
     phone.preset_logging();
     phone.start();
-    const auto ask = [&](const std::u16string& name, DWORD capacity) {
+    const auto ask = [&](const wide_string_t& name, DWORD capacity) {
         return phone.request(ZPD_IOCTL_PIM_CONTACTS_VAR, text16(name), capacity);
     };
-    EXPECT_EQ(ask(u"Own", 100), failed(5)) << "no such key";
-    phone.preset("Own", REG_SZ, "0123456789", R"(\Software\Microsoft\Pim\Contacts\Settings)");
-    EXPECT_EQ(ask(u"Other", 100), failed(2));
-    EXPECT_EQ(ask(u"Own", 18), done(u32(REG_SZ) + text("0123456789")));
+    EXPECT_EQ(ask(TEXT("Own"), 100), failed(5)) << "no such key";
+    phone.preset("Own", REG_BINARY, "0123456789", R"(\Software\Microsoft\Pim\Contacts\Settings)");
+    EXPECT_EQ(ask(TEXT("Other"), 100), failed(2));
+    EXPECT_EQ(ask(TEXT("Own"), 18), done(u32(REG_BINARY) + text("0123456789")));
     for (const DWORD capacity : {17u, 10u, 9u, 4u, 0u}) {
-        EXPECT_EQ(ask(u"Own", capacity), failed(122)) << capacity;
+        EXPECT_EQ(ask(TEXT("Own"), capacity), failed(122)) << capacity;
     }
     expect_in_order(phone.log(), {"ERROR RegOpenKeyExW() failed, error=0x2",
                                   "WARNING RegQueryValueExW() failed: requested field doesn't exist",
-                                  "DEBUG sucessfully read 10 bytes of registry type 0x1",
+                                  "DEBUG sucessfully read 10 bytes of registry type 0x3",
                                   "WARNING RegQueryValueExW() failed: provided buffer is too short"});
 }
 
@@ -296,9 +296,10 @@ TEST_F(settings_test, launching) {
     phone.preset_logging();
     phone.start();
     EXPECT_EQ(phone.request(ZPD_IOCTL_LAUNCH_APP, "\x05"), failed(13));
-    EXPECT_EQ(phone.request(ZPD_IOCTL_LAUNCH_APP, text16(u"")), failed(1359)) << "a legal string, nothing to launch";
+    EXPECT_EQ(phone.request(ZPD_IOCTL_LAUNCH_APP, text16(TEXT(""))), failed(1359))
+        << "a legal string, nothing to launch";
     platform::testing::fail_calls("SHLaunchApplicationForURI", 1155);
-    EXPECT_EQ(phone.request(ZPD_IOCTL_LAUNCH_APP, text16(u"tel:+1\xD83D\xDE00")), failed(1359));
+    EXPECT_EQ(phone.request(ZPD_IOCTL_LAUNCH_APP, text16(TEXT("tel:+1\xD83D\xDE00"))), failed(1359));
     expect_in_order(phone.log(),
                     {"ERROR can't read 'uri' input parameter", "DEBUG URI=''", "DEBUG URI='tel:+1\xF0\x9F\x98\x80'",
                      "DEBUG can't start application: error 0x00000483"});

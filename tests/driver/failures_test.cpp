@@ -28,7 +28,7 @@ void grow_capacity(phone_t& of) {
 
 void ask_contacts(phone_t& of) {
     of.preset("Own", REG_SZ, "1", R"(\Software\Microsoft\Pim\Contacts\Settings)");
-    of.request(ZPD_IOCTL_PIM_CONTACTS_VAR, text16(u"Own"));
+    of.request(ZPD_IOCTL_PIM_CONTACTS_VAR, text16(TEXT("Own")));
 }
 
 void raise(phone_t& on) {

@@ -72,7 +72,7 @@ TEST_F(lifetime_test, goes_and_comes_back_under_load) {
     two.join();
     air.join();
     phone.start();
-    radio.deliver(deliver_message(port_header, "good", u"+9"));
+    radio.deliver(deliver_message(port_header, "good", TEXT("+9")));
     EXPECT_EQ(phone.cards().back(), "+9:good");
 }
 
@@ -207,7 +207,7 @@ TEST_F(random_test, messages_harm_nothing) {
     EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), done(u32(2)));
     EXPECT_EQ(phone.incoming().size(), 9u);
     phone.request(ZPD_IOCTL_INCOMING_DIR_SIZE, u8(1) + u32(0));
-    radio.deliver(deliver_message(port_header, "good", u"+9"));
+    radio.deliver(deliver_message(port_header, "good", TEXT("+9")));
     EXPECT_EQ(phone.cards().back(), "+9:good");
 }
 

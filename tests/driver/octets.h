@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "com/miscio/text.h"
+
 inline std::string u8(unsigned value) {
     return {static_cast<char>(value)};
 }
@@ -21,9 +23,9 @@ inline std::string text(std::string_view octets) {
     return u32(static_cast<int64_t>(octets.size())) + std::string(octets);
 }
 
-inline std::string text16(std::u16string_view units) {
+inline std::string text16(wide_view_t units) {
     std::string octets;
-    for (const char16_t unit : units) {
+    for (const WCHAR unit : units) {
         octets += static_cast<char>(unit);
         octets += static_cast<char>(unit >> 8);
     }

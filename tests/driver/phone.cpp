@@ -2,28 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <ostream>
 #include <sstream>
 #include <thread>
 
-#include "platform/linux/home.h"
-#include "platform/linux/text.h"
-
 namespace fs = std::filesystem;
 
 namespace {
-
-/// In memory where there is room for it: the driver flushes each setting to the disk.
-fs::path make_home() {
-    std::string name = (fs::exists("/dev/shm") ? "/dev/shm" : testing::TempDir()) + "/zpd-driver-XXXXXX";
-    if (!mkdtemp(name.data())) {
-        std::abort();
-    }
-    return name;
-}
 
 std::string read_file(const fs::path& path) {
     std::ostringstream octets;
@@ -60,8 +47,7 @@ std::ostream& operator<<(std::ostream& stream, const reply_t& reply) {
     return stream;
 }
 
-phone_t::phone_t() : home_(make_home()) {
-    EXPECT_EQ(platform::set_home(home_), "");
+phone_t::phone_t() {
     platform::testing::no_failures();
     radio.reset();
 }
@@ -73,7 +59,6 @@ phone_t::~phone_t() {
     }
     request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(0) + u8(7) + u8(0));  // else the log file would outlive the driver
     stop();
-    fs::remove_all(home_);
 }
 
 void phone_t::preset(const std::string& name, uint32_t value) {
@@ -82,11 +67,11 @@ void phone_t::preset(const std::string& name, uint32_t value) {
 
 void phone_t::preset(const std::string& name, DWORD type, const std::string& octets, const std::string& key) {
     HKEY handle = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, platform::to_utf16(key).c_str(), 0, nullptr, 0, KEY_READ_AND_WRITE,
-                              nullptr, &handle, nullptr),
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, widen(key).c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr,
+                              &handle, nullptr),
               0);
-    EXPECT_EQ(RegSetValueExW(handle, platform::to_utf16(name).c_str(), 0, type,
-                             reinterpret_cast<const BYTE*>(octets.data()), static_cast<DWORD>(octets.size())),
+    EXPECT_EQ(RegSetValueExW(handle, widen(name).c_str(), 0, type, reinterpret_cast<const BYTE*>(octets.data()),
+                             static_cast<DWORD>(octets.size())),
               0);
     EXPECT_EQ(RegCloseKey(handle), 0);
 }
@@ -104,14 +89,14 @@ std::string phone_t::registry(const std::string& name) const {
     }
     std::string octets(256, '\0');
     auto size = static_cast<DWORD>(octets.size());
-    const LONG error = RegQueryValueExW(key, platform::to_utf16(name).c_str(), nullptr, nullptr,
-                                        reinterpret_cast<BYTE*>(octets.data()), &size);
+    const LONG error =
+        RegQueryValueExW(key, widen(name).c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(octets.data()), &size);
     RegCloseKey(key);
     return error == 0 ? octets.substr(0, size) : "(none)";
 }
 
 void phone_t::install(const std::string& application) {
-    fs::create_directories(home_ / "Applications" / "Install" / application);
+    fs::create_directories(home() / "Applications" / "Install" / application);
 }
 
 void phone_t::start() {
@@ -144,7 +129,7 @@ reply_t phone_t::request(DWORD code, const std::string& input, DWORD capacity) {
     return failed(error, {out.begin(), out.begin() + returned});
 }
 
-reply_t phone_t::send(const std::string& card, const std::u16string& number, bool utf8, bool long_reference) {
+reply_t phone_t::send(const std::string& card, const wide_string_t& number, bool utf8, bool long_reference) {
     return request(ZPD_IOCTL_SEND_MESSAGE, text(card) + u8(utf8) + u8(long_reference) + text16(number));
 }
 
@@ -198,7 +183,7 @@ void phone_t::let_sender_look() {
 
 std::vector<stored_t> phone_t::incoming() const {
     std::vector<stored_t> stored;
-    const fs::path directory = home_ / "Application Data/PUBLIC/VARKON/ZPD/INCOMING";
+    const fs::path directory = home() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING";
     if (!fs::exists(directory)) {
         return stored;
     }
@@ -206,7 +191,7 @@ std::vector<stored_t> phone_t::incoming() const {
         const std::string octets = read_file(entry.path());
         const size_t colon = octets.find(':');
         const size_t line_end = std::min(octets.find('\n'), octets.size() - 1);
-        stored.push_back({entry.path().filename(), octets.substr(0, colon),
+        stored.push_back({entry.path().filename().string(), octets.substr(0, colon),
                           octets.substr(colon + 1, line_end - colon - 1), octets.substr(line_end + 1)});
     }
     return stored;
@@ -222,7 +207,7 @@ std::vector<std::string> phone_t::cards() const {
 }
 
 std::vector<std::string> phone_t::raw_log() const {
-    std::istringstream file(read_file(home_ / "Application Data/PUBLIC/VARKON/ZPD/LOG/zpd.log"));
+    std::istringstream file(read_file(home() / "Application Data/PUBLIC/VARKON/ZPD/LOG/zpd.log"));
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);) {
         lines.push_back(line);
@@ -294,7 +279,7 @@ void expect_in_order(const std::vector<std::string>& log, const std::vector<std:
     }
 }
 
-RILMESSAGE deliver_message(const std::string& header, const std::string& data, const std::u16string& address) {
+RILMESSAGE deliver_message(const std::string& header, const std::string& data, const wide_string_t& address) {
     RILMESSAGE message{};
     message.cbSize = sizeof(message);
     message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_ORIGADDRESS | RIL_PARAM_M_DATACODING | RIL_PARAM_M_HDRLENGTH |

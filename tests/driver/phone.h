@@ -17,6 +17,7 @@
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/testing.h"
+#include "tests/driver/home.h"
 #include "tests/driver/octets.h"
 #include "tests/driver/scripted_radio.h"
 
@@ -65,7 +66,7 @@ class phone_t {
     void stop();
 
     reply_t request(DWORD code, const std::string& input = {}, DWORD capacity = 4096);
-    reply_t send(const std::string& card, const std::u16string& number = u"+491711234567", bool utf8 = false,
+    reply_t send(const std::string& card, const wide_string_t& number = TEXT("+491711234567"), bool utf8 = false,
                  bool long_reference = false);
     /// Sends a binary card and returns its id.
     uint32_t send_card(size_t octets);
@@ -93,11 +94,11 @@ class phone_t {
     /// The states that a datagram went through, as the log tells: "QUEUED DISPATCHER …".
     std::string states(uint32_t message, unsigned ordinal) const;
 
-    const std::filesystem::path& home() const { return home_; }
+    const std::filesystem::path& home() const { return home_.path(); }
     scripted_radio_t& radio = scripted_radio_t::instance();
 
   private:
-    std::filesystem::path home_;
+    home_t home_;
     bool running_ = false;
     DWORD network_ = no_network;
 };
@@ -109,7 +110,8 @@ void eventually(const std::function<bool()>& predicate);
 void expect_in_order(const std::vector<std::string>& log, const std::vector<std::string>& lines);
 
 /// A GSM deliver message with everything present.
-RILMESSAGE deliver_message(const std::string& header, const std::string& data, const std::u16string& address = u"+123");
+RILMESSAGE deliver_message(const std::string& header, const std::string& data,
+                           const wide_string_t& address = TEXT("+123"));
 /// The header of part `ordinal`: concatenation, then the service port.
 std::string part_header(unsigned reference, unsigned amount, unsigned ordinal, bool long_reference = false);
 inline const std::string port_header("\x05\x04\x23\xF4\x00\x00", 6);

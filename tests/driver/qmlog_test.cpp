@@ -6,12 +6,11 @@
 
 #include "com/qmlog/hex_dump.h"
 #include "com/qmlog/log_file.h"
-#include "platform/linux/home.h"
 #include "tests/driver/captured_log.h"
+#include "tests/driver/matches.h"
 #include "tests/driver/phone.h"
 
 using testing::ElementsAre;
-using testing::MatchesRegex;
 
 namespace {
 
@@ -24,10 +23,10 @@ TEST(log_line, default_form) {
     log(5, 12, R"(C:\src\main.cpp)", "daemon_t::init", "START");
     qmlog::log(qmlog::process_log(), 7, {12, "main.cpp", "ZPD_Open"}, "");
     const std::string brackets =
-        R"(\[monotonic=n/a \(TZ=n/a,GMT\) [0-9]+-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} '[^']+'\] \[[^]]+\])";
-    EXPECT_THAT(sink.lines, ElementsAre(MatchesRegex(brackets + " NOTICE at main.cpp:12 in daemon_t::init:"),
-                                        MatchesRegex(brackets + " -- START"),
-                                        MatchesRegex(brackets + " DEBUG: at main.cpp:12 in ZPD_Open")));
+        R"(\[monotonic=n/a \(TZ=n/a,GMT\) [0-9]+-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} '[^']+'\] \[[^\]]+\])";
+    EXPECT_THAT(sink.lines,
+                ElementsAre(matches(brackets + " NOTICE at main.cpp:12 in daemon_t::init:"),
+                            matches(brackets + " -- START"), matches(brackets + " DEBUG: at main.cpp:12 in ZPD_Open")));
 }
 
 TEST(log_line, punctuation_follows_what_is_given) {
@@ -60,8 +59,7 @@ TEST(log_line, fractions_of_the_second) {
     log(5, 0, "", "", "m");
     sink.set_flags(0x800 | 0x1000 | 0x2000 | qmlog::flag_message);
     log(5, 0, "", "", "m");
-    EXPECT_THAT(sink.lines,
-                ElementsAre(MatchesRegex(R"(\[[0-9:]{8}\.000\] m)"), MatchesRegex(R"(\[[0-9:]{8}\.000000\] m)")));
+    EXPECT_THAT(sink.lines, ElementsAre(matches(R"(\[[0-9:]{8}\.000\] m)"), matches(R"(\[[0-9:]{8}\.000000\] m)")));
 }
 
 TEST(log_line, is_never_cut) {

@@ -4,6 +4,7 @@
 
 #include <ctime>
 
+#include "tests/driver/matches.h"
 #include "tests/driver/phone.h"
 
 using testing::ElementsAre;
@@ -18,7 +19,7 @@ class receiving_test : public driver_test {
         phone.preset_logging();
     }
     void part(unsigned reference, unsigned amount, unsigned ordinal, const std::string& data,
-              const std::u16string& address = u"+123", bool long_reference = false) {
+              const wide_string_t& address = TEXT("+123"), bool long_reference = false) {
         radio.deliver(deliver_message(part_header(reference, amount, ordinal, long_reference), data, address));
     }
 };
@@ -62,7 +63,9 @@ TEST_F(receiving_test, filter) {
         {"empty address", port_header, "card", [](RILMESSAGE& m) { m.msgInDeliver.raOrigAddress.wszAddress[0] = 0; },
          "INFO incoming message address 'empty'", "empty:card"},
         {"surrogates", port_header, "card",
-         [](RILMESSAGE& m) { std::u16string(u"\xD83D\xDE00\xDE00").copy(m.msgInDeliver.raOrigAddress.wszAddress, 3); },
+         [](RILMESSAGE& m) {
+             wide_string_t(TEXT("\xD83D\xDE00\xDE00")).copy(m.msgInDeliver.raOrigAddress.wszAddress, 3);
+         },
          "INFO incoming message address '\xF0\x9F\x98\x80\xEF\xBF\xBD"
          "3'",
          "\xF0\x9F\x98\x80\xEF\xBF\xBD"
@@ -107,7 +110,7 @@ TEST_F(receiving_test, filter) {
 
 TEST_F(receiving_test, cdma_is_taken_as_it_is) {
     phone.start();
-    for (const std::u16string address : {u"555", u""}) {
+    for (const wide_string_t address : {TEXT("555"), TEXT("")}) {
         RILMESSAGE message{};
         message.dwParams = RIL_PARAM_M_TYPE;
         message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
@@ -134,11 +137,11 @@ TEST_F(receiving_test, parts_come_together) {
     EXPECT_EQ(phone.logged("ERROR dropping datagram: datagram #1 already received"), 1u);
     part(1, 2, 2, "d");
     EXPECT_EQ(phone.cards().back(), "+123:cd") << "the same reference again, a repeated part dropped";
-    part(2, 2, 1, "1", u"+1");
-    part(2, 2, 1, "2", u"+2");
-    part(2, 3, 1, "3", u"+1");
-    part(2, 2, 2, "1", u"+1");
-    part(2, 2, 2, "2", u"+2");
+    part(2, 2, 1, "1", TEXT("+1"));
+    part(2, 2, 1, "2", TEXT("+2"));
+    part(2, 3, 1, "3", TEXT("+1"));
+    part(2, 2, 2, "1", TEXT("+1"));
+    part(2, 2, 2, "2", TEXT("+2"));
     EXPECT_THAT(phone.cards(), ElementsAre("+123:AB", "+123:cd", "+1:11", "+2:22")) << "senders and amounts apart";
     part(2, 0, 1, "x");
     part(3, 2, 3, "x");
@@ -152,13 +155,13 @@ TEST_F(receiving_test, parts_come_together) {
     }
     EXPECT_EQ(phone.logged("ERROR adding of a diagram failed"), 4u);
     EXPECT_EQ(phone.logged("ERROR datagram processing failed, dropping it"), 4u);
-    part(0, 1, 1, "zero", u"0", true);
+    part(0, 1, 1, "zero", TEXT("0"), true);
     EXPECT_EQ(phone.cards().back(), "0:zero") << "reference 0, one part";
     std::string whole;
     for (unsigned ordinal = 255; ordinal >= 1; --ordinal) {
         const std::string data(120, static_cast<char>(ordinal));
         whole.insert(0, data);
-        part(0xFFFF, 255, ordinal, data, u"long", true);
+        part(0xFFFF, 255, ordinal, data, TEXT("long"), true);
     }
     EXPECT_EQ(phone.cards().back(), "long:" + whole);
 }
@@ -171,7 +174,7 @@ TEST_F(receiving_test, file_name_and_content) {
     const auto stored = phone.incoming();
     ASSERT_EQ(stored.size(), 2u) << "the same card twice is two files";
     for (const stored_t& file : stored) {
-        EXPECT_THAT(file.name, testing::MatchesRegex("[0-9a-f]{32}"));
+        EXPECT_THAT(file.name, matches("[0-9a-f]{32}"));
         EXPECT_GE(std::stoll(file.time), before);
         EXPECT_LE(std::stoll(file.time), time(nullptr));
         EXPECT_EQ(file.address, "+123");

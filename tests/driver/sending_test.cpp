@@ -69,7 +69,7 @@ TEST_F(sending_test, cards_are_cut_to_fit) {
         SCOPED_TRACE(row.name);
         const auto input = text(row.card) + u8(row.utf8) + u8(row.long_reference);
         const reply_t count = phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, input, 4);
-        const reply_t reply = phone.send(row.card, u"+1", row.utf8, row.long_reference);
+        const reply_t reply = phone.send(row.card, TEXT("+1"), row.utf8, row.long_reference);
         if (row.error != 0) {
             EXPECT_EQ(count, failed(static_cast<uint32_t>(row.error)));
             EXPECT_EQ(reply, failed(static_cast<uint32_t>(row.error)));
@@ -100,8 +100,8 @@ TEST_F(sending_test, gsm_submission_field_by_field) {
     SYSTEMTIME now;
     GetSystemTime(&now);
     phone.send(std::string(128, 'a') + std::string(72, 'b'));
-    phone.send(std::string(133, 'c'), u"+49", false, true);
-    phone.send(std::string(140, 'd'), u"+49", false, true);
+    phone.send(std::string(133, 'c'), TEXT("+49"), false, true);
+    phone.send(std::string(140, 'd'), TEXT("+49"), false, true);
     for (const size_t number : {1u, 2u, 3u}) {
         const submission_t sent = radio.submission(number);
         const RILMESSAGE& message = sent.message;
@@ -114,7 +114,7 @@ TEST_F(sending_test, gsm_submission_field_by_field) {
         EXPECT_EQ(submit.raDestAddress.dwParams, 7u);
         EXPECT_EQ(submit.raDestAddress.dwType, 0u);
         EXPECT_EQ(submit.raDestAddress.dwNumPlan, 1u);
-        EXPECT_EQ(std::u16string(submit.raDestAddress.wszAddress), number == 3 ? u"+49" : u"+491711234567");
+        EXPECT_EQ(wide_string_t(submit.raDestAddress.wszAddress), number == 3 ? TEXT("+49") : TEXT("+491711234567"));
         EXPECT_EQ(submit.dwProtocolID, 1u);
         const RILMSGDCS& coding = submit.rmdDataCoding;
         EXPECT_THAT((std::vector<DWORD>{coding.cbSize, coding.dwParams, coding.dwType, coding.dwFlags,
@@ -157,7 +157,7 @@ TEST_F(sending_test, cdma_submission_field_by_field) {
     phone.start_on(cdma);
     SYSTEMTIME now;
     GetSystemTime(&now);
-    phone.send(std::string(134, 'x'), u"5551234", false, true);
+    phone.send(std::string(134, 'x'), TEXT("5551234"), false, true);
     const RILMESSAGE message = radio.submission(2).message;
     EXPECT_EQ(message.cbSize, 0xAC4u);
     EXPECT_EQ(message.dwParams, 0x2F81CE26u);
@@ -168,7 +168,7 @@ TEST_F(sending_test, cdma_submission_field_by_field) {
     EXPECT_EQ(submit.raDestAddress.dwParams, 4u);
     EXPECT_EQ(submit.raDestAddress.dwType, 0u);
     EXPECT_EQ(submit.raDestAddress.dwNumPlan, 1u);
-    EXPECT_EQ(std::u16string(submit.raDestAddress.wszAddress), u"5551234");
+    EXPECT_EQ(wide_string_t(submit.raDestAddress.wszAddress), TEXT("5551234"));
     EXPECT_EQ(submit.rsaDestSubaddr.cbSize, 0x20Cu);
     EXPECT_EQ(submit.rsaDestSubaddr.dwParams, 0u);
     int next_year = 0;
@@ -205,10 +205,10 @@ TEST_F(sending_test, phone_numbers_up_to_the_field) {
     for (const auto& row : cases) {
         SCOPED_TRACE(row.length);
         radio.system_changed(row.network);
-        const std::u16string number(row.length, u'5');
+        const wide_string_t number(row.length, WCHAR{'5'});
         const uint32_t id = u32_at(phone.send("card", number).output, 0);
         if (row.sent) {
-            EXPECT_EQ(std::u16string(radio.submission(++sent).message.msgOutSubmit.raDestAddress.wszAddress), number);
+            EXPECT_EQ(wide_string_t(radio.submission(++sent).message.msgOutSubmit.raDestAddress.wszAddress), number);
         }
         eventually([&] { return phone.status(id) == std::vector<int32_t>{row.sent ? 4 : 2}; });
     }
@@ -219,7 +219,7 @@ TEST_F(sending_test, ids_wrap_and_last) {
     phone.preset("next_message_id", 65534);
     phone.start_on(gsm);
     EXPECT_EQ(phone.send("card"), done(u32(65534)));
-    EXPECT_EQ(phone.request(ZPD_IOCTL_SEND_MESSAGE, text("card") + u8(0) + u8(0) + text16(u"1"), 3), failed(122));
+    EXPECT_EQ(phone.request(ZPD_IOCTL_SEND_MESSAGE, text("card") + u8(0) + u8(0) + text16(TEXT("1")), 3), failed(122));
     EXPECT_EQ(phone.send("card"), done(u32(65535)));
     EXPECT_EQ(phone.registry("next_message_id"), u32(0));
     EXPECT_EQ(phone.send("card"), failed(4319, u32(0xFFFFFFFF))) << "id 0";

@@ -270,7 +270,7 @@ TEST_F(states_test, reused_ids) {
     phone.close(239);
     phone.close(240);
     platform::testing::fail_calls("RegSetValueExW", 5, -1);  // for speed: ids need not last here
-    const std::u16string unsendable(256, u'1');
+    const wide_string_t unsendable(256, WCHAR{'1'});
     for (uint32_t id = 242; id != 239; id = (id + 1) & 0xFFFF) {
         const reply_t reply = phone.send("", unsendable);
         ASSERT_EQ(reply, id == 0 ? failed(4319, u32(0xFFFFFFFF)) : done(u32(id)));
@@ -305,7 +305,7 @@ TEST_F(states_test, corners_of_the_machine) {
     message_t message(7);
     const auto add = [&](size_t octets) {
         return new datagram_t(message, static_cast<uint8_t>(message.datagrams.size()), "\x07" + port_header,
-                              std::string(octets, 'x'), u"1");
+                              std::string(octets, 'x'), TEXT("1"));
     };
     datagram_t* const first = add(10);
     datagram_t* const second = add(134);

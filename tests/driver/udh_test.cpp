@@ -6,6 +6,7 @@
 #include "com/sms/sms_udh.h"
 #include "platform/linux/hex.h"
 #include "tests/driver/captured_log.h"
+#include "tests/driver/matches.h"
 #include "tests/driver/phone.h"
 
 using testing::ElementsAre;
@@ -160,7 +161,7 @@ TEST(reassembly, datagram_without_concatenation_is_a_message) {
     sms_message_t message;
     EXPECT_TRUE(message.add_datagram(record));
     EXPECT_TRUE(message.is_complete());
-    EXPECT_THAT(message.stored_name(), testing::MatchesRegex("[0-9a-f]{32}"));
+    EXPECT_THAT(message.stored_name(), matches("[0-9a-f]{32}"));
     EXPECT_NE(message.stored_name(), message.stored_name());
 }
 

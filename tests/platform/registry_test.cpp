@@ -17,7 +17,7 @@ class registry_test_t : public home_test_t {
         }
         home_test_t::TearDown();
     }
-    HKEY create(LPCWSTR path, DWORD access = KEY_READ_AND_WRITE, DWORD* disposition = nullptr) {
+    HKEY create(LPCWSTR path, DWORD access = KEY_READ | KEY_WRITE, DWORD* disposition = nullptr) {
         HKEY key = nullptr;
         EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, access, nullptr, &key, disposition), 0);
         created.push_back(key);
@@ -78,15 +78,15 @@ TEST_F(registry_test_t, tells_the_size_and_delivers_only_what_fits) {
 
 TEST_F(registry_test_t, compares_without_case_and_keeps_the_first_spelling) {
     DWORD disposition = 0;
-    HKEY key = create(TEXT("\\Software\\Varkon"), KEY_READ_AND_WRITE, &disposition);
+    HKEY key = create(TEXT("\\Software\\Varkon"), KEY_READ | KEY_WRITE, &disposition);
     EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
     ASSERT_EQ(set(key, TEXT("Capacity"), REG_DWORD, {7, 0, 0, 0}), 0);
     RegCloseKey(key);
     reopen();
-    key = create(TEXT("SOFTWARE\\varkon\\New"), KEY_READ_AND_WRITE, &disposition);
+    key = create(TEXT("SOFTWARE\\varkon\\New"), KEY_READ | KEY_WRITE, &disposition);
     EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
     HKEY parent = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("software\\VARKON"), 0, KEY_READ_AND_WRITE, &parent), 0);
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("software\\VARKON"), 0, KEY_READ | KEY_WRITE, &parent), 0);
     EXPECT_EQ(get(parent, TEXT("CAPACITY")), std::pair(REG_DWORD, (octets_t{7, 0, 0, 0})));
     ASSERT_EQ(set(parent, TEXT("capacitY"), REG_DWORD, {8, 0, 0, 0}), 0);
     EXPECT_EQ(RegCreateKeyExW(parent, TEXT("nEW"), 0, nullptr, 0, KEY_QUERY_VALUE, nullptr, &key, &disposition), 0);

@@ -23,7 +23,7 @@ void set_next_message_id(const std::string& home, DWORD id) {
     ASSERT_EQ(platform::set_home(home), "");
     HKEY key = nullptr;
     ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon"), 0, nullptr, 0,
-                              KEY_READ_AND_WRITE, nullptr, &key, nullptr),
+                              KEY_READ | KEY_WRITE, nullptr, &key, nullptr),
               0);
     const std::array<BYTE, 4> octets{static_cast<BYTE>(id), static_cast<BYTE>(id >> 8), 0, 0};
     EXPECT_EQ(RegSetValueExW(key, TEXT("next_message_id"), 0, REG_DWORD, octets.data(), octets.size()), 0);

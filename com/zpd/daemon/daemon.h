@@ -157,7 +157,8 @@ class daemon_t {
 
     // ril_session.cpp
     void start_ril();
-    static void ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size, DWORD parameter);
+    static void CALLBACK ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
+                                       DWORD parameter);
     bool route_result(uint32_t result_code, uint32_t req_id, const octet_string_t& data, uint32_t data32,
                       uint32_t parameter);
 
@@ -168,7 +169,7 @@ class daemon_t {
     bool has_ril_session();
 
     // sender.cpp
-    static DWORD sender_thread_start(LPVOID parameter);
+    static DWORD WINAPI sender_thread_start(LPVOID parameter);
     static void sender_thread(sender_thread_t& sender);
     uint32_t sender_round();
     bool can_dispatch() const;
@@ -176,7 +177,7 @@ class daemon_t {
     void update_system_type(uint32_t system_type);
 
     // receiving.cpp
-    static void ril_notify_cb(DWORD code, const void* data, DWORD data_size, DWORD parameter);
+    static void CALLBACK ril_notify_cb(DWORD code, const void* data, DWORD data_size, DWORD parameter);
     static void process_gsm_or_cdma_message(const std::string& address, octet_view_t header, octet_view_t user_data);
     bool process_incoming_sms_datagram(std::unique_ptr<incoming_datagram>& record);
 

@@ -117,7 +117,7 @@ bool reduce(const RILMESSAGE& message, received_t& received) {
 
 }  // namespace
 
-void daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_size, DWORD /*parameter*/) {
+void CALLBACK daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_size, DWORD /*parameter*/) {
     QM_DEBUG("");
     if (code == RIL_NOTIFY_MESSAGE) {
         QM_INFO("Incoming message, dwCode=RIL_NOTIFY_MESSAGE");

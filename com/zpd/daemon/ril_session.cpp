@@ -82,7 +82,8 @@ void daemon_t::abstract_ril_request_t::log_result() const {
     }
 }
 
-void daemon_t::ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size, DWORD parameter) {
+void CALLBACK daemon_t::ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
+                                      DWORD parameter) {
     octet_string_t octets;
     if (data != nullptr) {
         octets.assign(static_cast<const char*>(data), data_size);

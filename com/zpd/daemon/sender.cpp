@@ -58,7 +58,7 @@ uint32_t sender_thread_t::time_left() {
     return time >= deadline ? 0 : static_cast<uint32_t>(std::min<uint64_t>(deadline - time, longest_wait));
 }
 
-DWORD daemon_t::sender_thread_start(LPVOID parameter) {
+DWORD WINAPI daemon_t::sender_thread_start(LPVOID parameter) {
     sender_thread(*static_cast<sender_thread_t*>(parameter));
     return 0;
 }

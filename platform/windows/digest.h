@@ -1,0 +1,1 @@
+#include "platform/include/digest.h"
