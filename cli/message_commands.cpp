@@ -71,7 +71,7 @@ int close(client_t& client, uint32_t id) {
 }
 
 std::shared_ptr<uint32_t> add_id(CLI::App* command) {
-    const auto id = std::make_shared<uint32_t>(0);
+    auto id = std::make_shared<uint32_t>(0);
     command->add_option("id", *id, "the message's id")
         ->type_name("ID")
         ->check(CLI::Range(0U, ZPD_MESSAGE_ID_MAX))

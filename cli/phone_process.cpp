@@ -55,6 +55,7 @@ std::string phone_process_t::start() {
         words.emplace_back("--activate");
     }
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
