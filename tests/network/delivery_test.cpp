@@ -15,7 +15,7 @@ class delivery_test : public network_test {
             alice_ = host(alice);
         }
         submit(*alice_, submit_to(bob, {octet}));
-        EXPECT_THAT_OK(alice_->read_until("OK\r\n"), "submission");
+        expect_ok(alice_->read_until("OK\r\n"), "submission");
     }
     std::unique_ptr<host_t> alice_;
 };
@@ -56,8 +56,8 @@ TEST_F(delivery_test, a_message_crosses_octet_for_octet) {
     stamp.tm_hour = time.hour;
     stamp.tm_min = time.minute;
     stamp.tm_sec = time.second;
-    EXPECT_NEAR(static_cast<double>(timegm(&stamp) - time.quarters_east * 900), static_cast<double>(std::time(nullptr)),
-                patience / 1000.0);
+    EXPECT_NEAR(static_cast<double>(timegm(&stamp) - time.quarters_east * 900L),
+                static_cast<double>(std::time(nullptr)), patience / 1000.0);
 
     to->send("AT+CMGR=1\r");
     EXPECT_TRUE(to->read_until("OK\r\n").starts_with("\r\n+CMGR: 1,,159\r\n")) << "read by now";
@@ -78,7 +78,7 @@ TEST_F(delivery_test, a_message_waits_for_a_phone_that_comes_later) {
     const auto from = host(alice);
     for (const std::string digits : {"+4930555", "4930555", "4930555"}) {
         submit(*from, submit_to(digits, {static_cast<uint8_t>(digits.size())}));
-        EXPECT_THAT_OK(from->read_until("OK\r\n"), "submission");
+        expect_ok(from->read_until("OK\r\n"), "submission");
     }
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 3));
     ASSERT_TRUE(network_->attach("4930555", &error_)) << error_;

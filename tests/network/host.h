@@ -83,16 +83,18 @@ inline const std::string alice = "+491700000001";
 inline const std::string bob = "+491700000002";
 
 class network_test : public testing::Test {
+  public:
+    ~network_test() override {
+        network_.reset();
+        std::filesystem::remove_all(directory_);
+    }
+
   protected:
     network_test() {
         char folder[] = "/tmp/network_test_XXXXXX";
         directory_ = mkdtemp(folder);
         network_ = network_t::start(directory_, {alice, bob}, &error_);
         EXPECT_NE(network_, nullptr) << error_;
-    }
-    ~network_test() override {
-        network_.reset();
-        std::filesystem::remove_all(directory_);
     }
 
     /// A host with echo off and `commands` done.
@@ -102,11 +104,11 @@ class network_test : public testing::Test {
         host->read_until("OK\r\n");
         for (const std::string& command : commands) {
             host->send(command + "\r");
-            EXPECT_THAT_OK(host->read_until("OK\r\n"), command);
+            expect_ok(host->read_until("OK\r\n"), command);
         }
         return host;
     }
-    static void EXPECT_THAT_OK(const std::string& reply, const std::string& command) {
+    static void expect_ok(const std::string& reply, const std::string& command) {
         EXPECT_TRUE(reply.ends_with("\r\nOK\r\n")) << command << ": " << reply;
     }
     bool wait_for(uint64_t statistics_t::*count, uint64_t value) const {

@@ -112,7 +112,9 @@ TEST_F(cards, arrive_octet_for_octet_exactly_once) {
         {card_file("largest.vcf", binary_of(32640)), "--binary"},
     };
     for (const fs::path& example : fs::directory_iterator(ZPD_EXAMPLES)) {
-        sends.push_back({example});
+        if (example.extension() == ".vcf") {
+            sends.push_back({example});
+        }
     }
     ASSERT_GE(sends.size(), 8U);
 
