@@ -16,6 +16,7 @@
 
 #include "radio/callbacks.h"
 #include "radio/modem_link.h"
+#include "radio/ril_message.h"
 
 namespace radio {
 
@@ -40,7 +41,7 @@ class modem_t {
 
     /// The session that messages and notifications go to from now on; null for none.
     void set_session(session_pointer_t session);
-    void submit(session_pointer_t session, HRESULT request, tpdu::octets_t submit, bool more_follow);
+    void submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow);
     void query_system_type(session_pointer_t session, HRESULT request);
 
   private:
@@ -79,7 +80,7 @@ class modem_t {
     void finish(const location_t& location, bool handed_over);
     void remove(const location_t& location);
     void take_delivery(const modem_line_t& line);
-    void hand_over_direct(const tpdu::deliver_t& deliver, bool acknowledged);
+    void hand_over_direct(const card_datagram_t& datagram, bool acknowledged);
     void hand_over_kept();
     void acknowledge();
 
@@ -90,7 +91,7 @@ class modem_t {
     void publish_system_type();
 
     // modem_submit.cpp
-    void run_submission(const session_pointer_t& session, HRESULT request, const tpdu::octets_t& submit,
+    void run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                         bool more_follow);
 
     callbacks_t& callbacks_;
@@ -104,6 +105,7 @@ class modem_t {
     session_pointer_t session_;
 
     // What the modem offers, from the set-up on.
+    technology_t technology_ = technology_t::gsm;
     std::string set_up_failure_;
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
     bool acknowledges_ = false;          // +CMT wants +CNMA
@@ -117,7 +119,7 @@ class modem_t {
         bool handed_over = false;  // and still to be deleted
     };
     std::map<location_t, taken_t> taken_;
-    std::deque<tpdu::deliver_t> kept_;  // delivered directly while there was no session
+    std::deque<card_datagram_t> kept_;  // delivered directly while there was no session
     std::string selected_memory_;
     uint64_t next_listing_ = 0;
 

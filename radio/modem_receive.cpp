@@ -112,12 +112,12 @@ void modem_t::consider(const location_t& location, const stored_message_t& messa
         return;
     }
     const std::optional<tpdu::octets_t> octets = tpdu_of_line(pdu, message.length);
-    const std::optional<tpdu::deliver_t> deliver = octets ? tpdu::decode_deliver(*octets) : std::nullopt;
-    if (!deliver || !is_card_datagram(*deliver)) {
+    const std::optional<card_datagram_t> datagram = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
+    if (!datagram) {
         return;
     }
     taken_[location] = {pdu, false};
-    callbacks_.message(session, message_of(*deliver), [this, location](bool handed_over) {
+    callbacks_.message(session, datagram->message, [this, location](bool handed_over) {
         post([this, location, handed_over] { finish(location, handed_over); });
     });
 }
@@ -156,21 +156,21 @@ void modem_t::remove(const location_t& location) {
 void modem_t::take_delivery(const modem_line_t& line) {
     const std::optional<size_t> length = delivered_length(line.text);
     const std::optional<tpdu::octets_t> octets = length ? tpdu_of_line(line.pdu, *length) : std::nullopt;
-    const std::optional<tpdu::deliver_t> deliver = octets ? tpdu::decode_deliver(*octets) : std::nullopt;
-    if (!deliver) {
+    if (!octets) {
         warn("a delivered message cannot be decoded: " + line.text + ' ' + line.pdu);
     }
-    if (deliver && is_card_datagram(*deliver)) {
-        hand_over_direct(*deliver, false);
+    const std::optional<card_datagram_t> datagram = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
+    if (datagram) {
+        hand_over_direct(*datagram, false);
     } else {
         acknowledge();
     }
 }
 
-void modem_t::hand_over_direct(const tpdu::deliver_t& deliver, bool acknowledged) {
-    const auto done = [this, deliver, acknowledged](bool handed_over) {
+void modem_t::hand_over_direct(const card_datagram_t& datagram, bool acknowledged) {
+    const auto done = [this, datagram, acknowledged](bool handed_over) {
         if (!handed_over) {
-            kept_.push_back(deliver);
+            kept_.push_back(datagram);
         }
         if (!acknowledged) {
             acknowledge();
@@ -181,7 +181,7 @@ void modem_t::hand_over_direct(const tpdu::deliver_t& deliver, bool acknowledged
         done(false);
         return;
     }
-    callbacks_.message(session, message_of(deliver),
+    callbacks_.message(session, datagram.message,
                        [this, done](bool handed_over) { post([done, handed_over] { done(handed_over); }); });
 }
 
@@ -189,8 +189,8 @@ void modem_t::hand_over_kept() {
     if (!receiver()) {
         return;
     }
-    for (const tpdu::deliver_t& deliver : std::exchange(kept_, {})) {
-        hand_over_direct(deliver, true);
+    for (const card_datagram_t& datagram : std::exchange(kept_, {})) {
+        hand_over_direct(datagram, true);
     }
 }
 

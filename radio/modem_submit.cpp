@@ -25,9 +25,9 @@ DWORD radio_error(const reply_t& reply) {
 
 }  // namespace
 
-void modem_t::run_submission(const session_pointer_t& session, HRESULT request, const tpdu::octets_t& submit,
+void modem_t::run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                              bool more_follow) {
-    const std::optional<tpdu::octets_t> pdu = tpdu::encode_pdu({.service_centre = {}, .tpdu = submit});
+    const std::optional<tpdu::octets_t> pdu = tpdu::encode_pdu({.service_centre = {}, .tpdu = submission.octets});
     if (link_.ending() || !pdu) {
         callbacks_.result(session, RIL_RESULT_ERROR, request, static_cast<DWORD>(RIL_E_RADIONOTPRESENT));
         return;
@@ -36,7 +36,7 @@ void modem_t::run_submission(const session_pointer_t& session, HRESULT request, 
         link_.exchange({.line = "AT+CMMS=1", .limit = limit::query});
     }
     link_kept_ = more_follow;
-    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", submit.size()),
+    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", submission.octets.size()),
                                           .limit = limit::submission,
                                           .prefixes = {"+CMGS:"},
                                           .entry = platform::to_hex(*pdu)});

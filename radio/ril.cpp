@@ -168,12 +168,12 @@ HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options) {
     if (checked != S_OK) {
         return checked;
     }
-    std::optional<tpdu::octets_t> submit = message == nullptr ? std::nullopt : radio::submit_of(*message);
-    if (!submit) {
+    std::optional<radio::submission_t> submission = message == nullptr ? std::nullopt : radio::submission_of(*message);
+    if (!submission) {
         return E_INVALIDARG;
     }
     const HRESULT request = next_request(now);
-    now.modem->submit(now.session, request, std::move(*submit), (options & RIL_SENDMSG_MORETOSEND) != 0);
+    now.modem->submit(now.session, request, std::move(*submission), (options & RIL_SENDMSG_MORETOSEND) != 0);
     return request;
 }
 

@@ -1,5 +1,6 @@
 #include "radio/ril_message.h"
 
+#include <fmt/format.h>
 #include <platform/linux/text.h>
 
 #include <algorithm>
@@ -83,6 +84,10 @@ void set_origin(const tpdu::address_t& originator, RILADDRESS& address) {
     std::copy_n(number.begin(), std::min<size_t>(number.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
 }
 
+std::string sender_of(const tpdu::address_t& originator) {
+    return fmt::format("{}:{}", static_cast<int>(originator.type), originator.text);
+}
+
 // The service centre's local time as UTC, in this century.
 bool set_time(const tpdu::timestamp_t& stamp, SYSTEMTIME& time) {
     using namespace std::chrono;
@@ -105,33 +110,7 @@ bool set_time(const tpdu::timestamp_t& stamp, SYSTEMTIME& time) {
     return true;
 }
 
-}  // namespace
-
-std::optional<tpdu::octets_t> submit_of(const RILMESSAGE& message) {
-    if (message.cbSize != sizeof message || message.dwType != RIL_MSGTYPE_OUT_SUBMIT) {
-        return std::nullopt;
-    }
-    const std::optional<tpdu::address_t> destination = destination_of(message.msgOutSubmit.raDestAddress);
-    const std::optional<uint8_t> data_coding = data_coding_of(message);
-    tpdu::submit_t submit;
-    if (!destination || !data_coding || !set_user_data(message, submit)) {
-        return std::nullopt;
-    }
-    submit.destination = *destination;
-    submit.data_coding = *data_coding;
-    submit.validity_period = validity_seven_days;
-    return tpdu::encode(submit);
-}
-
-bool is_card_datagram(const tpdu::deliver_t& deliver) {
-    if (!deliver.header_indicator || tpdu::alphabet_of(deliver.data_coding) != tpdu::alphabet_t::octets8) {
-        return false;
-    }
-    const std::optional<tpdu::user_data_parts_t> parts = tpdu::split_user_data(deliver.user_data);
-    return parts && tpdu::destination_port(parts->header) == card_port;
-}
-
-RILMESSAGE message_of(const tpdu::deliver_t& deliver) {
+RILMESSAGE message_of(const tpdu::deliver_t& deliver, const tpdu::user_data_parts_t& parts) {
     RILMESSAGE message{};
     message.cbSize = sizeof message;
     message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM_M_ORIGADDRESS | RIL_PARAM_M_PROTOCOLID |
@@ -149,12 +128,54 @@ RILMESSAGE message_of(const tpdu::deliver_t& deliver) {
     if (set_time(deliver.service_centre_time, in.stSCReceiveTime)) {
         message.dwParams |= RIL_PARAM_M_SCRECEIVETIME;
     }
-    if (const std::optional<tpdu::user_data_parts_t> parts = tpdu::split_user_data(deliver.user_data)) {
-        copy_octets(parts->header, in.rgbHdr, in.cbHdrLength);
-        copy_octets(parts->body, in.rgbMsg, in.cchMsgLength);
-    }
+    copy_octets(parts.header, in.rgbHdr, in.cbHdrLength);
+    copy_octets(parts.body, in.rgbMsg, in.cchMsgLength);
     message.msgInDeliver = in;
     return message;
+}
+
+// The bit that more messages wait differs between copies of one message.
+tpdu::octets_t identity_of(tpdu::deliver_t deliver) {
+    deliver.more_messages = false;
+    return tpdu::encode(deliver).value_or(tpdu::octets_t());
+}
+
+}  // namespace
+
+std::optional<submission_t> submission_of(const RILMESSAGE& message) {
+    if (message.cbSize != sizeof message || message.dwType != RIL_MSGTYPE_OUT_SUBMIT) {
+        return std::nullopt;
+    }
+    const std::optional<tpdu::address_t> destination = destination_of(message.msgOutSubmit.raDestAddress);
+    const std::optional<uint8_t> data_coding = data_coding_of(message);
+    tpdu::submit_t submit;
+    if (!destination || !data_coding || !set_user_data(message, submit)) {
+        return std::nullopt;
+    }
+    submit.destination = *destination;
+    submit.data_coding = *data_coding;
+    submit.validity_period = validity_seven_days;
+    std::optional<tpdu::octets_t> octets = tpdu::encode(submit);
+    return octets ? std::optional(submission_t{technology_t::gsm, std::move(*octets)}) : std::nullopt;
+}
+
+std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::octets_view_t octets) {
+    if (technology != technology_t::gsm) {
+        return std::nullopt;
+    }
+    const std::optional<tpdu::deliver_t> deliver = tpdu::decode_deliver(octets);
+    if (!deliver || !deliver->header_indicator ||
+        tpdu::alphabet_of(deliver->data_coding) != tpdu::alphabet_t::octets8) {
+        return std::nullopt;
+    }
+    const std::optional<tpdu::user_data_parts_t> parts = tpdu::split_user_data(deliver->user_data);
+    if (!parts || tpdu::destination_port(parts->header) != card_port) {
+        return std::nullopt;
+    }
+    return card_datagram_t{.message = message_of(*deliver, *parts),
+                           .sender = sender_of(deliver->originator),
+                           .header = {parts->header.begin(), parts->header.end()},
+                           .identity = identity_of(*deliver)};
 }
 
 }  // namespace radio

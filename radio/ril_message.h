@@ -1,4 +1,5 @@
-/// RILMESSAGE to and from TPDUs: what the driver hands to the radio and what it is handed. Pure functions.
+/// RILMESSAGE to and from what a modem sends and receives: what the driver hands to the radio and what it is handed.
+/// Pure functions.
 #pragma once
 
 #include <ril.h>
@@ -17,14 +18,26 @@ inline constexpr uint16_t card_port = 9204;
 /// driver hands over the clock time of the submission instead, by which every message would be too old on arrival.
 inline constexpr uint8_t validity_seven_days = 166 + 7;
 
-/// The SMS-SUBMIT of an outgoing message. None when it is none that can go on the air: of a wrong size or type, a
-/// destination that is no number, more than 140 octets of user data, or coded in the 7-bit alphabet (the message
-/// carries octets).
-std::optional<tpdu::octets_t> submit_of(const RILMESSAGE& message);
+/// The kind of network that a message is for; its octets are coded accordingly.
+enum class technology_t : uint8_t { gsm, cdma };
 
-/// True for 8-bit data whose header addresses the port of contact cards.
-bool is_card_datagram(const tpdu::deliver_t& deliver);
-/// A card datagram as the driver expects it. The time is left out when it is no date.
-RILMESSAGE message_of(const tpdu::deliver_t& deliver);
+/// What AT+CMGS sends: an SMS-SUBMIT.
+struct submission_t {
+    technology_t technology = technology_t::gsm;
+    tpdu::octets_t octets;
+};
+/// None when the message is none that can go on the air: of a wrong size or type, a destination that is no number, more
+/// than 140 octets of user data, or coded in the 7-bit alphabet (the message carries octets).
+std::optional<submission_t> submission_of(const RILMESSAGE& message);
+
+/// 8-bit data whose header addresses the port of contact cards.
+struct card_datagram_t {
+    RILMESSAGE message;       // as the driver expects it; the time is left out when it is no date
+    std::string sender;       // type of number and digits: tells senders apart
+    tpdu::octets_t header;    // without its length octet
+    tpdu::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
+};
+/// Of the octets that a modem delivers: an SMS-DELIVER. None for anything that is no card datagram.
+std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::octets_view_t octets);
 
 }  // namespace radio
