@@ -175,6 +175,7 @@ std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::o
     return card_datagram_t{.message = message_of(*deliver, *parts),
                            .sender = sender_of(deliver->originator),
                            .header = {parts->header.begin(), parts->header.end()},
+                           .body = {parts->body.begin(), parts->body.end()},
                            .identity = identity_of(*deliver)};
 }
 

@@ -35,6 +35,7 @@ struct card_datagram_t {
     RILMESSAGE message;       // as the driver expects it; the time is left out when it is no date
     std::string sender;       // type of number and digits: tells senders apart
     tpdu::octets_t header;    // without its length octet
+    tpdu::octets_t body;
     tpdu::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
 };
 /// Of the octets that a modem delivers: an SMS-DELIVER. None for anything that is no card datagram.

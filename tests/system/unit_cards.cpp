@@ -47,10 +47,8 @@ TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
         {"\xC2\x9B"
          "31m",
          "\\u{009B}31m"},  // a control sequence introducer of one character
-        {"\xE2\x80\xAE"
-         "fcv",
-         "\\u{202E}fcv"},                                         // right-to-left override
-        {"\xC0\xAF \xED\xA0\x80", "\\xC0\\xAF \\xED\\xA0\\x80"},  // overlong, surrogate
+        {std::string("\xE2\x80").append("\xAE") + "fcv", "\\u{202E}fcv"},  // right-to-left override
+        {"\xC0\xAF \xED\xA0\x80", "\\xC0\\xAF \\xED\\xA0\\x80"},           // overlong, surrogate
         {"cut \xE2\x82", "cut \\xE2\\x82"},
         {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"},  // past U+10FFFF
         {"a\r\nb", "a\\x0D\\x0Ab"},
