@@ -32,9 +32,9 @@ std::optional<submission_t> submission_of(const RILMESSAGE& message);
 
 /// 8-bit data whose header addresses the port of contact cards.
 struct card_datagram_t {
-    RILMESSAGE message;       // as the driver expects it; the time is left out when it is no date
-    std::string sender;       // type of number and digits: tells senders apart
-    tpdu::octets_t header;    // without its length octet
+    RILMESSAGE message;     // as the driver expects it; the time is left out when it is no date
+    std::string sender;     // type of number and digits: tells senders apart
+    tpdu::octets_t header;  // without its length octet
     tpdu::octets_t body;
     tpdu::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
 };
