@@ -2,21 +2,46 @@
 #include "cli/command.h"
 #include "service/device_manager.h"
 
+namespace {
+
+void set_limits(const std::vector<std::string>& assignments) {
+    for (const std::string& assignment : assignments) {
+        if (const std::string error = set_radio_limit(assignment); !error.empty()) {
+            throw CLI::ValidationError("--set", error);
+        }
+    }
+}
+
+}  // namespace
+
 void add_serve_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("serve", "Run the driver on a modem, its device open to the other commands");
     const auto options = std::make_shared<serve_options_t>();
-    command->add_option("--modem", options->modem, "the modem's tty")->type_name("TTY")->required();
+    command->add_option("--modem", options->modem.tty, "the modem's tty")->type_name("TTY")->required();
     add_home_option(command, context);
     add_device_option(command, context);
     command->add_option("--group", options->group, "let the members of this group use the device too")
         ->type_name("NAME");
+    command->add_option("--pin-file", options->modem.pin_file, "the SIM's PIN, in the first line of a file of your own")
+        ->type_name("FILE");
+    command
+        ->add_option("--announcement", options->modem.announcement,
+                     "how the modem tells new messages, the parameters of AT+CNMI (default: what suits it)")
+        ->type_name("MODE,MT,BM,DS,BFR");
+    command->add_option_function<std::vector<std::string>>("--set", set_limits, "a time or limit of the radio")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
     command->add_flag("--activate", options->activate, "store received cards from now on, as 'zpd activation on' does");
     command->footer(
         "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"
         "\"ready\" when the device answers. /dev/serial/by-id has names that stay the same when a\n"
-        "modem is plugged in again.\n\nExamples:\n"
+        "modem is plugged in again; one that was named otherwise is looked for under its name there\n"
+        "as well.\n\nTimes and limits for --set (docs/radio.md has all of them):\n" +
+        radio_limits() +
+        "\nExamples:\n"
         "  zpd serve --modem /dev/ttyUSB0 --activate\n"
-        "  zpd serve --modem /dev/serial/by-id/usb-... --home ~/phone2 --device ZPD2");
+        "  zpd serve --modem /dev/serial/by-id/usb-... --home ~/phone2 --device ZPD2\n"
+        "  zpd serve --modem /dev/ttyUSB0 --pin-file ~/.config/zpd-pin --set submission=120");
     command->callback([&context, options] {
         context.run = [&context, options] {
             options->home = std::filesystem::absolute(context.home);

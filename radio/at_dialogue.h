@@ -14,13 +14,13 @@
 
 #include "radio/at_lexer.h"
 #include "radio/at_values.h"
-#include "radio/time_limits.h"
+#include "radio/limits.h"
 
 namespace radio {
 
 struct command_t {
     std::string line;                          // with "AT", without the line's end
-    time_limit_t limit;                        // for the whole exchange
+    limit_t limit;                             // for the whole exchange
     std::vector<std::string_view> prefixes{};  // of its reply lines
     bool pdu_follows = false;                  // each reply line is followed by one PDU line
     std::string entry{};      // text for the prompt, in hexadecimal; with it the command expects a prompt

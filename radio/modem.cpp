@@ -17,18 +17,18 @@ modem_t::~modem_t() {
     stop();
 }
 
-std::string modem_t::start(const std::string& path) {
-    path_ = path;
+std::string modem_t::start(const modem_options_t& options) {
+    options_ = options;
     std::string error = connect();
     if (error.empty()) {
-        next_listing_ = platform::tick64() + limit::listing_again.milliseconds;
+        next_listing_ = platform::tick64() + milliseconds(limit_t::listing_again);
         thread_ = std::thread([this] { run(); });
     }
     return error;
 }
 
 std::string modem_t::connect() {
-    std::string error = tty_.open(path_);
+    std::string error = tty_.open(options_.tty);
     if (error.empty()) {
         error = set_up();
     }
@@ -150,19 +150,19 @@ void modem_t::warn_of_unknown(const std::string& line) {
 
 void modem_t::tell_loss() {
     loss_told_ = true;
-    warn(fmt::format("the modem on {} has hung up; it is looked for until it is back", path_));
+    warn(fmt::format("the modem on {} has hung up; it is looked for until it is back", options_.tty));
     publish_system_type();
-    back_off_ = limit::reopening.milliseconds;
+    back_off_ = milliseconds(limit_t::reopening);
     next_look_ = platform::tick64() + back_off_;
 }
 
 void modem_t::look_again() {
     if (connect().empty()) {
         loss_told_ = false;
-        warn(fmt::format("the modem on {} is back", path_));
+        warn(fmt::format("the modem on {} is back", options_.tty));
         list_all();
     } else {
-        back_off_ = std::min(back_off_ * 2, limit::reopening_most.milliseconds);
+        back_off_ = std::min(back_off_ * 2, milliseconds(limit_t::reopening_most));
         next_look_ = platform::tick64() + back_off_;
     }
 }

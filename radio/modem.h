@@ -16,6 +16,7 @@
 
 #include "radio/callbacks.h"
 #include "radio/modem_link.h"
+#include "radio/modem_port.h"
 #include "radio/ril_message.h"
 
 namespace radio {
@@ -29,7 +30,7 @@ class modem_t {
 
     /// Opens the tty, sets the modem up and starts the thread; once. Returns an empty text, or what failed and why.
     /// From then on a modem that hangs up is looked for under the same path, and set up again, until the end.
-    [[nodiscard]] std::string start(const std::string& path);
+    [[nodiscard]] std::string start(const modem_options_t& options);
     /// Ends the thread, after the deletes that are due and with an error for every request that is not answered yet.
     void stop();
 
@@ -98,7 +99,7 @@ class modem_t {
     tty_t tty_;
     modem_link_t link_;
     std::thread thread_;
-    std::string path_;
+    modem_options_t options_;
 
     std::mutex mutex_;  // guards the next two
     std::deque<job_t> jobs_;

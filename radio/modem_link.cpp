@@ -39,7 +39,7 @@ void modem_link_t::wake() {
 }
 
 void modem_link_t::begin_ending() {
-    ending_at_ = platform::tick64() + limit::ending.milliseconds;
+    ending_at_ = platform::tick64() + milliseconds(limit_t::ending);
     wake();
 }
 
@@ -54,15 +54,15 @@ bool modem_link_t::cut_off() const {
 }
 
 bool modem_link_t::wake_modem() {
-    const uint64_t until = platform::tick64() + limit::probe.milliseconds;
+    const uint64_t until = platform::tick64() + milliseconds(limit_t::probe);
     while (!cut_off() && !ending() && platform::tick64() < until) {
         // Out of a text entry, should the modem be in one; elsewhere the octet means nothing.
         out_ = escape;
-        if (run({"AT", limit::probe_again}).ok()) {
+        if (run({"AT", limit_t::probe_again}).ok()) {
             // The answers to all repetitions of AT come before this line. A modem without it has had the time to send
             // them.
             const reply_t reply =
-                run({.line = "AT+CMGF?", .limit = limit::settling, .prefixes = {"+CMGF:"}, .needs_line = true});
+                run({.line = "AT+CMGF?", .limit = limit_t::settling, .prefixes = {"+CMGF:"}, .needs_line = true});
             return reply.outcome != reply_t::outcome_t::lost;
         }
     }
@@ -77,9 +77,8 @@ reply_t modem_link_t::exchange(const command_t& command) {
     }
     reply_t reply = run(command);
     if (reply.outcome == reply_t::outcome_t::timeout) {
-        const time_limit_t& passed = limit_of(command);
-        if (!lost_) {
-            warn(fmt::format("no answer to {} within {} ms ({})", command.line, passed.milliseconds, passed.name));
+        if (const limit_t passed = limit_of(command); !lost_) {
+            warn(fmt::format("no answer to {} within {} s ({})", command.line, value_of(passed), name_of(passed)));
         }
         out_of_step_ = true;
     }
@@ -100,7 +99,7 @@ reply_t modem_link_t::run(const command_t& command) {
     out_ += *octets;
     const uint64_t begun = platform::tick64();
     while (dialogue_.in_progress() && !cut_off()) {
-        const uint64_t deadline = std::min<uint64_t>(begun + limit_of(command).milliseconds, ending_at_);
+        const uint64_t deadline = std::min<uint64_t>(begun + milliseconds(limit_of(command)), ending_at_);
         if (platform::tick64() >= deadline) {
             break;
         }
@@ -113,8 +112,8 @@ reply_t modem_link_t::run(const command_t& command) {
 }
 
 // The one that runs: until the prompt its own, from then on the command's.
-const time_limit_t& modem_link_t::limit_of(const command_t& command) const {
-    return command.entry.empty() || dialogue_.entry_sent() ? command.limit : limit::prompt;
+limit_t modem_link_t::limit_of(const command_t& command) const {
+    return command.entry.empty() || dialogue_.entry_sent() ? command.limit : limit_t::prompt;
 }
 
 void modem_link_t::wait(uint64_t until) {

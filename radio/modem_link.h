@@ -38,7 +38,7 @@ class modem_link_t {
     [[nodiscard]] bool lost() const { return lost_; }
 
     void wake();
-    /// Whatever runs or begins from now on has `limit::ending` altogether; a set-up ends at once.
+    /// Whatever runs or begins from now on has `limit_t::ending` altogether; a set-up ends at once.
     void begin_ending();
     [[nodiscard]] bool ending() const { return ending_at_ != never; }
 
@@ -54,7 +54,7 @@ class modem_link_t {
     };
 
     reply_t run(const command_t& command);
-    [[nodiscard]] const time_limit_t& limit_of(const command_t& command) const;
+    [[nodiscard]] limit_t limit_of(const command_t& command) const;
     bool recover();
     void pump(uint64_t until);
     void read_some();

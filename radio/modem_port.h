@@ -2,9 +2,18 @@
 /// driver. Each function may be called from any thread.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace radio {
+
+struct modem_options_t {
+    std::string tty;
+    /// Holds the SIM's PIN in its first line; empty for none.
+    std::filesystem::path pin_file{};
+    /// The parameters of AT+CNMI that a user insists on; empty to choose from what the modem offers.
+    std::string announcement{};
+};
 
 /// Opens the tty, takes it for this process alone (TIOCEXCL and a lock file whose holder an error names), brings the
 /// modem into PDU mode and starts the radio's threads. Returns an empty text, or what was tried, on what, and why it
@@ -13,7 +22,7 @@ namespace radio {
 /// A modem that hangs up later ends every request with an error and the system type with NONE; calls then fail with
 /// RIL_E_RADIONOTPRESENT. It is looked for under the same path, which may be a link, until it is back: then the session
 /// goes on as before, with the messages that have come meanwhile and the system type notified.
-[[nodiscard]] std::string attach_modem(const std::string& tty);
+[[nodiscard]] std::string attach_modem(const modem_options_t& options);
 
 /// Makes the attach_modem that runs, or else the next one, return promptly with "cancelled". One that has succeeded is
 /// not touched; detach_modem makes it forgotten.

@@ -33,7 +33,8 @@ bool modem_t::select_memory(const std::string& memory) {
     if (!name) {
         return false;
     }
-    const reply_t reply = link_.exchange({.line = "AT+CPMS=" + *name, .limit = limit::storage, .prefixes = {"+CPMS:"}});
+    const reply_t reply =
+        link_.exchange({.line = "AT+CPMS=" + *name, .limit = limit_t::storage, .prefixes = {"+CPMS:"}});
     if (!reply.ok()) {
         return false;
     }
@@ -48,7 +49,7 @@ bool modem_t::select_memory(const std::string& memory) {
 }
 
 void modem_t::list_all() {
-    next_listing_ = platform::tick64() + limit::listing_again.milliseconds;
+    next_listing_ = platform::tick64() + milliseconds(limit_t::listing_again);
     if (!receiver() || lost() || link_.ending()) {
         return;
     }
@@ -67,7 +68,7 @@ void modem_t::list(const std::string& memory) {
         return;
     }
     const reply_t reply =
-        link_.exchange({.line = all_messages, .limit = limit::listing, .prefixes = {"+CMGL:"}, .pdu_follows = true});
+        link_.exchange({.line = all_messages, .limit = limit_t::listing, .prefixes = {"+CMGL:"}, .pdu_follows = true});
     if (!reply.ok()) {
         warn_unless_lost("cannot list the message memory " + memory);
     }
@@ -90,7 +91,7 @@ void modem_t::read_new(const location_t& location) {
         return;
     }
     const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGR={}", location.index),
-                                          .limit = limit::storage,
+                                          .limit = limit_t::storage,
                                           .prefixes = {"+CMGR:"},
                                           .pdu_follows = true});
     const std::optional<stored_message_t> message = read_message(reply.first());
@@ -142,7 +143,7 @@ void modem_t::finish(const location_t& location, bool handed_over) {
 void modem_t::remove(const location_t& location) {
     const bool removed =
         select_memory(location.memory) &&
-        link_.exchange({.line = fmt::format("AT+CMGD={}", location.index), .limit = limit::storage}).ok();
+        link_.exchange({.line = fmt::format("AT+CMGD={}", location.index), .limit = limit_t::storage}).ok();
     if (removed) {
         taken_.erase(location);
     } else {
@@ -195,7 +196,7 @@ void modem_t::hand_over_kept() {
 }
 
 void modem_t::acknowledge() {
-    if (acknowledges_ && !link_.exchange({.line = "AT+CNMA", .limit = limit::storage}).ok()) {
+    if (acknowledges_ && !link_.exchange({.line = "AT+CNMA", .limit = limit_t::storage}).ok()) {
         warn_unless_lost("the modem refused the acknowledgement of a delivered message");
     }
 }

@@ -34,7 +34,7 @@ void modem_t::query_registration() {
         query_one("AT+CEREG?", "+CEREG:");
     }
     if (circuit_.registered() && !circuit_.access) {
-        const reply_t reply = link_.exchange({.line = "AT+COPS?", .limit = limit::query, .prefixes = {"+COPS:"}});
+        const reply_t reply = link_.exchange({.line = "AT+COPS?", .limit = limit_t::query, .prefixes = {"+COPS:"}});
         circuit_.access = operator_access(reply.first()).value_or(access_gsm);
     }
     publish_system_type();
@@ -43,7 +43,7 @@ void modem_t::query_registration() {
 // A line that came by itself among the reply lines is as true as the reply.
 void modem_t::query_one(const std::string& command, const char* prefix) {
     registration_t& kept = command == "AT+CREG?" ? circuit_ : packet_;
-    const reply_t reply = link_.exchange({.line = command, .limit = limit::query, .prefixes = {prefix}});
+    const reply_t reply = link_.exchange({.line = command, .limit = limit_t::query, .prefixes = {prefix}});
     if (!reply.ok()) {
         kept = {};
     }

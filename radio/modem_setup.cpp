@@ -31,24 +31,24 @@ std::string modem_t::set_up() {
     forget();
     link_.begin();
     if (!link_.wake_modem()) {
-        return fmt::format("no modem answers on {}: AT got no OK within {} seconds", path_,
-                           limit::probe.milliseconds / 1000);
+        return fmt::format("no modem answers on {}: AT got no OK within {} seconds", options_.tty,
+                           value_of(limit_t::probe));
     }
     ask("ATE0");
     ask("AT+CMEE=1");
     const std::string pin = ask("AT+CPIN?", {"+CPIN:"}).first();
     if (pin.find("PIN") != std::string::npos && (pin.ends_with(" PIN") || pin.ends_with(" PUK"))) {
-        return fmt::format("the SIM in the modem on {} is locked ({}): unlock it first", path_, shown(pin));
+        return fmt::format("the SIM in the modem on {} is locked ({}): unlock it first", options_.tty, shown(pin));
     }
     const bool pdu_mode = ask("AT+CMGF=0").ok();
     if (set_up_failure_.empty() && !pdu_mode) {
-        return fmt::format("the modem on {} refuses PDU mode (AT+CMGF=0)", path_);
+        return fmt::format("the modem on {} refuses PDU mode (AT+CMGF=0)", options_.tty);
     }
     set_up_memories();
     set_up_announcement();
     keeps_link_ = ask("AT+CMMS=?", {"+CMMS:"}).ok();
     set_up_registration();
-    return set_up_failure_.empty() ? std::string() : fmt::format("the modem on {} {}", path_, set_up_failure_);
+    return set_up_failure_.empty() ? std::string() : fmt::format("the modem on {} {}", options_.tty, set_up_failure_);
 }
 
 // A refusal is a modem's right; one that falls silent ends the set-up.
@@ -56,7 +56,7 @@ reply_t modem_t::ask(const std::string& line, std::vector<std::string_view> pref
     if (!set_up_failure_.empty()) {
         return {};
     }
-    reply_t reply = link_.exchange({.line = line, .limit = limit::setting, .prefixes = std::move(prefixes)});
+    reply_t reply = link_.exchange({.line = line, .limit = limit_t::setting, .prefixes = std::move(prefixes)});
     if (reply.outcome == reply_t::outcome_t::lost) {
         set_up_failure_ = "hung up during " + line;
     } else if (reply.outcome == reply_t::outcome_t::timeout) {
@@ -95,7 +95,7 @@ void modem_t::set_up_announcement() {
     }
     if (set_up_failure_.empty()) {
         warn(fmt::format("the modem announces no new messages; they are looked for every {} seconds",
-                         limit::listing_again.milliseconds / 1000));
+                         value_of(limit_t::listing_again)));
     }
 }
 

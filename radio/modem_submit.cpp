@@ -33,11 +33,11 @@ void modem_t::run_submission(const session_pointer_t& session, HRESULT request, 
         return;
     }
     if (keeps_link_ && more_follow && !link_kept_) {
-        link_.exchange({.line = "AT+CMMS=1", .limit = limit::query});
+        link_.exchange({.line = "AT+CMMS=1", .limit = limit_t::query});
     }
     link_kept_ = more_follow;
     const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", submission.octets.size()),
-                                          .limit = limit::submission,
+                                          .limit = limit_t::submission,
                                           .prefixes = {"+CMGS:"},
                                           .entry = platform::to_hex(*pdu)});
     // With its reference told the message is on its way, whether or not an OK follows.

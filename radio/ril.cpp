@@ -66,18 +66,18 @@ HRESULT next_request(state_t& now) {
 
 namespace radio {
 
-std::string attach_modem(const std::string& tty) {
+std::string attach_modem(const modem_options_t& options) {
     const std::lock_guard attaching(state().attaching);
     {
         const std::lock_guard lock(state().mutex);
         if (state().modem) {
-            return "cannot attach " + tty + ": a modem is attached already";
+            return "cannot attach " + options.tty + ": a modem is attached already";
         }
     }
     const auto callbacks = std::make_shared<callbacks_t>();
     auto modem = std::make_unique<modem_t>(*callbacks);  // gone before the callbacks that it refers to
     set_starting(modem.get());
-    std::string error = modem->start(tty);
+    std::string error = modem->start(options);
     const std::lock_guard lock(state().mutex);
     state().starting = nullptr;
     if (std::exchange(state().cancelled, false)) {

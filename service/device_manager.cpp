@@ -14,6 +14,7 @@
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
+#include "radio/limits.h"
 #include "radio/modem_port.h"
 #include "service/device_server.h"
 #include "service/device_socket.h"
@@ -100,7 +101,7 @@ class attached_modem_t {
 };
 
 /// Attaches the modem. One of `signals` ends the wait for a modem that does not answer.
-std::string attach(const std::string& tty, const end_signals_t& signals) {
+std::string attach(const radio::modem_options_t& modem, const end_signals_t& signals) {
     const descriptor_t over(eventfd(0, EFD_CLOEXEC));
     std::thread watcher([&] {
         std::array<pollfd, 2> ready{pollfd{signals.descriptor(), POLLIN, 0}, {over.get(), POLLIN, 0}};
@@ -110,7 +111,7 @@ std::string attach(const std::string& tty, const end_signals_t& signals) {
             radio::cancel_attach();
         }
     });
-    std::string error = radio::attach_modem(tty);
+    std::string error = radio::attach_modem(modem);
     eventfd_write(over.get(), 1);
     watcher.join();
     return error;
@@ -138,7 +139,8 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
     }
     device_server_t server(listener, driver.device());
     std::fputs(
-        fmt::format("ready: device {} on {}, home {}\n", options.device, options.modem, options.home.native()).c_str(),
+        fmt::format("ready: device {} on {}, home {}\n", options.device, options.modem.tty, options.home.native())
+            .c_str(),
         stdout);
     std::fflush(stdout);
     server.serve(signals.descriptor());
@@ -147,6 +149,24 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
 }
 
 }  // namespace
+
+std::string set_radio_limit(std::string_view assignment) {
+    const size_t equals = assignment.find('=');
+    if (equals == std::string_view::npos) {
+        return fmt::format("'{}' is not of the form NAME=VALUE", assignment);
+    }
+    return radio::set_limit(assignment.substr(0, equals), assignment.substr(equals + 1));
+}
+
+std::string radio_limits() {
+    std::string lines;
+    for (const radio::limit_row_t& row : radio::limits()) {
+        if (row.settable()) {
+            lines += fmt::format("  {:<16}{} {}\n", row.name, row.initial, row.unit);
+        }
+    }
+    return lines;
+}
 
 int serve(const serve_options_t& options) {
     umask(0077);  // what a phone receives is its user's alone

@@ -4,13 +4,20 @@
 #include <filesystem>
 #include <string>
 
+#include "radio/modem_port.h"
+
 struct serve_options_t {
-    std::string modem;           // the tty
+    radio::modem_options_t modem;
     std::filesystem::path home;  // the phone's home folder
     std::string device;          // name or path, see device_socket::path_of
     std::string group;           // whose members may use the device too; empty for none
     bool activate = false;       // switch the storing of received cards on
 };
+
+/// Sets one of the radio's times and limits, from NAME=VALUE, before `serve`. Returns an empty text, or why not.
+[[nodiscard]] std::string set_radio_limit(std::string_view assignment);
+/// Those that may be set, a line each.
+std::string radio_limits();
 
 /// Runs in the foreground. Prints one line that begins with "ready" when the device answers and `activate` has taken
 /// effect; what fails, on standard error. Ends on SIGINT, SIGTERM or SIGHUP, also while it waits for the modem to

@@ -19,7 +19,7 @@ struct dialogue_t {
     lines_t lines;
 };
 
-constexpr time_limit_t any_limit = limit::setting;
+constexpr limit_t any_limit = limit_t::setting;
 const std::string pdu = "0011000C91947110325476";
 
 std::vector<dialogue_t> dialogues() {

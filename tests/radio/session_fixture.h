@@ -121,7 +121,7 @@ class session : public testing::Test {
     }
 
   protected:
-    void attach() { ASSERT_EQ(radio::attach_modem(modem.tty()), ""); }
+    void attach() { ASSERT_EQ(radio::attach_modem({modem.tty()}), ""); }
     void open() {
         constexpr DWORD classes = RIL_NCLASS_MESSAGE | RIL_NCLASS_NETWORK;
         ASSERT_EQ(RIL_Initialize(1, on_result, on_notify, classes, parameter, &handle), S_OK);

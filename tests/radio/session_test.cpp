@@ -32,23 +32,23 @@ const std::string ok = scripted_modem_t::ok;
 // ---- Attaching. -----------------------------------------------------------------------------------------------------
 
 TEST_F(session, failures_to_attach_say_what_and_why) {
-    EXPECT_THAT(attach_modem("/dev/no-such-tty"), HasSubstr("/dev/no-such-tty: No such file"));
-    EXPECT_THAT(attach_modem("/dev/null"), HasSubstr("/dev/null is no tty"));
+    EXPECT_THAT(attach_modem({"/dev/no-such-tty"}), HasSubstr("/dev/no-such-tty: No such file"));
+    EXPECT_THAT(attach_modem({"/dev/null"}), HasSubstr("/dev/null is no tty"));
     modem.once("AT+CPIN?", "\r\n+CPIN: SIM PIN\r\n" + ok);
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("SIM PIN"));
+    EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("SIM PIN"));
     modem.once("AT+CMGF=0", "\r\n+CMS ERROR: 303\r\n");
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("PDU mode"));
-    EXPECT_EQ(attach_modem(modem.tty()), "") << "a failure leaves the tty free";
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("attached already"));
+    EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("PDU mode"));
+    EXPECT_EQ(attach_modem({modem.tty()}), "") << "a failure leaves the tty free";
+    EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("attached already"));
 }
 
 TEST_F(session, a_tty_in_use_is_left_alone) {
     const int other = ::open(modem.tty().c_str(), O_RDWR | O_NOCTTY);
     flock(other, LOCK_EX);
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("in use by another program"));
+    EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("in use by another program"));
     flock(other, LOCK_UN);
     ioctl(other, TIOCEXCL);
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("in use by another program"));
+    EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("in use by another program"));
     ioctl(other, TIOCNXCL);
     close(other);
 
@@ -62,14 +62,14 @@ TEST_F(session, a_tty_in_use_is_left_alone) {
     }
     const auto write_lock_file = [&] { std::ofstream(lock_file) << holder << '\n'; };
     write_lock_file();
-    EXPECT_THAT(attach_modem(modem.tty()), HasSubstr("process " + std::to_string(holder)));
+    EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("process " + std::to_string(holder)));
     EXPECT_TRUE(modem.log().empty()) << "nothing is said to a modem that another talks to";
     kill(holder, SIGKILL);
     for (const int still_a_zombie : {WNOWAIT, 0}) {
         siginfo_t ignored{};
         waitid(P_PID, static_cast<id_t>(holder), &ignored, WEXITED | still_a_zombie);
         write_lock_file();
-        EXPECT_EQ(attach_modem(modem.tty()), "") << "the lock of a dead process is taken over";
+        EXPECT_EQ(attach_modem({modem.tty()}), "") << "the lock of a dead process is taken over";
         detach_modem();
         EXPECT_FALSE(std::filesystem::exists(lock_file));
     }
@@ -82,7 +82,7 @@ TEST_F(session, a_silent_tty_is_given_up_in_time) {
     };
     for (const auto& [command, milliseconds, error] : rows) {
         modem.on(command, "");
-        auto attached = std::async(std::launch::async, [this] { return attach_modem(modem.tty()); });
+        auto attached = std::async(std::launch::async, [this] { return attach_modem({modem.tty()}); });
         ASSERT_TRUE(modem.heard(command));
         advance_clock(milliseconds);
         EXPECT_THAT(attached.get(), HasSubstr(error));
@@ -93,7 +93,7 @@ TEST_F(session, a_silent_tty_is_given_up_in_time) {
 TEST_F(session, attaching_can_be_cancelled) {
     for (const char* silent : {"AT", "AT+CPIN?"}) {
         modem.on(silent, "");
-        auto attached = std::async(std::launch::async, [this] { return attach_modem(modem.tty()); });
+        auto attached = std::async(std::launch::async, [this] { return attach_modem({modem.tty()}); });
         ASSERT_TRUE(modem.heard(silent));
         radio::cancel_attach();
         ASSERT_EQ(attached.wait_for(900ms), std::future_status::ready) << silent;  // all time limits are longer
@@ -101,7 +101,7 @@ TEST_F(session, attaching_can_be_cancelled) {
         modem.on(silent, ok);
     }
     radio::cancel_attach();
-    EXPECT_EQ(attach_modem(modem.tty()), "cancelled") << "it had not begun yet";
+    EXPECT_EQ(attach_modem({modem.tty()}), "cancelled") << "it had not begun yet";
     attach();
     radio::cancel_attach();
     detach_modem();
@@ -175,7 +175,7 @@ TEST_F(session, more_to_send_keeps_the_link_where_the_modem_can) {
 TEST_F(session, a_submission_without_a_prompt_or_an_answer_ends_in_time) {
     attach_and_open();
     events_t expected;
-    for (const auto& [silent, milliseconds] : {std::pair("AT+CMGS", 20'000), std::pair(">", 120'000)}) {
+    for (const auto& [silent, milliseconds] : {std::pair("AT+CMGS", 20'000), std::pair(">", 300'000)}) {
         const size_t before = modem.count(silent);
         modem.once(silent, "");
         const HRESULT first = send("first");
@@ -361,7 +361,7 @@ TEST_F(session, a_tty_that_hangs_up_ends_every_request) {
 
 TEST_F(session, a_modem_that_comes_back_under_its_path_serves_the_same_session) {
     const lasting_path_t path(modem);
-    ASSERT_EQ(attach_modem(path.link), "");
+    ASSERT_EQ(attach_modem({path.link}), "");
     open();
     ASSERT_TRUE(modem.heard("AT+CMGL=4", 2));
     testing::internal::CaptureStderr();
@@ -386,14 +386,14 @@ TEST_F(session, a_modem_that_comes_back_under_its_path_serves_the_same_session) 
                                             system_type(RIL_SYSTEMTYPE_GSM), "message meanwhile", sent(request)}));
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 testing::MatchesRegex("[^\n]* hung up[^\n]*\n[^\n]* is back\n"));
-    EXPECT_NE(attach_modem(path.link), "") << "it is attached all the time";
+    EXPECT_NE(attach_modem({path.link}), "") << "it is attached all the time";
 }
 
 TEST_F(session, detaching_ends_the_search_for_a_lost_modem_at_once) {
     const lasting_path_t path(modem);
     for (const bool in_the_set_up : {false, true}) {
         modem.on("AT+CPIN?", ok);
-        ASSERT_EQ(attach_modem(path.link), "");
+        ASSERT_EQ(attach_modem({path.link}), "");
         open();
         const size_t before = recorder.events(0).size();
         modem.hang_up();

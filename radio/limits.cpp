@@ -1,0 +1,93 @@
+#include "radio/limits.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <charconv>
+
+namespace radio {
+
+namespace {
+
+// docs/radio.md shows this table.
+constexpr limit_row_t rows[] = {
+    {limit_t::probe, "first-answer", 5, "s", 1, 300, "a modem that is there answers AT within a second"},
+    {limit_t::probe_again, "repeat", 1, "s", 0, 0, "a modem that was just switched on loses octets"},
+    {limit_t::settling, "settling", 1, "s", 0, 0, "late answers to earlier commands have come by then"},
+    {limit_t::setting, "setting", 10, "s", 2, 300, "settings may touch the SIM, which is busy after a start"},
+    {limit_t::sim_ready, "sim-ready", 60, "s", 1, 600, "a SIM with many files is read for half a minute"},
+    {limit_t::query, "query", 10, "s", 0, 0, "registration is known to the modem; it asks nobody"},
+    {limit_t::storage, "storage", 20, "s", 5, 300, "reading or deleting one message on a slow SIM"},
+    {limit_t::listing, "listing", 60, "s", 10, 600, "a full SIM, read message by message"},
+    {limit_t::listing_again, "listing-again", 300, "s", 10, 86'400, "announcements get lost; a delete may fail"},
+    {limit_t::prompt, "prompt", 20, "s", 5, 300, "the modem only has to switch to text entry"},
+    {limit_t::submission, "submission", 300, "s", 10, 3'600, "the network's own repetitions end before that"},
+    {limit_t::unknown_submissions, "unknown", 32, "datagrams", 0, 0, "more than the driver ever has in flight"},
+    {limit_t::link_kept, "link-kept", 1, "s", 0, 0, "AT+CMMS=1 lasts for 1 to 5 s without a submission"},
+    {limit_t::reopening, "reopening", 1, "s", 0, 0, "a USB modem that restarts is away for some seconds"},
+    {limit_t::reopening_most, "reopening-most", 30, "s", 0, 0, "a person who plugs it in waits for it"},
+    {limit_t::ending, "end", 2, "s", 0, 0, "what was handed over is deleted before the tty is freed"},
+};
+
+constexpr bool in_order() {
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        if (static_cast<size_t>(rows[i].limit) != i) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(in_order());
+
+// 0 for the initial value: no limit may be 0.
+std::array<std::atomic<uint64_t>, std::size(rows)> set_values;
+
+const limit_row_t& row_of(limit_t limit) {
+    return rows[static_cast<size_t>(limit)];
+}
+
+}  // namespace
+
+std::span<const limit_row_t> limits() {
+    return rows;
+}
+
+uint64_t value_of(limit_t limit) {
+    const uint64_t set = set_values[static_cast<size_t>(limit)];
+    return set != 0 ? set : row_of(limit).initial;
+}
+
+uint64_t milliseconds(limit_t limit) {
+    return value_of(limit) * 1000;
+}
+
+std::string_view name_of(limit_t limit) {
+    return row_of(limit).name;
+}
+
+std::string set_limit(std::string_view name, std::string_view text) {
+    const limit_row_t* const row = std::ranges::find(rows, name, &limit_row_t::name);
+    if (row == std::end(rows)) {
+        return fmt::format("there is no limit '{}'", name);
+    }
+    if (!row->settable()) {
+        return fmt::format("the limit '{}' cannot be set", name);
+    }
+    uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || end != text.data() + text.size() || value < row->least || value > row->most) {
+        return fmt::format("the limit '{}' takes {} to {} {}, not '{}'", name, row->least, row->most, row->unit, text);
+    }
+    set_values[static_cast<size_t>(row->limit)] = value;
+    return {};
+}
+
+void reset_limits() {
+    for (std::atomic<uint64_t>& value : set_values) {
+        value = 0;
+    }
+}
+
+}  // namespace radio

@@ -1,0 +1,60 @@
+/// Every wait and every bound of the radio, in one table.
+///
+/// A time runs from the moment its command is written; nothing that the modem says meanwhile lengthens it. Values are
+/// read when they are needed, from any thread; `set_limit` is for the time before a modem is attached.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace radio {
+
+enum class limit_t : uint8_t {
+    probe,
+    probe_again,
+    settling,
+    setting,
+    sim_ready,
+    query,
+    storage,
+    listing,
+    listing_again,
+    prompt,
+    submission,
+    unknown_submissions,
+    link_kept,
+    reopening,
+    reopening_most,
+    ending,
+};
+
+struct limit_row_t {
+    limit_t limit;
+    std::string_view name;
+    uint64_t initial;
+    std::string_view unit;
+    uint64_t least;  // what it may be set to; both 0 when it may not
+    uint64_t most;
+    std::string_view reason;
+
+    [[nodiscard]] bool settable() const { return most != 0; }
+};
+
+/// A row each, in the order of limit_t.
+std::span<const limit_row_t> limits();
+
+/// The value that holds now, in the row's unit.
+uint64_t value_of(limit_t limit);
+/// The same of a time in seconds.
+uint64_t milliseconds(limit_t limit);
+std::string_view name_of(limit_t limit);
+
+/// Sets a value from its text. Returns an empty text, or why not: no such name, none that may be set, no number, out
+/// of its range.
+[[nodiscard]] std::string set_limit(std::string_view name, std::string_view value);
+/// All as in the table again.
+void reset_limits();
+
+}  // namespace radio
