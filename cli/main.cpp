@@ -56,6 +56,7 @@ void add_commands(CLI::App& app, context_t& context) {
     add_demo_command(app, context);
     add_network_command(app, context);
     add_serve_command(app, context);
+    add_doctor_command(app, context);
     add_send_commands(app, context);
     add_message_commands(app, context);
     add_inbox_commands(app, context);

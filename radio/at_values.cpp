@@ -242,11 +242,37 @@ std::string receiving_memory(std::string_view line) {
     return values.size() > third ? values[third].text : std::string();
 }
 
+// The memory that new messages go to first, then the others that may hold older ones. "MT" is all of them together.
+std::vector<std::string> memories_to_read(const std::vector<std::string>& readable, const std::string& receiving) {
+    std::vector<std::string> wanted = {receiving};
+    if (receiving != "MT") {
+        wanted.insert(wanted.end(), {"SM", "ME"});
+    }
+    std::vector<std::string> memories;
+    for (const std::string& memory : wanted) {
+        if (std::ranges::find(readable, memory) != readable.end() &&
+            std::ranges::find(memories, memory) == memories.end()) {
+            memories.push_back(memory);
+        }
+    }
+    return memories;
+}
+
 std::optional<memory_level_t> memory_level(std::string_view line) {
     const std::vector<value_t> values = values_of(line);
     const std::optional<int> used = number_at(values, 0);
     const std::optional<int> total = number_at(values, 1);
     return used && total ? std::optional(memory_level_t{*used, *total}) : std::nullopt;
+}
+
+std::vector<memory_use_t> memories_in_use(std::string_view line) {
+    const std::vector<value_t> values = values_of(line);
+    std::vector<memory_use_t> memories;
+    for (size_t i = 0; i + 2 < values.size(); i += 3) {
+        memories.push_back(
+            {values[i].text, {number_at(values, i + 1).value_or(0), number_at(values, i + 2).value_or(0)}});
+    }
+    return memories;
 }
 
 std::optional<uint8_t> message_reference(std::string_view line) {

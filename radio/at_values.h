@@ -88,12 +88,20 @@ std::optional<tpdu::octets_t> tpdu_of_line(std::string_view pdu, size_t length);
 std::vector<std::string> readable_memories(std::string_view line);
 /// The third memory of +CPMS?: where new messages go. Empty when there is none.
 std::string receiving_memory(std::string_view line);
+/// Those of the readable memories that are searched for messages, the receiving one first.
+std::vector<std::string> memories_to_read(const std::vector<std::string>& readable, const std::string& receiving);
 /// The reply to a selection, +CPMS=: how full the selected memory is.
 struct memory_level_t {
     int used = 0;
     int total = 0;
 };
 std::optional<memory_level_t> memory_level(std::string_view line);
+/// The memories of +CPMS?, for reading, for writing and for what is received, as far as told.
+struct memory_use_t {
+    std::string name;
+    memory_level_t level;
+};
+std::vector<memory_use_t> memories_in_use(std::string_view line);
 
 /// The message reference of +CMGS.
 std::optional<uint8_t> message_reference(std::string_view line);

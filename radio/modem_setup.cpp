@@ -65,20 +65,9 @@ reply_t modem_t::ask(const std::string& line, std::vector<std::string_view> pref
     return reply;
 }
 
-// The memory that new messages go to first, then the others that may hold older ones. "MT" is all of them together.
 void modem_t::set_up_memories() {
     const std::vector<std::string> readable = readable_memories(ask("AT+CPMS=?", {"+CPMS:"}).first());
-    const std::string receiving = receiving_memory(ask("AT+CPMS?", {"+CPMS:"}).first());
-    std::vector<std::string> wanted = {receiving};
-    if (receiving != "MT") {
-        wanted.insert(wanted.end(), {"SM", "ME"});
-    }
-    for (const std::string& memory : wanted) {
-        if (std::ranges::find(readable, memory) != readable.end() &&
-            std::ranges::find(memories_, memory) == memories_.end()) {
-            memories_.push_back(memory);
-        }
-    }
+    memories_ = memories_to_read(readable, receiving_memory(ask("AT+CPMS?", {"+CPMS:"}).first()));
 }
 
 void modem_t::set_up_announcement() {

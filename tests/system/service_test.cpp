@@ -144,6 +144,30 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
     EXPECT_EQ(running.zpd({"version"}).status, 0);
 }
 
+TEST(service, doctor_tells_what_the_modem_is_and_who_has_it) {
+    const folder_t folder;
+    const network_t network(folder);
+    const arguments_t question{"doctor", "--modem", network.modem(alice)};
+    const outcome_t text = zpd(question);
+    EXPECT_EQ(text.status, 0) << text.errors;
+    EXPECT_EQ(text.errors, "");
+    for (const char* line : {"ZPD, Emulated modem", "...1010", "ready", "at home, Test Network, GSM, -71 dBm",
+                             "ME holds 0 of 100 (new", "SM holds 0 of 20", "+999000001", "stored and announced"}) {
+        EXPECT_THAT(text.output, HasSubstr(line));
+    }
+    const auto json = nlohmann::json::parse(zpd({"doctor", "--json", "--modem", network.modem(alice)}).output);
+    EXPECT_EQ(json["serial_number"].get<std::string>().size(), 15U);
+    EXPECT_EQ(json["memories"][1], nlohmann::json({{"name", "SM"}, {"used", 0}, {"total", 20}, {"receives", false}}));
+    EXPECT_TRUE(json["usable"]);
+
+    phone_t running(folder, "alice", network.modem(alice));
+    running.start();
+    ASSERT_TRUE(running.ready()) << running.serve().errors();
+    const outcome_t held = zpd(question);
+    EXPECT_EQ(held.status, 1);
+    EXPECT_THAT(held.output, HasSubstr("in use by process " + std::to_string(running.serve().id()) + " (zpd)"));
+}
+
 TEST(service, leaves_ordinary_messages_on_the_modem) {
     const folder_t folder;
     const network_t network(folder);

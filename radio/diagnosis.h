@@ -1,0 +1,48 @@
+/// What a modem is, and what would keep cards from being sent or received through it.
+///
+/// Asks only, and leaves the modem as it was: what an answer needs changed (the form of error codes, the memory that is
+/// looked into) is put back. No PIN is entered, and no message read, listed or deleted.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "radio/at_values.h"
+
+namespace radio {
+
+struct finding_t {
+    bool hinders = false;  // keeps cards from being sent or received; else a warning
+    std::string text;
+    std::string advice;  // what to do about it; may be empty
+};
+
+/// Texts are empty where the modem does not tell. Those from the modem are as it sent them: not fit for a terminal.
+struct diagnosis_t {
+    std::string maker;
+    std::string model;
+    std::string revision;
+    std::string serial_number;
+    std::string sim;
+    std::string registration;
+    std::string operator_name;
+    std::string technology;
+    std::optional<int> signal;           // dBm
+    std::vector<memory_use_t> memories;  // those that the radio would look into
+    std::string receiving_memory;        // where new messages go
+    std::string service_centre;          // its number
+    std::string delivery;                // how messages will come
+    std::vector<std::string> offers;     // the replies on which the choice of it rests
+    std::vector<finding_t> findings;     // causes before consequences
+
+    /// Cards can be sent and received.
+    [[nodiscard]] bool usable() const;
+};
+
+/// Takes the tty for as long as it lasts: mostly a second, and some more where the modem is silent. `cancelled` is
+/// asked between the questions, and leaves out the rest of them.
+diagnosis_t diagnose(const std::string& tty, const std::function<bool()>& cancelled);
+
+}  // namespace radio

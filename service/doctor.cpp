@@ -1,0 +1,8 @@
+#include "service/doctor.h"
+
+#include "service/end_signals.h"
+
+radio::diagnosis_t examine_modem(const std::string& tty) {
+    const end_signals_t signals;
+    return radio::diagnose(tty, [&signals] { return signals.wait(0); });
+}

@@ -1,0 +1,110 @@
+// What the diagnosis makes of a modem's replies, and that it leaves the modem as it was.
+#include "radio/diagnosis.h"
+
+#include <gmock/gmock.h>
+#include <platform/linux/testing.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/radio/scripted_modem.h"
+
+namespace {
+
+using radio::diagnosis_t;
+using testing::ElementsAre;
+using testing::Field;
+using testing::HasSubstr;
+
+constexpr const char* error = "\r\nERROR\r\n";
+
+const auto never = [] { return false; };
+
+std::string line(const std::string& text) {
+    return scripted_modem_t::line_and_ok(text);
+}
+
+/// One hindrance, or one warning, and nothing that follows from it.
+auto one_finding(bool hinders, const std::string& text) {
+    return ElementsAre(testing::AllOf(Field(&radio::finding_t::hinders, hinders),
+                                      Field(&radio::finding_t::text, HasSubstr(text)),
+                                      Field(&radio::finding_t::advice, testing::Not(""))));
+}
+
+TEST(diagnosis, what_stands_against_cards) {
+    const struct {
+        std::string command, reply;
+        bool hinders;
+        const char* text;
+    } rows[] = {
+        {"AT+CPIN?", line("+CPIN: SIM PIN"), true, "PIN wanted"},
+        {"AT+CPIN?", line("+CPIN:SIM PUK"), true, "PUK wanted"},
+        {"AT+CPIN?", "\r\n+CME ERROR: 10\r\n", true, "absent"},
+        {"AT+CPIN?", "\r\n+CMS ERROR: 310\r\n", true, "absent"},
+        {"AT+CPIN?", "\r\n+CME ERROR: 14\r\n", true, "busy"},
+        {"AT+CFUN?", line("+CFUN: 4"), true, "switched off (AT+CFUN? says 4)"},
+        {"AT+CREG?", line("+CREG: 0,2"), true, "searching"},
+        {"AT+CREG?", line("+CREG: 0,3"), true, "denied"},
+        {"AT+CREG?", line("+CREG: 0,11"), true, "unknown"},
+        {"AT+CREG?", error, true, "does not tell whether it is registered"},
+        {"AT+CREG?", line("+CREG: 0,5"), false, "roaming"},
+        {"AT+CSQ", line("+CSQ: 4,99"), false, "weak: -105 dBm"},
+        {"AT+CPMS?", line("+CPMS: \"ME\",2,20,\"ME\",2,20,\"SM\",20,20"), true, "SM holds 20 of 20"},
+        {"AT+CPMS?", line("+CPMS: \"ME\",16,20,\"ME\",16,20,\"SM\",15,20"), false, "ME holds 16 of 20"},
+        {"AT+CMGF=?", line("+CMGF: (1)"), true, "no PDU mode"},
+        {"AT+CSMS?", line("+CSMS: 0,1,0,0"), true, "does not send"},
+        {"AT+CSCA?", line("+CSCA: \"\",129"), true, "service centre"},
+        {"AT+CNMI=?", line("+CNMI: (0-2),(0),(0)"), false, "announces no new messages"},
+    };
+    for (const auto& row : rows) {
+        scripted_modem_t modem;
+        modem.on("AT+CEREG?", error);
+        modem.on("AT+CSCA?", line("+CSCA: \"+12025550111\",145"));
+        modem.on(row.command, row.reply);
+        const diagnosis_t found = radio::diagnose(modem.tty(), never);
+        EXPECT_THAT(found.findings, one_finding(row.hinders, row.text)) << row.reply;
+        EXPECT_EQ(found.usable(), !row.hinders) << row.reply;
+    }
+}
+
+TEST(diagnosis, identities_in_every_form) {
+    scripted_modem_t modem;
+    modem.on("AT+CGMI", "AT+CGMI\r\r\n+CMTI: \"SM\",1\r\n\r\nMaker, Inc.\r\n\r\nOK\r\n");  // with echo
+    modem.on("AT+CGMM", line("+CGMM: \"M-1\""));
+    modem.on("AT+CGMR", line("1.0: \"a\""));
+    modem.on("AT+CGSN", line("3512345678901234"));  // as a PDU looks, too
+    modem.on("AT+CEREG?", line("+CEREG: 0,5,\"01\",\"02\",7"));
+    modem.on("AT+CREG?", line("+CREG: 0,0"));
+    modem.on("AT+COPS?", line("+COPS: 0,2,\"00101\",7"));
+    const diagnosis_t found = radio::diagnose(modem.tty(), never);
+    EXPECT_THAT((std::vector{found.maker, found.model, found.revision, found.serial_number, found.registration,
+                             found.operator_name, found.technology}),
+                ElementsAre("Maker, Inc.", "M-1", "1.0: a", "3512345678901234", "roaming", "00101", "LTE"));
+}
+
+TEST(diagnosis, leaves_the_modem_as_it_was) {
+    for (const std::string end : {"", "silence", "interruption"}) {
+        scripted_modem_t modem;
+        modem.on("AT+CMEE?", line("+CMEE: 0"));
+        modem.on("AT+CPMS?", line("+CPMS: \"ME\",0,20,\"ME\",0,20,\"ME\",0,20"));
+        modem.on("AT+CSCA?", line("+CSCA: \"+12025550111\",145"));
+        modem.on("AT+CPMS=\"SM\"", line("+CPMS: 17,20,0,20,0,20"));
+        modem.on("AT+CMGF=?", end == "silence" ? "" : line("+CMGF: (0,1)"));
+        std::jthread time([&](const std::stop_token& over) {  // until the modem is woken a second time
+            while (end == "silence" && !over.stop_requested() && !modem.heard("AT", 2, std::chrono::milliseconds(5))) {
+                platform::testing::advance_clock(modem.count("AT+CMGF=?") > 0 ? 100 : 0);
+            }
+        });
+        const diagnosis_t found =
+            radio::diagnose(modem.tty(), [&] { return end == "interruption" && modem.count("AT+CPMS=\"SM\"") > 0; });
+        EXPECT_EQ(found.findings.size(), end.empty() ? 1 : 2) << end;
+        EXPECT_EQ(found.memories.size(), 2U);
+        std::vector<std::string> changes = modem.log();
+        std::erase_if(changes, [](const std::string& line) {
+            return line == "AT" || line.ends_with('?') || line.starts_with("AT+CG") || line == "AT+CSQ";
+        });
+        EXPECT_THAT(changes, ElementsAre("AT+CMEE=1", "AT+CPMS=\"SM\"", "AT+CPMS=\"ME\"", "AT+CMEE=0")) << end;
+    }
+}
+
+}  // namespace
