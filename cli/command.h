@@ -29,6 +29,7 @@ int with_device(const context_t& context, const std::function<int(client::client
 
 void add_demo_command(CLI::App& app, context_t& context);
 void add_network_command(CLI::App& app, context_t& context);
+void add_fault_command(CLI::App& app, context_t& context);
 void add_serve_command(CLI::App& app, context_t& context);
 void add_doctor_command(CLI::App& app, context_t& context);
 void add_send_commands(CLI::App& app, context_t& context);      // send, count

@@ -55,6 +55,7 @@ void add_commands(CLI::App& app, context_t& context) {
     add_device_option(&app, context);
     add_demo_command(app, context);
     add_network_command(app, context);
+    add_fault_command(app, context);
     add_serve_command(app, context);
     add_doctor_command(app, context);
     add_send_commands(app, context);

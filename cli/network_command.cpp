@@ -1,5 +1,6 @@
 /// zpd network.
 #include "cli/command.h"
+#include "cli/fault_socket.h"
 #include "cli/output.h"
 #include "cli/phone_number.h"
 #include "network/network.h"
@@ -10,7 +11,32 @@ namespace {
 struct network_options_t {
     std::vector<std::string> numbers;
     std::filesystem::path directory;
+    std::vector<std::string> faults;
 };
+
+/// Stops at the first that is none.
+std::string set_faults(network::network_t& network, const fault_order_t& order) {
+    for (const std::string& fault : order.faults) {
+        if (std::string error = network.set_fault(order.phone, fault); !error.empty()) {
+            return error;
+        }
+    }
+    return {};
+}
+
+std::string set_first_faults(network::network_t& network, const std::vector<std::string>& faults) {
+    for (const std::string& fault : faults) {
+        const size_t colon = fault.find(':');
+        if (colon == std::string::npos) {
+            return fmt::format("\"{}\" is no NUMBER:FAULT", fault);
+        }
+        if (std::string error = set_faults(network, {fault.substr(0, colon), {fault.substr(colon + 1)}});
+            !error.empty()) {
+            return error;
+        }
+    }
+    return {};
+}
 
 int run_network(const network_options_t& options) {
     const end_signals_t signals;
@@ -19,11 +45,19 @@ int run_network(const network_options_t& options) {
     if (!network) {
         return fail(error);
     }
+    fault_socket_t orders;
+    error = set_first_faults(*network, options.faults);
+    if (error.empty()) {
+        error = orders.open(options.directory);
+    }
+    if (!error.empty()) {
+        return fail(error);
+    }
     for (const std::string& number : options.numbers) {
         say("{}", network->link(number).native());
     }
     say("ready: {} in {}", counted(options.numbers.size(), "modem"), options.directory.native());
-    signals.wait(-1);
+    orders.serve([&](const fault_order_t& order) { return set_faults(*network, order); }, signals.descriptor());
     return exit_done;
 }
 
@@ -40,9 +74,11 @@ void add_network_command(CLI::App& app, context_t& context) {
     command->add_option("--dir", options->directory, "where the modems' ttys appear, as DIR/<number>")
         ->type_name("DIR")
         ->required();
+    command->add_option("--fault", options->faults, "a fault from the start on, see 'zpd fault --list'; repeatable")
+        ->type_name("NUMBER:FAULT[=VALUE]");
     command->footer(
         "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"
-        "\"ready\" when the modems answer.\n\nExample:\n"
+        "\"ready\" when the modems answer. 'zpd fault' makes them misbehave while it runs.\n\nExample:\n"
         "  zpd network --phones +12025550100,+12025550199 --dir /tmp/network\n"
         "  zpd serve --modem /tmp/network/+12025550100");
     command->callback([&context, options] { context.run = [options] { return run_network(*options); }; });

@@ -6,6 +6,8 @@
 #include <cctype>
 #include <utility>
 
+#include "platform/linux/clock.h"
+
 namespace network {
 
 namespace {
@@ -42,6 +44,8 @@ std::string framed(std::string_view text, bool numeric) {
 
 }  // namespace
 
+at_server_t::at_server_t(at_commands_t& commands, const faults_t& faults) : commands_(commands), faults_(faults) {}
+
 void at_server_t::take(char octet) {
     if (entering_text_) {
         take_text(octet);
@@ -54,9 +58,7 @@ void at_server_t::take_line(char octet) {
     if (line_.size() < 2 && !take_prefix(octet)) {
         return;
     }
-    if (settings_.echo) {
-        output_ += octet;
-    }
+    echo(octet);
     if (octet == carriage_return) {
         end_line();
     } else if (octet == backspace) {
@@ -65,6 +67,12 @@ void at_server_t::take_line(char octet) {
         }
     } else if (!is_control(octet)) {
         append(octet);
+    }
+}
+
+void at_server_t::echo(char octet) {
+    if (settings_.echo || faults_.echo == echo_t::always) {
+        output_ += octet;
     }
 }
 
@@ -112,7 +120,7 @@ void at_server_t::run(std::string_view commands) {
         if (result.kind == at_result_t::kind_t::enter_text) {
             after_text_ = commands;
             entering_text_ = true;
-            output_ += "\r\n> ";  // 3GPP TS 27.005 3.5.1
+            begin_prompt();
             return;
         }
         if (result.kind != at_result_t::kind_t::ok) {
@@ -123,10 +131,35 @@ void at_server_t::run(std::string_view commands) {
     finish(at_ok);
 }
 
-void at_server_t::take_text(char octet) {
-    if (settings_.echo) {
-        output_ += octet;
+void at_server_t::begin_prompt() {
+    if (faults_.late_prompt > 0) {
+        prompt_at_ = platform::tick64() + faults_.late_prompt;
+    } else {
+        output_ += faults_.prompt;
     }
+}
+
+std::optional<uint64_t> at_server_t::deadline() const {
+    if (late_results_.empty()) {
+        return prompt_at_;
+    }
+    return prompt_at_ ? std::min(*prompt_at_, late_results_.front().at) : late_results_.front().at;
+}
+
+void at_server_t::pass_deadline() {
+    const uint64_t now = platform::tick64();
+    while (!late_results_.empty() && late_results_.front().at <= now) {
+        (entering_text_ ? held_ : output_) += late_results_.front().octets;
+        late_results_.pop_front();
+    }
+    if (prompt_at_ && *prompt_at_ <= now) {
+        prompt_at_.reset();
+        output_ += faults_.prompt;
+    }
+}
+
+void at_server_t::take_text(char octet) {
+    echo(octet);
     if (octet == ctrl_z) {
         end_text();
     } else if (octet == escape) {
@@ -150,7 +183,13 @@ void at_server_t::end_text() {
     const std::string rest = std::exchange(after_text_, {});
     at_lines_t lines;
     const at_result_t result = commands_.execute_text(text, lines);
-    send_lines(lines);
+    if (faults_.late_results > 0) {
+        late_results_.push_back(
+            {platform::tick64() + faults_.late_results, lines_octets(lines) + result_octets(result)});
+        finish(at_nothing);
+        return;
+    }
+    output_ += lines_octets(lines);
     if (result.kind == at_result_t::kind_t::ok && !rest.empty()) {
         entering_text_ = false;
         run(rest);
@@ -160,20 +199,28 @@ void at_server_t::end_text() {
 }
 
 void at_server_t::finish(at_result_t result) {
-    const std::string text = result_text(result, settings_.error_form, settings_.numeric);
-    const bool digit = settings_.numeric && text.size() == 1;
-    if (!text.empty() && !settings_.quiet) {
-        output_ += digit ? text + "\r" : framed(text, settings_.numeric);
-    }
+    output_ += result_octets(result);
     entering_text_ = false;
     output_ += std::exchange(held_, {});
+}
+
+std::string at_server_t::result_octets(at_result_t result) const {
+    if (faults_.errors == error_form_t::plain && result.code != 0) {
+        result = at_error;
+    }
+    const std::string text = result_text(result, faults_.errors.value_or(settings_.error_form), settings_.numeric);
+    if (text.empty() || settings_.quiet) {
+        return {};
+    }
+    const bool digit = settings_.numeric && text.size() == 1;
+    return digit ? text + "\r" : framed(text, settings_.numeric);
 }
 
 at_result_t at_server_t::execute(const at_command_t& command) {
     at_lines_t lines;
     const std::optional<at_result_t> own = execute_own(command, lines);
     const at_result_t result = own ? *own : commands_.execute(command, lines);
-    send_lines(lines);
+    output_ += lines_octets(lines);
     return result;
 }
 
@@ -190,7 +237,7 @@ std::optional<at_result_t> at_server_t::execute_own(const at_command_t& command,
         return at_ok;
     }
     if (name == "Z" || name == "&F") {
-        settings_ = {};
+        reset_settings();
         commands_.reset_settings();
         return at_ok;
     }
@@ -238,17 +285,26 @@ void at_server_t::unsolicited(std::string_view text) {
     }
 }
 
-void at_server_t::send_lines(const at_lines_t& lines) {
-    if (!lines.empty()) {
-        output_ += framed(fmt::format("{}", fmt::join(lines, "\r\n")), settings_.numeric);
+/// The chatter of a talkative modem comes between the lines and after them, framed as an unsolicited line is.
+std::string at_server_t::lines_octets(const at_lines_t& lines) const {
+    if (lines.empty()) {
+        return {};
     }
+    const std::string chatter = faults_.chatter.empty() ? "" : framed(faults_.chatter, settings_.numeric);
+    return framed(fmt::format("{}", fmt::join(lines, "\r\n" + chatter)), settings_.numeric) + chatter;
+}
+
+void at_server_t::reset_settings() {
+    settings_ = {.echo = faults_.echo != echo_t::off_at_start, .numeric = faults_.numeric_at_start};
 }
 
 void at_server_t::power_on() {
-    settings_ = {};
+    reset_settings();
     for (std::string* text : {&line_, &last_line_, &after_text_, &held_, &output_}) {
         text->clear();
     }
+    prompt_at_.reset();
+    late_results_.clear();
     too_long_ = false;
     entering_text_ = false;
 }

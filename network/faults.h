@@ -1,8 +1,15 @@
-/// What can be done to one modem of the emulated network on demand: where it is registered, and how it misbehaves.
-/// Plain values; network.h hands them over.
+/// What can be done to one modem of the emulated network on demand: where it is registered, how it misbehaves, and its
+/// manner of speaking. Plain values; fault_table.h gives them the names that people write.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "network/capabilities.h"
+#include "network/result_codes.h"
 
 namespace network {
 
@@ -18,6 +25,8 @@ enum class access_technology_t : uint8_t {
     utran_hsupa = 5,
     utran_hspa = 6,
     e_utran = 7,
+    new_radio = 11,
+    last = 13,
 };
 
 /// What the modem has of the network. Without a registration at home or roaming it neither sends nor receives.
@@ -28,14 +37,37 @@ struct coverage_t {
     bool in_service() const { return registration == registration_t::home || registration == registration_t::roaming; }
 };
 
+enum class echo_t { as_asked, always, off_at_start };
+
+/// Times are in milliseconds of platform::tick64.
 struct faults_t {
-    /// So many of the next submissions are refused with this +CMS ERROR (3GPP TS 27.005 3.2.5).
-    unsigned refusals = 0;
+    // Submissions.
+    unsigned refusals = 0;  // so many of the next are refused with this +CMS ERROR (3GPP TS 27.005 3.2.5)
     unsigned refusal_code = 500;
-    /// So many of the next submissions reach the network, but their result never reaches the host.
-    unsigned lost_results = 0;
-    /// The modem takes everything and says nothing at all.
-    bool silent = false;
+    unsigned lost_results = 0;  // so many of the next reach the network, but their result never reaches the host
+    uint64_t late_results = 0;  // results come so much later; meanwhile the modem takes other commands
+    uint64_t late_prompt = 0;   // the prompt comes so much later; meanwhile the modem takes nothing
+
+    // Deliveries.
+    uint64_t delay = 0;        // what has been submitted less long ago is not delivered yet
+    bool duplicates = false;   // each comes twice
+    size_t reordered = 0;      // held back until so many wait, then passed in reverse
+    bool both_ways = false;    // stored, and handed over without a wait for an acknowledgement
+    bool unannounced = false;  // stored without +CMTI
+    bool wrong_index = false;  // +CMTI tells -1
+
+    // The message memories.
+    unsigned failing_deletes = 0;  // so many of the next AT+CMGD fail
+
+    // The manner of speaking.
+    bool silent = false;         // the modem takes everything and says nothing at all
+    bool single_octets = false;  // each octet to the host is written by itself
+    echo_t echo = echo_t::as_asked;
+    bool numeric_at_start = false;  // ATV0
+    std::string_view prompt = "\r\n> ";
+    std::string chatter;                 // an unsolicited line between any two lines of a response; empty: none
+    std::optional<error_form_t> errors;  // whatever +CMEE asks for
+    const capabilities_t* offers = &full_capabilities;
 };
 
 }  // namespace network

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "platform/linux/clock.h"
 #include "platform/linux/hex.h"
 
@@ -19,9 +21,10 @@ constexpr uint64_t acknowledgement_limit = 15'000;
 /// Highest number of a parameter whose range the command itself checks.
 constexpr unsigned any_number = 65'535;
 
-// <mt> of +CNMI
+constexpr size_t mode = 0;   // of +CNMI: 0 tells the host nothing
+constexpr size_t route = 1;  // of +CNMI: <mt>
 constexpr unsigned indicate_place = 1;
-constexpr unsigned hand_over = 2;
+constexpr unsigned hand_over_directly = 2;
 
 }  // namespace
 
@@ -29,29 +32,32 @@ struct message_service_t::command_t {
     std::string_view name;
     std::string_view values;  // the answer to =?; empty: OK alone
     at_result_t (message_service_t::*run)(const at_command_t&, at_lines_t&);
+    std::string_view capabilities_t::*offered = nullptr;  // what `values` are, where modems differ
 };
 
 // +CMGD's list depends on the memory: the command itself answers.
 const message_service_t::command_t message_service_t::commands[] = {
-    {"+CSMS", "(0,1)", &message_service_t::csms},
-    {"+CPMS", R"(("ME","SM"),("ME","SM"),("ME","SM"))", &message_service_t::cpms},
+    {"+CSMS", "", &message_service_t::csms, &capabilities_t::service},
+    {"+CPMS", "", &message_service_t::cpms, &capabilities_t::memories},
     {"+CMGF", "(0)", &message_service_t::cmgf},
     {"+CSCA", "", &message_service_t::csca},
-    {"+CNMI", "(0-2),(0-2),(0),(0),(0,1)", &message_service_t::cnmi},
-    {"+CMMS", "(0-2)", &message_service_t::cmms},
+    {"+CNMI", "", &message_service_t::cnmi, &capabilities_t::indications},
+    {"+CMMS", "", &message_service_t::cmms, &capabilities_t::more_messages},
     {"+CMGL", "(0-4)", &message_service_t::cmgl},
     {"+CMGR", "", &message_service_t::cmgr},
     {"+CMGD", "", &message_service_t::cmgd},
     {"+CMGS", "", &message_service_t::cmgs},
+    {"+CMGW", "", &message_service_t::cmgw},
     {"+CNMA", "(0-2)", &message_service_t::cnma},
 };
 
 message_service_t::message_service_t(std::string number, service_centre_t& service_centre, at_server_t& dialogue,
-                                     const coverage_t& coverage, faults_t& faults)
+                                     const coverage_t& coverage, const sim_t& sim, faults_t& faults)
     : number_(std::move(number)),
       service_centre_(service_centre),
       dialogue_(dialogue),
       coverage_(coverage),
+      sim_(sim),
       faults_(faults),
       memories_{{{"ME", message_store_t(me_places)}, {"SM", message_store_t(sm_places)}}},
       service_centre_number_(service_centre_t::own_number) {}
@@ -61,11 +67,16 @@ std::optional<at_result_t> message_service_t::execute(const at_command_t& comman
         if (known.name != command.name) {
             continue;
         }
-        if (command.form != at_form_t::test || known.name == "+CMGD") {
-            return (this->*known.run)(command, lines);
+        const std::string_view values = known.offered == nullptr ? known.values : faults_.offers->*known.offered;
+        if (known.offered != nullptr && values.empty()) {
+            return at_error;
         }
-        if (!known.values.empty()) {
-            lines.push_back(fmt::format("{}: {}", known.name, known.values));
+        if (command.form != at_form_t::test || known.name == "+CMGD") {
+            const std::optional<at_result_t> refusal = sim_.message_refusal();
+            return refusal ? *refusal : (this->*known.run)(command, lines);
+        }
+        if (!values.empty()) {
+            lines.push_back(fmt::format("{}: {}", known.name, values));
         }
         return at_ok;
     }
@@ -81,6 +92,9 @@ void message_service_t::list_commands(at_lines_t& lines) {
 void message_service_t::reset_settings() {
     end_pending(false);
     settings_ = {};
+    if (!offers(faults_.offers->memories, 2, "\"ME\"")) {
+        settings_.memory_of.fill(memory_named("SM").value_or(0));
+    }
 }
 
 /// Message service, 3.2.1. Service 1 makes the host acknowledge what it is handed directly.
@@ -91,7 +105,7 @@ at_result_t message_service_t::csms(const at_command_t& command, at_lines_t& lin
         return at_ok;
     }
     const std::optional<unsigned> service = at_parameters_t(command.value).number(0, 1);
-    if (!service) {
+    if (!service || !offers(faults_.offers->service, 0, *service)) {
         return cms_not_supported;
     }
     settings_.service = *service;
@@ -105,8 +119,10 @@ at_result_t message_service_t::cpms(const at_command_t& command, at_lines_t& lin
         const at_parameters_t parameters(command.value);
         std::array<size_t, 3> chosen = settings_.memory_of;
         for (size_t use = 0; use < std::max<size_t>(parameters.count(), 1); ++use) {
-            const std::optional<size_t> memory = memory_named(parameters.text(use).value_or(""));
-            if (use >= chosen.size() || !memory) {
+            const std::string name = parameters.text(use).value_or("");
+            const std::optional<size_t> memory = memory_named(name);
+            if (use >= chosen.size() || !memory ||
+                !offers(faults_.offers->memories, use, fmt::format("\"{}\"", name))) {
                 return cms_not_supported;
             }
             chosen[use] = *memory;
@@ -159,21 +175,23 @@ at_result_t message_service_t::csca(const at_command_t& command, at_lines_t& lin
     return at_ok;
 }
 
+/// Indications of new messages, 3.4.1. What is left out stays.
 at_result_t message_service_t::cnmi(const at_command_t& command, at_lines_t& lines) {
-    indications_t& now = settings_.indications;
     if (command.form == at_form_t::read) {
-        lines.push_back(fmt::format("+CNMI: {},{},0,0,{}", now.mode, now.messages, now.buffer));
+        lines.push_back(fmt::format("+CNMI: {}", fmt::join(settings_.indications, ",")));
         return at_ok;
     }
     const at_parameters_t parameters(command.value);
-    const std::optional<unsigned> mode = parameters.number_or(0, 2, now.mode);
-    const std::optional<unsigned> messages = parameters.number_or(1, 2, now.messages);
-    const bool no_others = parameters.number_or(2, 0, 0) && parameters.number_or(3, 0, 0) && parameters.count() <= 5;
-    const std::optional<unsigned> buffer = parameters.number_or(4, 1, now.buffer);
-    if (!mode || !messages || !no_others || !buffer) {
-        return cms_not_supported;
+    std::array<unsigned, 5> chosen = settings_.indications;
+    for (size_t i = 0; i < parameters.count(); ++i) {
+        const std::optional<unsigned> value =
+            i < chosen.size() ? parameters.number_or(i, any_number, chosen[i]) : std::nullopt;
+        if (!value || (parameters.given(i) && !offers(faults_.offers->indications, i, *value))) {
+            return cms_not_supported;
+        }
+        chosen[i] = *value;
     }
-    now = {*mode, *messages, *buffer};
+    settings_.indications = chosen;
     return at_ok;
 }
 
@@ -184,11 +202,14 @@ at_result_t message_service_t::cmms(const at_command_t& command, at_lines_t& lin
         return at_ok;
     }
     const std::optional<unsigned> value = at_parameters_t(command.value).number(0, 2);
-    settings_.more_messages = value.value_or(settings_.more_messages);
-    return value ? at_ok : cms_not_supported;
+    if (!value || !offers(faults_.offers->more_messages, 0, *value)) {
+        return cms_not_supported;
+    }
+    settings_.more_messages = *value;
+    return at_ok;
 }
 
-/// List messages, 3.4.2. <stat> 0 unread, 1 read, 2 and 3 stored for sending (there are none), 4 all.
+/// List messages, 3.4.2. <stat> 4: all.
 at_result_t message_service_t::cmgl(const at_command_t& command, at_lines_t& lines) {
     const std::optional<unsigned> status = at_parameters_t(command.value).number_or(0, 4, 0);
     if (!status || command.form == at_form_t::read) {
@@ -197,10 +218,8 @@ at_result_t message_service_t::cmgl(const at_command_t& command, at_lines_t& lin
     message_store_t& memory = store(0);
     for (size_t index = 1; index <= memory.places(); ++index) {
         stored_message_t* message = memory.at(index);
-        if (message != nullptr && (*status == 4 || *status == (message->read ? 1U : 0U))) {
-            lines.push_back(fmt::format("+CMGL: {},{},,{}", index, message->read ? 1 : 0, message->tpdu.size()));
-            lines.push_back(pdu_text(message->tpdu));
-            message->read = true;
+        if (message != nullptr && (*status == 4 || *status == static_cast<unsigned>(message->status))) {
+            show(*message, fmt::format("+CMGL: {},", index), lines);
         }
     }
     return at_ok;
@@ -213,13 +232,20 @@ at_result_t message_service_t::cmgr(const at_command_t& command, at_lines_t& lin
     if (message == nullptr) {
         return cms_invalid_index;
     }
-    lines.push_back(fmt::format("+CMGR: {},,{}", message->read ? 1 : 0, message->tpdu.size()));
-    lines.push_back(pdu_text(message->tpdu));
-    message->read = true;
+    show(*message, "+CMGR: ", lines);
     return at_ok;
 }
 
-/// Delete messages, 3.5.4. <delflag> 0 the one at the index, 1 to 3 all that are read, 4 all.
+void message_service_t::show(stored_message_t& message, const std::string& begin, at_lines_t& lines) const {
+    lines.push_back(fmt::format("{}{},,{}", begin, static_cast<unsigned>(message.status), message.tpdu.size()));
+    lines.push_back(pdu_text(message.tpdu));
+    if (message.status == message_status_t::unread) {
+        message.status = message_status_t::read;
+    }
+}
+
+/// Delete messages, 3.5.4. <delflag> 0 the one at the index; 1 all that are read; 2 and 3 also those sent, and those
+/// still to be sent; 4 all.
 at_result_t message_service_t::cmgd(const at_command_t& command, at_lines_t& lines) {
     message_store_t& memory = store(0);
     if (command.form == at_form_t::test) {
@@ -238,9 +264,16 @@ at_result_t message_service_t::cmgd(const at_command_t& command, at_lines_t& lin
     if (!index || !flag || (*flag == 0 && !memory.exists(*index))) {
         return cms_invalid_index;
     }
+    if (faults_.failing_deletes > 0) {
+        --faults_.failing_deletes;
+        return cms_memory_failure;
+    }
+    constexpr message_status_t order[] = {message_status_t::read, message_status_t::sent, message_status_t::unsent,
+                                          message_status_t::unread};
     for (size_t i = 1; i <= memory.places(); ++i) {
         const stored_message_t* message = memory.at(i);
-        if (message != nullptr && (*flag == 0 ? i == *index : *flag == 4 || message->read)) {
+        if (message != nullptr &&
+            (*flag == 0 ? i == *index : std::find(order, order + *flag, message->status) != order + *flag)) {
             memory.erase(i);
         }
     }
@@ -253,33 +286,68 @@ at_result_t message_service_t::cmgs(const at_command_t& command, at_lines_t& /*l
     if (command.form != at_form_t::set || !length || *length == 0) {
         return cms_invalid_pdu_parameter;
     }
-    expected_length_ = *length;
+    entry_ = {.length = *length};
+    return at_enter_text;
+}
+
+/// Write a message to the memory, 4.4: received ones (<stat> 0 and 1) or such as are to be sent.
+at_result_t message_service_t::cmgw(const at_command_t& command, at_lines_t& /*lines*/) {
+    const at_parameters_t parameters(command.value);
+    const std::optional<unsigned> length = parameters.number(0, 255);
+    const std::optional<unsigned> status = parameters.number_or(1, 3, 2);
+    if (command.form != at_form_t::set || !length || *length == 0 || !status) {
+        return cms_invalid_pdu_parameter;
+    }
+    entry_ = {true, *length, static_cast<message_status_t>(*status)};
     return at_enter_text;
 }
 
 at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& lines) {
     const auto octets = platform::from_hex(text);
     const auto pdu = octets ? tpdu::decode_pdu(*octets) : std::nullopt;
-    const auto submit = pdu && pdu->tpdu.size() == expected_length_ ? tpdu::decode_submit(pdu->tpdu) : std::nullopt;
-    if (!submit) {
+    if (!pdu || pdu->tpdu.size() != entry_.length) {
         return cms_invalid_pdu_parameter;
     }
+    if (entry_.for_storage) {
+        return store_text(pdu->tpdu, lines);
+    }
+    const auto to_submit = tpdu::decode_submit(pdu->tpdu);
+    return to_submit ? submit(*to_submit, lines) : cms_invalid_pdu_parameter;
+}
+
+at_result_t message_service_t::store_text(const tpdu::octets_t& tpdu, at_lines_t& lines) {
+    const bool received = entry_.status == message_status_t::unread || entry_.status == message_status_t::read;
+    if (received ? !tpdu::decode_deliver(tpdu) : !tpdu::decode_submit(tpdu)) {
+        return cms_invalid_pdu_parameter;
+    }
+    const std::optional<size_t> place = store(1).put({entry_.status, tpdu});
+    if (!place) {
+        return cms_memory_full;
+    }
+    lines.push_back(fmt::format("+CMGW: {}", *place));
+    return at_ok;
+}
+
+/// A message reference that the host has given is kept; 0 stands for the modem's own count.
+at_result_t message_service_t::submit(tpdu::submit_t submit, at_lines_t& lines) {
     if (!coverage_.in_service()) {
         return cms_no_network_service;
     }
-    const uint8_t reference = next_reference_++;
+    if (submit.message_reference == 0) {
+        submit.message_reference = next_reference_++;
+    }
     if (faults_.refusals > 0) {
         --faults_.refusals;
         return cms_error(faults_.refusal_code);
     }
-    if (const unsigned cause = service_centre_.submit(number_, *submit); cause != 0) {
+    if (const unsigned cause = service_centre_.submit(number_, submit); cause != 0) {
         return cms_error(cause);
     }
     if (faults_.lost_results > 0) {
         --faults_.lost_results;
         return at_nothing;
     }
-    lines.push_back(fmt::format("+CMGS: {}", reference));
+    lines.push_back(fmt::format("+CMGS: {}", submit.message_reference));
     return at_ok;
 }
 
@@ -301,16 +369,25 @@ receiver_t::taken_t message_service_t::deliver(const tpdu::octets_t& tpdu) {
     if (!coverage_.in_service()) {
         return taken_t::not_now;
     }
-    const unsigned messages = settings_.indications.mode == 0 ? 0 : settings_.indications.messages;
-    if (messages == hand_over) {
-        return deliver_directly(tpdu);
+    const unsigned way = settings_.indications[mode] == 0 ? 0 : settings_.indications[route];
+    if (faults_.both_ways) {
+        const taken_t taken = store_delivery(tpdu, way != 0);
+        if (taken == taken_t::acknowledged) {
+            hand_over(tpdu);
+        }
+        return taken;
     }
-    const std::optional<size_t> place = store(2).put({false, tpdu});
+    return way == hand_over_directly ? deliver_directly(tpdu) : store_delivery(tpdu, way == indicate_place);
+}
+
+receiver_t::taken_t message_service_t::store_delivery(const tpdu::octets_t& tpdu, bool announce) {
+    const std::optional<size_t> place = store(2).put({message_status_t::unread, tpdu});
     if (!place) {
         return taken_t::not_now;
     }
-    if (messages == indicate_place) {
-        dialogue_.unsolicited(fmt::format("+CMTI: \"{}\",{}", memories_[settings_.memory_of[2]].name, *place));
+    if (announce && !faults_.unannounced) {
+        dialogue_.unsolicited(fmt::format("+CMTI: \"{}\",{}", memories_[settings_.memory_of[2]].name,
+                                          faults_.wrong_index ? "-1" : std::to_string(*place)));
     }
     return taken_t::acknowledged;
 }
@@ -319,12 +396,16 @@ receiver_t::taken_t message_service_t::deliver_directly(const tpdu::octets_t& tp
     if (!dialogue_.free()) {
         return taken_t::not_now;
     }
-    dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", tpdu.size(), pdu_text(tpdu)));
+    hand_over(tpdu);
     if (settings_.service == 0) {
         return taken_t::acknowledged;
     }
     acknowledge_until_ = platform::tick64() + acknowledgement_limit;
     return taken_t::pending;
+}
+
+void message_service_t::hand_over(const tpdu::octets_t& tpdu) {
+    dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", tpdu.size(), pdu_text(tpdu)));
 }
 
 void message_service_t::pass_deadline() {
@@ -339,7 +420,7 @@ void message_service_t::end_pending(bool accepted) {
     }
     acknowledge_until_.reset();
     if (!accepted) {
-        settings_.indications.messages = 0;
+        settings_.indications[route] = 0;
     }
     service_centre_.acknowledge(number_, accepted);
 }
@@ -348,6 +429,11 @@ std::string message_service_t::pdu_text(const tpdu::octets_t& tpdu) const {
     const auto centre = tpdu::address_from_number(service_centre_t::own_number);
     const auto pdu = tpdu::encode_pdu({centre.value_or(tpdu::address_t{}), tpdu});
     return platform::to_hex(pdu.value_or(tpdu::octets_t{}));
+}
+
+void message_service_t::set_default_places() {
+    set_places("ME", me_places);
+    set_places("SM", sm_places);
 }
 
 bool message_service_t::set_places(std::string_view memory, size_t places) {

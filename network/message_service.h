@@ -12,6 +12,7 @@
 #include "network/faults.h"
 #include "network/message_store.h"
 #include "network/service_centre.h"
+#include "network/sim.h"
 
 namespace network {
 
@@ -19,11 +20,11 @@ class message_service_t : public receiver_t {
   public:
     /// All references outlive the object; `dialogue` is where unsolicited result codes go.
     message_service_t(std::string number, service_centre_t& service_centre, at_server_t& dialogue,
-                      const coverage_t& coverage, faults_t& faults);
+                      const coverage_t& coverage, const sim_t& sim, faults_t& faults);
 
     /// None when the command is not of the message service.
     std::optional<at_result_t> execute(const at_command_t& command, at_lines_t& lines);
-    /// The PDU that AT+CMGS asked for.
+    /// The PDU that AT+CMGS or AT+CMGW asked for.
     at_result_t execute_text(std::string_view text, at_lines_t& lines);
     /// Names of its commands, for +CLAC.
     static void list_commands(at_lines_t& lines);
@@ -35,8 +36,9 @@ class message_service_t : public receiver_t {
     /// To be called at or after the deadline.
     void pass_deadline();
 
-    /// False when there is no such memory.
+    /// Places of a message memory; what is stored beyond them is lost. False when there is no such memory.
     bool set_places(std::string_view memory, size_t places);
+    void set_default_places();
 
   private:
     struct memory_t {
@@ -46,19 +48,18 @@ class message_service_t : public receiver_t {
     struct command_t;
     static const command_t commands[];
 
-    /// +CNMI, 3GPP TS 27.005 3.4.1; <bm> and <ds> are always 0.
-    struct indications_t {
-        unsigned mode = 0;
-        unsigned messages = 0;  // <mt>
-        unsigned buffer = 0;
-    };
     struct settings_t {
-        unsigned service = 0;                                                 // +CSMS
-        std::array<size_t, 3> memory_of = {me_memory, me_memory, me_memory};  // +CPMS: indices into memories_
-        indications_t indications;
-        unsigned more_messages = 0;  // +CMMS
+        unsigned service = 0;                   // +CSMS
+        std::array<size_t, 3> memory_of{};      // +CPMS: indices into memories_
+        std::array<unsigned, 5> indications{};  // +CNMI: <mode>, <mt>, <bm>, <ds>, <bfr>
+        unsigned more_messages = 0;             // +CMMS
     };
-    static constexpr size_t me_memory = 0;
+    /// What the text that is being entered is for.
+    struct entry_t {
+        bool for_storage = false;
+        size_t length = 0;  // of the TPDU
+        message_status_t status = message_status_t::unsent;
+    };
 
     at_result_t csms(const at_command_t& command, at_lines_t& lines);
     at_result_t cpms(const at_command_t& command, at_lines_t& lines);
@@ -70,11 +71,17 @@ class message_service_t : public receiver_t {
     at_result_t cmgr(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgd(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgs(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmgw(const at_command_t& command, at_lines_t& lines);
     at_result_t cnma(const at_command_t& command, at_lines_t& lines);
 
     message_store_t& store(size_t use) { return memories_[settings_.memory_of[use]].store; }
     std::optional<size_t> memory_named(std::string_view name) const;
+    void show(stored_message_t& message, const std::string& begin, at_lines_t& lines) const;
+    at_result_t submit(tpdu::submit_t submit, at_lines_t& lines);
+    at_result_t store_text(const tpdu::octets_t& tpdu, at_lines_t& lines);
+    taken_t store_delivery(const tpdu::octets_t& tpdu, bool announce);
     taken_t deliver_directly(const tpdu::octets_t& tpdu);
+    void hand_over(const tpdu::octets_t& tpdu);
     void end_pending(bool accepted);
     std::string pdu_text(const tpdu::octets_t& tpdu) const;
 
@@ -82,12 +89,13 @@ class message_service_t : public receiver_t {
     service_centre_t& service_centre_;
     at_server_t& dialogue_;
     const coverage_t& coverage_;
+    const sim_t& sim_;
     faults_t& faults_;
     std::array<memory_t, 2> memories_;
     settings_t settings_;
     std::string service_centre_number_;  // +CSCA; kept over a power cycle, as on a SIM
-    size_t expected_length_ = 0;         // of the TPDU that AT+CMGS announced
-    uint8_t next_reference_ = 0;         // TP-MR, kept over a power cycle (3GPP TS 23.040 9.2.3.6)
+    entry_t entry_;
+    uint8_t next_reference_ = 0;  // TP-MR, kept over a power cycle (3GPP TS 23.040 9.2.3.6)
     std::optional<uint64_t> acknowledge_until_;
 };
 

@@ -1,5 +1,4 @@
-/// One memory of a modem for received messages (<mem> of 3GPP TS 27.005 3.1): a fixed number of places, numbered
-/// from 1.
+/// One memory of a modem for messages (<mem> of 3GPP TS 27.005 3.1): a fixed number of places, numbered from 1.
 #pragma once
 
 #include <algorithm>
@@ -12,8 +11,11 @@
 
 namespace network {
 
+/// <stat>, 3GPP TS 27.005 3.1.
+enum class message_status_t : unsigned { unread = 0, read = 1, unsent = 2, sent = 3 };
+
 struct stored_message_t {
-    bool read = false;
+    message_status_t status = message_status_t::unread;
     tpdu::octets_t tpdu;
 };
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "platform/linux/clock.h"
+
 namespace network {
 
 namespace {
@@ -20,8 +22,8 @@ constexpr std::string_view operator_names[] = {"Test Network", "Test", network_c
 constexpr std::string_view borne_silently[] = {"H",  "L",  "M",  "X",  "&C", "&D", "&K",
                                                "&S", "&W", "S0", "S6", "S7", "S8"};
 
-bool is_lte(access_technology_t technology) {
-    return technology == access_technology_t::e_utran;
+bool is_evolved(access_technology_t technology) {
+    return technology >= access_technology_t::e_utran;
 }
 
 /// The last `count` digits of a number, with zeros before a shorter one.
@@ -50,25 +52,40 @@ struct modem_t::command_t {
 };
 
 const modem_t::command_t modem_t::commands[] = {
-    {"I", "", &modem_t::identify},       {"+CGMI", "", &modem_t::identify},
-    {"+GMI", "", &modem_t::identify},    {"+CGMM", "", &modem_t::identify},
-    {"+GMM", "", &modem_t::identify},    {"+CGMR", "", &modem_t::identify},
-    {"+GMR", "", &modem_t::identify},    {"+CGSN", "", &modem_t::identify},
-    {"+GSN", "", &modem_t::identify},    {"+CIMI", "", &modem_t::identify},
-    {"+GCAP", "", &modem_t::identify},   {"+CNUM", "", &modem_t::cnum},
-    {"+CPIN", "", &modem_t::cpin},       {"+CSQ", "(0-31,99),(99)", &modem_t::csq},
-    {"+CFUN", "(1)", &modem_t::cfun},    {"+CSCS", R"(("GSM","IRA"))", &modem_t::cscs},
-    {"+CREG", "(0-2)", &modem_t::creg},  {"+CGREG", "(0-2)", &modem_t::creg},
-    {"+CEREG", "(0-2)", &modem_t::creg}, {"+COPS", R"((2,"Test Network","Test","00101"),,(0,3),(0-2))", &modem_t::cops},
+    {"I", "", &modem_t::identify},
+    {"+CGMI", "", &modem_t::identify},
+    {"+GMI", "", &modem_t::identify},
+    {"+CGMM", "", &modem_t::identify},
+    {"+GMM", "", &modem_t::identify},
+    {"+CGMR", "", &modem_t::identify},
+    {"+GMR", "", &modem_t::identify},
+    {"+CGSN", "", &modem_t::identify},
+    {"+GSN", "", &modem_t::identify},
+    {"+CIMI", "", &modem_t::identify},
+    {"+GCAP", "", &modem_t::identify},
+    {"+CNUM", "", &modem_t::cnum},
+    {"+CPIN", "", &modem_t::cpin},
+    {"+CPINR", "", &modem_t::cpinr},
+    {"+CSQ", "(0-31,99),(99)", &modem_t::csq},
+    {"+CFUN", "(1)", &modem_t::cfun},
+    {"+CSCS", R"(("GSM","IRA"))", &modem_t::cscs},
+    {"+CREG", "(0-2)", &modem_t::creg},
+    {"+CGREG", "(0-2)", &modem_t::creg},
+    {"+CEREG", "(0-2)", &modem_t::creg},
+    {"+COPS", R"((2,"Test Network","Test","00101"),,(0,3),(0-2))", &modem_t::cops},
     {"+CLAC", "", &modem_t::clac},
 };
 
 modem_t::modem_t(const std::string& number, service_centre_t& service_centre)
-    : number_(number), dialogue_(*this), messages_(number, service_centre, dialogue_, coverage_, faults_) {}
+    : number_(number),
+      dialogue_(*this, faults_),
+      messages_(number, service_centre, dialogue_, coverage_, sim_, faults_) {}
 
 void modem_t::power_on() {
     dialogue_.power_on();
     reset_settings();
+    sim_.power_on();
+    look_at_sim();
 }
 
 void modem_t::reset_settings() {
@@ -76,6 +93,22 @@ void modem_t::reset_settings() {
     reports_ = {};
     operator_format_ = 0;
     character_set_ = default_character_set;
+}
+
+std::optional<uint64_t> modem_t::deadline() const {
+    const std::optional<uint64_t> speech = dialogue_.deadline();
+    const std::optional<uint64_t> acknowledgement = messages_.deadline();
+    return speech && acknowledgement ? std::min(speech, acknowledgement) : speech ? speech : acknowledgement;
+}
+
+void modem_t::pass_deadline() {
+    const uint64_t now = platform::tick64();
+    if (messages_.deadline().value_or(UINT64_MAX) <= now) {
+        messages_.pass_deadline();
+    }
+    if (dialogue_.deadline().value_or(UINT64_MAX) <= now) {
+        dialogue_.pass_deadline();
+    }
 }
 
 at_result_t modem_t::execute(const at_command_t& command, at_lines_t& lines) {
@@ -137,12 +170,31 @@ at_result_t modem_t::cnum(const at_command_t& /*command*/, at_lines_t& lines) {
     return at_ok;
 }
 
-/// 8.3: this SIM asks for no PIN, so there is none to enter.
+/// Enter PIN, 8.3. A second parameter would be a new PIN after a PUK; there is none to be had.
 at_result_t modem_t::cpin(const at_command_t& command, at_lines_t& lines) {
-    if (command.form != at_form_t::read) {
+    if (const std::optional<at_result_t> refusal = sim_.refusal()) {
+        return *refusal;
+    }
+    if (command.form == at_form_t::read) {
+        lines.push_back(fmt::format("+CPIN: {}", sim_.state()));
+        return at_ok;
+    }
+    const at_parameters_t parameters(command.value);
+    if (command.form != at_form_t::set || parameters.count() != 1) {
         return cme_not_allowed;
     }
-    lines.emplace_back("+CPIN: READY");
+    // Digits may stand without quotes.
+    const at_result_t result = sim_.enter(parameters.text(0).value_or(command.value));
+    look_at_sim();
+    return result;
+}
+
+/// Remaining PIN retries, 8.65.
+at_result_t modem_t::cpinr(const at_command_t& command, at_lines_t& lines) {
+    if (command.form != at_form_t::execute && at_parameters_t(command.value).text(0) != "SIM PIN") {
+        return cme_not_allowed;
+    }
+    lines.push_back(fmt::format("+CPINR: SIM PIN,{},3", sim_.tries_left()));
     return at_ok;
 }
 
@@ -198,10 +250,10 @@ at_result_t modem_t::creg(const at_command_t& command, at_lines_t& lines) {
 }
 
 /// <stat>, and for detail 2 in coverage the cell and the access technology. The GPRS domain is that of the technologies
-/// before LTE, the evolved one that of LTE.
+/// before LTE, the evolved one that of LTE and of what came after it.
 std::string modem_t::registration(std::string_view name, unsigned detail) const {
     const bool other_domain =
-        name == "+CGREG" ? is_lte(coverage_.technology) : name == "+CEREG" && !is_lte(coverage_.technology);
+        name == "+CGREG" ? is_evolved(coverage_.technology) : name == "+CEREG" && !is_evolved(coverage_.technology);
     if (other_domain) {
         return "0";
     }
@@ -213,12 +265,20 @@ std::string modem_t::registration(std::string_view name, unsigned detail) const 
 }
 
 void modem_t::set_coverage(const coverage_t& coverage) {
+    offered_coverage_ = coverage;
+    look_at_sim();
+}
+
+void modem_t::look_at_sim() {
     constexpr std::string_view names[] = {"+CREG", "+CGREG", "+CEREG"};
     std::string before[std::size(names)];
     for (size_t i = 0; i < std::size(names); ++i) {
         before[i] = registration(names[i], reports_of(names[i]));
     }
-    coverage_ = coverage;
+    coverage_ = offered_coverage_;
+    if (sim_.locked()) {
+        coverage_.registration = registration_t::idle;
+    }
     for (size_t i = 0; i < std::size(names); ++i) {
         const unsigned reports = reports_of(names[i]);
         const std::string now = registration(names[i], reports);

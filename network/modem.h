@@ -8,6 +8,7 @@
 #include "network/at_server.h"
 #include "network/faults.h"
 #include "network/message_service.h"
+#include "network/sim.h"
 
 namespace network {
 
@@ -21,9 +22,17 @@ class modem_t : public at_commands_t {
 
     at_server_t& dialogue() { return dialogue_; }
     message_service_t& messages() { return messages_; }
+    /// When, on platform::tick64, pass_deadline has something to do.
+    std::optional<uint64_t> deadline() const;
+    void pass_deadline();
     faults_t& faults() { return faults_; }
+    sim_t& sim() { return sim_; }
+    /// What the network gives it; without the SIM's PIN it takes none of it.
+    const coverage_t& offered_coverage() const { return offered_coverage_; }
     /// Tells the host, when it asked to be told (+CREG and its like).
     void set_coverage(const coverage_t& coverage);
+    /// To be called after a change of the SIM.
+    void look_at_sim();
     /// Forgets settings and half-entered lines; keeps faults, coverage and stored messages.
     void power_on();
 
@@ -48,6 +57,7 @@ class modem_t : public at_commands_t {
     at_result_t creg(const at_command_t& command, at_lines_t& lines);
     at_result_t cops(const at_command_t& command, at_lines_t& lines);
     at_result_t cpin(const at_command_t& command, at_lines_t& lines);
+    at_result_t cpinr(const at_command_t& command, at_lines_t& lines);
     at_result_t csq(const at_command_t& command, at_lines_t& lines);
     at_result_t cnum(const at_command_t& command, at_lines_t& lines);
     at_result_t cfun(const at_command_t& command, at_lines_t& lines);
@@ -60,7 +70,9 @@ class modem_t : public at_commands_t {
     std::string subscriber_identity() const;
 
     const std::string number_;
-    coverage_t coverage_;
+    coverage_t offered_coverage_;
+    coverage_t coverage_;  // what it has of that
+    sim_t sim_;
     faults_t faults_;
     at_server_t dialogue_;
     message_service_t messages_;

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 
+#include "network/fault_table.h"
 #include "network/phone.h"
 #include "platform/linux/clock.h"
 #include "platform/linux/text.h"
@@ -85,10 +85,10 @@ bool network_t::plug_in(const std::string& number, std::string* error) {
         return false;
     }
     if (known != nullptr) {
-        return known->plug_in(link(number), tty_watch_, error);
+        return known->plug_in(error);
     }
-    auto phone = std::make_unique<phone_t>(number, service_centre_);
-    if (!phone->plug_in(link(number), tty_watch_, error)) {
+    auto phone = std::make_unique<phone_t>(number, service_centre_, link(number), tty_watch_);
+    if (!phone->plug_in(error)) {
         return false;
     }
     phones_.emplace(digits_of(number), std::move(phone));
@@ -110,35 +110,14 @@ fs::path network_t::link(std::string_view number) const {
     return directory_ / number;
 }
 
-bool network_t::change(std::string_view number, const std::function<void(phone_t&)>& apply) {
-    bool found = false;
+std::string network_t::set_fault(std::string_view number, std::string_view order) {
+    std::string error;
     tasks_.run([&] {
         phone_t* phone = find(number);
-        found = phone != nullptr;
-        if (found) {
-            apply(*phone);
-        }
+        error =
+            phone == nullptr ? fmt::format("the network has no phone {}", number) : network::set_fault(*phone, order);
     });
-    return found;
-}
-
-bool network_t::hang_up(std::string_view number) {
-    return change(number, [](phone_t& phone) { phone.hang_up(); });
-}
-
-bool network_t::set_faults(std::string_view number, const faults_t& faults) {
-    return change(number, [&](phone_t& phone) { phone.modem().faults() = faults; });
-}
-
-bool network_t::set_coverage(std::string_view number, const coverage_t& coverage) {
-    return change(number, [&](phone_t& phone) { phone.modem().set_coverage(coverage); });
-}
-
-bool network_t::set_places(std::string_view number, std::string_view memory, size_t places) {
-    bool known_memory = false;
-    return change(number,
-                  [&](phone_t& phone) { known_memory = phone.modem().messages().set_places(memory, places); }) &&
-           known_memory;
+    return error;
 }
 
 /// The order matters three times. That a host has closed its tty is looked up after reading and before executing: what
@@ -159,6 +138,9 @@ void network_t::serve() {
         };
         each_plugged_in(&phone_t::read);
         forget_closed_hosts();
+        for (const auto& [digits, phone] : phones_) {
+            phone->pass_deadline();
+        }
         each_plugged_in(&phone_t::execute);
         service_centre_.deliver_waiting();
         publish_statistics();
@@ -178,20 +160,16 @@ void network_t::wait() {
 
 /// Milliseconds, or -1 for ever.
 int network_t::time_to_wait() const {
-    uint64_t limit = std::numeric_limits<uint64_t>::max();
-    const uint64_t now = platform::tick64();
+    uint64_t limit = service_centre_.deadline().value_or(UINT64_MAX);
     for (const auto& [digits, phone] : phones_) {
-        if (!phone->plugged_in()) {
-            continue;
-        }
-        if (phone->has_input()) {
+        if (phone->plugged_in() && phone->has_input()) {
             return 0;
         }
-        if (const std::optional<uint64_t> deadline = phone->modem().messages().deadline()) {
-            limit = std::min(limit, *deadline > now ? *deadline - now : 0);
-        }
+        limit = std::min(limit, phone->deadline().value_or(UINT64_MAX));
     }
-    return limit == std::numeric_limits<uint64_t>::max() ? -1 : static_cast<int>(std::min<uint64_t>(limit, 60'000));
+    constexpr uint64_t longest = 60'000;
+    const uint64_t now = platform::tick64();
+    return limit == UINT64_MAX ? -1 : static_cast<int>(std::min(limit - std::min(limit, now), longest));
 }
 
 void network_t::forget_closed_hosts() {

@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "network/event_loop.h"
-#include "network/faults.h"
 #include "network/service_centre.h"
 
 namespace network {
@@ -45,13 +44,9 @@ class network_t {
     /// DIR/<number>
     std::filesystem::path link(std::string_view number) const;
 
-    // Each returns false when the network has no such phone.
-    /// The tty goes away, as when a modem is unplugged; messages for the phone wait until it is attached again.
-    bool hang_up(std::string_view number);
-    bool set_faults(std::string_view number, const faults_t& faults);
-    bool set_coverage(std::string_view number, const coverage_t& coverage);
-    /// Places of the message memory "SM" or "ME"; what is stored beyond them is lost.
-    bool set_places(std::string_view number, std::string_view memory, size_t places);
+    /// Makes one phone misbehave, or stop it: an order of fault_table.h, "lose-results=2". Returns an empty text, or
+    /// what is wrong: no such phone, no such fault, no such value.
+    [[nodiscard]] std::string set_fault(std::string_view number, std::string_view order);
 
     /// They count what the hosts have been told, and may be ahead of it.
     statistics_t statistics() const;
@@ -63,7 +58,6 @@ class network_t {
     bool take_directory(std::string* error);
     bool plug_in(const std::string& number, std::string* error);
     phone_t* find(std::string_view number) const;
-    bool change(std::string_view number, const std::function<void(phone_t&)>& apply);
     void serve();
     void wait();
     int time_to_wait() const;

@@ -6,35 +6,70 @@
 
 namespace network {
 
-phone_t::phone_t(std::string number, service_centre_t& service_centre)
-    : number_(std::move(number)), service_centre_(service_centre), modem_(number_, service_centre) {}
+namespace {
+
+constexpr uint64_t retry_after = 1'000;  // milliseconds
+
+}  // namespace
+
+phone_t::phone_t(std::string number, service_centre_t& service_centre, std::filesystem::path link,
+                 const tty_watch_t& watch)
+    : number_(std::move(number)),
+      service_centre_(service_centre),
+      path_(std::move(link)),
+      watch_(watch),
+      modem_(number_, service_centre) {}
 
 phone_t::~phone_t() {
-    hang_up();
+    service_centre_.detach(number_);
 }
 
-bool phone_t::plug_in(const std::filesystem::path& link, const tty_watch_t& watch, std::string* error) {
-    std::unique_ptr<pty_t> pty = pty_t::open(error);
+bool phone_t::plug_in(std::string* error) {
+    std::unique_ptr<pty_t> pty = next_pty_ ? std::move(next_pty_) : pty_t::open(error);
     if (!pty) {
         return false;
     }
-    link_ = tty_link_t::make(link, pty->name(), error);
+    link_ = tty_link_t::make(path_, pty->name(), error);
     if (!link_) {
         return false;
     }
     pty_ = std::move(pty);
-    watch_id_ = watch.add(pty_->name());
+    watch_id_ = watch_.add(pty_->name());
+    return_at_.reset();
     modem_.power_on();
-    service_centre_.attach(number_, modem_.messages());
+    service_centre_.attach(number_, modem_.messages(), modem_.faults());
     return true;
 }
 
-void phone_t::hang_up() {
+void phone_t::hang_up(std::optional<uint64_t> milliseconds) {
+    if (plugged_in()) {
+        std::string error;  // without one now, there may be one later
+        next_pty_ = pty_t::open(&error);
+    }
     service_centre_.detach(number_);
     link_.reset();
     pty_.reset();
     watch_id_ = -1;
     input_.clear();
+    return_at_.reset();
+    if (milliseconds) {
+        return_at_ = platform::tick64() + *milliseconds;
+    }
+}
+
+std::optional<uint64_t> phone_t::deadline() const {
+    return plugged_in() ? modem_.deadline() : return_at_;
+}
+
+void phone_t::pass_deadline() {
+    if (plugged_in()) {
+        modem_.pass_deadline();
+    } else if (return_at_ && *return_at_ <= platform::tick64()) {
+        std::string error;  // what stands in the link's place may be gone the next time
+        if (!plug_in(&error)) {
+            hang_up(retry_after);
+        }
+    }
 }
 
 short phone_t::wanted_events() {
@@ -49,12 +84,8 @@ void phone_t::read() {
 }
 
 void phone_t::execute() {
-    const std::optional<uint64_t> deadline = modem_.messages().deadline();
-    if (deadline && *deadline <= platform::tick64()) {
-        modem_.messages().pass_deadline();
-    }
     size_t taken = 0;
-    while (taken < input_.size() && !modem_.dialogue().congested()) {
+    while (taken < input_.size() && modem_.dialogue().ready()) {
         modem_.dialogue().take(input_[taken++]);
     }
     input_.erase(0, taken);
@@ -64,6 +95,12 @@ void phone_t::write() {
     std::string& output = modem_.dialogue().output();
     if (modem_.faults().silent) {
         output.clear();
+    }
+    if (modem_.faults().single_octets && output.size() > 1) {
+        std::string first = output.substr(0, 1);
+        pty_->write(first);
+        output.erase(0, 1 - first.size());
+        return;
     }
     pty_->write(output);
 }

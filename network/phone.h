@@ -17,20 +17,22 @@ namespace network {
 
 class phone_t {
   public:
-    /// `service_centre` outlives the phone.
-    phone_t(std::string number, service_centre_t& service_centre);
+    /// `service_centre` and `watch` outlive the phone, whose tty is found at `link`.
+    phone_t(std::string number, service_centre_t& service_centre, std::filesystem::path link, const tty_watch_t& watch);
     ~phone_t();
     phone_t(const phone_t&) = delete;
     phone_t& operator=(const phone_t&) = delete;
 
     /// Powers the modem on, on a new tty. False, with the reason in `error`, when tty or link cannot be made.
-    bool plug_in(const std::filesystem::path& link, const tty_watch_t& watch, std::string* error);
-    /// Takes the tty and its link away.
-    void hang_up();
+    bool plug_in(std::string* error);
+    /// Takes the tty and its link away, for so many milliseconds of platform::tick64, or until plug_in. The next tty
+    /// has another name.
+    void hang_up(std::optional<uint64_t> milliseconds);
     bool plugged_in() const { return pty_ != nullptr; }
 
     const std::string& number() const { return number_; }
     modem_t& modem() { return modem_; }
+    const modem_t& modem() const { return modem_; }
     int watch_id() const { return watch_id_; }
 
     // One round: wait for these events on fd(), read, execute, (the service centre delivers,) write.
@@ -40,15 +42,22 @@ class phone_t {
     void execute();
     void write();
     /// Whether execute has more to do at once.
-    bool has_input() { return !input_.empty() && !modem_.dialogue().congested(); }
+    bool has_input() { return !input_.empty() && modem_.dialogue().ready(); }
+    /// When, on platform::tick64, pass_deadline has something to do.
+    std::optional<uint64_t> deadline() const;
+    void pass_deadline();
     void host_closed();
 
   private:
     const std::string number_;
     service_centre_t& service_centre_;
+    const std::filesystem::path path_;
+    const tty_watch_t& watch_;
     modem_t modem_;
     std::unique_ptr<pty_t> pty_;
     std::unique_ptr<tty_link_t> link_;
+    std::unique_ptr<pty_t> next_pty_;  // while it is hung up: of another name than the one before
+    std::optional<uint64_t> return_at_;
     int watch_id_ = -1;
     std::string input_;  // read, not yet executed: at most one read's worth
 };

@@ -16,11 +16,11 @@ struct meaning_t {
 
 // 3GPP TS 27.007 9.2.1
 constexpr meaning_t cme_meanings[] = {
-    {3, "operation not allowed"},
-    {50, "Incorrect parameters"},
+    {3, "operation not allowed"}, {12, "SIM PUK required"},     {14, "SIM busy"},
+    {16, "incorrect password"},   {50, "Incorrect parameters"},
 };
 
-// 3GPP TS 24.011 E-2 below 128, 3GPP TS 27.005 3.2.5 from 300
+// 3GPP TS 24.011 E-2 below 128, 3GPP TS 23.040 9.2.3.22 below 256, 3GPP TS 27.005 3.2.5 from 300
 constexpr meaning_t cms_meanings[] = {
     {1, "Unassigned (unallocated) number"},
     {8, "Operator determined barring"},
@@ -38,6 +38,7 @@ constexpr meaning_t cms_meanings[] = {
     {69, "Requested facility not implemented"},
     {96, "Invalid mandatory information"},
     {111, "Protocol error, unspecified"},
+    {197, "SM rejected, duplicate SM"},
     {300, "ME failure"},
     {301, "SMS service of ME reserved"},
     {302, "operation not allowed"},
@@ -47,6 +48,7 @@ constexpr meaning_t cms_meanings[] = {
     {311, "(U)SIM PIN required"},
     {313, "(U)SIM failure"},
     {314, "(U)SIM busy"},
+    {316, "(U)SIM PUK required"},
     {320, "memory failure"},
     {321, "invalid memory index"},
     {322, "memory full"},

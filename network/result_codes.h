@@ -26,6 +26,9 @@ inline constexpr at_result_t at_enter_text{at_result_t::kind_t::enter_text};
 inline constexpr at_result_t at_nothing{at_result_t::kind_t::nothing};
 
 inline constexpr at_result_t cme_not_allowed{at_result_t::kind_t::cme_error, 3};
+inline constexpr at_result_t cme_puk_required{at_result_t::kind_t::cme_error, 12};
+inline constexpr at_result_t cme_sim_busy{at_result_t::kind_t::cme_error, 14};
+inline constexpr at_result_t cme_incorrect_password{at_result_t::kind_t::cme_error, 16};
 inline constexpr at_result_t cme_incorrect_parameters{at_result_t::kind_t::cme_error, 50};
 
 constexpr at_result_t cms_error(unsigned code) {
@@ -33,13 +36,19 @@ constexpr at_result_t cms_error(unsigned code) {
 }
 inline constexpr at_result_t cms_not_supported = cms_error(303);
 inline constexpr at_result_t cms_invalid_pdu_parameter = cms_error(304);
+inline constexpr at_result_t cms_pin_required = cms_error(311);
+inline constexpr at_result_t cms_puk_required = cms_error(316);
+inline constexpr at_result_t cms_memory_failure = cms_error(320);
 inline constexpr at_result_t cms_invalid_index = cms_error(321);
+inline constexpr at_result_t cms_memory_full = cms_error(322);
 inline constexpr at_result_t cms_no_network_service = cms_error(331);
 inline constexpr at_result_t cms_no_acknowledgement_expected = cms_error(340);
 
 /// RP-causes, 3GPP TS 24.011 E-2, which +CMS ERROR passes on.
 inline constexpr unsigned cause_unidentified_subscriber = 28;
 inline constexpr unsigned cause_congestion = 42;
+/// TP-FCS, 3GPP TS 23.040 9.2.3.22: SM rejected - duplicate SM.
+inline constexpr unsigned cause_duplicate = 0xC5;
 
 /// +CMEE, 3GPP TS 27.007 9.1.
 enum class error_form_t : unsigned { plain = 0, numeric = 1, verbose = 2 };

@@ -1,8 +1,10 @@
 #include "network/service_centre.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include "network/result_codes.h"
+#include "platform/linux/clock.h"
 
 namespace network {
 
@@ -40,6 +42,10 @@ unsigned service_centre_t::submit(const std::string& originator, const tpdu::sub
     if (statistics_.waiting >= max_waiting) {
         return cause_congestion;
     }
+    const bool repetition = is_repetition(digits_of(originator), {submit.destination.text, submit.message_reference});
+    if (repetition && submit.reject_duplicates) {
+        return cause_duplicate;
+    }
     tpdu::deliver_t deliver;
     deliver.reply_path = submit.reply_path;
     deliver.originator = *from;
@@ -49,14 +55,27 @@ unsigned service_centre_t::submit(const std::string& originator, const tpdu::sub
     deliver.header_indicator = submit.header_indicator;
     deliver.user_data_length = submit.user_data_length;
     deliver.user_data = submit.user_data;
-    queues_[submit.destination.text].push_back(std::move(deliver));
+    queues_[submit.destination.text].messages.push_back({std::move(deliver), platform::tick64()});
     ++statistics_.submitted;
     ++statistics_.waiting;
     return 0;
 }
 
-void service_centre_t::attach(const std::string& number, receiver_t& phone) {
-    attached_[digits_of(number)] = {&phone, false};
+/// TP-Reject-Duplicates, 3GPP TS 23.040 9.2.3.25: by originator, destination and TP-MR.
+bool service_centre_t::is_repetition(const std::string& originator, const submission_t& submission) {
+    std::deque<submission_t>& known = remembered_[originator];
+    if (std::ranges::find(known, submission) != known.end()) {
+        return true;
+    }
+    known.push_back(submission);
+    if (known.size() > max_remembered) {
+        known.pop_front();
+    }
+    return false;
+}
+
+void service_centre_t::attach(const std::string& number, receiver_t& phone, const faults_t& faults) {
+    attached_[digits_of(number)] = {&phone, &faults, false};
 }
 
 void service_centre_t::detach(const std::string& number) {
@@ -70,7 +89,7 @@ void service_centre_t::acknowledge(const std::string& number, bool accepted) {
     }
     attached->second.pending = false;
     if (accepted) {
-        remove_first(queues_[attached->first]);
+        delivered_first(attached->second, queues_[attached->first]);
     }
 }
 
@@ -81,16 +100,17 @@ void service_centre_t::deliver_waiting() {
             continue;
         }
         deliver_waiting(attached, queue->second);
-        if (queue->second.empty()) {
+        if (queue->second.messages.empty()) {
             queues_.erase(queue);
         }
     }
 }
 
 void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
-    while (!queue.empty() && !attached.pending) {
-        queue.front().more_messages = queue.size() > 1;  // TP-MMS, 3GPP TS 23.040 9.2.3.2
-        const std::optional<tpdu::octets_t> tpdu = tpdu::encode(queue.front());
+    while (!attached.pending && may_deliver(*attached.faults, queue)) {
+        tpdu::deliver_t& first = queue.messages.front().deliver;
+        first.more_messages = queue.messages.size() > 1;  // TP-MMS, 3GPP TS 23.040 9.2.3.2
+        const std::optional<tpdu::octets_t> tpdu = tpdu::encode(first);
         const receiver_t::taken_t taken =
             tpdu ? attached.phone->deliver(*tpdu) : receiver_t::taken_t::acknowledged;  // never: it was a valid submit
         if (taken == receiver_t::taken_t::not_now) {
@@ -98,14 +118,51 @@ void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
         }
         attached.pending = taken == receiver_t::taken_t::pending;
         if (!attached.pending) {
-            remove_first(queue);
+            delivered_first(attached, queue);
         }
     }
 }
 
-void service_centre_t::remove_first(queue_t& queue) {
-    queue.pop_front();
+/// What is held back to be reordered is turned round when enough of it has come.
+bool service_centre_t::may_deliver(const faults_t& faults, queue_t& queue) {
+    std::deque<waiting_t>& messages = queue.messages;
+    if (messages.empty() || messages.front().since + faults.delay > platform::tick64()) {
+        return false;
+    }
+    if (queue.released == 0 && faults.reordered > 0) {
+        if (messages.size() < faults.reordered) {
+            return false;
+        }
+        queue.released = faults.reordered;
+        std::reverse(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(queue.released));
+    }
+    return true;
+}
+
+std::optional<uint64_t> service_centre_t::deadline() const {
+    std::optional<uint64_t> earliest;
+    for (const auto& [digits, attached] : attached_) {
+        const auto queue = queues_.find(digits);
+        if (attached.faults->delay == 0 || queue == queues_.end() || queue->second.messages.empty()) {
+            continue;
+        }
+        const uint64_t due = queue->second.messages.front().since + attached.faults->delay;
+        if (due > platform::tick64() && due < earliest.value_or(UINT64_MAX)) {  // else it waits for something else
+            earliest = due;
+        }
+    }
+    return earliest;
+}
+
+void service_centre_t::delivered_first(const attached_t& attached, queue_t& queue) {
     ++statistics_.delivered;
+    waiting_t& first = queue.messages.front();
+    if (attached.faults->duplicates && !first.repeated) {
+        first.repeated = true;
+        return;
+    }
+    queue.messages.pop_front();
+    queue.released -= std::min<size_t>(queue.released, 1);
     --statistics_.waiting;
 }
 

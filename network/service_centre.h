@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "network/faults.h"
 #include "radio/tpdu.h"
 
 namespace network {
@@ -45,30 +47,53 @@ class service_centre_t {
 
     /// Takes a message into store. Returns 0, or the RP-cause (3GPP TS 24.011 E-2) of the refusal.
     unsigned submit(const std::string& originator, const tpdu::submit_t& submit);
-    /// From now on until detach, `phone` is offered what waits for the number.
-    void attach(const std::string& number, receiver_t& phone);
+    /// From now on until detach, `phone` is offered what waits for the number, as `faults` say.
+    void attach(const std::string& number, receiver_t& phone, const faults_t& faults);
     void detach(const std::string& number);
     /// The outcome of a pending delivery; one that was not accepted waits on.
     void acknowledge(const std::string& number, bool accepted);
     /// Offers every attached phone what waits for it.
     void deliver_waiting();
+    /// When, on platform::tick64, the next message that is delayed is due.
+    std::optional<uint64_t> deadline() const;
     const statistics_t& statistics() const { return statistics_; }
 
   private:
     // Bounds what a flood to numbers that nobody has can take up.
     static constexpr uint64_t max_waiting = 100'000;
 
+    // How many of an originator's last submissions are remembered, to tell a repeated one.
+    static constexpr size_t max_remembered = 32;
+
     struct attached_t {
         receiver_t* phone = nullptr;
+        const faults_t* faults = nullptr;
         bool pending = false;
     };
-    using queue_t = std::deque<tpdu::deliver_t>;
+    struct waiting_t {
+        tpdu::deliver_t deliver;
+        uint64_t since = 0;     // platform::tick64
+        bool repeated = false;  // it has been delivered and comes again
+    };
+    struct queue_t {
+        std::deque<waiting_t> messages;
+        size_t released = 0;  // so many of the first are in the order in which they are delivered
+    };
+    struct submission_t {
+        std::string destination;
+        uint8_t reference = 0;
 
+        bool operator==(const submission_t&) const = default;
+    };
+
+    bool is_repetition(const std::string& originator, const submission_t& submission);
     void deliver_waiting(attached_t& attached, queue_t& queue);
-    void remove_first(queue_t& queue);
+    static bool may_deliver(const faults_t& faults, queue_t& queue);
+    void delivered_first(const attached_t& attached, queue_t& queue);
 
     std::map<std::string, attached_t> attached_;  // by digits
     std::map<std::string, queue_t> queues_;       // by digits
+    std::map<std::string, std::deque<submission_t>> remembered_;
     statistics_t statistics_;
 };
 

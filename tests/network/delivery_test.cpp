@@ -93,8 +93,7 @@ TEST_F(delivery_test, a_message_waits_for_a_phone_that_comes_later) {
 }
 
 TEST_F(delivery_test, a_full_memory_leaves_the_message_at_the_service_centre) {
-    ASSERT_TRUE(network_->set_places(bob, "ME", 2));
-    EXPECT_FALSE(network_->set_places(bob, "XX", 2));
+    set_fault(bob, "storage=2");
     const auto to = host(bob, {"AT+CNMI=2,1"});
     for (const uint8_t octet : {1, 2, 3}) {
         send(octet);

@@ -111,6 +111,9 @@ class network_test : public testing::Test {
     static void expect_ok(const std::string& reply, const std::string& command) {
         EXPECT_TRUE(reply.ends_with("\r\nOK\r\n")) << command << ": " << reply;
     }
+    void set_fault(const std::string& number, const std::string& order) const {
+        EXPECT_EQ(network_->set_fault(number, order), "");
+    }
     bool wait_for(uint64_t statistics_t::*count, uint64_t value) const {
         return network_->wait_until([&](const statistics_t& now) { return now.*count == value; },
                                     std::chrono::milliseconds(patience));

@@ -22,8 +22,12 @@ TEST_F(network_test, refuses_what_is_no_number_or_taken_with_a_reason) {
     EXPECT_EQ(network_t::start(directory_, {"1"}, &error_), nullptr);
     EXPECT_EQ(error_, "another network runs in " + directory_.string());
     EXPECT_EQ(network_t::start(network_->link(alice), {}, &error_), nullptr) << "a tty is no directory";
-    EXPECT_FALSE(network_->hang_up("1"));
-    EXPECT_FALSE(network_->set_faults("1", {}));
+    EXPECT_EQ(network_->set_fault("1", "silent"), "the network has no phone 1");
+    EXPECT_EQ(network_->set_fault(bob, "nonsense=1"), "there is no fault \"nonsense\"; 'zpd fault --list' has all");
+    for (const std::string order : {"refuse", "refuse=x", "refuse=1x", "delay=-1", "lose-results=4294967296",
+                                    "silent=1", "registration=far", "offers=gold", "prompt=?", "pin=123", "return=1"}) {
+        EXPECT_NE(network_->set_fault(bob, order).find("\" is no "), std::string::npos) << order;
+    }
 }
 
 TEST_F(network_test, makes_links_in_place_of_left_over_ones_only_and_removes_its_own) {
@@ -61,7 +65,8 @@ TEST_F(network_test, the_next_host_finds_a_clean_tty) {
         EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
     }
     // Two rounds of the network's thread: by then it has noticed.
-    EXPECT_TRUE(network_->set_faults(bob, {}) && network_->set_faults(bob, {}));
+    set_fault(bob, "silent=off");
+    set_fault(bob, "silent=off");
     host_t second(network_->link(bob));
     second.expect("AT+CMGD=?\r", "\r\n+CMGD: (1),(0-4)\r\n\r\nOK\r\n");
     int exclusive = 1;
@@ -87,7 +92,8 @@ TEST_F(network_test, a_host_that_never_reads_harms_nobody) {
 
 TEST_F(network_test, refuses_submissions_and_loses_results_on_demand) {
     const auto from = host(alice);
-    ASSERT_TRUE(network_->set_faults(alice, {.refusals = 2, .refusal_code = 38, .lost_results = 1}));
+    set_fault(alice, "refuse=38x2");
+    set_fault(alice, "lose-results=1");
     const std::string refused = "\r\n+CMS ERROR: 38\r\n";
     submit(*from, submit_to(bob, {1}));
     EXPECT_EQ(from->read(refused.size()), refused);
@@ -104,16 +110,16 @@ TEST_F(network_test, refuses_submissions_and_loses_results_on_demand) {
 
 TEST_F(network_test, a_silent_modem_works_but_says_nothing) {
     const auto host = this->host(alice);
-    ASSERT_TRUE(network_->set_faults(alice, {.silent = true}));
+    set_fault(alice, "silent");
     host->send("AT+CMGS=14\r0001000C91947100000020000401AA\x1a");
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
-    ASSERT_TRUE(network_->set_faults(alice, {}));
+    set_fault(alice, "clear");
     host->expect_nothing();
 }
 
 TEST_F(network_test, coverage_comes_and_goes) {
     const auto from = host(alice, {"AT+CREG=1", "AT+CEREG=2"});
-    ASSERT_TRUE(network_->set_coverage(alice, {registration_t::searching, access_technology_t::gsm}));
+    set_fault(alice, "registration=searching");
     from->expect("AT+CSQ\r", "\r\n+CREG: 2\r\n\r\n+CSQ: 99,99\r\n\r\nOK\r\n");
     from->expect("AT+COPS?\r", "\r\n+COPS: 0\r\n\r\nOK\r\n");
     submit(*from, submit_to(bob, {1}));
@@ -124,7 +130,8 @@ TEST_F(network_test, coverage_comes_and_goes) {
     submit(*to, submit_to(alice, {1}));
     EXPECT_EQ(to->read_until("OK\r\n"), sent(0));
     EXPECT_EQ(network_->statistics().waiting, 1U);
-    ASSERT_TRUE(network_->set_coverage(alice, {registration_t::roaming, access_technology_t::e_utran}));
+    set_fault(alice, "registration=roaming");
+    set_fault(alice, "technology=lte");
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
     from->expect("AT+CREG?\r", "\r\n+CREG: 5\r\n\r\n+CEREG: 5,\"0001\",\"00000001\",7\r\n\r\n+CREG: 1,5\r\n\r\nOK\r\n");
 }
@@ -135,7 +142,7 @@ TEST_F(network_test, a_modem_hangs_up_and_returns_with_its_messages) {
     EXPECT_EQ(from->read_until("OK\r\n"), sent(0));
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
     const auto lost = host(bob, {"AT+CNMI=2,1"});
-    ASSERT_TRUE(network_->hang_up(bob));
+    set_fault(bob, "hang-up");
     EXPECT_EQ(lost->read_until("OK"), "");
     EXPECT_FALSE(fs::exists(fs::symlink_status(network_->link(bob))));
     submit(*from, submit_to(bob, {2}));

@@ -1,0 +1,251 @@
+#include "network/fault_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <optional>
+
+#include "network/phone.h"
+
+namespace network {
+
+namespace {
+
+constexpr unsigned highest_code = 65'535;     // of an error
+constexpr uint64_t longest = 24 * 3'600'000;  // a day in milliseconds
+
+struct word_t {
+    std::string_view word;
+    unsigned value;
+};
+
+std::optional<uint64_t> number(std::string_view text, uint64_t highest) {
+    uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    const bool good = error == std::errc() && end == text.data() + text.size() && value <= highest;
+    return good ? std::optional(value) : std::nullopt;
+}
+
+std::optional<unsigned> meaning_of(std::string_view text, std::span<const word_t> words) {
+    const auto known = std::ranges::find(words, text, &word_t::word);
+    return known == words.end() ? std::nullopt : std::optional(known->value);
+}
+
+/// "A" and "B" of "A:B"; without the separator no "B".
+struct pair_t {
+    std::string_view first;
+    std::optional<std::string_view> second;
+};
+pair_t split(std::string_view text, char separator) {
+    const size_t at = text.find(separator);
+    return at == std::string_view::npos ? pair_t{text, std::nullopt} : pair_t{text.substr(0, at), text.substr(at + 1)};
+}
+
+template <auto member>
+bool set_flag(phone_t& phone, std::string_view value) {
+    phone.modem().faults().*member = value != "off";
+    return value.empty() || value == "on" || value == "off";
+}
+
+/// A count, or a time in milliseconds.
+template <auto member>
+bool set_number(phone_t& phone, std::string_view value) {
+    auto& target = phone.modem().faults().*member;
+    using target_t = std::remove_reference_t<decltype(target)>;
+    const auto given = number(value, std::min<uint64_t>(longest, std::numeric_limits<target_t>::max()));
+    target = static_cast<target_t>(given.value_or(target));
+    return given.has_value();
+}
+
+bool refuse(phone_t& phone, std::string_view value) {
+    const pair_t parts = split(value, 'x');
+    const auto code = number(parts.first, highest_code);
+    const auto times = number(parts.second.value_or("1"), std::numeric_limits<unsigned>::max());
+    if (code && times) {
+        phone.modem().faults().refusal_code = static_cast<unsigned>(*code);
+        phone.modem().faults().refusals = static_cast<unsigned>(*times);
+    }
+    return code && times;
+}
+
+bool set_storage(phone_t& phone, std::string_view value) {
+    constexpr uint64_t most = 1000;
+    const auto places = number(value, most);
+    if (places) {
+        phone.modem().messages().set_places("ME", *places);
+        phone.modem().messages().set_places("SM", *places);
+    }
+    return places.has_value();
+}
+
+bool set_registration(phone_t& phone, std::string_view value) {
+    constexpr word_t words[] = {{"none", 0},   {"home", 1},    {"searching", 2},
+                                {"denied", 3}, {"unknown", 4}, {"roaming", 5}};
+    coverage_t coverage = phone.modem().offered_coverage();
+    const auto state = meaning_of(value, words);
+    coverage.registration = static_cast<registration_t>(state.value_or(0));
+    if (state) {
+        phone.modem().set_coverage(coverage);
+    }
+    return state.has_value();
+}
+
+bool set_technology(phone_t& phone, std::string_view value) {
+    constexpr word_t words[] = {{"gsm", 0}, {"umts", 2}, {"edge", 3}, {"hspa", 6}, {"lte", 7}, {"nr", 11}};
+    coverage_t coverage = phone.modem().offered_coverage();
+    const auto technology = meaning_of(value, words);
+    coverage.technology = static_cast<access_technology_t>(technology.value_or(0));
+    if (technology) {
+        phone.modem().set_coverage(coverage);
+    }
+    return technology.has_value();
+}
+
+bool hang_up(phone_t& phone, std::string_view value) {
+    const auto time = number(value, longest);
+    if (value.empty() || time) {
+        phone.hang_up(time);
+    }
+    return value.empty() || time;
+}
+
+bool come_back(phone_t& phone, std::string_view value) {
+    std::string error;
+    return value.empty() && (phone.plugged_in() || phone.plug_in(&error));
+}
+
+bool set_echo(phone_t& phone, std::string_view value) {
+    constexpr word_t words[] = {{"as-asked", 0}, {"always", 1}, {"off", 2}};
+    const auto echo = meaning_of(value, words);
+    phone.modem().faults().echo = static_cast<echo_t>(echo.value_or(0));
+    phone.modem().dialogue().reset_settings();
+    return echo.has_value();
+}
+
+bool set_numeric(phone_t& phone, std::string_view value) {
+    const bool good = set_flag<&faults_t::numeric_at_start>(phone, value);
+    phone.modem().dialogue().reset_settings();
+    return good;
+}
+
+bool set_prompt(phone_t& phone, std::string_view value) {
+    constexpr std::string_view forms[][2] = {
+        {"usual", "\r\n> "},       {"bare", ">"},
+        {"same-line", "> "},       {"no-space", "\r\n>"},
+        {"own-line", "\r\n>\r\n"}, {"spaced-line", "\r\n> \r\n"},
+    };
+    for (const auto& [name, octets] : forms) {
+        if (name == value) {
+            phone.modem().faults().prompt = octets;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool set_chatter(phone_t& phone, std::string_view value) {
+    phone.modem().faults().chatter = value.empty() ? "^RSSI: 21" : value == "off" ? "" : value;
+    return std::ranges::none_of(value, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+}
+
+bool set_errors(phone_t& phone, std::string_view value) {
+    constexpr word_t words[] = {{"plain", 0}, {"numeric", 1}, {"verbose", 2}};
+    const auto form = meaning_of(value, words);
+    phone.modem().faults().errors = form ? std::optional(static_cast<error_form_t>(*form)) : std::nullopt;
+    return form || value == "as-asked";
+}
+
+bool set_offers(phone_t& phone, std::string_view value) {
+    const auto tables = capability_tables();
+    const auto table = std::ranges::find(tables, value, &capabilities_t::name);
+    if (table != tables.end()) {
+        phone.modem().faults().offers = &*table;
+        phone.modem().reset_settings();
+    }
+    return table != tables.end();
+}
+
+bool set_sim_busy(phone_t& phone, std::string_view value) {
+    const pair_t parts = split(value, ':');
+    const auto time = number(parts.first, longest);
+    const auto code = number(parts.second.value_or("314"), highest_code);
+    if (time && code) {
+        phone.modem().sim().set_busy(*time, static_cast<unsigned>(*code));
+    }
+    return time && code;
+}
+
+bool set_pin(phone_t& phone, std::string_view value) {
+    const bool digits = std::ranges::all_of(value, [](char c) { return c >= '0' && c <= '9'; });
+    const bool good = value == "off" || (digits && value.size() >= 4 && value.size() <= 8);
+    if (good) {
+        phone.modem().sim().set_pin(value == "off" ? "" : std::string(value));
+        phone.modem().look_at_sim();
+    }
+    return good;
+}
+
+bool clear(phone_t& phone, std::string_view value) {
+    modem_t& modem = phone.modem();
+    modem.faults() = {};
+    modem.messages().set_default_places();
+    modem.sim() = {};
+    modem.set_coverage({});
+    return come_back(phone, value);
+}
+
+constexpr fault_t table[] = {
+    {"refuse", "CODE[xN]", "refuse the next N submissions (1) with +CMS ERROR: CODE", refuse},
+    {"lose-results", "N", "take the next N submissions, and never answer them", set_number<&faults_t::lost_results>},
+    {"late-results", "MS", "answer submissions MS milliseconds late", set_number<&faults_t::late_results>},
+    {"late-prompt", "MS", "prompt for the PDU MS milliseconds late", set_number<&faults_t::late_prompt>},
+    {"delay", "MS", "deliver MS milliseconds after the submission", set_number<&faults_t::delay>},
+    {"duplicate", "[on|off]", "deliver everything twice", set_flag<&faults_t::duplicates>},
+    {"reorder", "N", "hold deliveries back until N wait, then pass them in reverse", set_number<&faults_t::reordered>},
+    {"both-ways", "[on|off]", "store what comes, and hand it over by +CMT too", set_flag<&faults_t::both_ways>},
+    {"unannounced", "[on|off]", "store what comes without +CMTI", set_flag<&faults_t::unannounced>},
+    {"wrong-index", "[on|off]", "tell the index -1 in +CMTI", set_flag<&faults_t::wrong_index>},
+    {"fail-deletes", "N", "refuse the next N deletes of a message", set_number<&faults_t::failing_deletes>},
+    {"storage", "N", "N places in each message memory; what lies beyond is lost", set_storage},
+    {"registration", "STATE", "home, roaming, searching, denied, unknown or none", set_registration},
+    {"technology", "NAME", "gsm, edge, umts, hspa, lte or nr", set_technology},
+    {"hang-up", "[MS]", "go away, and come back after MS milliseconds on another tty", hang_up},
+    {"return", "", "come back after a hang-up", come_back},
+    {"silent", "[on|off]", "take everything and say nothing", set_flag<&faults_t::silent>},
+    {"single-octets", "[on|off]", "write each octet by itself", set_flag<&faults_t::single_octets>},
+    {"echo", "HOW", "as-asked (on at the start), always, or off at the start", set_echo},
+    {"numeric-results", "[on|off]", "begin with ATV0", set_numeric},
+    {"prompt", "FORM", "usual, bare, same-line, no-space, own-line or spaced-line", set_prompt},
+    {"chatter", "[LINE]", "say LINE between any two lines of a response", set_chatter},
+    {"errors", "FORM", "plain, numeric or verbose, whatever +CMEE asks for, or as-asked", set_errors},
+    {"offers", "TABLE", "what +CSMS, +CPMS, +CNMI, +CMMS offer: full, stored, direct, one, short or none", set_offers},
+    {"sim-busy", "MS[:CODE]", "SIM busy (+CMS ERROR: CODE, 314) so long from now and from power-on", set_sim_busy},
+    {"pin", "DIGITS", "ask for this PIN, now and after each power-on; off: for none", set_pin},
+    {"clear", "", "all of this undone; settings of the dialogue stay until it begins anew", clear},
+};
+
+}  // namespace
+
+std::span<const fault_t> fault_table() {
+    return table;
+}
+
+std::string set_fault(phone_t& phone, std::string_view order) {
+    const pair_t parts = split(order, '=');
+    for (const fault_t& fault : table) {
+        if (fault.name != parts.first) {
+            continue;
+        }
+        const bool good = (fault.value.empty() ? !parts.second : fault.value.starts_with('[') || parts.second) &&
+                          fault.set(phone, parts.second.value_or(""));
+        const std::string form = fault.value.empty()            ? ""
+                                 : fault.value.starts_with('[') ? fmt::format("[={}", fault.value.substr(1))
+                                                                : fmt::format("={}", fault.value);
+        return good ? "" : fmt::format("\"{}\" is no {}{}: {}", order, fault.name, form, fault.meaning);
+    }
+    return fmt::format("there is no fault \"{}\"; 'zpd fault --list' has all", parts.first);
+}
+
+}  // namespace network

@@ -1,0 +1,26 @@
+/// The faults by name, as people and tests order them: "lose-results=2". One row a fault serves the command, its help
+/// and the tests alike.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace network {
+
+class phone_t;
+
+struct fault_t {
+    std::string_view name;
+    std::string_view value;  // how it is written; in brackets: may be left out; empty: there is none
+    std::string_view meaning;
+    /// False when the value is none of these. On the network's thread.
+    bool (*set)(phone_t& phone, std::string_view value);
+};
+
+std::span<const fault_t> fault_table();
+
+/// Does what the order says. Returns an empty text, or what is wrong with it. On the network's thread.
+[[nodiscard]] std::string set_fault(phone_t& phone, std::string_view order);
+
+}  // namespace network

@@ -1,0 +1,46 @@
+/// The SIM in an emulated modem: its PIN, and the time after power-on in which it answers nothing. Not thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "network/result_codes.h"
+
+namespace network {
+
+class sim_t {
+  public:
+    /// Asks for this PIN from now on, and again after each power-on; an empty one is no PIN. All tries are given anew.
+    void set_pin(std::string pin);
+    /// From now on, and after each power-on and each right PIN, it is busy for so many milliseconds of
+    /// platform::tick64; the message service then answers with `code`.
+    void set_busy(uint64_t milliseconds, unsigned code);
+    void power_on();
+
+    /// Without its PIN the modem gets no network.
+    bool locked() const { return locked_; }
+    /// +CPIN?, 3GPP TS 27.007 8.3
+    std::string_view state() const;
+    unsigned tries_left() const { return tries_left_; }
+    at_result_t enter(std::string_view pin);
+
+    /// What a command fails with at this moment: one on the SIM, or one of the message service.
+    std::optional<at_result_t> refusal() const;
+    std::optional<at_result_t> message_refusal() const;
+
+  private:
+    static constexpr unsigned all_tries = 3;
+
+    bool busy() const;
+
+    std::string pin_;
+    bool locked_ = false;
+    unsigned tries_left_ = all_tries;
+    uint64_t busy_for_ = 0;
+    uint64_t busy_until_ = 0;
+    unsigned busy_code_ = 0;
+};
+
+}  // namespace network

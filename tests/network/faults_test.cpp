@@ -1,0 +1,192 @@
+// The faults by name: what each makes a host see.
+#include "network/fault_table.h"
+#include "platform/linux/testing.h"
+#include "tests/network/host.h"
+
+namespace network {
+namespace {
+
+class faults_test : public network_test {
+  protected:
+    /// Alice sends Bob a message of each octet.
+    void send(const tpdu::octets_t& octets) {
+        const auto from = host(alice);
+        for (const uint8_t octet : octets) {
+            submit(*from, submit_to(bob, {octet}));
+            expect_ok(from->read_until("OK\r\n"), "submission");
+        }
+    }
+    /// The octets of all that lies on Bob's modem.
+    tpdu::octets_t stored(host_t& host) {
+        tpdu::octets_t octets;
+        host.send("AT+CMGL=4\r");
+        const std::string reply = host.read_until("\r\nOK\r\n");
+        for (size_t at = 0; (at = reply.find("+CMGL:", at)) != std::string::npos; ++at) {
+            octets.push_back(delivered(reply.substr(at)).user_data.at(0));
+        }
+        return octets;
+    }
+};
+
+TEST_F(faults_test, deliveries_come_twice_in_reverse_or_late) {
+    const auto to = host(bob);
+    set_fault(bob, "reorder=3");
+    send({1, 2, 3, 4});
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 3));
+    EXPECT_EQ(stored(*to), (tpdu::octets_t{3, 2, 1})) << "the fourth waits for its like";
+    set_fault(bob, "clear");
+    EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
+    set_fault(bob, "duplicate");
+    send({5});
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 6));
+    EXPECT_EQ(stored(*to), (tpdu::octets_t{3, 2, 1, 4, 5, 5}));
+    set_fault(bob, "clear");
+    set_fault(bob, "delay=3600000");
+    send({6});
+    EXPECT_EQ(stored(*to).size(), 6U);
+    platform::testing::advance_clock(3'600'000);
+    EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
+    EXPECT_EQ(stored(*to).back(), 6);
+}
+
+TEST_F(faults_test, arrivals_are_told_wrongly_twice_or_not_at_all) {
+    const auto to = host(bob, {"AT+CNMI=2,1"});
+    set_fault(bob, "wrong-index");
+    send({1});
+    to->expect("", "\r\n+CMTI: \"ME\",-1\r\n");
+    set_fault(bob, "clear");
+    set_fault(bob, "unannounced");
+    send({2});
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 2));
+    to->expect_nothing();
+    set_fault(bob, "clear");
+    set_fault(bob, "both-ways");
+    send({3});
+    to->expect("", "\r\n+CMTI: \"ME\",3\r\n\r\n+CMT: ,20\r\n");
+    EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, tpdu::octets_t{3});
+    set_fault(bob, "fail-deletes=2");
+    for (const std::string result : {"+CMS ERROR: 320", "+CMS ERROR: 320", "OK"}) {
+        to->expect("AT+CMGD=2\r", "\r\n" + result + "\r\n");
+    }
+    EXPECT_EQ(stored(*to), (tpdu::octets_t{1, 3}));
+}
+
+TEST_F(faults_test, results_and_prompts_come_late) {
+    const auto from = host(alice);
+    set_fault(alice, "late-results=60000");
+    submit(*from, submit_to(bob, {1}));
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
+    from->expect_nothing();
+    platform::testing::advance_clock(60'000);
+    EXPECT_EQ(from->read_until("OK\r\n"), sent(0));
+    set_fault(alice, "clear");
+    set_fault(alice, "late-prompt=60000");
+    from->send(
+        "AT+CMGS=14\r\x1b"
+        "AT+CSQ\r");
+    set_fault(alice, "delay=0");  // a round: what was sent is not taken before the prompt
+    platform::testing::advance_clock(60'000);
+    from->expect("", "\r\n> \r\nOK\r\n\r\n+CSQ: 21,99\r\n\r\nOK\r\n");
+}
+
+struct manner_t {
+    std::string orders;
+    std::string command;
+    std::string reply;
+};
+
+TEST_F(faults_test, a_modem_speaks_in_its_manner) {
+    const manner_t manners[] = {
+        {"echo=always", "ATE0;+CSQ\r", "ATE0;+CSQ\r\r\n+CSQ: 21,99\r\n\r\nOK\r\n"},
+        {"echo=off", "AT\r", "\r\nOK\r\n"},
+        {"numeric-results", "ATE0\r", "ATE0\r0\r"},
+        {"single-octets", "ATE0+CSQ\r", "ATE0+CSQ\r\r\n+CSQ: 21,99\r\n\r\nOK\r\n"},
+        {"chatter=RING", "ATE0I\r",
+         "ATE0I\r\r\nZPD\r\n\r\nRING\r\nEmulated modem\r\n\r\nRING\r\n1.0\r\n\r\nRING\r\n\r\nOK\r\n"},
+        {"prompt=own-line", "ATE0+CMGS=9\r\x1b", "ATE0+CMGS=9\r\r\n>\r\n\r\nOK\r\n"},
+        {"prompt=bare", "ATE0+CMGS=9\r\x1b", "ATE0+CMGS=9\r>\r\nOK\r\n"},
+        {"errors=plain", "ATE0+CMEE=1;+CMGR=1\r", "ATE0+CMEE=1;+CMGR=1\r\r\nERROR\r\n"},
+        {"errors=verbose", "ATE0+CMGR=1\r", "ATE0+CMGR=1\r\r\n+CMS ERROR: invalid memory index\r\n"},
+        {"offers=none", "ATE0+CNMI=?\r", "ATE0+CNMI=?\r\r\nERROR\r\n"},
+        {"offers=direct", "ATE0+CNMI=2,2;+CNMI=2,1\r", "ATE0+CNMI=2,2;+CNMI=2,1\r\r\n+CMS ERROR: 303\r\n"},
+        {"offers=short", "ATE0+CPMS=\"SM\",\"ME\",\"ME\"\r", "ATE0+CPMS=\"SM\",\"ME\",\"ME\"\r\r\n+CMS ERROR: 303\r\n"},
+        {"offers=one", "ATE0+CNMI=1,1,0,0,1;+CPMS?\r",
+         "ATE0+CNMI=1,1,0,0,1;+CPMS?\r\r\n+CPMS: \"SM\",0,20,\"SM\",0,20,\"SM\",0,20\r\n\r\nOK\r\n"},
+    };
+    for (const auto& [orders, command, reply] : manners) {
+        set_fault(alice, "clear");
+        set_fault(alice, orders);
+        set_fault(alice, "hang-up=0");  // it begins anew
+        set_fault(alice, "return");
+        host_t(network_->link(alice)).expect(command, reply);
+    }
+}
+
+TEST_F(faults_test, a_sim_is_busy_then_wants_its_pin) {
+    set_fault(alice, "pin=4711");
+    set_fault(alice, "sim-busy=60000");
+    const auto from = host(alice, {"AT+CMEE=1"});
+    from->expect("AT+CPIN?\r", "\r\n+CME ERROR: 14\r\n");
+    from->expect("AT+CMGL=4\r", "\r\n+CMS ERROR: 314\r\n");
+    platform::testing::advance_clock(60'000);
+    from->expect("AT+CPIN?;+CREG?\r", "\r\n+CPIN: SIM PIN\r\n\r\n+CREG: 0,0\r\n\r\nOK\r\n");
+    from->expect("AT+CMGS=14\r", "\r\n+CMS ERROR: 311\r\n");
+    from->expect("AT+CPIN=\"1234\"\r", "\r\n+CME ERROR: 16\r\n");
+    from->expect("AT+CPINR\r", "\r\n+CPINR: SIM PIN,2,3\r\n\r\nOK\r\n");
+    from->expect("AT+CREG=1;+CPIN=\"4711\"\r", "\r\n+CREG: 1\r\n\r\nOK\r\n");
+    platform::testing::advance_clock(60'000);  // it reads itself in
+    from->expect("AT+CPIN?;+CMGL=4\r", "\r\n+CPIN: READY\r\n\r\nOK\r\n");
+    set_fault(alice, "hang-up=0");
+    set_fault(alice, "return");
+    platform::testing::advance_clock(60'000);
+    const auto again = host(alice, {"AT+CMEE=1"});
+    for (int tries = 0; tries < 3; ++tries) {
+        again->expect("AT+CPIN=0000\r", "\r\n+CME ERROR: 16\r\n");
+    }
+    again->expect("AT+CPIN=4711\r", "\r\n+CME ERROR: 12\r\n");
+    again->expect("AT+CPIN?\r", "\r\n+CPIN: SIM PUK\r\n\r\nOK\r\n");
+}
+
+TEST_F(faults_test, a_modem_returns_under_another_name) {
+    const auto tty = std::filesystem::read_symlink(network_->link(bob));
+    const auto from = host(bob);
+    set_fault(bob, "hang-up=5000");
+    EXPECT_EQ(from->read_until("OK"), "");
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(network_->link(bob))));
+    platform::testing::advance_clock(5'000);
+    set_fault(bob, "return");  // a round: it is there
+    EXPECT_NE(std::filesystem::read_symlink(network_->link(bob)), tty);
+    host(bob)->expect_nothing();
+}
+
+// 3GPP TS 23.040 9.2.3.25: TP-RD, with the TP-MR that the host gives.
+TEST_F(faults_test, a_repetition_is_rejected_on_demand) {
+    const auto from = host(alice);
+    tpdu::submit_t message = submit_to(bob, {1});
+    message.message_reference = 77;
+    submit(*from, message);
+    EXPECT_EQ(from->read_until("OK\r\n"), sent(77));
+    message.reject_duplicates = true;
+    submit(*from, message);
+    from->expect("", "\r\n+CMS ERROR: 197\r\n");
+    message.message_reference = 78;
+    submit(*from, message);
+    EXPECT_EQ(from->read_until("OK\r\n"), sent(78));
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 2));
+}
+
+// 3GPP TS 27.005 4.4: what a host was handed directly and does not want itself, it gives back.
+TEST_F(faults_test, a_received_message_is_written_back) {
+    const auto to = host(bob, {"AT+CNMI=2,2"});
+    send({9});
+    EXPECT_EQ(to->read_until("+CMT: ,20\r\n"), "\r\n+CMT: ,20\r\n");
+    const std::string pdu = to->read_until("\r\n");
+    to->expect("AT+CMGW=20,0\r", "\r\n> ");
+    to->expect(pdu + "\x1a", "\r\n+CMGW: 1\r\n\r\nOK\r\n");
+    to->expect("AT+CMGR=1\r", "\r\n+CMGR: 0,,20\r\n" + pdu + "\r\nOK\r\n");
+    to->expect("AT+CMGW=20\r", "\r\n> ");
+    to->expect(pdu + "\x1a", "\r\n+CMS ERROR: 304\r\n");  // it is none to be sent
+}
+
+}  // namespace
+}  // namespace network
