@@ -14,6 +14,11 @@ bool announces_pdu(std::string_view line) {
     return line.starts_with("+CMT:") || line.starts_with("+CDS:") || line.starts_with("+CBM:");
 }
 
+// Of a command line, perhaps with its first octets lost; or of a prompt's sign, when nobody waits for it any more.
+bool is_echo(std::string_view line) {
+    return line.starts_with("AT") || line.starts_with('>') || line.find("+CPIN=") != std::string_view::npos;
+}
+
 }  // namespace
 
 std::optional<std::string> at_dialogue_t::begin(const command_t& command) {
@@ -23,7 +28,6 @@ std::optional<std::string> at_dialogue_t::begin(const command_t& command) {
     command_ = command;
     reply_ = {};
     in_progress_ = true;
-    entry_sent_ = false;
     reply_waits_for_pdu_ = false;
     if (!command.entry.empty()) {
         lexer_.expect_prompt();
@@ -39,7 +43,7 @@ std::string at_dialogue_t::feed(std::string_view octets) {
         } else if (token.kind == token_t::kind_t::pdu) {
             take_pdu(token.text);
         } else {
-            entry_sent_ = true;
+            reply_.entry_sent = true;
             out += command_.entry + ctrl_z;
         }
     }
@@ -47,13 +51,13 @@ std::string at_dialogue_t::feed(std::string_view octets) {
 }
 
 void at_dialogue_t::take_line(const std::string& text) {
-    const std::optional<final_result_t> result = final_result(text);
-    if (in_progress_ && text == command_.line) {
-        return;  // echo
+    std::optional<final_result_t> result = final_result(text);
+    if (in_progress_ && command_.any_form && !result) {
+        result = numeric_result(text);
     }
     if (in_progress_ && result) {
-        const bool late = command_.needs_line && result->kind == final_result_t::kind_t::ok && reply_.lines.empty();
-        if (!late) {
+        const bool too_early = (command_.needs_line && reply_.lines.empty()) || waits_for_prompt();
+        if (!too_early || result->kind != final_result_t::kind_t::ok) {
             reply_.result = *result;
             reply_.outcome =
                 result->kind == final_result_t::kind_t::ok ? reply_t::outcome_t::ok : reply_t::outcome_t::error;
@@ -72,13 +76,13 @@ void at_dialogue_t::take_line(const std::string& text) {
         }
         delivery_ = modem_line_t{text, {}};
         delivery_is_latest_ = true;
-    } else if (!result) {  // the result of a command that has been given up is nobody's
+    } else if (!result && !is_echo(text)) {  // the result of a command that has been given up is nobody's
         unsolicited_.push_back({text, {}});
     }
 }
 
 void at_dialogue_t::take_pdu(const std::string& text) {
-    if (in_progress_ && entry_sent_ && text == command_.entry) {
+    if (in_progress_ && reply_.entry_sent && text == command_.entry) {
         return;  // echo
     }
     if (delivery_ && (delivery_is_latest_ || !reply_waits_for_pdu_)) {
@@ -94,7 +98,14 @@ void at_dialogue_t::take_pdu(const std::string& text) {
 }
 
 bool at_dialogue_t::is_reply(std::string_view text) const {
+    if (text == command_.line || waits_for_prompt()) {
+        return false;
+    }
     return std::ranges::any_of(command_.prefixes, [&](std::string_view prefix) { return text.starts_with(prefix); });
+}
+
+bool at_dialogue_t::waits_for_prompt() const {
+    return !command_.entry.empty() && !reply_.entry_sent;
 }
 
 reply_t at_dialogue_t::end(reply_t::outcome_t outcome) {

@@ -2,8 +2,9 @@
 /// out.
 ///
 /// A command names the prefixes of its reply lines; every other line is unsolicited, wherever it stands, also between
-/// the lines of a reply. A line of hexadecimal digits belongs to the last header line that still waits for one. Echo of
-/// commands and PDUs is dropped, where the modem echoes. Not thread-safe.
+/// the lines of a reply; so is a reply to a submission before its prompt, which is a late one of an earlier submission.
+/// A line of hexadecimal digits belongs to the last header line that still waits for one. Echo of
+/// commands and PDUs is dropped, where the modem echoes, also when it comes late. Not thread-safe.
 #pragma once
 
 #include <deque>
@@ -25,6 +26,10 @@ struct command_t {
     bool pdu_follows = false;                  // each reply line is followed by one PDU line
     std::string entry{};      // text for the prompt, in hexadecimal; with it the command expects a prompt
     bool needs_line = false;  // an OK before the first reply line is a late one, of a command before this
+    bool any_form = false;    // the result may come as a digit, as after ATV0
+    std::string alias{};      // what warnings call a command whose line is nobody's business
+
+    [[nodiscard]] const std::string& shown() const { return alias.empty() ? line : alias; }
 };
 
 struct modem_line_t {
@@ -38,7 +43,8 @@ struct reply_t {
     enum class outcome_t { ok, error, timeout, lost };
     outcome_t outcome = outcome_t::lost;
     final_result_t result;  // of ok and error
-    std::vector<modem_line_t> lines;
+    std::vector<modem_line_t> lines{};
+    bool entry_sent = false;  // the prompt came
 
     [[nodiscard]] bool ok() const { return outcome == outcome_t::ok; }
     /// The first line, or an empty text.
@@ -54,8 +60,8 @@ class at_dialogue_t {
     std::string feed(std::string_view octets);
 
     [[nodiscard]] bool in_progress() const { return in_progress_; }
-    /// True from the prompt on.
-    [[nodiscard]] bool entry_sent() const { return entry_sent_; }
+    /// The command has a text entry, and its prompt has not come.
+    [[nodiscard]] bool waits_for_prompt() const;
     /// Ends the command: with its result when it has one, else with `outcome` and the reply lines so far.
     reply_t end(reply_t::outcome_t outcome);
 
@@ -71,7 +77,6 @@ class at_dialogue_t {
     command_t command_;
     reply_t reply_;
     bool in_progress_ = false;
-    bool entry_sent_ = false;
     std::deque<modem_line_t> unsolicited_;
     std::optional<modem_line_t> delivery_;  // an unsolicited header line whose PDU line is still to come
     bool reply_waits_for_pdu_ = false;

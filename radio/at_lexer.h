@@ -2,8 +2,7 @@
 /// knowledge of commands; octets may come in any fragments.
 ///
 /// What modems send: lines ended by CR LF, by CR alone (an echo) or by LF alone; empty lines between them; the prompt
-/// of a text entry as "> ", ">" or ">" CR LF, with or without CR LF before it. Not supported: replies in numbers
-/// (ATV0).
+/// of a text entry as "> ", ">" or ">" CR LF, with or without CR LF before it; a result as a digit and CR (ATV0).
 #pragma once
 
 #include <string>

@@ -291,14 +291,26 @@ std::vector<std::vector<int>> offered_numbers(std::string_view line) {
     return offered;
 }
 
+namespace {
+
+// Of <mt>.
+announcement_t::way_t way_of(int delivery) {
+    return delivery == 0   ? announcement_t::way_t::none
+           : delivery == 1 ? announcement_t::way_t::stored
+                           : announcement_t::way_t::direct;
+}
+
+}  // namespace
+
 // 3GPP TS 27.005 3.4.1. A row each parameter, the best first; a parameter that the modem does not know is left away.
-announcement_t choose_announcement(const std::vector<std::vector<int>>& offered) {
-    static const std::vector<int> preferred[] = {
+announcement_t choose_announcement(const std::vector<std::vector<int>>& offered, bool direct_too) {
+    using numbers_t = std::vector<int>;
+    const numbers_t preferred[] = {
         {2, 1, 3, 0},  // <mode>: buffer while the link is taken; else drop, share the link, or only buffer
-        {1, 2, 3, 0},  // <mt>: store and tell; else deliver
-        {0},           // <bm>: no cell broadcast
-        {0, 2},        // <ds>: status reports neither delivered nor, if so, unstored
-        {0, 1},        // <bfr>: flush what was buffered
+        direct_too ? numbers_t{1, 2, 3, 0} : numbers_t{1, 0},  // <mt>: store and tell; else deliver
+        {0},                                                   // <bm>: no cell broadcast
+        {0, 2},  // <ds>: status reports neither delivered nor, if so, unstored
+        {0, 1},  // <bfr>: flush what was buffered
     };
     announcement_t choice;
     int delivery = 0;
@@ -310,10 +322,23 @@ announcement_t choose_announcement(const std::vector<std::vector<int>>& offered)
         choice.parameters += (i == 0 ? "" : ",") + std::to_string(*value);
         delivery = i == 1 ? *value : delivery;
     }
-    choice.way = delivery == 0   ? announcement_t::way_t::none
-                 : delivery == 1 ? announcement_t::way_t::stored
-                                 : announcement_t::way_t::direct;
+    choice.way = way_of(delivery);
     return choice;
+}
+
+std::optional<announcement_t> announcement_of(std::string_view parameters) {
+    const std::vector<value_t> values = split_values(parameters);
+    const bool numbers =
+        std::ranges::all_of(values, [](const value_t& value) { return !value.is_quoted && number(value.text) >= 0; });
+    if (!numbers || parameters.find_first_not_of("0123456789,") != std::string_view::npos) {
+        return std::nullopt;
+    }
+    return announcement_t{way_of(number_at(values, 1).value_or(0)), std::string(parameters)};
+}
+
+std::optional<int> tries_left(std::string_view line, std::string_view password) {
+    const std::vector<value_t> values = values_of(line);
+    return !values.empty() && values[0].text == password ? number_at(values, 1) : std::nullopt;
 }
 
 }  // namespace radio

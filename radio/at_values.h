@@ -1,4 +1,4 @@
-/// The lines of the AT dialogue as values: results, replies and unsolicited lines of 3GPP TS 27.005 and 27.007 read,
+/// The lines of the AT dialogue as values: replies and unsolicited lines of 3GPP TS 27.005 and 27.007 read,
 /// command lines built. Pure functions. Readers take a whole line and return none for one that they cannot make sense
 /// of.
 #pragma once
@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "radio/result_codes.h"
 #include "radio/tpdu.h"
 
 namespace radio {
@@ -31,16 +32,6 @@ struct value_t {
 };
 /// The values after the first ":" of a line, between commas.
 std::vector<value_t> values_of(std::string_view line);
-
-/// A final result code.
-struct final_result_t {
-    enum class kind_t { ok, error, cms_error, cme_error };
-    kind_t kind = kind_t::ok;
-    int code = 0;  // of cms_error and cme_error
-
-    bool operator==(const final_result_t&) const = default;
-};
-std::optional<final_result_t> final_result(std::string_view line);
 
 /// +CREG, +CEREG: the reply to the query and the unsolicited line alike.
 struct registration_t {
@@ -117,6 +108,12 @@ struct announcement_t {
 
     bool operator==(const announcement_t&) const = default;
 };
-announcement_t choose_announcement(const std::vector<std::vector<int>>& offered);
+/// `direct_too`: direct delivery is better than none.
+announcement_t choose_announcement(const std::vector<std::vector<int>>& offered, bool direct_too);
+/// The same of parameters that somebody else chose; none when they are not numbers between commas.
+std::optional<announcement_t> announcement_of(std::string_view parameters);
+
+/// The tries that +CPINR tells for a password; none when it is the line of another.
+std::optional<int> tries_left(std::string_view line, std::string_view password);
 
 }  // namespace radio

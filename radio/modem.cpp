@@ -19,7 +19,8 @@ modem_t::~modem_t() {
 
 std::string modem_t::start(const modem_options_t& options) {
     options_ = options;
-    std::string error = connect();
+    lasting_path_ = link_to(options_.tty, options_.links);
+    std::string error = connect(options_.tty);
     if (error.empty()) {
         next_listing_ = platform::tick64() + milliseconds(limit_t::listing_again);
         thread_ = std::thread([this] { run(); });
@@ -27,8 +28,8 @@ std::string modem_t::start(const modem_options_t& options) {
     return error;
 }
 
-std::string modem_t::connect() {
-    std::string error = tty_.open(options_.tty);
+std::string modem_t::connect(const std::string& path) {
+    std::string error = tty_.open(path);
     if (error.empty()) {
         error = set_up();
     }
@@ -40,6 +41,12 @@ std::string modem_t::connect() {
     link_.connected();
     publish_system_type();
     return {};
+}
+
+// The path that was given may be another device's by now.
+std::string modem_t::present_path() const {
+    const bool is_another = !lasting_path_.empty() && !link_to(options_.tty, options_.links).empty();
+    return is_another || std::filesystem::exists(lasting_path_) ? lasting_path_ : options_.tty;
 }
 
 void modem_t::stop() {
@@ -63,6 +70,7 @@ void modem_t::run() {
         } else if (lost()) {
             look_again();
         } else {
+            check_announcement();
             list_all();
         }
     }
@@ -135,6 +143,8 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         post([this] { acknowledge(); });
     } else if (text.starts_with("+CREG:") || text.starts_with("+CEREG:")) {
         take_registration(text);
+    } else if (text.starts_with("+CMGS:")) {
+        take_late_result(text);
     } else {
         warn_of_unknown(text);
     }
@@ -150,14 +160,16 @@ void modem_t::warn_of_unknown(const std::string& line) {
 
 void modem_t::tell_loss() {
     loss_told_ = true;
-    warn(fmt::format("the modem on {} has hung up; it is looked for until it is back", options_.tty));
+    const std::string also =
+        lasting_path_.empty() || lasting_path_ == options_.tty ? "" : " and under " + lasting_path_;
+    warn(fmt::format("the modem on {} has hung up; it is looked for there{} until it is back", options_.tty, also));
     publish_system_type();
     back_off_ = milliseconds(limit_t::reopening);
     next_look_ = platform::tick64() + back_off_;
 }
 
 void modem_t::look_again() {
-    if (connect().empty()) {
+    if (connect(present_path()).empty()) {
         loss_told_ = false;
         warn(fmt::format("the modem on {} is back", options_.tty));
         list_all();

@@ -13,10 +13,12 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "radio/callbacks.h"
 #include "radio/modem_link.h"
 #include "radio/modem_port.h"
+#include "radio/open_submissions.h"
 #include "radio/ril_message.h"
 
 namespace radio {
@@ -55,19 +57,30 @@ class modem_t {
     session_pointer_t session();
     void take_unsolicited(const modem_line_t& line);
     void warn_of_unknown(const std::string& line);
-    [[nodiscard]] std::string connect();
+    [[nodiscard]] std::string connect(const std::string& path);
     void tell_loss();
     void look_again();
+    [[nodiscard]] std::string present_path() const;
 
     // modem_setup.cpp
     [[nodiscard]] std::string set_up();
     void forget();
-    reply_t ask(const std::string& line, std::vector<std::string_view> prefixes = {});
+    reply_t ask(const std::string& line, const std::vector<std::string_view>& prefixes = {});
     void set_up_memories();
-    void set_up_announcement();
+    [[nodiscard]] std::string set_up_announcement();
+    [[nodiscard]] std::string set_up_users_announcement();
     bool announce(const announcement_t& choice);
+    void tell_announcement();
+    void check_announcement();
     void set_up_service(announcement_t::way_t way);
+    void set_up_link_keeping();
     void set_up_registration();
+
+    // modem_sim.cpp
+    [[nodiscard]] std::string set_up_sim();
+    [[nodiscard]] std::string enter_pin();
+    std::optional<int> pin_tries();
+    bool wait_for_sim();
 
     // modem_receive.cpp
     void warn_unless_lost(const std::string& text);
@@ -94,6 +107,9 @@ class modem_t {
     // modem_submit.cpp
     void run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                         bool more_follow);
+    void tell_refusal(const reply_t& reply);
+    void keep_link(bool more_follow);
+    void take_late_result(const std::string& line);
 
     callbacks_t& callbacks_;
     tty_t tty_;
@@ -109,10 +125,11 @@ class modem_t {
     technology_t technology_ = technology_t::gsm;
     std::string set_up_failure_;
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
-    bool acknowledges_ = false;          // +CMT wants +CNMA
-    bool keeps_link_ = false;            // +CMMS
-    bool tells_circuit_ = false;         // +CREG
-    bool tells_packet_ = false;          // +CEREG
+    announcement_t announcement_;
+    bool acknowledges_ = false;   // +CMT wants +CNMA
+    int link_keeping_ = 0;        // what to set +CMMS to; 0 when it cannot be
+    bool tells_circuit_ = false;  // +CREG
+    bool tells_packet_ = false;   // +CEREG
 
     // Receiving.
     struct taken_t {
@@ -128,7 +145,15 @@ class modem_t {
     registration_t packet_;
     DWORD system_type_ = RIL_SYSTEMTYPE_NONE;
 
+    // Sending.
+    open_submissions_t open_;
+    std::set<std::pair<final_result_t::kind_t, int>> told_refusals_;
     bool link_kept_ = false;
+    uint64_t link_kept_until_ = 0;
+
+    uint64_t sim_deadline_ = 0;  // of the set-up
+    std::string told_announcement_;
+    std::string lasting_path_;  // see options_t::links
     bool loss_told_ = false;
     uint64_t next_look_ = 0;  // for a lost modem
     uint64_t back_off_ = 0;   // milliseconds

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "radio/warning.h"
@@ -54,31 +55,46 @@ bool modem_link_t::cut_off() const {
 }
 
 bool modem_link_t::wake_modem() {
+    // Results told, in words, and no echo (V.250 6.2.4 to 6.2.6). Whoever refuses that may still answer the other.
+    constexpr std::array<const char*, 2> greetings = {"ATQ0V1E0", "AT"};
     const uint64_t until = platform::tick64() + milliseconds(limit_t::probe);
-    while (!cut_off() && !ending() && platform::tick64() < until) {
+    for (size_t i = 0; !cut_off() && !ending() && platform::tick64() < until; ++i) {
         // Out of a text entry, should the modem be in one; elsewhere the octet means nothing.
         out_ = escape;
-        if (run({"AT", limit_t::probe_again}).ok()) {
+        const reply_t greeted =
+            run({.line = greetings[i % greetings.size()], .limit = limit_t::probe_again, .any_form = true});
+        if (greeted.ok()) {
             // The answers to all repetitions of AT come before this line. A modem without it has had the time to send
             // them.
             const reply_t reply =
                 run({.line = "AT+CMGF?", .limit = limit_t::settling, .prefixes = {"+CMGF:"}, .needs_line = true});
             return reply.outcome != reply_t::outcome_t::lost;
         }
+        if (greeted.outcome == reply_t::outcome_t::error) {
+            pause(limit_t::probe_again);
+        }
     }
     return false;
 }
 
+bool modem_link_t::pause(limit_t time) {
+    const uint64_t until = platform::tick64() + milliseconds(time);
+    while (!cut_off() && !ending() && platform::tick64() < until) {
+        pump(until);
+    }
+    return !cut_off() && !ending();
+}
+
 reply_t modem_link_t::exchange(const command_t& command) {
-    if (out_of_step_ && !recover()) {
+    if (!recover()) {
         return {.outcome = cut_off() || ending() ? reply_t::outcome_t::lost : reply_t::outcome_t::timeout,
                 .result = {},
                 .lines = {}};
     }
     reply_t reply = run(command);
     if (reply.outcome == reply_t::outcome_t::timeout) {
-        if (const limit_t passed = limit_of(command); !lost_) {
-            warn(fmt::format("no answer to {} within {} s ({})", command.line, value_of(passed), name_of(passed)));
+        if (const limit_t passed = limit_of(command, !reply.entry_sent); !lost_) {
+            warn(fmt::format("no answer to {} within {} s ({})", command.shown(), value_of(passed), name_of(passed)));
         }
         out_of_step_ = true;
     }
@@ -86,20 +102,21 @@ reply_t modem_link_t::exchange(const command_t& command) {
 }
 
 bool modem_link_t::recover() {
-    out_of_step_ = !wake_modem();
+    out_of_step_ = out_of_step_ && !wake_modem();
     return !out_of_step_;
 }
 
 reply_t modem_link_t::run(const command_t& command) {
     const std::optional<std::string> octets = dialogue_.begin(command);
     if (!octets) {
-        warn("refused to write the command " + command.line);
+        warn("refused to write the command " + command.shown());
         return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}, .lines = {}};
     }
     out_ += *octets;
     const uint64_t begun = platform::tick64();
     while (dialogue_.in_progress() && !cut_off()) {
-        const uint64_t deadline = std::min<uint64_t>(begun + milliseconds(limit_of(command)), ending_at_);
+        const uint64_t deadline =
+            std::min<uint64_t>(begun + milliseconds(limit_of(command, dialogue_.waits_for_prompt())), ending_at_);
         if (platform::tick64() >= deadline) {
             break;
         }
@@ -112,8 +129,8 @@ reply_t modem_link_t::run(const command_t& command) {
 }
 
 // The one that runs: until the prompt its own, from then on the command's.
-limit_t modem_link_t::limit_of(const command_t& command) const {
-    return command.entry.empty() || dialogue_.entry_sent() ? command.limit : limit_t::prompt;
+limit_t modem_link_t::limit_of(const command_t& command, bool before_prompt) {
+    return before_prompt && !command.entry.empty() ? limit_t::prompt : command.limit;
 }
 
 void modem_link_t::wait(uint64_t until) {

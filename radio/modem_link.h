@@ -24,12 +24,17 @@ class modem_link_t {
 
     /// The tty has been opened: nothing of an earlier dialogue counts any more.
     void begin();
-    /// Ends a text entry that a crash may have left and waits for the modem's first answer; false without one.
+    /// Ends a text entry that a crash may have left, asks for results in words and for no echo, and waits for the
+    /// modem's first answer; false without one.
     bool wake_modem();
     /// The modem is set up: it is no longer lost.
     void connected() { lost_ = false; }
     /// Runs one command. After a time-out the next exchange first brings the dialogue back.
     reply_t exchange(const command_t& command);
+    /// Brings the dialogue back after a time-out, so that late answers have come; false when the modem stays silent.
+    bool recover();
+    /// Listens for so long; false when the modem is gone or the end has begun.
+    bool pause(limit_t time);
     /// Waits until the modem has said something, somebody calls wake, or tick64 reaches `until`.
     void wait(uint64_t until);
 
@@ -54,8 +59,7 @@ class modem_link_t {
     };
 
     reply_t run(const command_t& command);
-    [[nodiscard]] limit_t limit_of(const command_t& command) const;
-    bool recover();
+    [[nodiscard]] static limit_t limit_of(const command_t& command, bool before_prompt);
     void pump(uint64_t until);
     void read_some();
     void write_some();

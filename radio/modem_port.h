@@ -13,6 +13,8 @@ struct modem_options_t {
     std::filesystem::path pin_file{};
     /// The parameters of AT+CNMI that a user insists on; empty to choose from what the modem offers.
     std::string announcement{};
+    /// Holds links with lasting names to ttys whose own names change.
+    std::filesystem::path links = "/dev/serial/by-id";
 };
 
 /// Opens the tty, takes it for this process alone (TIOCEXCL and a lock file whose holder an error names), brings the
@@ -20,8 +22,12 @@ struct modem_options_t {
 /// failed: no such tty, held by another program, no modem answers there. One modem at a time.
 ///
 /// A modem that hangs up later ends every request with an error and the system type with NONE; calls then fail with
-/// RIL_E_RADIONOTPRESENT. It is looked for under the same path, which may be a link, until it is back: then the session
-/// goes on as before, with the messages that have come meanwhile and the system type notified.
+/// RIL_E_RADIONOTPRESENT. It is looked for until it is back, under the same path, which may be a link, and under the
+/// lasting name that it had when it was attached; never is it reset. Then the session goes on as before, with the
+/// messages that have come meanwhile and the system type notified.
+///
+/// A SIM that is busy is waited for. One that wants its PIN gets it, each value once: one that was not accepted is
+/// remembered in the phone's home, and never tried again.
 [[nodiscard]] std::string attach_modem(const modem_options_t& options);
 
 /// Makes the attach_modem that runs, or else the next one, return promptly with "cancelled". One that has succeeded is

@@ -3,6 +3,7 @@
 #include <platform/linux/hex.h>
 
 #include "radio/modem.h"
+#include "radio/warning.h"
 
 namespace radio {
 
@@ -23,29 +24,79 @@ DWORD radio_error(const reply_t& reply) {
     return static_cast<DWORD>(RIL_E_PHONEFAILURE);
 }
 
+// The modem had the message, and nobody knows what became of it.
+bool is_open(const reply_t& reply) {
+    using enum reply_t::outcome_t;
+    return reply.entry_sent && (reply.outcome == timeout || reply.outcome == lost || leaves_open(reply.result));
+}
+
 }  // namespace
 
 void modem_t::run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                              bool more_follow) {
-    const std::optional<tpdu::octets_t> pdu = tpdu::encode_pdu({.service_centre = {}, .tpdu = submission.octets});
-    if (link_.ending() || !pdu) {
-        callbacks_.result(session, RIL_RESULT_ERROR, request, static_cast<DWORD>(RIL_E_RADIONOTPRESENT));
+    const auto failed = [&](DWORD error) { callbacks_.result(session, RIL_RESULT_ERROR, request, error); };
+    if (link_.ending()) {
+        failed(static_cast<DWORD>(RIL_E_RADIONOTPRESENT));
         return;
     }
-    if (keeps_link_ && more_follow && !link_kept_) {
-        link_.exchange({.line = "AT+CMMS=1", .limit = limit_t::query});
+    link_.recover();  // a late result of the same datagram comes with it
+    const std::optional<open_submission_t> before = open_.take(submission.octets);
+    if (before && before->sent) {
+        callbacks_.result(session, RIL_RESULT_OK, request, before->reference);
+        return;
     }
-    link_kept_ = more_follow;
-    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", submission.octets.size()),
+    const uint8_t reference = before ? before->reference : open_.next_reference();
+    const std::optional<tpdu::octets_t> tpdu = with_reference(submission, reference, before.has_value());
+    const std::optional<tpdu::octets_t> pdu = tpdu ? tpdu::encode_pdu({{}, *tpdu}) : std::nullopt;
+    if (!pdu) {
+        failed(static_cast<DWORD>(RIL_E_PHONEFAILURE));
+        return;
+    }
+    keep_link(more_follow);
+    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", tpdu->size()),
                                           .limit = limit_t::submission,
                                           .prefixes = {"+CMGS:"},
                                           .entry = platform::to_hex(*pdu)});
+    link_kept_until_ = platform::tick64() + milliseconds(limit_t::link_kept);
     // With its reference told the message is on its way, whether or not an OK follows.
-    if (reply.ok() || !reply.lines.empty()) {
-        callbacks_.result(session, RIL_RESULT_OK, request, message_reference(reply.first()).value_or(0));
-    } else {
-        callbacks_.result(session, RIL_RESULT_ERROR, request, radio_error(reply));
+    if (reply.ok() || !reply.lines.empty() || (before && is_duplicate(reply.result))) {
+        told_refusals_.clear();
+        callbacks_.result(session, RIL_RESULT_OK, request, message_reference(reply.first()).value_or(reference));
+        return;
     }
+    if (before || is_open(reply)) {
+        open_.put({submission.octets, reference, false});
+    }
+    tell_refusal(reply);
+    failed(radio_error(reply));
+}
+
+// Once a code, until a datagram gets through: the driver hands a refused one in again.
+void modem_t::tell_refusal(const reply_t& reply) {
+    if (is_open(reply) && !link_.ending()) {
+        warn("nobody knows whether a datagram was sent; when it is sent again, the service centre is to reject a copy");
+    } else if (reply.outcome == reply_t::outcome_t::error &&
+               told_refusals_.insert({reply.result.kind, reply.result.code}).second) {
+        warn("a datagram was refused, " + described(reply.result));
+    }
+}
+
+void modem_t::take_late_result(const std::string& line) {
+    const std::optional<uint8_t> reference = message_reference(line);
+    if (reference && open_.mark_sent(*reference)) {
+        warn("a datagram that nobody knew of has been sent");
+    }
+}
+
+// 3GPP TS 27.005 3.5.6: the modem itself forgets a 1 after some time without a submission, a 2 never.
+void modem_t::keep_link(bool more_follow) {
+    const bool kept = link_kept_ && (link_keeping_ == 2 || platform::tick64() < link_kept_until_);
+    if (link_keeping_ != 0 && more_follow && !kept) {
+        link_.exchange({.line = fmt::format("AT+CMMS={}", link_keeping_), .limit = limit_t::query});
+    } else if (link_keeping_ == 2 && !more_follow && kept) {
+        link_.exchange({.line = "AT+CMMS=0", .limit = limit_t::query});
+    }
+    link_kept_ = more_follow;
 }
 
 }  // namespace radio

@@ -186,6 +186,22 @@ std::string tty_t::take_lock_file(const std::string& path, const std::filesystem
     return {};
 }
 
+std::string link_to(const std::string& tty, const std::filesystem::path& folder) {
+    std::error_code failed;
+    const std::filesystem::path real = std::filesystem::canonical(tty, failed);
+    if (failed) {
+        return {};
+    }
+    for (std::filesystem::directory_iterator entry(folder, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        std::error_code dangling;
+        if (std::filesystem::canonical(entry->path(), dangling) == real && !dangling) {
+            return entry->path();
+        }
+    }
+    return {};
+}
+
 void tty_t::close() {
     if (!lock_file_.empty()) {
         unlink(lock_file_.c_str());

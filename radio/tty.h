@@ -34,4 +34,7 @@ class tty_t {
     bool warned_ = false;  // that there is no lock file: once, however often the tty is opened
 };
 
+/// The link in `folder` that points at the tty; empty when none does.
+std::string link_to(const std::string& tty, const std::filesystem::path& folder);
+
 }  // namespace radio

@@ -135,6 +135,12 @@ class session : public testing::Test {
         const RILMESSAGE message = outgoing("+491701234567", body);
         return RIL_SendMsg(handle, &message, options);
     }
+    /// TP-MR of the last submission, behind ">", the empty service centre and the first octet.
+    DWORD last_reference() {
+        std::vector<std::string> log = modem.log();
+        std::erase_if(log, [](const std::string& line) { return !line.starts_with('>'); });
+        return log.empty() ? 0 : platform::from_hex(log.back().substr(5, 2))->front();
+    }
     /// As modem.heard, while the clock moves fast.
     bool heard_as_time_passes(const std::string& command, size_t times) {
         for (int step = 0; step < 2000; ++step) {

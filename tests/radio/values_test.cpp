@@ -17,7 +17,8 @@ TEST(values, final_results) {
         {"+CMS ERROR: something else", {{kind_t::cms_error, 500}}},
         {"+CMS ERROR: -1", {{kind_t::cms_error, 500}}},
         {"+CME ERROR: 14", {{kind_t::cme_error, 14}}},
-        {"+CME ERROR: SIM busy", {{kind_t::cme_error, 100}}},
+        {"+CME ERROR: SIM busy", {{kind_t::cme_error, 14}}},
+        {"+CMS ERROR: Please wait, init or command", {{kind_t::cms_error, 515}}},
         {"COMMAND NOT SUPPORT", {{kind_t::error, 0}}},
         {"OKAY", std::nullopt},
         {"+CMTI: \"SM\",1", std::nullopt},
@@ -99,7 +100,7 @@ TEST(values, announcements) {
         {"", {none, ""}},
     };
     for (const auto& [offered, choice] : rows) {
-        EXPECT_EQ(choose_announcement(offered_numbers(offered)), choice) << offered;
+        EXPECT_EQ(choose_announcement(offered_numbers(offered), true), choice) << offered;
     }
     EXPECT_EQ(offered_numbers("+CSMS: (0-999999999)")[0].size(), 0U);
 }

@@ -1,0 +1,110 @@
+// The SIM, ready to be used: 3GPP TS 27.007 8.3. A PIN is entered at most once for each value; a PUK never.
+#include <fmt/format.h>
+
+#include "radio/modem.h"
+#include "radio/sim_pin.h"
+#include "radio/warning.h"
+
+namespace radio {
+
+namespace {
+
+// 3GPP TS 27.007 8.3; some modems put it in quotation marks.
+std::string state_of(const reply_t& reply) {
+    const std::vector<value_t> values = values_of(reply.first());
+    return values.empty() ? std::string() : values[0].text;
+}
+
+// The codes that a SIM is used without concern other things.
+bool is_locked(const std::string& state) {
+    return state.ends_with(" PIN") || state.ends_with(" PUK");
+}
+
+}  // namespace
+
+// Some modems know nothing of a SIM, or tell nothing of it until it is there, or at all; others tell for a moment after
+// the PIN what held before it.
+std::string modem_t::set_up_sim() {
+    bool entered = false;
+    while (true) {
+        const reply_t reply = ask("AT+CPIN?", {"+CPIN:"});
+        const std::string state = state_of(reply);
+        if (state.empty() && !reply.ok() && !not_ready_yet(reply.result)) {
+            return lacks_sim(reply.result) ? fmt::format("the modem on {} has no SIM that it can use: {}", options_.tty,
+                                                         described(reply.result))
+                                           : std::string();
+        }
+        if (!state.empty() && !is_locked(state)) {
+            return {};
+        }
+        if (state == "SIM PIN" && !entered) {
+            if (const std::string error = enter_pin(); !error.empty()) {
+                return error;
+            }
+            entered = true;
+        } else if (!state.empty() && !entered) {
+            return fmt::format("the SIM in the modem on {} is locked ({}): unlock it in a phone", options_.tty,
+                               shown(state));
+        }
+        if (!wait_for_sim()) {
+            if (reply.ok() && state.empty()) {
+                return {};
+            }
+            return fmt::format("the SIM in the modem on {} is not ready after {} s", options_.tty,
+                               value_of(limit_t::sim_ready));
+        }
+    }
+}
+
+// False when there is no time left.
+bool modem_t::wait_for_sim() {
+    return platform::tick64() < sim_deadline_ && link_.pause(limit_t::probe_again);
+}
+
+// The mark comes first: whatever happens from then on, the value is not tried again unless it was right.
+std::string modem_t::enter_pin() {
+    if (options_.pin_file.empty()) {
+        return fmt::format("the SIM in the modem on {} wants its PIN: name a file that holds it by --pin-file",
+                           options_.tty);
+    }
+    const auto [pin, unreadable] = read_pin(options_.pin_file);
+    if (!unreadable.empty()) {
+        return unreadable;
+    }
+    const std::string& file = options_.pin_file.native();
+    if (pin_is_marked(pin)) {
+        return fmt::format(
+            "the SIM did not accept the PIN in {} before, and it is not tried again: correct it there, or "
+            "remove {} if it is for another SIM",
+            file, pin_mark().native());
+    }
+    constexpr int fewest_tries = 2;
+    if (const std::optional<int> left = pin_tries(); left && *left < fewest_tries) {
+        return fmt::format("the SIM's PIN has {} tries left, too few to enter the one in {}: unlock it in a phone",
+                           *left, file);
+    }
+    if (std::string error = mark_pin(pin); !error.empty()) {
+        return error;
+    }
+    const reply_t reply =
+        link_.exchange({.line = "AT+CPIN=\"" + pin + '"', .limit = limit_t::setting, .alias = "AT+CPIN=…"});
+    if (!reply.ok()) {
+        return fmt::format("the SIM did not accept the PIN in {}, which is not tried again ({})", file,
+                           reply.outcome == reply_t::outcome_t::error ? described(reply.result) : "no answer");
+    }
+    unmark_pin();
+    return {};
+}
+
+// As far as the modem tells, 3GPP TS 27.007 8.65.
+std::optional<int> modem_t::pin_tries() {
+    const reply_t reply = ask("AT+CPINR", {"+CPINR:"});
+    for (const modem_line_t& line : reply.lines) {
+        if (const std::optional<int> left = tries_left(line.text, "SIM PIN")) {
+            return left;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace radio

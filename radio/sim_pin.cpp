@@ -1,0 +1,117 @@
+#include "radio/sim_pin.h"
+
+#include <crypt.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <platform/linux/home.h>
+#include <platform/linux/text.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace radio {
+
+namespace {
+
+class file_t {
+  public:
+    file_t(const std::filesystem::path& path, int flags) : descriptor(::open(path.c_str(), flags | O_CLOEXEC, 0600)) {}
+    ~file_t() {
+        if (descriptor >= 0) {
+            ::close(descriptor);
+        }
+    }
+    file_t(const file_t&) = delete;
+    file_t& operator=(const file_t&) = delete;
+
+    const int descriptor;
+};
+
+// As much as a line of use has.
+std::string first_line(const file_t& file) {
+    std::array<char, 512> text{};
+    const ssize_t count = read(file.descriptor, text.data(), text.size());
+    const std::string_view all(text.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    const std::string_view line = all.substr(0, all.find('\n'));
+    return std::string(line.substr(0, line.find('\r')));
+}
+
+std::string hash(const std::string& pin, const std::string& setting) {
+    const auto data = std::make_unique<crypt_data>();
+    const char* const text = crypt_r(pin.c_str(), setting.c_str(), data.get());
+    return text == nullptr || text[0] == '*' ? std::string() : std::string(text);
+}
+
+std::string new_hash(const std::string& pin) {
+    std::array<char, CRYPT_GENSALT_OUTPUT_SIZE> salt{};
+    const bool salted = crypt_gensalt_rn(nullptr, 0, nullptr, 0, salt.data(), salt.size()) != nullptr;
+    return salted ? hash(pin, salt.data()) : std::string();
+}
+
+bool write_durably(const std::filesystem::path& path, const std::string& text) {
+    const std::filesystem::path temporary = path.native() + ".new";
+    const file_t file(temporary, O_WRONLY | O_CREAT | O_TRUNC);
+    const bool written = write(file.descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (!written || fsync(file.descriptor) != 0 || rename(temporary.c_str(), path.c_str()) != 0) {
+        return false;
+    }
+    const file_t folder(path.parent_path(), O_RDONLY | O_DIRECTORY);
+    return fsync(folder.descriptor) == 0;
+}
+
+}  // namespace
+
+pin_file_t read_pin(const std::filesystem::path& path) {
+    const file_t file(path, O_RDONLY | O_NONBLOCK);
+    struct stat status {};
+    if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0) {
+        return {{}, fmt::format("cannot read the PIN's file {}: {}", path.native(), platform::errno_text(errno))};
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return {{}, fmt::format("the PIN's file {} is no file", path.native())};
+    }
+    constexpr mode_t others = 077;
+    if ((status.st_mode & others) != 0) {
+        return {{}, fmt::format("others may read the PIN's file {0}: chmod 600 {0}", path.native())};
+    }
+    std::string pin = first_line(file);
+    const bool digits = std::ranges::all_of(pin, [](char c) { return c >= '0' && c <= '9'; });
+    if (!digits || pin.size() < 4 || pin.size() > 8) {
+        return {{}, fmt::format("the first line of {} is no PIN, which has 4 to 8 digits", path.native())};
+    }
+    return {std::move(pin), {}};
+}
+
+std::filesystem::path pin_mark() {
+    return platform::home() / "rejected-pin";
+}
+
+bool pin_is_marked(const std::string& pin) {
+    const file_t file(pin_mark(), O_RDONLY);
+    if (file.descriptor < 0) {
+        return errno != ENOENT;
+    }
+    const std::string marked = first_line(file);
+    const std::string hashed = hash(pin, marked);
+    return hashed.empty() || hashed == marked;
+}
+
+std::string mark_pin(const std::string& pin) {
+    const std::string hashed = new_hash(pin);
+    if (hashed.empty() || !write_durably(pin_mark(), hashed + '\n')) {
+        return fmt::format("cannot write {}: {}", pin_mark().native(), platform::errno_text(errno));
+    }
+    return {};
+}
+
+void unmark_pin() {
+    unlink(pin_mark().c_str());
+}
+
+}  // namespace radio
