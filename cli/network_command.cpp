@@ -12,6 +12,7 @@ struct network_options_t {
     std::vector<std::string> numbers;
     std::filesystem::path directory;
     std::vector<std::string> faults;
+    std::filesystem::path trace;
 };
 
 /// Stops at the first that is none.
@@ -47,6 +48,9 @@ int run_network(const network_options_t& options) {
     }
     fault_socket_t orders;
     error = set_first_faults(*network, options.faults);
+    if (error.empty() && !options.trace.empty()) {
+        error = network->trace(options.trace);
+    }
     if (error.empty()) {
         error = orders.open(options.directory);
     }
@@ -76,6 +80,8 @@ void add_network_command(CLI::App& app, context_t& context) {
         ->required();
     command->add_option("--fault", options->faults, "a fault from the start on, see 'zpd fault --list'; repeatable")
         ->type_name("NUMBER:FAULT[=VALUE]");
+    command->add_option("--trace", options->trace, "write what passes over the air to this file, for Wireshark")
+        ->type_name("FILE");
     command->footer(
         "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"
         "\"ready\" when the modems answer. 'zpd fault' makes them misbehave while it runs.\n\nExample:\n"

@@ -336,6 +336,8 @@ at_result_t message_service_t::submit(tpdu::submit_t submit, at_lines_t& lines) 
     if (submit.message_reference == 0) {
         submit.message_reference = next_reference_++;
     }
+    service_centre_.trace().write(trace_form_t::gsm_tpdu, trace_direction_t::from_phone,
+                                  tpdu::encode(submit).value_or(tpdu::octets_t{}));
     if (faults_.refusals > 0) {
         --faults_.refusals;
         return cms_error(faults_.refusal_code);
@@ -366,6 +368,14 @@ at_result_t message_service_t::cnma(const at_command_t& command, at_lines_t& /*l
 }
 
 receiver_t::taken_t message_service_t::deliver(const tpdu::octets_t& tpdu) {
+    const taken_t taken = receive(tpdu);
+    if (taken != taken_t::not_now) {
+        service_centre_.trace().write(trace_form_t::gsm_tpdu, trace_direction_t::to_phone, tpdu);
+    }
+    return taken;
+}
+
+receiver_t::taken_t message_service_t::receive(const tpdu::octets_t& tpdu) {
     if (!coverage_.in_service()) {
         return taken_t::not_now;
     }

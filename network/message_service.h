@@ -79,6 +79,7 @@ class message_service_t : public receiver_t {
     void show(stored_message_t& message, const std::string& begin, at_lines_t& lines) const;
     at_result_t submit(tpdu::submit_t submit, at_lines_t& lines);
     at_result_t store_text(const tpdu::octets_t& tpdu, at_lines_t& lines);
+    taken_t receive(const tpdu::octets_t& tpdu);
     taken_t store_delivery(const tpdu::octets_t& tpdu, bool announce);
     taken_t deliver_directly(const tpdu::octets_t& tpdu);
     void hand_over(const tpdu::octets_t& tpdu);

@@ -120,6 +120,12 @@ std::string network_t::set_fault(std::string_view number, std::string_view order
     return error;
 }
 
+std::string network_t::trace(const fs::path& file) {
+    std::string error;
+    tasks_.run([&] { error = service_centre_.trace().open(file); });
+    return error;
+}
+
 /// The order matters three times. That a host has closed its tty is looked up after reading and before executing: what
 /// was read may be of its successor already, whose answers must not be dropped with its own. And messages are delivered
 /// after the commands, so that a phone that sends to itself is told of the arrival after the result of its submission.

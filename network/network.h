@@ -48,6 +48,9 @@ class network_t {
     /// what is wrong: no such phone, no such fault, no such value.
     [[nodiscard]] std::string set_fault(std::string_view number, std::string_view order);
 
+    /// Writes what passes from now on to this file (trace.h). Returns an empty text, or what failed.
+    [[nodiscard]] std::string trace(const std::filesystem::path& file);
+
     /// They count what the hosts have been told, and may be ahead of it.
     statistics_t statistics() const;
     /// Waits until the statistics satisfy `condition`; false when the time is over first.

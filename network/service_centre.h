@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "network/faults.h"
+#include "network/trace.h"
 #include "radio/tpdu.h"
 
 namespace network {
@@ -57,6 +58,8 @@ class service_centre_t {
     /// When, on platform::tick64, the next message that is delayed is due.
     std::optional<uint64_t> deadline() const;
     const statistics_t& statistics() const { return statistics_; }
+    /// What passes to and from the phones; their modems write it.
+    trace_t& trace() { return trace_; }
 
   private:
     // Bounds what a flood to numbers that nobody has can take up.
@@ -95,6 +98,7 @@ class service_centre_t {
     std::map<std::string, queue_t> queues_;       // by digits
     std::map<std::string, std::deque<submission_t>> remembered_;
     statistics_t statistics_;
+    trace_t trace_;
 };
 
 }  // namespace network

@@ -1,0 +1,36 @@
+/// A capture of what passes between the phones and the service centre: a pcap file of exported PDUs (link type
+/// WIRESHARK_UPPER_PDU), each with the name of what decodes it. The message itself names one of its two ends; the other
+/// is the phone's modem, for which the format has no place. Not thread-safe.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "radio/tpdu.h"
+
+namespace network {
+
+enum class trace_form_t { gsm_tpdu, cdma_point_to_point };
+/// As the network sees it: 0 is sent, 1 received.
+enum class trace_direction_t { to_phone = 0, from_phone = 1 };
+
+class trace_t {
+  public:
+    trace_t() = default;
+    ~trace_t();
+    trace_t(const trace_t&) = delete;
+    trace_t& operator=(const trace_t&) = delete;
+
+    /// Begins the file anew; once. Returns an empty text, or what failed.
+    [[nodiscard]] std::string open(const std::filesystem::path& file);
+    /// Each record is written at once, so that the file can be read meanwhile. Without a file, or once a write has
+    /// failed, it does nothing.
+    void write(trace_form_t form, trace_direction_t direction, tpdu::octets_view_t octets);
+
+  private:
+    void write(const tpdu::octets_t& octets);
+
+    int file_ = -1;
+};
+
+}  // namespace network
