@@ -283,15 +283,14 @@ class examination_t {
     // As the set-up would choose (modem_setup.cpp).
     void examine_delivery() {
         const std::string announcements = offered("AT+CNMI=?", "+CNMI:");
-        const announcement_t choice = choose_announcement(offered_numbers(announcements));
         const std::string services = offered("AT+CSMS=?", "+CSMS:");
         const bool acknowledged = !services.empty() && may_take(services, 1);
+        const announcement_t choice = choose_announcement(offered_numbers(announcements), acknowledged);
         offered("AT+CMMS=?", "+CMMS:");
         if (choice.way == announcement_t::way_t::stored) {
             found_.delivery = fmt::format("stored and announced (AT+CNMI={})", choice.parameters);
         } else if (choice.way == announcement_t::way_t::direct) {
-            found_.delivery = fmt::format("delivered directly, {} (AT+CNMI={})",
-                                          acknowledged ? "each acknowledged" : "not acknowledged", choice.parameters);
+            found_.delivery = fmt::format("delivered directly, each acknowledged (AT+CNMI={})", choice.parameters);
         } else if (announcements.empty()) {
             found_.delivery = "not told: AT+CNMI=2,1 and AT+CNMI=1,1 will be tried";
         } else {
