@@ -180,6 +180,17 @@ DWORD system_type_of_access(int access) {
     }
 }
 
+std::optional<int> cdma_service(std::string_view line) {
+    return number_at(values_of(line), 0);
+}
+
+// An identification has 15 bits; modems write 99999 for none.
+bool has_serving_system(std::string_view line) {
+    const std::vector<value_t> values = values_of(line);
+    const std::optional<int> identification = values.empty() ? std::nullopt : number_at(values, values.size() - 1);
+    return identification && *identification >= 0 && *identification <= 0x7FFF;
+}
+
 std::optional<location_t> new_message(std::string_view line) {
     const std::vector<value_t> values = values_of(line);
     const std::optional<int> index = number_at(values, 1);
@@ -275,9 +286,9 @@ std::vector<memory_use_t> memories_in_use(std::string_view line) {
     return memories;
 }
 
-std::optional<uint8_t> message_reference(std::string_view line) {
+std::optional<uint16_t> message_reference(std::string_view line) {
     const std::optional<int> reference = number_at(values_of(line), 0);
-    return reference && *reference >= 0 && *reference <= 0xFF ? std::optional<uint8_t>(*reference) : std::nullopt;
+    return reference && *reference >= 0 && *reference <= 0xFFFF ? std::optional<uint16_t>(*reference) : std::nullopt;
 }
 
 std::vector<std::vector<int>> offered_numbers(std::string_view line) {

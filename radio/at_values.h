@@ -47,6 +47,11 @@ std::optional<int> operator_access(std::string_view line);
 /// RIL_SYSTEMTYPE_* bits of an <AcT> (3GPP TS 27.007 7.3). LTE and later, which the bits do not know, count as UMTS.
 DWORD system_type_of_access(int access);
 
+/// The <service> of +CAD, 3GPP2 C.S0017: 0 none, 1 CDMA.
+std::optional<int> cdma_service(std::string_view line);
+/// +CSS of the same, which ends with the identification of the serving system: whether there is one.
+bool has_serving_system(std::string_view line);
+
 /// +CMTI: where a new message lies. None for an odd one (an index of -1 has been seen).
 struct location_t {
     std::string memory;
@@ -94,8 +99,8 @@ struct memory_use_t {
 };
 std::vector<memory_use_t> memories_in_use(std::string_view line);
 
-/// The message reference of +CMGS.
-std::optional<uint8_t> message_reference(std::string_view line);
+/// The message reference of +CMGS; that of a CDMA modem has 16 bits.
+std::optional<uint16_t> message_reference(std::string_view line);
 
 /// The numbers that each parameter of a "=?" reply offers: lists and ranges, "(0-2),(0,1,3),2".
 std::vector<std::vector<int>> offered_numbers(std::string_view line);

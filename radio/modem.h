@@ -74,7 +74,6 @@ class modem_t {
     void check_announcement();
     void set_up_service(announcement_t::way_t way);
     void set_up_link_keeping();
-    void set_up_registration();
 
     // modem_sim.cpp
     [[nodiscard]] std::string set_up_sim();
@@ -99,6 +98,10 @@ class modem_t {
     void acknowledge();
 
     // modem_registration.cpp
+    void set_up_registration();
+    void set_up_technology();
+    void query_technology();
+    void query_serving_system();
     void take_registration(const std::string& line);
     void query_registration();
     void query_one(const std::string& command, const char* prefix);
@@ -130,6 +133,8 @@ class modem_t {
     int link_keeping_ = 0;        // what to set +CMMS to; 0 when it cannot be
     bool tells_circuit_ = false;  // +CREG
     bool tells_packet_ = false;   // +CEREG
+    bool tells_service_ = false;  // +CAD: may be on a CDMA network
+    bool only_cdma_ = false;
 
     // Receiving.
     struct taken_t {

@@ -19,25 +19,70 @@ void modem_t::take_registration(const std::string& line) {
     }
     const bool packet = line.starts_with("+CEREG:");
     (packet ? packet_ : circuit_) = *told;
-    if (!packet && told->registered() && !told->access) {
-        post([this] { query_registration(); });  // the access technology has to be asked for
+    if (tells_service_ || (!packet && told->registered() && !told->access)) {
+        post([this] { query_registration(); });  // the technology has to be asked for
     } else {
         publish_system_type();
     }
 }
 
+// 2 adds the access technology, 1 only tells changes.
+void modem_t::set_up_registration() {
+    set_up_technology();
+    tells_circuit_ = ask("AT+CREG=2").ok() || ask("AT+CREG=1").ok() || (only_cdma_ && ask("AT+CREG?", {"+CREG:"}).ok());
+    tells_packet_ = ask("AT+CEREG=2").ok() || ask("AT+CEREG=1").ok();
+    if (set_up_failure_.empty()) {
+        query_registration();
+    }
+}
+
+// The capabilities (V.250 6.1.9) are +CGSM for GSM and what came after it, +CIS707 for CDMA (3GPP2 C.S0017). Only a
+// modem that does not tell the first alone is asked what a GSM modem would not know.
+void modem_t::set_up_technology() {
+    const std::string capabilities = ask("AT+GCAP", {"+GCAP:"}).first();
+    const bool gsm = capabilities.find("CGSM") != std::string::npos;
+    const bool cdma =
+        capabilities.find("CIS707") != std::string::npos || capabilities.find("CIS-707") != std::string::npos;
+    only_cdma_ = cdma && !gsm;
+    technology_ = only_cdma_ ? technology_t::cdma : technology_t::gsm;
+    tells_service_ = (cdma || !gsm) && cdma_service(ask("AT+CAD?", {"+CAD:"}).first()).has_value();
+}
+
+// A modem for both kinds of network is on that which serves it.
+void modem_t::query_technology() {
+    constexpr int on_cdma = 1;
+    if (tells_service_ && !only_cdma_) {
+        const reply_t reply = link_.exchange({.line = "AT+CAD?", .limit = limit_t::query, .prefixes = {"+CAD:"}});
+        technology_ = cdma_service(reply.first()) == on_cdma ? technology_t::cdma : technology_t::gsm;
+    }
+}
+
 void modem_t::query_registration() {
+    query_technology();
     if (tells_circuit_) {
         query_one("AT+CREG?", "+CREG:");
     }
     if (tells_packet_) {
         query_one("AT+CEREG?", "+CEREG:");
     }
-    if (circuit_.registered() && !circuit_.access) {
+    if (!tells_circuit_ && technology_ == technology_t::cdma) {
+        query_serving_system();
+    }
+    if (circuit_.registered() && !circuit_.access && technology_ == technology_t::gsm) {
         const reply_t reply = link_.exchange({.line = "AT+COPS?", .limit = limit_t::query, .prefixes = {"+COPS:"}});
         circuit_.access = operator_access(reply.first()).value_or(access_gsm);
     }
     publish_system_type();
+}
+
+// What a CDMA modem without +CREG tells: that it is served, and by which system.
+void modem_t::query_serving_system() {
+    constexpr int registered = 1;
+    const reply_t service = link_.exchange({.line = "AT+CAD?", .limit = limit_t::query, .prefixes = {"+CAD:"}});
+    const reply_t system = link_.exchange({.line = "AT+CSS?", .limit = limit_t::query, .prefixes = {"+CSS:"}});
+    const bool served = tells_service_ ? cdma_service(service.first()) == 1 : !system.lines.empty();
+    const bool known = system.lines.empty() || has_serving_system(system.first());
+    circuit_ = {served && known ? registered : 0, std::nullopt};
 }
 
 // A line that came by itself among the reply lines is as true as the reply.
@@ -55,7 +100,9 @@ void modem_t::query_one(const std::string& command, const char* prefix) {
 void modem_t::publish_system_type() {
     DWORD type = RIL_SYSTEMTYPE_NONE;
     // A modem that takes no requests has no network to offer, whatever it says while it is being set up.
-    if (!lost() && circuit_.registered()) {
+    if (!lost() && technology_ == technology_t::cdma) {
+        type = circuit_.registered() ? RIL_SYSTEMTYPE_1XRTTPACKET : RIL_SYSTEMTYPE_NONE;
+    } else if (!lost() && circuit_.registered()) {
         type = system_type_of_access(circuit_.access.value_or(access_gsm));
     } else if (!lost() && packet_.registered()) {
         type = system_type_of_access(packet_.access.value_or(access_lte));

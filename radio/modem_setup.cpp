@@ -166,13 +166,4 @@ void modem_t::set_up_link_keeping() {
     }
 }
 
-// 2 adds the access technology, 1 only tells changes.
-void modem_t::set_up_registration() {
-    tells_circuit_ = ask("AT+CREG=2").ok() || ask("AT+CREG=1").ok();
-    tells_packet_ = ask("AT+CEREG=2").ok() || ask("AT+CEREG=1").ok();
-    if (set_up_failure_.empty()) {
-        query_registration();
-    }
-}
-
 }  // namespace radio

@@ -30,12 +30,17 @@ bool is_open(const reply_t& reply) {
     return reply.entry_sent && (reply.outcome == timeout || reply.outcome == lost || leaves_open(reply.result));
 }
 
+// Only a GSM modem takes a service centre address before the message.
+std::optional<tpdu::octets_t> pdu_of(technology_t technology, const tpdu::octets_t& message) {
+    return technology == technology_t::gsm ? tpdu::encode_pdu({{}, message}) : message;
+}
+
 }  // namespace
 
 void modem_t::run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                              bool more_follow) {
     const auto failed = [&](DWORD error) { callbacks_.result(session, RIL_RESULT_ERROR, request, error); };
-    if (link_.ending()) {
+    if (link_.ending() || submission.technology != technology_) {
         failed(static_cast<DWORD>(RIL_E_RADIONOTPRESENT));
         return;
     }
@@ -45,15 +50,15 @@ void modem_t::run_submission(const session_pointer_t& session, HRESULT request, 
         callbacks_.result(session, RIL_RESULT_OK, request, before->reference);
         return;
     }
-    const uint8_t reference = before ? before->reference : open_.next_reference();
-    const std::optional<tpdu::octets_t> tpdu = with_reference(submission, reference, before.has_value());
-    const std::optional<tpdu::octets_t> pdu = tpdu ? tpdu::encode_pdu({{}, *tpdu}) : std::nullopt;
+    const uint16_t reference = before ? before->reference : open_.next_reference(submission);
+    const std::optional<tpdu::octets_t> message = with_reference(submission, reference, before.has_value());
+    const std::optional<tpdu::octets_t> pdu = message ? pdu_of(submission.technology, *message) : std::nullopt;
     if (!pdu) {
         failed(static_cast<DWORD>(RIL_E_PHONEFAILURE));
         return;
     }
     keep_link(more_follow);
-    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", tpdu->size()),
+    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
                                           .limit = limit_t::submission,
                                           .prefixes = {"+CMGS:"},
                                           .entry = platform::to_hex(*pdu)});
@@ -82,7 +87,7 @@ void modem_t::tell_refusal(const reply_t& reply) {
 }
 
 void modem_t::take_late_result(const std::string& line) {
-    const std::optional<uint8_t> reference = message_reference(line);
+    const std::optional<uint16_t> reference = message_reference(line);
     if (reference && open_.mark_sent(*reference)) {
         warn("a datagram that nobody knew of has been sent");
     }

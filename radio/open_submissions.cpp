@@ -10,7 +10,10 @@ namespace radio {
 
 open_submissions_t::open_submissions_t() : last_reference_(static_cast<uint8_t>(std::random_device()())) {}
 
-uint8_t open_submissions_t::next_reference() {
+uint16_t open_submissions_t::next_reference(const submission_t& submission) {
+    if (submission.technology == technology_t::cdma) {
+        return submission.reference;
+    }
     last_reference_ = last_reference_ == 255 ? 1 : static_cast<uint8_t>(last_reference_ + 1);
     return last_reference_;
 }
@@ -32,7 +35,7 @@ void open_submissions_t::put(open_submission_t submission) {
     }
 }
 
-bool open_submissions_t::mark_sent(uint8_t reference) {
+bool open_submissions_t::mark_sent(uint16_t reference) {
     if (all_.empty()) {
         return false;
     }
@@ -41,8 +44,8 @@ bool open_submissions_t::mark_sent(uint8_t reference) {
     return true;
 }
 
-// Only an SMS-SUBMIT has them.
-std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uint8_t reference,
+// Only an SMS-SUBMIT has them. A CDMA message that goes out again has the identifier that it had.
+std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uint16_t reference,
                                              bool reject_duplicates) {
     if (submission.technology != technology_t::gsm) {
         return submission.octets;
@@ -51,7 +54,7 @@ std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uin
     if (!submit) {
         return std::nullopt;
     }
-    submit->message_reference = reference;
+    submit->message_reference = static_cast<uint8_t>(reference);
     submit->reject_duplicates = reject_duplicates;
     return tpdu::encode(*submit);
 }

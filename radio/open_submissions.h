@@ -14,24 +14,25 @@
 namespace radio {
 
 struct open_submission_t {
-    tpdu::octets_t octets;  // as the driver handed them in
-    uint8_t reference = 0;  // TP-MR
-    bool sent = false;      // its result came late
+    tpdu::octets_t octets;   // as the driver handed them in
+    uint16_t reference = 0;  // TP-MR, or the identifier of a CDMA message
+    bool sent = false;       // its result came late
 };
 
 class open_submissions_t {
   public:
     open_submissions_t();
 
-    /// 1 to 255, one after the other, from a random one on: a reference of an earlier process is not met at once.
-    uint8_t next_reference();
+    /// 1 to 255, one after the other, from a random one on: a reference of an earlier process is not met at once. A
+    /// CDMA message has its own.
+    uint16_t next_reference(const submission_t& submission);
 
     /// The one with these octets, which a second call does not find any more.
     std::optional<open_submission_t> take(const tpdu::octets_t& octets);
     void put(open_submission_t submission);
     /// A late result with this reference: of the submission that had it, else of the latest. Modems may count for
     /// themselves. False when none is open.
-    bool mark_sent(uint8_t reference);
+    bool mark_sent(uint16_t reference);
 
   private:
     std::deque<open_submission_t> all_;
@@ -39,6 +40,7 @@ class open_submissions_t {
 };
 
 /// What goes on the air. None when the octets are none of a message.
-std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uint8_t reference, bool reject_duplicates);
+std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uint16_t reference,
+                                             bool reject_duplicates);
 
 }  // namespace radio

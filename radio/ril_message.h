@@ -14,20 +14,23 @@ namespace radio {
 inline constexpr uint16_t card_port = 9204;
 
 /// How long the service centre keeps a message for a phone that cannot be reached, as a relative validity period
-/// (3GPP TS 23.040 9.2.3.12.1: 166 and the number of days): seven days outlast a phone left at home over a holiday. The
-/// driver hands over the clock time of the submission instead, by which every message would be too old on arrival.
+/// (3GPP TS 23.040 9.2.3.12.1, 3GPP2 C.S0015 4.5.6, alike: 166 and the number of days): seven days outlast a phone left
+/// at home over a holiday. The driver hands over the clock time of the submission instead, by which every message would
+/// be too old on arrival.
 inline constexpr uint8_t validity_seven_days = 166 + 7;
 
 /// The kind of network that a message is for; its octets are coded accordingly.
 enum class technology_t : uint8_t { gsm, cdma };
 
-/// What AT+CMGS sends: an SMS-SUBMIT.
+/// What AT+CMGS sends: an SMS-SUBMIT, or a CDMA point-to-point message of that type.
 struct submission_t {
     technology_t technology = technology_t::gsm;
     tpdu::octets_t octets;
+    uint16_t reference = 0;  // of a CDMA message, its identifier
 };
 /// None when the message is none that can go on the air: of a wrong size or type, a destination that is no number, more
-/// than 140 octets of user data, or coded in the 7-bit alphabet (the message carries octets).
+/// than 140 octets of user data, of another CDMA teleservice than that for people's messages, or a GSM one coded in the
+/// 7-bit alphabet (the message carries octets).
 std::optional<submission_t> submission_of(const RILMESSAGE& message);
 
 /// 8-bit data whose header addresses the port of contact cards.
@@ -38,7 +41,8 @@ struct card_datagram_t {
     tpdu::octets_t body;
     tpdu::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
 };
-/// Of the octets that a modem delivers: an SMS-DELIVER. None for anything that is no card datagram.
+/// Of the octets that a modem delivers: an SMS-DELIVER, or a CDMA point-to-point message of that type. None for
+/// anything that is no card datagram.
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::octets_view_t octets);
 
 }  // namespace radio

@@ -192,7 +192,9 @@ class session : public testing::Test {
         ASSERT_EQ(code, RIL_NOTIFY_MESSAGE);
         ASSERT_EQ(size, sizeof(RILMESSAGE));
         current->last_message = *static_cast<const RILMESSAGE*>(data);
-        const RIL_IN_DELIVER& in = current->last_message.msgInDeliver;
-        current->recorder.add("message " + std::string(in.rgbMsg, in.rgbMsg + in.cchMsgLength));
+        const auto body = [](const auto& in) { return std::string(in.rgbMsg, in.rgbMsg + in.cchMsgLength); };
+        const bool cdma = current->last_message.dwType == RIL_MSGTYPE_IN_CDMADELIVER;
+        current->recorder.add("message " + (cdma ? body(current->last_message.msgInCDMADeliver)
+                                                 : body(current->last_message.msgInDeliver)));
     }
 };

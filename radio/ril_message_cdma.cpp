@@ -1,0 +1,114 @@
+// CDMA: the submit and deliver messages of 3GPP2 C.S0015.
+//
+// The driver calls the coding 7-bit ASCII, yet what it hands over are the octets of a header and of a card, which do
+// not fit into seven bits. They go out as octets, with the header indicated: only so does a card arrive octet for
+// octet.
+#include <utility>
+
+#include "radio/cdma.h"
+#include "radio/ril_message_fields.h"
+
+namespace radio {
+
+namespace {
+
+// The numbers of the radio layer, where they differ from those on the air.
+constexpr DWORD teleservice_wmt = 2;
+constexpr DWORD priority_normal = 1;
+constexpr DWORD privacy_not_restricted = 1;
+constexpr DWORD display_at_once = 1;
+constexpr DWORD display_when_asked = 2;
+
+// A message centre may take messages with one identifier for copies of one message (C.S0015 4.5.1), but the driver
+// gives all datagrams of a card the identifier of the card. The part makes them differ, and a datagram that is sent
+// again keeps its own.
+uint16_t identifier_of(const RIL_OUT_CDMASUBMIT& out) {
+    const std::optional<tpdu::concatenation_t> place = tpdu::concatenation({out.rgbHdr, out.cbHdrLength});
+    return static_cast<uint16_t>(out.dwMsgID << 8 | (place ? place->part : 0));
+}
+
+// None for a number that the radio layer does not know.
+std::optional<uint8_t> level_of(DWORD number, DWORD lowest) {
+    constexpr DWORD levels = 4;
+    return number - lowest < levels ? std::optional(static_cast<uint8_t>(number - lowest)) : std::nullopt;
+}
+
+std::optional<uint8_t> display_mode_of(DWORD number) {
+    switch (number) {
+        case display_at_once:
+            return 0;
+        case display_when_asked:
+            return 2;
+        default:  // as the phone is set, which needs no saying
+            return std::nullopt;
+    }
+}
+
+RILMESSAGE message_of(const cdma::message_t& deliver, const tpdu::user_data_parts_t& parts) {
+    RILMESSAGE message{};
+    message.cbSize = sizeof message;
+    message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS;
+    message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
+    message.dwFlags = RIL_MSGFLAG_HEADER;
+    RIL_IN_CDMADELIVER in{};
+    set_origin(deliver.address, in.raOrigAddress);
+    in.rsaOrigSubaddr.cbSize = sizeof in.rsaOrigSubaddr;
+    in.raCallBackNumber.cbSize = sizeof in.raCallBackNumber;
+    if (deliver.service_centre_time) {
+        set_time(*deliver.service_centre_time, in.stSCReceiveTime);
+    }
+    in.dwMsgPriority = priority_normal + deliver.priority.value_or(0);
+    in.dwMsgPrivacy = privacy_not_restricted + deliver.privacy.value_or(0);
+    in.dwTeleservice = teleservice_wmt;
+    in.dwMsgID = deliver.identifier;
+    set_user_data(parts, in);
+    message.msgInCDMADeliver = in;
+    return message;
+}
+
+// Each transmission of a message may ask for an acknowledgement under another number.
+tpdu::octets_t identity_of(cdma::message_t deliver) {
+    deliver.reply_sequence.reset();
+    return cdma::encode(deliver).value_or(tpdu::octets_t());
+}
+
+}  // namespace
+
+std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
+    const RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
+    const std::optional<tpdu::address_t> destination = destination_of(out.raDestAddress);
+    std::optional<tpdu::octets_t> user_data = user_data_of(out, has_header(message, out));
+    if (!destination || !user_data || out.dwTeleservice != teleservice_wmt) {
+        return std::nullopt;
+    }
+    cdma::message_t submit;
+    submit.address = *destination;
+    submit.identifier = identifier_of(out);
+    submit.header_indicator = has_header(message, out);
+    submit.user_data = {cdma::encoding_t::octets, std::move(*user_data)};
+    submit.validity_relative = validity_seven_days;
+    submit.priority = level_of(out.dwMsgPriority, priority_normal);
+    submit.privacy = level_of(out.dwMsgPrivacy, privacy_not_restricted);
+    submit.display_mode = display_mode_of(out.dwMsgDisplayMode);
+    std::optional<tpdu::octets_t> octets = cdma::encode(submit);
+    return octets ? std::optional(submission_t{technology_t::cdma, std::move(*octets), submit.identifier})
+                  : std::nullopt;
+}
+
+std::optional<card_datagram_t> cdma_card_datagram_of(tpdu::octets_view_t octets) {
+    const std::optional<cdma::message_t> deliver = cdma::decode(octets);
+    const bool holds_header = deliver && deliver->type == cdma::message_type_t::deliver && deliver->header_indicator &&
+                              deliver->user_data && deliver->user_data->encoding == cdma::encoding_t::octets;
+    const std::optional<tpdu::user_data_parts_t> parts =
+        holds_header ? card_parts(deliver->user_data->characters) : std::nullopt;
+    if (!parts) {
+        return std::nullopt;
+    }
+    return card_datagram_t{.message = message_of(*deliver, *parts),
+                           .sender = sender_of(deliver->address),
+                           .header = {parts->header.begin(), parts->header.end()},
+                           .body = {parts->body.begin(), parts->body.end()},
+                           .identity = identity_of(*deliver)};
+}
+
+}  // namespace radio
