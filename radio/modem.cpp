@@ -2,13 +2,17 @@
 #include "radio/modem.h"
 
 #include <fmt/format.h>
+#include <platform/linux/home.h>
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 #include "radio/warning.h"
 
 namespace radio {
+
+constexpr int64_t seconds_a_day = 86'400;
 
 modem_t::modem_t(callbacks_t& callbacks)
     : callbacks_(callbacks), link_(tty_, [this](const modem_line_t& line) { take_unsolicited(line); }) {}
@@ -20,9 +24,15 @@ modem_t::~modem_t() {
 std::string modem_t::start(const modem_options_t& options) {
     options_ = options;
     lasting_path_ = link_to(options_.tty, options_.links);
-    std::string error = connect(options_.tty);
+    began_at_ = std::time(nullptr);
+    began_at_tick_ = platform::tick64();
+    std::string error = journal_.open(platform::home() / "journal.sqlite",
+                                      {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
+                                       .datagrams = value_of(limit_t::journal_size)});
     if (error.empty()) {
-        next_listing_ = platform::tick64() + milliseconds(limit_t::listing_again);
+        error = connect(options_.tty);
+    }
+    if (error.empty()) {
         thread_ = std::thread([this] { run(); });
     }
     return error;
@@ -102,12 +112,9 @@ session_pointer_t modem_t::session() {
 void modem_t::set_session(session_pointer_t session) {
     {
         const std::lock_guard lock(mutex_);
-        session_ = std::move(session);
+        session_ = session;
     }
-    post([this] {
-        hand_over_kept();
-        list_all();
-    });
+    post([this, session = std::move(session)] { begin_receiving(session); });
 }
 
 void modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
@@ -140,7 +147,7 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
     } else if (text.starts_with("+CMT:")) {
         post([this, line] { take_delivery(line); });
     } else if (text.starts_with("+CDS:")) {
-        post([this] { acknowledge(); });
+        post([this] { acknowledge(true); });
     } else if (text.starts_with("+CREG:") || text.starts_with("+CEREG:")) {
         take_registration(text);
     } else if (text.starts_with("+CMGS:")) {

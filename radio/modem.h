@@ -8,7 +8,6 @@
 
 #include <deque>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -16,6 +15,7 @@
 #include <utility>
 
 #include "radio/callbacks.h"
+#include "radio/journal.h"
 #include "radio/modem_link.h"
 #include "radio/modem_port.h"
 #include "radio/open_submissions.h"
@@ -83,19 +83,26 @@ class modem_t {
 
     // modem_receive.cpp
     void warn_unless_lost(const std::string& text);
-    session_pointer_t receiver();
     bool select_memory(const std::string& memory);
     void list_all();
     void list(const std::string& memory);
     void read_new(const location_t& location);
-    void consider(const location_t& location, const stored_message_t& message, const std::string& pdu);
-    [[nodiscard]] bool taken_already(const location_t& location, const std::string& pdu) const;
-    void finish(const location_t& location, bool handed_over);
+    struct stored_datagram_t {
+        location_t location;
+        arrival_t arrival;
+    };
+    void consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
+                  std::vector<stored_datagram_t>& datagrams) const;
+    [[nodiscard]] std::optional<arrival_t> arrival_of(const std::string& pdu, size_t length) const;
+    void take(const std::vector<stored_datagram_t>& datagrams);
     void remove(const location_t& location);
+    void begin_receiving(session_pointer_t session);
+    void hand_over_next();
+    void finish(const session_pointer_t& session, int64_t id, bool handed_over);
     void take_delivery(const modem_line_t& line);
-    void hand_over_direct(const card_datagram_t& datagram, bool acknowledged);
-    void hand_over_kept();
-    void acknowledge();
+    bool put_on_modem(size_t length, const std::string& pdu);
+    void acknowledge(bool safe);
+    [[nodiscard]] int64_t seconds_now() const;
 
     // modem_registration.cpp
     void set_up_registration();
@@ -137,12 +144,12 @@ class modem_t {
     bool only_cdma_ = false;
 
     // Receiving.
-    struct taken_t {
-        std::string pdu;
-        bool handed_over = false;  // and still to be deleted
-    };
-    std::map<location_t, taken_t> taken_;
-    std::deque<card_datagram_t> kept_;  // delivered directly while there was no session
+    journal_t journal_;
+    int64_t began_at_ = 0;  // seconds since 1970, at began_at_tick_
+    uint64_t began_at_tick_ = 0;
+    session_pointer_t receiver_;  // who wants messages; null for nobody
+    int64_t handed_over_ = 0;     // the last of the journal that this session has been given
+    size_t with_driver_ = 0;      // of those, how many have not come back yet
     std::string selected_memory_;
     uint64_t next_listing_ = 0;
 

@@ -1,5 +1,5 @@
-// Incoming messages. Only card datagrams are handed over and deleted, a message after its callback has returned; all
-// others stay where they are.
+// Incoming messages. Card datagrams go into the journal, are deleted from the modem, and are handed over from there;
+// all others stay on the modem.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -17,12 +17,6 @@ void modem_t::warn_unless_lost(const std::string& text) {
     if (!lost()) {
         warn(text);
     }
-}
-
-// Messages stay on the modem while nobody wants them.
-session_pointer_t modem_t::receiver() {
-    session_pointer_t open = session();
-    return open && (open->classes & RIL_NCLASS_MESSAGE) ? open : nullptr;
 }
 
 bool modem_t::select_memory(const std::string& memory) {
@@ -50,8 +44,14 @@ bool modem_t::select_memory(const std::string& memory) {
 
 void modem_t::list_all() {
     next_listing_ = platform::tick64() + milliseconds(limit_t::listing_again);
-    if (!receiver() || lost() || link_.ending()) {
+    journal_.expire(seconds_now());
+    if (lost() || link_.ending()) {
         return;
+    }
+    for (const journal_t::text_t& text : journal_.texts()) {
+        if (put_on_modem(text.length, text.pdu)) {
+            journal_.forget_text(text.id);
+        }
     }
     if (memories_.empty()) {
         list({});
@@ -72,17 +72,19 @@ void modem_t::list(const std::string& memory) {
     if (!reply.ok()) {
         warn_unless_lost("cannot list the message memory " + memory);
     }
+    std::vector<stored_datagram_t> datagrams;
     for (const modem_line_t& line : reply.lines) {
         if (const std::optional<stored_message_t> message = listed_message(line.text)) {
-            consider({memory, message->index}, *message, line.pdu);
+            consider({memory, message->index}, *message, line.pdu, datagrams);
         } else {
             warn("odd line in a list of messages: " + line.text);
         }
     }
+    take(datagrams);
 }
 
 void modem_t::read_new(const location_t& location) {
-    if (!receiver() || lost() || link_.ending()) {
+    if (lost() || link_.ending()) {
         return;
     }
     if (!select_memory(location.memory)) {
@@ -95,110 +97,136 @@ void modem_t::read_new(const location_t& location) {
                                           .prefixes = {"+CMGR:"},
                                           .pdu_follows = true});
     const std::optional<stored_message_t> message = read_message(reply.first());
+    std::vector<stored_datagram_t> datagrams;
     if (message) {
-        consider(location, *message, reply.lines.front().pdu);
+        consider(location, *message, reply.lines.front().pdu, datagrams);
     } else if (!reply.ok() || !reply.lines.empty()) {  // an OK alone is an empty place: read already
         warn_unless_lost(fmt::format("cannot read message {} of memory {}", location.index, location.memory));
     }
+    take(datagrams);
 }
 
-void modem_t::consider(const location_t& location, const stored_message_t& message, const std::string& pdu) {
-    const auto known = taken_.find(location);
-    if (known != taken_.end() && known->second.handed_over && known->second.pdu == pdu) {
-        remove(location);
+void modem_t::consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
+                       std::vector<stored_datagram_t>& datagrams) const {
+    if (!message.received) {
         return;
     }
-    const session_pointer_t session = receiver();
-    if (!session || !message.received || taken_already(location, pdu)) {
-        return;
+    if (std::optional<arrival_t> arrival = arrival_of(pdu, message.length)) {
+        datagrams.push_back({location, std::move(*arrival)});
     }
-    const std::optional<tpdu::octets_t> octets = tpdu_of_line(pdu, message.length);
-    const std::optional<card_datagram_t> datagram = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
-    if (!datagram) {
-        return;
-    }
-    taken_[location] = {pdu, false};
-    callbacks_.message(session, datagram->message, [this, location](bool handed_over) {
-        post([this, location, handed_over] { finish(location, handed_over); });
-    });
 }
 
-// In hand at this moment, under this place or, where two memories show the same messages, under another.
-bool modem_t::taken_already(const location_t& location, const std::string& pdu) const {
-    return std::ranges::any_of(taken_, [&](const auto& entry) {
-        return !entry.second.handed_over && (entry.first == location || entry.second.pdu == pdu);
-    });
+// None for anything that is no card datagram.
+std::optional<arrival_t> modem_t::arrival_of(const std::string& pdu, size_t length) const {
+    std::optional<tpdu::octets_t> octets = tpdu_of_line(pdu, length);
+    std::optional<card_datagram_t> card = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
+    if (!card) {
+        return std::nullopt;
+    }
+    return arrival_t{technology_, std::move(*octets), std::move(*card)};
 }
 
-void modem_t::finish(const location_t& location, bool handed_over) {
-    if (!handed_over) {
-        taken_.erase(location);
+// The modem forgets what the journal has, and nothing else.
+void modem_t::take(const std::vector<stored_datagram_t>& datagrams) {
+    std::vector<arrival_t> arrivals;
+    for (const stored_datagram_t& datagram : datagrams) {
+        arrivals.push_back(datagram.arrival);
+    }
+    if (arrivals.empty() || !journal_.take(arrivals, seconds_now())) {
         return;
     }
-    taken_[location].handed_over = true;
-    remove(location);
+    hand_over_next();
+    for (const stored_datagram_t& datagram : datagrams) {
+        remove(datagram.location);
+    }
 }
 
-// A delete that fails is tried again at each listing; the message is not handed over again.
+// What stays is found again by the next listing, which the journal then knows.
 void modem_t::remove(const location_t& location) {
     const bool removed =
         select_memory(location.memory) &&
         link_.exchange({.line = fmt::format("AT+CMGD={}", location.index), .limit = limit_t::storage}).ok();
-    if (removed) {
-        taken_.erase(location);
-    } else {
-        warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it has been handed over", location.index,
-                                     location.memory));
+    if (!removed) {
+        next_listing_ = std::min(next_listing_, platform::tick64() + milliseconds(limit_t::deleting_again));
+        warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it is in the journal, and deleted later",
+                                     location.index, location.memory));
     }
 }
 
-// Direct delivery: everything is acknowledged, also what cannot be decoded, or the modem would deliver nothing more. A
-// card datagram is acknowledged when the driver has it.
+void modem_t::begin_receiving(session_pointer_t session) {
+    receiver_ = session && (session->classes & RIL_NCLASS_MESSAGE) ? std::move(session) : nullptr;
+    handed_over_ = 0;
+    with_driver_ = 0;
+    hand_over_next();
+}
+
+// So many at a time, however many wait.
+void modem_t::hand_over_next() {
+    constexpr size_t most_with_driver = 32;
+    if (!receiver_ || with_driver_ >= most_with_driver) {
+        return;
+    }
+    for (const journal_t::entry_t& entry : journal_.next(handed_over_, most_with_driver - with_driver_)) {
+        handed_over_ = entry.id;
+        std::optional<card_datagram_t> card = card_datagram_of(entry.technology, entry.octets);
+        if (!card) {
+            warn(fmt::format("datagram {} of the journal is none; it is left alone", entry.id));
+            continue;
+        }
+        change_reference(*card, entry.generation);
+        with_driver_ += 1;
+        callbacks_.message(receiver_, card->message, [this, session = receiver_, id = entry.id](bool handed_over) {
+            post([this, session, id, handed_over] { finish(session, id, handed_over); });
+        });
+    }
+}
+
+void modem_t::finish(const session_pointer_t& session, int64_t id, bool handed_over) {
+    if (handed_over) {
+        journal_.handed_over(id, seconds_now());
+    }
+    if (session == receiver_) {
+        with_driver_ -= 1;
+        hand_over_next();
+    }
+}
+
+// Direct delivery: everything is acknowledged once it is safe, also what cannot be decoded, or the modem would deliver
+// nothing more. Messages that are not ours go where they would have lain without us.
 void modem_t::take_delivery(const modem_line_t& line) {
-    const std::optional<size_t> length = delivered_length(line.text);
-    const std::optional<tpdu::octets_t> octets = length ? tpdu_of_line(line.pdu, *length) : std::nullopt;
-    if (!octets) {
-        warn("a delivered message cannot be decoded: " + line.text + ' ' + line.pdu);
-    }
-    const std::optional<card_datagram_t> datagram = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
-    if (datagram) {
-        hand_over_direct(*datagram, false);
-    } else {
-        acknowledge();
-    }
+    const size_t length = delivered_length(line.text).value_or(0);
+    const std::optional<arrival_t> arrival = arrival_of(line.pdu, length);
+    const bool safe = arrival ? journal_.take({&*arrival, 1}, seconds_now())
+                              : put_on_modem(length, line.pdu) || journal_.keep_text(length, line.pdu, seconds_now());
+    acknowledge(safe);
+    hand_over_next();
 }
 
-void modem_t::hand_over_direct(const card_datagram_t& datagram, bool acknowledged) {
-    const auto done = [this, datagram, acknowledged](bool handed_over) {
-        if (!handed_over) {
-            kept_.push_back(datagram);
-        }
-        if (!acknowledged) {
-            acknowledge();
-        }
-    };
-    const session_pointer_t session = receiver();
-    if (!session) {
-        done(false);
-        return;
+// Write message to memory, 3GPP TS 27.005 4.4: as received, unread.
+bool modem_t::put_on_modem(size_t length, const std::string& pdu) {
+    const bool put = link_
+                         .exchange({.line = fmt::format("AT+CMGW={},0", length),
+                                    .limit = limit_t::storage,
+                                    .prefixes = {"+CMGW:"},
+                                    .entry = pdu})
+                         .ok();
+    if (!put) {
+        warn_unless_lost("the modem does not take back a message that is no card; it is kept in the journal: " + pdu);
     }
-    callbacks_.message(session, datagram.message,
-                       [this, done](bool handed_over) { post([done, handed_over] { done(handed_over); }); });
+    return put;
 }
 
-void modem_t::hand_over_kept() {
-    if (!receiver()) {
-        return;
-    }
-    for (const card_datagram_t& datagram : std::exchange(kept_, {})) {
-        hand_over_direct(datagram, true);
-    }
-}
-
-void modem_t::acknowledge() {
-    if (acknowledges_ && !link_.exchange({.line = "AT+CNMA", .limit = limit_t::storage}).ok()) {
+// Without an acknowledgement, or with a negative one (2), the network keeps the message (3GPP TS 27.005 4.7).
+void modem_t::acknowledge(bool safe) {
+    if (acknowledges_ && !link_.exchange({.line = safe ? "AT+CNMA" : "AT+CNMA=2", .limit = limit_t::storage}).ok() &&
+        safe) {
         warn_unless_lost("the modem refused the acknowledgement of a delivered message");
     }
+}
+
+// Wall-clock time, which the journal outlives a process with; moved by tests with the clock that all waits run on.
+int64_t modem_t::seconds_now() const {
+    return began_at_ + static_cast<int64_t>((platform::tick64() - began_at_tick_) / 1000);
 }
 
 }  // namespace radio

@@ -127,7 +127,8 @@ std::optional<uint16_t> destination_port(octets_view_t header);
 
 /// The place of a datagram in its message (9.2.3.24.1, 9.2.3.24.8).
 struct concatenation_t {
-    uint8_t width = 0;  // octets of the reference: 1 or 2
+    size_t offset = 0;  // of the reference, in the header
+    uint8_t width = 0;  // of the reference, in octets: 1 or 2
     uint16_t reference = 0;
     uint8_t part = 1;  // from 1
     uint8_t parts = 1;

@@ -110,7 +110,8 @@ std::optional<concatenation_t> concatenation(octets_view_t header) {
         const uint8_t parts = data[data.size() - 2];
         const uint8_t part = data[data.size() - 1];
         if (part != 0 && part <= parts) {
-            found = {static_cast<uint8_t>(is_short ? 1 : 2), reference, part, parts};
+            const auto offset = static_cast<size_t>(data.data() - header.data());
+            found = {offset, static_cast<uint8_t>(is_short ? 1 : 2), reference, part, parts};
         }
         return found.has_value();
     });

@@ -113,8 +113,8 @@ void scripted_modem_t::take(char octet) {
         answer(">", ">" + std::exchange(input_, {}));
     } else if (!entering_ && octet == '\r') {
         const std::string line = std::exchange(input_, {});
-        const bool submits = line.starts_with("AT+CMGS=");
-        entering_ = answer(submits ? "AT+CMGS" : line, line).find('>') != std::string::npos && submits;
+        const bool enters = line.starts_with("AT+CMGS=") || line.starts_with("AT+CMGW=");
+        entering_ = answer(enters ? line.substr(0, 7) : line, line).find('>') != std::string::npos && enters;
     } else {
         input_ += octet;
     }

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <platform/linux/hex.h>
+#include <platform/linux/home.h>
 #include <platform/linux/testing.h>
 #include <platform/linux/text.h>
 #include <ril.h>
@@ -84,9 +85,15 @@ inline RILMESSAGE outgoing(const std::string& number, const std::string& body) {
     std::ranges::copy(body, out.rgbMsg);
     return message;
 }
-inline tpdu::deliver_t incoming(const std::string& body) {
+/// `place` is reference, parts and part; without it the datagram is a message of its own.
+inline tpdu::deliver_t incoming(const std::string& body, const std::string& place = {}) {
     tpdu::deliver_t deliver =
-        *tpdu::decode_deliver(*platform::from_hex("440C919471103254760004621112007151400C0B050423F423F40003010201"));
+        *tpdu::decode_deliver(*platform::from_hex("440C919471103254760004621112007151400706050423F423F4"));
+    if (!place.empty()) {
+        deliver.user_data[0] = 0x0B;
+        const tpdu::octets_t element = *platform::from_hex("0003" + place);
+        deliver.user_data.insert(deliver.user_data.end(), element.begin(), element.end());
+    }
     deliver.user_data.insert(deliver.user_data.end(), body.begin(), body.end());
     deliver.user_data_length = static_cast<uint8_t>(deliver.user_data.size());
     return deliver;
@@ -114,10 +121,14 @@ struct lasting_path_t {
 
 class session : public testing::Test {
   public:
-    session() { current = this; }
+    session() {
+        current = this;
+        EXPECT_EQ(platform::set_home(home), "");
+    }
     ~session() override {
         recorder.block(false);
         radio::detach_modem();
+        std::filesystem::remove_all(home);
     }
 
   protected:
@@ -168,6 +179,7 @@ class session : public testing::Test {
         modem.say(fmt::format("\r\n+CMTI: \"SM\",{}\r\n", place));
     }
 
+    const std::filesystem::path home = fmt::format("{}zpd-radio-{}", testing::TempDir(), getpid());
     scripted_modem_t modem;
     recorder_t recorder;
     RILMESSAGE last_message{};  // written before its event

@@ -223,114 +223,7 @@ TEST_F(session, what_cannot_go_on_the_air_fails_at_once) {
     EXPECT_THAT(modem.log(), Contains(HasSubstr("1481214365870921436587090004AD8C0B05")));
 }
 
-// ---- Receiving. -----------------------------------------------------------------------------------------------------
-
-TEST_F(session, a_stored_message_is_handed_over_then_deleted) {
-    attach_and_open();
-    recorder.block(true);
-    receive(3, "hello");
-    EXPECT_EQ(recorder.events(1), events_t{"message hello"});
-    send("meanwhile");
-    ASSERT_TRUE(modem.heard("AT+CMGS=35")) << "a slow driver does not keep the modem waiting";
-    EXPECT_EQ(modem.count("AT+CMGD=3"), 0U) << "not before the callback has returned";
-    recorder.block(false);
-    ASSERT_TRUE(modem.heard("AT+CMGD=3"));
-    EXPECT_TRUE(modem.count("AT+CSMS=0") == 1 && modem.count("AT+CNMI=2,1,0,0,0") == 1);
-
-    EXPECT_EQ(last_message.cbSize, 0xAC4U);
-    EXPECT_EQ(last_message.dwParams, 0x0D800A4EU);
-    EXPECT_EQ(last_message.dwType, RIL_MSGTYPE_IN_DELIVER);
-    EXPECT_EQ(last_message.dwFlags, RIL_MSGFLAG_HEADER);
-    const RIL_IN_DELIVER& in = last_message.msgInDeliver;
-    EXPECT_EQ(in.raOrigAddress.dwParams, 7U);
-    EXPECT_EQ(in.raOrigAddress.dwType, RIL_ADDRTYPE_INTERNATIONAL);
-    EXPECT_EQ(std::u16string(in.raOrigAddress.wszAddress), u"+491701234567");
-    EXPECT_EQ(in.rmdDataCoding.dwAlphabet, RIL_DCSALPHABET_8BIT);
-    EXPECT_EQ(platform::to_hex({in.rgbHdr, in.cbHdrLength}), "050423F423F40003010201");
-    const SYSTEMTIME& time = in.stSCReceiveTime;  // 00:17:15 one hour east of Greenwich
-    EXPECT_EQ((std::vector<WORD>{time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond}),
-              (std::vector<WORD>{2026, 11, 20, 23, 17, 15}));
-}
-
-TEST_F(session, what_is_not_for_the_port_stays) {
-    tpdu::deliver_t other_port = incoming("x");
-    other_port.user_data[4] = 0xF5;
-    tpdu::deliver_t seven_bit = incoming("x");
-    seven_bit.data_coding = 0;
-    seven_bit.user_data_length = static_cast<uint8_t>(seven_bit.user_data.size() * 8 / 7);
-    tpdu::deliver_t no_header = incoming("x");
-    no_header.header_indicator = false;
-    tpdu::deliver_t operator_name = incoming("ours");
-    operator_name.originator = {tpdu::number_type_t::alphanumeric, 0, "Net\nCo"};
-    attach_and_open();
-    modem.once("AT+CMGL=4", "\r\n+CMGL: 1,0,," + with_pdu(other_port) + "+CMGL: 2,1,," + with_pdu(seven_bit) +
-                                "+CMGL: 3,0,," + with_pdu(no_header) + "+CMGL: 4,0,,25\r\n000602812100...\r\n" +
-                                "+CMGL: 5,0,,3\r\n0006FFFF\r\n+CMGL: 6,3,," + with_pdu(incoming("to be sent")) +
-                                "+CMGL: 7,1,," + with_pdu(operator_name) + "+CMGL: what,is,this\r\n" + ok);
-    modem.say("\r\n+CMTI: \"SM\",-1\r\n");  // odd: all is listed
-    ASSERT_TRUE(modem.heard("AT+CMGD=7"));
-    const HRESULT request = send();
-    EXPECT_EQ(recorder.events(2), (events_t{"message ours", sent(request)}));
-    EXPECT_EQ(std::u16string(last_message.msgInDeliver.raOrigAddress.wszAddress), u"Net\uFFFDCo");
-    for (const char* left : {"1", "2", "3", "4", "5", "6"}) {
-        EXPECT_EQ(modem.count(std::string("AT+CMGD=") + left), 0U);
-    }
-}
-
-TEST_F(session, what_waits_is_handed_over_in_order_when_a_session_opens) {
-    modem.once("AT+CMGL=4",
-               "\r\n+CMGL: 2,0,," + with_pdu(incoming("a")) + "+CMGL: 9,1,," + with_pdu(incoming("b")) + ok);
-    modem.once("AT+CMGL=4", "\r\n+CMGL: 2,0,," + with_pdu(incoming("c")) + ok);
-    attach();
-    modem.say("\r\n+CMTI: \"SM\",2\r\n");
-    EXPECT_EQ(modem.count("AT+CMGL=4"), 0U);
-    open();
-    EXPECT_EQ(recorder.events(3), (events_t{"message a", "message b", "message c"}));
-    ASSERT_TRUE(modem.heard("AT+CMGD=2", 2) && modem.heard("AT+CMGD=9"));
-    // Each delete has its memory selected, however the deletes and lists fall.
-    std::string memory;
-    std::vector<std::string> deleted;
-    for (const std::string& line : modem.log()) {
-        if (line.starts_with("AT+CPMS=\"")) {
-            memory = line.substr(8);
-        } else if (line.starts_with("AT+CMGD=")) {
-            deleted.push_back(memory + line.substr(8));
-        }
-    }
-    EXPECT_THAT(deleted, testing::UnorderedElementsAre("\"ME\"2", "\"SM\"2", "\"SM\"9"));
-}
-
-TEST_F(session, a_delete_that_fails_is_repeated_and_the_message_is_not) {
-    modem.on("AT+CNMI=?", "\r\nERROR\r\n");  // what nearly all modems take is set then
-    attach_and_open();
-    EXPECT_EQ(modem.count("AT+CNMI=2,1"), 1U);
-    modem.once("AT+CMGD=3", "\r\n+CMS ERROR: 320\r\n");
-    receive(3, "once");
-    ASSERT_TRUE(modem.heard("AT+CMGD=3"));
-    modem.once("AT+CMGL=4", "\r\n+CMGL: 3,1,," + with_pdu(incoming("once")) + ok);
-    advance_clock(300'000);  // the time of the next listing
-    ASSERT_TRUE(modem.heard("AT+CMGD=3", 2));
-    const HRESULT request = send();
-    EXPECT_EQ(recorder.events(2), (events_t{"message once", sent(request)}));
-}
-
-TEST_F(session, direct_delivery_is_acknowledged_whatever_it_is) {
-    modem.on("AT+CNMI=?", "\r\n+CNMI: (0-2),(0,2,3),(0,2),(0,2),(0,1)\r\n" + ok);
-    attach();
-    modem.say("\r\n+CMT: ,5\r\n0004FFFFFFFF\r\n");  // cannot be decoded
-    ASSERT_TRUE(modem.heard("AT+CNMA"));
-    modem.say("\r\n+CMT: ," + with_pdu(incoming("early")));  // nobody there
-    ASSERT_TRUE(modem.heard("AT+CNMA", 2));
-    open();
-    EXPECT_EQ(recorder.events(1), events_t{"message early"});
-    recorder.block(true);
-    modem.say("\r\n+CMT: \"Ann\"," + with_pdu(incoming("later")));
-    EXPECT_EQ(recorder.events(2)[1], "message later");
-    EXPECT_EQ(modem.count("AT+CNMA"), 2U) << "not before the driver has it";
-    recorder.block(false);
-    ASSERT_TRUE(modem.heard("AT+CNMA", 3));
-    EXPECT_TRUE(modem.count("AT+CSMS=1") == 1 && modem.count("AT+CNMI=2,2,0,0,0") == 1);
-}
+// ---- The network. ---------------------------------------------------------------------------------------------------
 
 TEST_F(session, the_system_type_and_its_changes) {
     attach_and_open();
@@ -376,12 +269,13 @@ TEST_F(session, a_modem_that_comes_back_under_its_path_serves_the_same_session) 
     open();
     ASSERT_TRUE(modem.heard("AT+CMGL=4", 2));
     testing::internal::CaptureStderr();
-    recorder.block(true);
+    modem.on("AT+CMGD=3", "");
     receive(3, "before");
     recorder.events(1);
-    modem.hang_up();
-    recorder.block(false);  // the delete comes too late
+    ASSERT_TRUE(modem.heard("AT+CMGD=3"));
+    modem.hang_up();  // the delete comes too late
     recorder.events(2);
+    modem.on("AT+CMGD=3", ok);
     modem.once("AT+CPIN?", "\r\n+CPIN: SIM PIN\r\n" + ok);
     modem.plug_in();
     path.renew();
@@ -391,12 +285,12 @@ TEST_F(session, a_modem_that_comes_back_under_its_path_serves_the_same_session) 
                                 with_pdu(incoming("meanwhile")) + ok);
     ASSERT_TRUE(heard_as_time_passes("AT+CPIN?", 3)) << "the next one";
     ASSERT_TRUE(modem.heard("AT+CMGD=3") && modem.heard("AT+CMGD=5"));
-    EXPECT_EQ(modem.count("AT+CPMS=\"SM\""), 4U) << "selected anew, whatever was selected before";
+    EXPECT_EQ(modem.count("AT+CPMS=\"SM\""), 3U) << "selected anew, whatever was selected before";
     const HRESULT request = send();
     EXPECT_EQ(recorder.events(5), (events_t{"message before", system_type(RIL_SYSTEMTYPE_NONE),
                                             system_type(RIL_SYSTEMTYPE_GSM), "message meanwhile", sent(request)}));
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                testing::MatchesRegex("[^\n]* hung up[^\n]*\n[^\n]* is back\n"));
+                testing::MatchesRegex("[^\n]* hung up[^\n]*\n[^\n]* is back\n[^\n]* came again[^\n]*\n"));
     EXPECT_NE(attach_modem({path.link}), "") << "it is attached all the time";
 }
 
@@ -420,14 +314,13 @@ TEST_F(session, detaching_ends_the_search_for_a_lost_modem_at_once) {
 }
 
 TEST_F(session, an_end_waits_for_the_callback_that_runs) {
-    const auto end_in_a_callback = [this](const std::function<void()>& end) {
+    const auto end_in_a_callback = [this](const std::string& body, const std::function<void()>& end) {
         const size_t before = recorder.events(0).size();
-        const size_t read = modem.count("AT+CMGR=4");
         recorder.block(true);
-        receive(3, "x");
+        receive(3, body + " before");
         recorder.events(before + 1);
-        receive(4, "y");
-        ASSERT_TRUE(modem.heard("AT+CMGR=4", read + 1));
+        receive(4, body + " after");
+        ASSERT_TRUE(modem.heard("AT+CMGD=4", modem.count("AT+CMGD=3")));
         auto ended = std::async(std::launch::async, end);
         EXPECT_EQ(ended.wait_for(50ms), std::future_status::timeout);
         recorder.block(false);
@@ -435,17 +328,16 @@ TEST_F(session, an_end_waits_for_the_callback_that_runs) {
         EXPECT_LT(send(), 0);
     };
     attach_and_open();
-    end_in_a_callback([this] { EXPECT_EQ(RIL_Deinitialize(handle), S_OK); });
-    ASSERT_TRUE(modem.heard("AT+CMGD=3"));
+    end_in_a_callback("session", [this] { EXPECT_EQ(RIL_Deinitialize(handle), S_OK); });
     EXPECT_LT(RIL_Deinitialize(handle), 0);
-
-    modem.once("AT+CMGL=4", "\r\n+CMGL: 4,1,," + with_pdu(incoming("y")) + ok);
     open();
-    EXPECT_EQ(recorder.events(2), (events_t{"message x", "message y"})) << "it stayed for the next session";
-    ASSERT_TRUE(modem.heard("AT+CMGD=4"));
-    end_in_a_callback(detach_modem);
-    EXPECT_EQ(modem.count("AT+CMGD=3"), 2U) << "what was handed over is deleted before the modem is let go";
-    EXPECT_EQ(modem.count("AT+CMGD=4"), 1U);
+    events_t expected = {"message session before", "message session after"};
+    EXPECT_EQ(recorder.events(2), expected) << "it stayed for the next session";
+    end_in_a_callback("modem", detach_modem);
+    attach();
+    open();
+    expected.insert(expected.end(), {"message modem before", "message modem after"});
+    EXPECT_EQ(recorder.events(4), expected) << "or for the next process";
 }
 
 TEST_F(session, a_new_session_takes_the_place_of_one_that_was_never_ended) {

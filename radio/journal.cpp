@@ -1,0 +1,359 @@
+#include "radio/journal.h"
+
+#include <fmt/format.h>
+#include <platform/linux/hex.h>
+
+#include <utility>
+
+#include "radio/warning.h"
+
+namespace radio {
+
+namespace {
+
+using platform::sqlite::execution_t;
+
+// FULL: a commit is on the disk when it returns. A message's generation is 0, save when it began while an older one of
+// its reference was incomplete.
+constexpr const char* schema = R"(
+    PRAGMA journal_mode = WAL;
+    PRAGMA synchronous = FULL;
+    CREATE TABLE IF NOT EXISTS datagrams (
+        id INTEGER PRIMARY KEY,
+        came INTEGER NOT NULL,
+        technology INTEGER NOT NULL,
+        octets BLOB NOT NULL,
+        identity BLOB NOT NULL UNIQUE,
+        sender TEXT NOT NULL,
+        message TEXT NOT NULL,
+        generation INTEGER NOT NULL,
+        part INTEGER NOT NULL,
+        parts INTEGER NOT NULL,
+        body BLOB NOT NULL,
+        UNIQUE (message, generation, part));
+    CREATE TABLE IF NOT EXISTS finished (identity BLOB PRIMARY KEY, at INTEGER NOT NULL) WITHOUT ROWID;
+    CREATE TABLE IF NOT EXISTS texts (id INTEGER PRIMARY KEY, came INTEGER NOT NULL, length INTEGER NOT NULL, pdu TEXT NOT NULL);
+)";
+
+constexpr int busy_timeout_ms = 5000;  // somebody looks into the file with a tool of his own
+
+// Every message that lacks datagrams: its text and generation, then what a person wants to know.
+constexpr std::string_view incomplete_query =
+    "SELECT message, generation, sender, min(came), count(*), parts FROM datagrams "
+    "GROUP BY message, generation HAVING count(*) < parts ORDER BY min(id)";
+
+// card_datagram_t::sender as a person reads it.
+std::string person_of(std::string_view sender) {
+    const std::string_view digits = sender.substr(sender.find(':') + 1);
+    return fmt::format("{}{}", sender.starts_with("1:") ? "+" : "", digits);  // 1: an international number
+}
+
+}  // namespace
+
+// Where a datagram belongs.
+struct journal_t::place_t {
+    std::string message;
+    int64_t generation = 0;
+    tpdu::concatenation_t concatenation;
+    bool taken = false;  // by the same datagram, sent once more
+};
+
+template <typename... values_t>
+bool journal_t::run(std::string_view text, const values_t&... values) {
+    execution_t execution(statement(text));
+    int index = 0;
+    (execution.bind(++index, values), ...);
+    return execution.step() == SQLITE_DONE || fail();
+}
+
+template <typename steps_t>
+bool journal_t::transaction(const steps_t& steps) {
+    const size_t before = datagrams_;
+    if (run("BEGIN IMMEDIATE") && steps() && run("COMMIT")) {
+        failure_told_ = false;
+        return true;
+    }
+    sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    datagrams_ = before;
+    return false;
+}
+
+bool journal_t::fail() {
+    if (!std::exchange(failure_told_, true)) {
+        warn(fmt::format("cannot write the journal {}: {}; messages stay on the modem", file_.native(),
+                         sqlite3_errmsg(connection_.get())));
+    }
+    return false;
+}
+
+std::string journal_t::open(const std::filesystem::path& file, const bounds_t& bounds) {
+    close();
+    file_ = file;
+    bounds_ = bounds;
+    failure_told_ = false;
+    sqlite3* handle = nullptr;
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
+    connection_.reset(handle);
+    if (result != SQLITE_OK || !prepare()) {
+        std::string error = fmt::format("cannot use the journal {}: {}", file.native(), sqlite3_errmsg(handle));
+        close();
+        return error;
+    }
+    return {};
+}
+
+void journal_t::close() {
+    statements_.clear();
+    connection_.reset();
+}
+
+bool journal_t::prepare() {
+    sqlite3_busy_timeout(connection_.get(), busy_timeout_ms);
+    if (sqlite3_exec(connection_.get(), schema, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        return false;
+    }
+    execution_t query(statement("SELECT count(*), coalesce(max(id), 0) + 1 FROM datagrams"));
+    if (query.step() != SQLITE_ROW) {
+        return false;
+    }
+    datagrams_ = static_cast<size_t>(query.number(0));
+    next_id_ = query.number(1);
+    return true;
+}
+
+// Each is prepared once.
+const platform::sqlite::statement_t& journal_t::statement(std::string_view text) {
+    const auto known = statements_.find(text);
+    return known != statements_.end()
+               ? known->second
+               : statements_.emplace(text, platform::sqlite::prepare(connection_.get(), text)).first->second;
+}
+
+bool journal_t::take(std::span<const arrival_t> arrivals, int64_t now) {
+    return transaction([&] {
+        for (const arrival_t& arrival : arrivals) {
+            if (!take_one(arrival, now)) {
+                return false;
+            }
+        }
+        while (datagrams_ > bounds_.datagrams) {
+            if (!drop_oldest()) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+bool journal_t::take_one(const arrival_t& arrival, int64_t now) {
+    const std::optional<place_t> place = place_of(arrival);
+    if (!place) {
+        return fail();
+    }
+    if (place->taken) {
+        warn(fmt::format("a datagram from {} came again; it is not handed over twice", person_of(arrival.card.sender)));
+        return true;
+    }
+    if (place->generation > 0) {
+        warn(fmt::format("a message from {} has the reference {} of one that is incomplete; the driver gets another",
+                         person_of(arrival.card.sender), place->concatenation.reference));
+    }
+    const bool done =
+        run("INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)", next_id_, now,
+            static_cast<int64_t>(arrival.technology), arrival.octets, arrival.card.identity, arrival.card.sender,
+            place->message, place->generation, static_cast<int64_t>(place->concatenation.part),
+            static_cast<int64_t>(place->concatenation.parts), arrival.card.body);
+    next_id_ += 1;
+    datagrams_ += 1;
+    return done;
+}
+
+// None when the file cannot be read.
+std::optional<journal_t::place_t> journal_t::place_of(const arrival_t& arrival) {
+    place_t place;
+    execution_t known(
+        statement("SELECT 1 FROM datagrams WHERE identity = ?1 UNION ALL SELECT 1 FROM finished WHERE identity = ?1"));
+    known.bind(1, arrival.card.identity);
+    const int found = known.step();
+    place.taken = found == SQLITE_ROW;
+    if (found != SQLITE_DONE) {
+        return place.taken ? std::optional(place) : std::nullopt;
+    }
+    const std::optional<tpdu::concatenation_t> concatenation = tpdu::concatenation(arrival.card.header);
+    if (!concatenation) {
+        place.message = platform::to_hex(arrival.card.identity);
+        return place;
+    }
+    place.concatenation = *concatenation;
+    place.message = fmt::format("{}/{}/{}/{}", arrival.card.sender, concatenation->width, concatenation->reference,
+                                concatenation->parts);
+    return find_generation(arrival, place) ? std::optional(place) : std::nullopt;
+}
+
+// The newest message of the reference takes the datagram, unless it has such a part already, with another body: then a
+// new message has begun.
+bool journal_t::find_generation(const arrival_t& arrival, place_t& place) {
+    execution_t same(
+        statement("SELECT generation, body = ?3 FROM datagrams WHERE message = ?1 AND part = ?2 "
+                  "ORDER BY generation DESC LIMIT 1"));
+    same.bind(1, place.message);
+    same.bind(2, int64_t{place.concatenation.part});
+    same.bind(3, arrival.card.body);
+    const int found = same.step();
+    if (found == SQLITE_ROW) {
+        place.taken = same.number(1) != 0;
+        place.generation = same.number(0) + 1;
+        return true;
+    }
+    execution_t newest(statement("SELECT coalesce(max(generation), 0) FROM datagrams WHERE message = ?1"));
+    newest.bind(1, place.message);
+    if (found != SQLITE_DONE || newest.step() != SQLITE_ROW) {
+        return false;
+    }
+    place.generation = newest.number(0);
+    return true;
+}
+
+// The whole message that the oldest datagram belongs to.
+bool journal_t::drop_oldest() {
+    std::string message;
+    int64_t generation = 0;
+    {
+        execution_t oldest(statement("SELECT message, generation FROM datagrams ORDER BY id LIMIT 1"));
+        if (oldest.step() != SQLITE_ROW) {
+            return fail();
+        }
+        message = oldest.text(0);
+        generation = oldest.number(1);
+    }
+    return drop(message, generation, fmt::format("the journal holds {} datagrams", bounds_.datagrams));
+}
+
+bool journal_t::drop(const std::string& message, int64_t generation, std::string_view reason) {
+    std::string dropped;
+    {
+        execution_t query(
+            statement("SELECT sender, count(*), parts FROM datagrams WHERE message = ?1 AND generation = ?2"));
+        query.bind(1, message);
+        query.bind(2, generation);
+        if (query.step() != SQLITE_ROW) {
+            return fail();
+        }
+        dropped = fmt::format("dropped {} of the {} datagrams of a message from {}: {}", query.number(1),
+                              query.number(2), person_of(query.text(0)), reason);
+    }
+    if (!run("DELETE FROM datagrams WHERE message = ?1 AND generation = ?2", message, generation)) {
+        return false;
+    }
+    datagrams_ -= static_cast<size_t>(sqlite3_changes(connection_.get()));
+    warn(dropped);
+    return true;
+}
+
+std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
+    execution_t query(
+        statement("SELECT id, technology, octets, generation FROM datagrams WHERE id > ?1 ORDER BY id LIMIT ?2"));
+    query.bind(1, after);
+    query.bind(2, static_cast<int64_t>(most));
+    std::vector<entry_t> entries;
+    while (query.step() == SQLITE_ROW) {
+        const auto octets = query.octets(2);
+        entries.push_back({query.number(0),
+                           static_cast<technology_t>(query.number(1)),
+                           {octets.begin(), octets.end()},
+                           static_cast<unsigned>(query.number(3))});
+    }
+    return entries;
+}
+
+void journal_t::handed_over(int64_t id, int64_t now) {
+    std::string message;
+    int64_t generation = 0;
+    {
+        execution_t query(
+            statement("SELECT message, generation FROM datagrams AS last WHERE id = ?1 AND parts = (SELECT count(*) "
+                      "FROM datagrams WHERE message = last.message AND generation = last.generation AND id <= ?1)"));
+        query.bind(1, id);
+        if (query.step() != SQLITE_ROW) {
+            return;
+        }
+        message = query.text(0);
+        generation = query.number(1);
+    }
+    transaction([&] {
+        const bool done = run("INSERT OR IGNORE INTO finished SELECT identity, ?3 FROM datagrams "
+                              "WHERE message = ?1 AND generation = ?2",
+                              message, generation, now) &&
+                          run("DELETE FROM datagrams WHERE message = ?1 AND generation = ?2", message, generation);
+        datagrams_ -= static_cast<size_t>(sqlite3_changes(connection_.get()));
+        return done;
+    });
+}
+
+void journal_t::expire(int64_t now) {
+    transaction([&] {
+        std::vector<std::pair<std::string, int64_t>> old;
+        {
+            execution_t query(statement(incomplete_query));
+            while (query.step() == SQLITE_ROW) {
+                if (query.number(3) <= now - bounds_.age) {
+                    old.emplace_back(query.text(0), query.number(1));
+                }
+            }
+        }
+        for (const auto& [message, generation] : old) {
+            if (!drop(message, generation, fmt::format("incomplete for {} hours", bounds_.age / 3600))) {
+                return false;
+            }
+        }
+        return run("DELETE FROM finished WHERE at <= ?1", now - bounds_.age) &&
+               run("DELETE FROM finished WHERE identity IN (SELECT identity FROM finished ORDER BY at DESC LIMIT -1 "
+                   "OFFSET ?1)",
+                   static_cast<int64_t>(bounds_.datagrams));
+    });
+}
+
+bool journal_t::keep_text(size_t length, std::string_view pdu, int64_t now) {
+    return transaction([&] {
+        return run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", now, static_cast<int64_t>(length), pdu);
+    });
+}
+
+std::vector<journal_t::text_t> journal_t::texts() {
+    execution_t query(statement("SELECT id, length, pdu FROM texts ORDER BY id"));
+    std::vector<text_t> kept;
+    while (query.step() == SQLITE_ROW) {
+        kept.push_back({query.number(0), static_cast<size_t>(query.number(1)), query.text(2)});
+    }
+    return kept;
+}
+
+void journal_t::forget_text(int64_t id) {
+    static_cast<void>(run("DELETE FROM texts WHERE id = ?1", id));
+}
+
+std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& file, std::string* error) {
+    std::vector<incomplete_message_t> messages;
+    std::error_code none;
+    if (!std::filesystem::exists(file, none)) {
+        return messages;
+    }
+    sqlite3* handle = nullptr;
+    const int opened = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+    const platform::sqlite::connection_t connection(handle);
+    const platform::sqlite::statement_t statement =
+        opened == SQLITE_OK ? platform::sqlite::prepare(handle, incomplete_query) : nullptr;
+    if (!statement) {
+        *error = fmt::format("cannot read the journal {}: {}", file.native(), sqlite3_errmsg(handle));
+        return messages;
+    }
+    execution_t query(statement);
+    while (query.step() == SQLITE_ROW) {
+        messages.push_back({person_of(query.text(2)), query.number(3), static_cast<size_t>(query.number(4)),
+                            static_cast<size_t>(query.number(5))});
+    }
+    return messages;
+}
+
+}  // namespace radio
