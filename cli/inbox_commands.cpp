@@ -7,6 +7,7 @@
 #include "cli/output.h"
 #include "cli/text.h"
 #include "cli/vcard.h"
+#include "service/incoming.h"
 
 namespace {
 
@@ -135,6 +136,31 @@ int remove(const context_t& context, const std::string& prefix) {
     return exit_done;
 }
 
+int list_incomplete(const context_t& context) {
+    std::string error;
+    const auto messages = incomplete_messages(context.home, &error);
+    if (!error.empty()) {
+        return fail(error);
+    }
+    ordered_json list = ordered_json::array();
+    for (const radio::incomplete_message_t& message : messages) {
+        const auto since = static_cast<uint64_t>(message.since);
+        if (context.json) {
+            list.push_back({{"sender", message.sender},
+                            {"since", since},
+                            {"received", message.received},
+                            {"datagrams", message.datagrams}});
+        } else {
+            say("{}  {:<16} {} of {} datagrams", local_time(since), escaped(message.sender), message.received,
+                message.datagrams);
+        }
+    }
+    if (context.json) {
+        say_json({{"incomplete", list}});
+    }
+    return exit_done;
+}
+
 /// A command below `inbox` with one argument.
 template <typename argument_t>
 CLI::App* add_below(CLI::App* inbox, context_t& context, const std::string& name, const std::string& help,
@@ -165,6 +191,11 @@ void add_inbox_commands(CLI::App& app, context_t& context) {
     add_home_option(list_command, context);
     add_json_option(list_command, context);
     list_command->callback([&context] { context.run = [&context] { return list(context); }; });
+    auto* incomplete_command = inbox->add_subcommand(
+        "incomplete", "List the messages of which datagrams are missing; they are dropped after journal-age");
+    add_home_option(incomplete_command, context);
+    add_json_option(incomplete_command, context);
+    incomplete_command->callback([&context] { context.run = [&context] { return list_incomplete(context); }; });
     auto* show_command = add_below<std::string>(inbox, context, "show", "Show a card's text", "NAME", show);
     add_json_option(show_command, context);
     add_below<std::filesystem::path>(inbox, context, "export", "Write all cards into a folder", "DIR", export_all);

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "radio/incomplete_messages.h"
 #include "radio/warning.h"
 
 namespace radio {
@@ -86,26 +87,22 @@ bool journal_t::fail() {
     return false;
 }
 
+std::filesystem::path journal_file(const std::filesystem::path& home) {
+    return home / "journal.sqlite";
+}
+
 std::string journal_t::open(const std::filesystem::path& file, const bounds_t& bounds) {
-    close();
+    const std::lock_guard lock(mutex_);
     file_ = file;
     bounds_ = bounds;
-    failure_told_ = false;
     sqlite3* handle = nullptr;
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
     connection_.reset(handle);
     if (result != SQLITE_OK || !prepare()) {
-        std::string error = fmt::format("cannot use the journal {}: {}", file.native(), sqlite3_errmsg(handle));
-        close();
-        return error;
+        return fmt::format("cannot use the journal {}: {}", file.native(), sqlite3_errmsg(handle));
     }
     return {};
-}
-
-void journal_t::close() {
-    statements_.clear();
-    connection_.reset();
 }
 
 bool journal_t::prepare() {
@@ -131,6 +128,7 @@ const platform::sqlite::statement_t& journal_t::statement(std::string_view text)
 }
 
 bool journal_t::take(std::span<const arrival_t> arrivals, int64_t now) {
+    const std::lock_guard lock(mutex_);
     return transaction([&] {
         for (const arrival_t& arrival : arrivals) {
             if (!take_one(arrival, now)) {
@@ -252,6 +250,7 @@ bool journal_t::drop(const std::string& message, int64_t generation, std::string
 }
 
 std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
+    const std::lock_guard lock(mutex_);
     execution_t query(
         statement("SELECT id, technology, octets, generation FROM datagrams WHERE id > ?1 ORDER BY id LIMIT ?2"));
     query.bind(1, after);
@@ -268,6 +267,7 @@ std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
 }
 
 void journal_t::handed_over(int64_t id, int64_t now) {
+    const std::lock_guard lock(mutex_);
     std::string message;
     int64_t generation = 0;
     {
@@ -292,6 +292,7 @@ void journal_t::handed_over(int64_t id, int64_t now) {
 }
 
 void journal_t::expire(int64_t now) {
+    const std::lock_guard lock(mutex_);
     transaction([&] {
         std::vector<std::pair<std::string, int64_t>> old;
         {
@@ -315,12 +316,14 @@ void journal_t::expire(int64_t now) {
 }
 
 bool journal_t::keep_text(size_t length, std::string_view pdu, int64_t now) {
+    const std::lock_guard lock(mutex_);
     return transaction([&] {
         return run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", now, static_cast<int64_t>(length), pdu);
     });
 }
 
 std::vector<journal_t::text_t> journal_t::texts() {
+    const std::lock_guard lock(mutex_);
     execution_t query(statement("SELECT id, length, pdu FROM texts ORDER BY id"));
     std::vector<text_t> kept;
     while (query.step() == SQLITE_ROW) {
@@ -330,10 +333,12 @@ std::vector<journal_t::text_t> journal_t::texts() {
 }
 
 void journal_t::forget_text(int64_t id) {
+    const std::lock_guard lock(mutex_);
     static_cast<void>(run("DELETE FROM texts WHERE id = ?1", id));
 }
 
-std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& file, std::string* error) {
+std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& home, std::string* error) {
+    const std::filesystem::path file = journal_file(home);
     std::vector<incomplete_message_t> messages;
     std::error_code none;
     if (!std::filesystem::exists(file, none)) {

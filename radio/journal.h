@@ -5,7 +5,8 @@
 /// what a modem delivers twice is handed over once. A process that is killed between any two steps loses none.
 ///
 /// What a full or unwritable disk keeps from being stored stays where it was; what the bounds drop is warned of. Times
-/// are seconds since 1970. Not thread-safe: the modem's thread owns it.
+/// are seconds since 1970. Thread-safe: the modem's thread fills it, that of the callbacks takes out what has been
+/// handed over, so that no step of the modem's comes between the driver's return and that.
 #pragma once
 
 #include <platform/linux/sqlite.h>
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -29,6 +31,9 @@ struct arrival_t {
     tpdu::octets_t octets;
     card_datagram_t card;
 };
+
+/// Where the journal of a phone lies.
+std::filesystem::path journal_file(const std::filesystem::path& home);
 
 class journal_t {
   public:
@@ -51,9 +56,8 @@ class journal_t {
         std::string pdu;
     };
 
-    /// Opens the file, or makes it. Returns an empty text, or what failed and why.
+    /// Opens the file, or makes it; once, and before all else. Returns an empty text, or what failed and why.
     [[nodiscard]] std::string open(const std::filesystem::path& file, const bounds_t& bounds);
-    void close();
 
     /// True when every one of them is here, or has been, and will be after a loss of power. False: none was taken.
     [[nodiscard]] bool take(std::span<const arrival_t> arrivals, int64_t now);
@@ -85,6 +89,7 @@ class journal_t {
     bool fail();
     const platform::sqlite::statement_t& statement(std::string_view text);
 
+    std::mutex mutex_;  // guards all below
     platform::sqlite::connection_t connection_;
     std::map<std::string, platform::sqlite::statement_t, std::less<>> statements_;  // by their texts
     std::filesystem::path file_;
@@ -93,16 +98,5 @@ class journal_t {
     size_t datagrams_ = 0;  // in the file
     bool failure_told_ = false;
 };
-
-/// A message of which datagrams are missing.
-struct incomplete_message_t {
-    std::string sender;  // as a person reads it
-    int64_t since = 0;
-    size_t received = 0;
-    size_t datagrams = 0;
-};
-/// What the journal of this file holds of such messages, oldest first; also while a modem is attached. None when there
-/// is no such file; `error` is set when it cannot be read.
-std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& file, std::string* error);
 
 }  // namespace radio

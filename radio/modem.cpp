@@ -26,7 +26,7 @@ std::string modem_t::start(const modem_options_t& options) {
     lasting_path_ = link_to(options_.tty, options_.links);
     began_at_ = std::time(nullptr);
     began_at_tick_ = platform::tick64();
-    std::string error = journal_.open(platform::home() / "journal.sqlite",
+    std::string error = journal_.open(journal_file(platform::home()),
                                       {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
                                        .datagrams = value_of(limit_t::journal_size)});
     if (error.empty()) {

@@ -98,7 +98,7 @@ class modem_t {
     void remove(const location_t& location);
     void begin_receiving(session_pointer_t session);
     void hand_over_next();
-    void finish(const session_pointer_t& session, int64_t id, bool handed_over);
+    void make_room(const session_pointer_t& session);
     void take_delivery(const modem_line_t& line);
     bool put_on_modem(size_t length, const std::string& pdu);
     void acknowledge(bool safe);

@@ -176,15 +176,15 @@ void modem_t::hand_over_next() {
         change_reference(*card, entry.generation);
         with_driver_ += 1;
         callbacks_.message(receiver_, card->message, [this, session = receiver_, id = entry.id](bool handed_over) {
-            post([this, session, id, handed_over] { finish(session, id, handed_over); });
+            if (handed_over) {
+                journal_.handed_over(id, seconds_now());
+            }
+            post([this, session] { make_room(session); });
         });
     }
 }
 
-void modem_t::finish(const session_pointer_t& session, int64_t id, bool handed_over) {
-    if (handed_over) {
-        journal_.handed_over(id, seconds_now());
-    }
+void modem_t::make_room(const session_pointer_t& session) {
     if (session == receiver_) {
         with_driver_ -= 1;
         hand_over_next();

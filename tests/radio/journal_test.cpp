@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "radio/incomplete_messages.h"
 #include "tests/radio/session_fixture.h"
 
 namespace {
@@ -21,15 +22,12 @@ constexpr int64_t day = 86'400;
 class journal : public testing::Test {
   public:
     journal() { open({.age = 7 * day, .datagrams = 1000}); }
-    ~journal() override {
-        kept.close();
-        std::filesystem::remove_all(folder);
-    }
+    ~journal() override { std::filesystem::remove_all(folder); }
 
   protected:
     void open(const journal_t::bounds_t& bounds) {
         std::filesystem::create_directories(folder);
-        ASSERT_EQ(kept.open(folder / "journal.sqlite", bounds), "");
+        ASSERT_EQ(kept.emplace().open(radio::journal_file(folder), bounds), "");
     }
     /// As tests/radio/session_fixture.h has it, of a sender and a second of his.
     static arrival_t arrival(const std::string& body, const std::string& place, const std::string& from = "1234",
@@ -41,24 +39,24 @@ class journal : public testing::Test {
         radio::card_datagram_t card = *radio::card_datagram_of(radio::technology_t::gsm, octets);
         return {radio::technology_t::gsm, std::move(octets), std::move(card)};
     }
-    bool take(const arrival_t& taken, int64_t now = 0) { return kept.take({&taken, 1}, now); }
+    bool take(const arrival_t& taken, int64_t now = 0) { return kept->take({&taken, 1}, now); }
     /// What would be handed over from the first on.
     bodies_t bodies() {
         bodies_t all;
-        for (const journal_t::entry_t& entry : kept.next(0, 1000)) {
+        for (const journal_t::entry_t& entry : kept->next(0, 1000)) {
             const auto card = radio::card_datagram_of(entry.technology, entry.octets);
             all.emplace_back(card->body.begin(), card->body.end());
         }
         return all;
     }
     void hand_over_all() {
-        for (const journal_t::entry_t& entry : kept.next(0, 1000)) {
-            kept.handed_over(entry.id, 0);
+        for (const journal_t::entry_t& entry : kept->next(0, 1000)) {
+            kept->handed_over(entry.id, 0);
         }
     }
 
     const std::filesystem::path folder = testing::TempDir() + "zpd-journal-" + std::to_string(getpid());
-    journal_t kept;
+    std::optional<journal_t> kept;
 };
 
 TEST_F(journal, a_message_leaves_with_its_last_part_in_whatever_order_they_come) {
@@ -72,8 +70,7 @@ TEST_F(journal, a_message_leaves_with_its_last_part_in_whatever_order_they_come)
         take(arrival("x" + order[0], head + order[0], "1234", 9));  // repeated, with another time
         EXPECT_EQ(bodies(), (bodies_t{"x" + order[0], "x" + order[1]}));
         journal_t reopened;  // as after a kill
-        ASSERT_EQ(reopened.open(folder / "journal.sqlite", {.age = day, .datagrams = 1000}), "");
-        reopened.close();
+        ASSERT_EQ(reopened.open(radio::journal_file(folder), {.age = day, .datagrams = 1000}), "");
         take(arrival("x" + order[2], head + order[2]));
         hand_over_all();
         EXPECT_THAT(bodies(), IsEmpty());
@@ -95,7 +92,7 @@ TEST_F(journal, messages_of_one_reference_are_not_mixed) {
     take(arrival("new2", "050202", "111", 7));
     take(arrival("c2", "050302", "111"));
     EXPECT_EQ(bodies(), (bodies_t{"a1", "c1", "new1", "new2", "c2"}));
-    const journal_t::entry_t new1 = kept.next(0, 9)[2];
+    const journal_t::entry_t new1 = kept->next(0, 9)[2];
     radio::card_datagram_t card = *radio::card_datagram_of(new1.technology, new1.octets);
     radio::change_reference(card, new1.generation);
     EXPECT_EQ(platform::to_hex({card.message.msgInDeliver.rgbHdr, 11}), "050423F423F40003820201");
@@ -126,15 +123,15 @@ TEST_F(journal, what_stays_incomplete_is_told_and_dropped_in_time) {
     take(arrival("whole", "060101"), 1 * day);
     take(arrival("young", "070201"), 6 * day);
     std::string error;
-    const auto incomplete = radio::incomplete_messages(folder / "journal.sqlite", &error);
+    const auto incomplete = radio::incomplete_messages(folder, &error);
     EXPECT_EQ(error, "");
     ASSERT_EQ(incomplete.size(), 2U);
     EXPECT_EQ(incomplete[0].sender, "+1234");
     EXPECT_TRUE(incomplete[0].received == 2 && incomplete[0].datagrams == 3 && incomplete[0].since == day);
-    kept.expire(8 * day - 1);
+    kept->expire(8 * day - 1);
     EXPECT_EQ(bodies().size(), 4U);
     testing::internal::CaptureStderr();
-    kept.expire(8 * day);
+    kept->expire(8 * day);
     EXPECT_EQ(bodies(), (bodies_t{"whole", "young"})) << "seven days from the first part";
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("dropped 2 of the 3 datagrams of a message from +1234"));
@@ -149,11 +146,12 @@ TEST_F(journal, a_full_journal_drops_the_oldest_message) {
 }
 
 TEST_F(journal, a_file_that_is_none_is_told) {
-    kept.close();
-    std::ofstream(folder / "journal.sqlite") << "this is no database, and long enough to be taken for none";
-    EXPECT_THAT(kept.open(folder / "journal.sqlite", {}), HasSubstr("journal.sqlite: file is not a database"));
+    kept.reset();
+    std::ofstream(radio::journal_file(folder)) << "this is no database, and long enough to be taken for none";
+    EXPECT_THAT(kept.emplace().open(radio::journal_file(folder), {}),
+                HasSubstr("journal.sqlite: file is not a database"));
     std::string error;
-    EXPECT_THAT(radio::incomplete_messages(folder / "journal.sqlite", &error), IsEmpty());
+    EXPECT_THAT(radio::incomplete_messages(folder, &error), IsEmpty());
     EXPECT_THAT(error, HasSubstr("not a database"));
 }
 

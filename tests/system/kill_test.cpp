@@ -1,0 +1,111 @@
+// A service that is killed, again and again, while cards arrive.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "tests/system/at_line.h"
+#include "tests/system/phones.h"
+
+namespace {
+
+std::string hex(const std::string& octets) {
+    std::string text;
+    for (const char octet : octets) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(octet));
+        text += digits;
+    }
+    return text;
+}
+
+/// The SMS-SUBMITs of a card to bob (3GPP TS 23.040 9.2.2.2), with parts of `size` octets.
+std::vector<std::string> datagrams(const std::string& card, unsigned reference, size_t size) {
+    std::vector<std::string> tpdus;
+    const size_t parts = (card.size() + size - 1) / size;
+    for (size_t part = 0; part < parts; ++part) {
+        const std::string body = card.substr(part * size, size);
+        const std::string header = {0x0B,
+                                    0x05,
+                                    0x04,
+                                    0x23,
+                                    '\xF4',
+                                    0x23,
+                                    '\xF4',
+                                    0x00,
+                                    0x03,
+                                    static_cast<char>(reference),
+                                    static_cast<char>(parts),
+                                    static_cast<char>(part + 1)};
+        const std::string length = {static_cast<char>(header.size() + body.size())};
+        tpdus.push_back(
+            "41000C91447700091020"
+            "0004" +
+            hex(length + header + body));
+    }
+    return tpdus;
+}
+
+#ifdef ZPD_SANITIZED
+constexpr int runs = 40;  // instrumented processes start ten times as slowly
+#else
+constexpr int runs = 200;
+#endif
+
+/// One card a run, submitted before the service starts or once it is ready; then the kill at a moment of the receive.
+TEST(kill, no_card_is_lost_whenever_the_service_is_killed) {
+    const folder_t folder;
+    const network_t network(folder);
+    at_line_t sender(network.modem(alice));
+    phone_t receiver(folder, "bob", network.modem(bob));
+    std::mt19937 random(20261121);  // NOLINT(bugprone-random-generator-seed): the runs are to be the same each time
+    const auto upto = [&](unsigned most) { return std::uniform_int_distribution<unsigned>(0, most)(random); };
+    std::map<std::string, int> stored;
+    for (int run = 0; run < runs; ++run) {
+        const std::string card = "card " + std::to_string(run) + std::string(upto(400), '.');
+        stored[card] = 0;
+        const bool waits = upto(1) == 0;
+        const auto submit = [&] {
+            for (const std::string& tpdu : datagrams(card, static_cast<unsigned>(run) & 0xFF, 100)) {
+                const std::string reply = sender.submit(tpdu);
+                ASSERT_NE(reply.find("+CMGS:"), std::string::npos) << reply;
+            }
+        };
+        if (waits) {
+            submit();
+        }
+        receiver.start({"--activate"});
+        if (!waits) {
+            ASSERT_TRUE(receiver.ready()) << receiver.serve().errors();
+            submit();
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(upto(waits ? 200'000 : 30'000)));
+        receiver.serve().signal(SIGKILL);
+        ASSERT_EQ(receiver.serve().wait(), 128 + SIGKILL);
+    }
+    receiver.start({"--activate"});
+    const auto count = [&] {
+        size_t different = 0;
+        for (auto& [card, copies] : stored) {
+            copies = 0;
+        }
+        for (const auto& file : receiver.stored()) {
+            const std::string content = read_file(file);
+            const auto known = stored.find(content.substr(content.find('\n') + 1));
+            different += known != stored.end() && known->second++ == 0 ? 1 : 0;
+        }
+        return different;
+    };
+    EXPECT_TRUE(eventually([&] { return count() == stored.size(); })) << count() << " of " << runs << " cards";
+    int twice = 0;
+    for (const auto& [card, copies] : stored) {
+        twice += copies > 1 ? 1 : 0;
+    }
+    // Between the driver's write of the file and the journal's note of it lies a moment that no journal can know of.
+    EXPECT_LE(twice, runs / 20);
+    std::printf("%d kills, %zu cards stored, %d of them twice\n", runs, count(), twice);
+}
+
+}  // namespace
