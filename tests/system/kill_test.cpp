@@ -108,4 +108,30 @@ TEST(kill, no_card_is_lost_whenever_the_service_is_killed) {
     std::printf("%d kills, %zu cards stored, %d of them twice\n", runs, count(), twice);
 }
 
+TEST(kill, what_is_incomplete_is_listed_and_completed_after_a_restart) {
+    const folder_t folder;
+    const network_t network(folder);
+    at_line_t sender(network.modem(alice));
+    phone_t receiver(folder, "bob", network.modem(bob));
+    EXPECT_EQ(receiver.inbox({"incomplete"}).output, "") << "no home yet";
+    receiver.start({"--activate"});
+    ASSERT_TRUE(receiver.ready()) << receiver.serve().errors();
+    const std::string card(250, 'x');
+    const std::vector<std::string> parts = datagrams(card, 7, 100);
+    sender.submit(parts[2]);
+    sender.submit(parts[0]);
+    const auto listed = [&](const std::string& text) {
+        return receiver.inbox({"incomplete"}).output.find(text) != std::string::npos;
+    };
+    EXPECT_TRUE(eventually([&] { return listed("2 of 3 datagrams"); }));
+    EXPECT_TRUE(listed(alice));
+    receiver.serve().signal(SIGKILL);
+    receiver.serve().wait();
+    sender.submit(parts[1]);
+    receiver.start({"--activate"});
+    EXPECT_TRUE(eventually([&] { return !receiver.stored().empty() && !listed("datagrams"); }));
+    ASSERT_EQ(receiver.stored().size(), 1U);
+    EXPECT_TRUE(read_file(receiver.stored()[0]).ends_with(":" + alice + "\n" + card));
+}
+
 }  // namespace
