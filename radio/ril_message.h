@@ -33,12 +33,12 @@ struct submission_t {
 /// 7-bit alphabet (the message carries octets).
 std::optional<submission_t> submission_of(const RILMESSAGE& message);
 
-/// 8-bit data whose header addresses the port of contact cards.
+/// Octets, or a text in the 7-bit alphabet, whose header addresses the port of contact cards.
 struct card_datagram_t {
-    RILMESSAGE message;     // as the driver expects it; the time is left out when it is no date
-    std::string sender;     // type of number and digits: tells senders apart
-    tpdu::octets_t header;  // without its length octet
-    tpdu::octets_t body;
+    RILMESSAGE message;       // as the driver expects it; the time is left out when it is no date
+    std::string sender;       // type of number and digits: tells senders apart
+    tpdu::octets_t header;    // without its length octet
+    tpdu::octets_t body;      // a text in UTF-8
     tpdu::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
 };
 /// Of the octets that a modem delivers: an SMS-DELIVER, or a CDMA point-to-point message of that type. None for

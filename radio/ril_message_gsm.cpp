@@ -1,6 +1,9 @@
 // GSM and UMTS: SMS-SUBMIT and SMS-DELIVER.
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
+#include "radio/gsm_alphabet.h"
 #include "radio/ril_message_fields.h"
 
 namespace radio {
@@ -42,6 +45,45 @@ RILMESSAGE message_of(const tpdu::deliver_t& deliver, const tpdu::user_data_part
     return message;
 }
 
+// Septets that begin at any bit.
+std::string text_at(tpdu::octets_view_t octets, size_t bit, size_t count) {
+    std::vector<uint8_t> septets;
+    for (; count > 0 && bit + 7 <= octets.size() * 8; --count, bit += 7) {
+        const unsigned high = bit / 8 + 1 < octets.size() ? octets[bit / 8 + 1] : 0;
+        septets.push_back(static_cast<uint8_t>((octets[bit / 8] | high << 8) >> bit % 8 & 0x7F));
+    }
+    return gsm_alphabet::to_utf8(septets);
+}
+
+// The text begins at the first septet boundary after the header (3GPP TS 23.040 9.2.3.24). Gammu 1.42 puts the text of
+// AT+CMGS=118 "0B050423F400000003D80101 202C1E93..." two bits after it: a card is told by its first line.
+std::string text_of(const tpdu::deliver_t& deliver, size_t header_octets) {
+    constexpr std::string_view first_line = "BEGIN:VCARD";
+    const size_t begin = (header_octets * 8 + 6) / 7;
+    const size_t count = deliver.user_data_length - std::min<size_t>(begin, deliver.user_data_length);
+    for (size_t fill = 0; fill < 8; ++fill) {
+        std::string text = text_at(deliver.user_data, header_octets * 8 + fill, count);
+        if (text.starts_with(first_line)) {
+            return text;
+        }
+    }
+    return text_at(deliver.user_data, begin * 7, count);
+}
+
+// A text in the 7-bit alphabet, as some phones send a short card, becomes the octets of its UTF-8: the driver takes
+// octets and nothing else.
+std::optional<tpdu::octets_t> body_of(const tpdu::deliver_t& deliver, const tpdu::user_data_parts_t& parts) {
+    const tpdu::alphabet_t alphabet = tpdu::alphabet_of(deliver.data_coding);
+    if (alphabet == tpdu::alphabet_t::octets8) {
+        return tpdu::octets_t(parts.body.begin(), parts.body.end());
+    }
+    if (alphabet != tpdu::alphabet_t::gsm7) {
+        return std::nullopt;
+    }
+    const std::string text = text_of(deliver, parts.header.size() + 1);
+    return text.size() <= MAXLENGTH_MSG ? std::optional(tpdu::octets_t(text.begin(), text.end())) : std::nullopt;
+}
+
 // The bit that more messages wait differs between copies of one message.
 tpdu::octets_t identity_of(tpdu::deliver_t deliver) {
     deliver.more_messages = false;
@@ -71,18 +113,19 @@ std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message) {
 
 std::optional<card_datagram_t> gsm_card_datagram_of(tpdu::octets_view_t octets) {
     const std::optional<tpdu::deliver_t> deliver = tpdu::decode_deliver(octets);
-    if (!deliver || !deliver->header_indicator ||
-        tpdu::alphabet_of(deliver->data_coding) != tpdu::alphabet_t::octets8) {
+    if (!deliver || !deliver->header_indicator) {
         return std::nullopt;
     }
-    const std::optional<tpdu::user_data_parts_t> parts = card_parts(deliver->user_data);
-    if (!parts) {
+    std::optional<tpdu::user_data_parts_t> parts = card_parts(deliver->user_data);
+    const std::optional<tpdu::octets_t> body = parts ? body_of(*deliver, *parts) : std::nullopt;
+    if (!body) {
         return std::nullopt;
     }
+    parts->body = *body;
     return card_datagram_t{.message = message_of(*deliver, *parts),
                            .sender = sender_of(deliver->originator),
                            .header = {parts->header.begin(), parts->header.end()},
-                           .body = {parts->body.begin(), parts->body.end()},
+                           .body = *body,
                            .identity = identity_of(*deliver)};
 }
 

@@ -68,15 +68,14 @@ TEST_F(receiving, the_modem_forgets_a_card_when_it_is_in_the_journal) {
 TEST_F(receiving, texts_and_foreign_data_stay_untouched) {
     tpdu::deliver_t other_port = incoming("x");
     other_port.user_data[4] = 0xF5;
-    tpdu::deliver_t seven_bit = incoming("x");
-    seven_bit.data_coding = 0;
-    seven_bit.user_data_length = static_cast<uint8_t>(seven_bit.user_data.size() * 8 / 7);
+    tpdu::deliver_t ucs2 = incoming("x");
+    ucs2.data_coding = 8;
     tpdu::deliver_t no_header = incoming("x");
     no_header.header_indicator = false;
     tpdu::deliver_t operator_name = incoming("ours");
     operator_name.originator = {tpdu::number_type_t::alphanumeric, 0, "Net\nCo"};
     attach_and_open();
-    list_once("\r\n+CMGL: 1,0,," + with_pdu(other_port) + "+CMGL: 2,1,," + with_pdu(seven_bit) + "+CMGL: 3,0,," +
+    list_once("\r\n+CMGL: 1,0,," + with_pdu(other_port) + "+CMGL: 2,1,," + with_pdu(ucs2) + "+CMGL: 3,0,," +
               with_pdu(no_header) + "+CMGL: 4,0,,25\r\n000602812100...\r\n" +
               "+CMGL: 5,0,,3\r\n0006FFFF\r\n+CMGL: 6,3,," + with_pdu(incoming("to be sent")) + "+CMGL: 7,1,," +
               with_pdu(operator_name) + "+CMGL: what,is,this\r\n");
