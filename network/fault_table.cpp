@@ -93,13 +93,10 @@ bool set_registration(phone_t& phone, std::string_view value) {
 }
 
 bool set_technology(phone_t& phone, std::string_view value) {
-    constexpr word_t words[] = {{"gsm", 0}, {"umts", 2}, {"edge", 3}, {"hspa", 6}, {"lte", 7}, {"nr", 11}};
     coverage_t coverage = phone.modem().offered_coverage();
-    const auto technology = meaning_of(value, words);
-    coverage.technology = static_cast<access_technology_t>(technology.value_or(0));
-    if (technology) {
-        phone.modem().set_coverage(coverage);
-    }
+    const auto technology = technology_named(value);
+    coverage.technology = technology.value_or(coverage.technology);
+    phone.modem().set_coverage(coverage);
     return technology.has_value();
 }
 
@@ -192,7 +189,7 @@ bool clear(phone_t& phone, std::string_view value) {
     modem.faults() = {};
     modem.messages().set_default_places();
     modem.sim() = {};
-    modem.set_coverage({});
+    modem.set_coverage({.technology = modem.own_technology()});
     return come_back(phone, value);
 }
 
@@ -210,7 +207,7 @@ constexpr fault_t table[] = {
     {"fail-deletes", "N", "refuse the next N deletes of a message", set_number<&faults_t::failing_deletes>},
     {"storage", "N", "N places in each message memory; what lies beyond is lost", set_storage},
     {"registration", "STATE", "home, roaming, searching, denied, unknown or none", set_registration},
-    {"technology", "NAME", "gsm, edge, umts, hspa, lte or nr", set_technology},
+    {"technology", "NAME", "gsm, edge, umts, hspa, lte, nr or cdma", set_technology},
     {"hang-up", "[MS]", "go away, and come back after MS milliseconds on another tty", hang_up},
     {"return", "", "come back after a hang-up", come_back},
     {"silent", "[on|off]", "take everything and say nothing", set_flag<&faults_t::silent>},
@@ -227,6 +224,13 @@ constexpr fault_t table[] = {
 };
 
 }  // namespace
+
+std::optional<access_technology_t> technology_named(std::string_view word) {
+    constexpr word_t words[] = {{"gsm", 0}, {"umts", 2}, {"edge", 3},  {"hspa", 6},
+                                {"lte", 7}, {"nr", 11},  {"cdma", 100}};
+    const auto technology = meaning_of(word, words);
+    return technology ? std::optional(static_cast<access_technology_t>(*technology)) : std::nullopt;
+}
 
 std::span<const fault_t> fault_table() {
     return table;

@@ -2,9 +2,12 @@
 /// and the tests alike.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "network/faults.h"
 
 namespace network {
 
@@ -19,6 +22,9 @@ struct fault_t {
 };
 
 std::span<const fault_t> fault_table();
+
+/// What a phone is on, by the word that people write for it: "cdma".
+std::optional<access_technology_t> technology_named(std::string_view word);
 
 /// Does what the order says. Returns an empty text, or what is wrong with it. On the network's thread.
 [[nodiscard]] std::string set_fault(phone_t& phone, std::string_view order);

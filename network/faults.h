@@ -27,6 +27,7 @@ enum class access_technology_t : uint8_t {
     e_utran = 7,
     new_radio = 11,
     last = 13,
+    cdma = 100,  // none of them
 };
 
 /// What the modem has of the network. Without a registration at home or roaming it neither sends nor receives.
@@ -34,6 +35,7 @@ struct coverage_t {
     registration_t registration = registration_t::home;
     access_technology_t technology = access_technology_t::gsm;
 
+    bool on_cdma() const { return technology == access_technology_t::cdma; }
     bool in_service() const { return registration == registration_t::home || registration == registration_t::roaming; }
 };
 

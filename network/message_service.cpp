@@ -236,9 +236,10 @@ at_result_t message_service_t::cmgr(const at_command_t& command, at_lines_t& lin
     return at_ok;
 }
 
-void message_service_t::show(stored_message_t& message, const std::string& begin, at_lines_t& lines) const {
-    lines.push_back(fmt::format("{}{},,{}", begin, static_cast<unsigned>(message.status), message.tpdu.size()));
-    lines.push_back(pdu_text(message.tpdu));
+void message_service_t::show(stored_message_t& message, const std::string& begin, at_lines_t& lines) {
+    lines.push_back(
+        fmt::format("{}{},,{}", begin, static_cast<unsigned>(message.status), message.message.octets.size()));
+    lines.push_back(pdu_text(message.message));
     if (message.status == message_status_t::unread) {
         message.status = message_status_t::read;
     }
@@ -280,7 +281,7 @@ at_result_t message_service_t::cmgd(const at_command_t& command, at_lines_t& lin
     return at_ok;
 }
 
-/// Send a message, 3.5.1: the length of the TPDU now, the PDU as text after it.
+/// Send a message, 3.5.1: its length now, the PDU as text after it.
 at_result_t message_service_t::cmgs(const at_command_t& command, at_lines_t& /*lines*/) {
     const std::optional<unsigned> length = at_parameters_t(command.value).number(0, 255);
     if (command.form != at_form_t::set || !length || *length == 0) {
@@ -303,24 +304,31 @@ at_result_t message_service_t::cmgw(const at_command_t& command, at_lines_t& /*l
 }
 
 at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& lines) {
-    const auto octets = platform::from_hex(text);
-    const auto pdu = octets ? tpdu::decode_pdu(*octets) : std::nullopt;
-    if (!pdu || pdu->tpdu.size() != entry_.length) {
-        return cms_invalid_pdu_parameter;
+    const std::optional<air_message_t> message = entered(text);
+    if (message && entry_.for_storage) {
+        return store_text(*message, lines);
     }
-    if (entry_.for_storage) {
-        return store_text(pdu->tpdu, lines);
-    }
-    const auto to_submit = tpdu::decode_submit(pdu->tpdu);
-    return to_submit ? submit(*to_submit, lines) : cms_invalid_pdu_parameter;
+    const std::optional<submission_t> submission = message ? submission_of(*message) : std::nullopt;
+    return submission ? submit(*message, *submission, lines) : cms_invalid_pdu_parameter;
 }
 
-at_result_t message_service_t::store_text(const tpdu::octets_t& tpdu, at_lines_t& lines) {
+/// None when the text is no PDU of the length that was announced.
+std::optional<air_message_t> message_service_t::entered(std::string_view text) const {
+    std::optional<tpdu::octets_t> octets = platform::from_hex(text);
+    if (octets && form() == air_form_t::gsm_tpdu) {
+        std::optional<tpdu::pdu_t> pdu = tpdu::decode_pdu(*octets);
+        octets = pdu ? std::optional(std::move(pdu->tpdu)) : std::nullopt;
+    }
+    const bool whole = octets && octets->size() == entry_.length;
+    return whole ? std::optional(air_message_t{form(), std::move(*octets)}) : std::nullopt;
+}
+
+at_result_t message_service_t::store_text(const air_message_t& message, at_lines_t& lines) {
     const bool received = entry_.status == message_status_t::unread || entry_.status == message_status_t::read;
-    if (received ? !tpdu::decode_deliver(tpdu) : !tpdu::decode_submit(tpdu)) {
+    if (received ? !is_delivery(message) : !submission_of(message)) {
         return cms_invalid_pdu_parameter;
     }
-    const std::optional<size_t> place = store(1).put({entry_.status, tpdu});
+    const std::optional<size_t> place = store(1).put({entry_.status, message});
     if (!place) {
         return cms_memory_full;
     }
@@ -328,28 +336,29 @@ at_result_t message_service_t::store_text(const tpdu::octets_t& tpdu, at_lines_t
     return at_ok;
 }
 
-/// A message reference that the host has given is kept; 0 stands for the modem's own count.
-at_result_t message_service_t::submit(tpdu::submit_t submit, at_lines_t& lines) {
+/// A message reference that the host has given is kept; 0 stands for the modem's own count. A CDMA message has an
+/// identifier of the host's.
+at_result_t message_service_t::submit(air_message_t message, submission_t submission, at_lines_t& lines) {
     if (!coverage_.in_service()) {
         return cms_no_network_service;
     }
-    if (submit.message_reference == 0) {
-        submit.message_reference = next_reference_++;
+    if (message.form == air_form_t::gsm_tpdu && submission.reference == 0) {
+        submission.reference = submission.submit.message_reference = next_reference_++;
+        message.octets = tpdu::encode(submission.submit).value_or(message.octets);
     }
-    service_centre_.trace().write(trace_form_t::gsm_tpdu, trace_direction_t::from_phone,
-                                  tpdu::encode(submit).value_or(tpdu::octets_t{}));
+    service_centre_.trace().write(message, trace_direction_t::from_phone);
     if (faults_.refusals > 0) {
         --faults_.refusals;
         return cms_error(faults_.refusal_code);
     }
-    if (const unsigned cause = service_centre_.submit(number_, submit); cause != 0) {
+    if (const unsigned cause = service_centre_.submit(number_, submission.submit); cause != 0) {
         return cms_error(cause);
     }
     if (faults_.lost_results > 0) {
         --faults_.lost_results;
         return at_nothing;
     }
-    lines.push_back(fmt::format("+CMGS: {}", submit.message_reference));
+    lines.push_back(fmt::format("+CMGS: {}", submission.reference));
     return at_ok;
 }
 
@@ -367,31 +376,31 @@ at_result_t message_service_t::cnma(const at_command_t& command, at_lines_t& /*l
     return at_ok;
 }
 
-receiver_t::taken_t message_service_t::deliver(const tpdu::octets_t& tpdu) {
-    const taken_t taken = receive(tpdu);
+receiver_t::taken_t message_service_t::deliver(const air_message_t& message) {
+    const taken_t taken = receive(message);
     if (taken != taken_t::not_now) {
-        service_centre_.trace().write(trace_form_t::gsm_tpdu, trace_direction_t::to_phone, tpdu);
+        service_centre_.trace().write(message, trace_direction_t::to_phone);
     }
     return taken;
 }
 
-receiver_t::taken_t message_service_t::receive(const tpdu::octets_t& tpdu) {
+receiver_t::taken_t message_service_t::receive(const air_message_t& message) {
     if (!coverage_.in_service()) {
         return taken_t::not_now;
     }
     const unsigned way = settings_.indications[mode] == 0 ? 0 : settings_.indications[route];
     if (faults_.both_ways) {
-        const taken_t taken = store_delivery(tpdu, way != 0);
+        const taken_t taken = store_delivery(message, way != 0);
         if (taken == taken_t::acknowledged) {
-            hand_over(tpdu);
+            hand_over(message);
         }
         return taken;
     }
-    return way == hand_over_directly ? deliver_directly(tpdu) : store_delivery(tpdu, way == indicate_place);
+    return way == hand_over_directly ? deliver_directly(message) : store_delivery(message, way == indicate_place);
 }
 
-receiver_t::taken_t message_service_t::store_delivery(const tpdu::octets_t& tpdu, bool announce) {
-    const std::optional<size_t> place = store(2).put({message_status_t::unread, tpdu});
+receiver_t::taken_t message_service_t::store_delivery(const air_message_t& message, bool announce) {
+    const std::optional<size_t> place = store(2).put({message_status_t::unread, message});
     if (!place) {
         return taken_t::not_now;
     }
@@ -402,11 +411,11 @@ receiver_t::taken_t message_service_t::store_delivery(const tpdu::octets_t& tpdu
     return taken_t::acknowledged;
 }
 
-receiver_t::taken_t message_service_t::deliver_directly(const tpdu::octets_t& tpdu) {
+receiver_t::taken_t message_service_t::deliver_directly(const air_message_t& message) {
     if (!dialogue_.free()) {
         return taken_t::not_now;
     }
-    hand_over(tpdu);
+    hand_over(message);
     if (settings_.service == 0) {
         return taken_t::acknowledged;
     }
@@ -414,8 +423,8 @@ receiver_t::taken_t message_service_t::deliver_directly(const tpdu::octets_t& tp
     return taken_t::pending;
 }
 
-void message_service_t::hand_over(const tpdu::octets_t& tpdu) {
-    dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", tpdu.size(), pdu_text(tpdu)));
+void message_service_t::hand_over(const air_message_t& message) {
+    dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", message.octets.size(), pdu_text(message)));
 }
 
 void message_service_t::pass_deadline() {
@@ -435,9 +444,13 @@ void message_service_t::end_pending(bool accepted) {
     service_centre_.acknowledge(number_, accepted);
 }
 
-std::string message_service_t::pdu_text(const tpdu::octets_t& tpdu) const {
+/// A service centre address stands before a TPDU only.
+std::string message_service_t::pdu_text(const air_message_t& message) {
+    if (message.form == air_form_t::cdma_point_to_point) {
+        return platform::to_hex(message.octets);
+    }
     const auto centre = tpdu::address_from_number(service_centre_t::own_number);
-    const auto pdu = tpdu::encode_pdu({centre.value_or(tpdu::address_t{}), tpdu});
+    const auto pdu = tpdu::encode_pdu({centre.value_or(tpdu::address_t{}), message.octets});
     return platform::to_hex(pdu.value_or(tpdu::octets_t{}));
 }
 

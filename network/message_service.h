@@ -1,5 +1,6 @@
-/// The message service of a modem, 3GPP TS 27.005 in PDU mode: its message memories, submission, and the three ways of
-/// reception (stored silently, stored and indicated, handed to the host directly). Not thread-safe.
+/// The message service of a modem, 3GPP TS 27.005 in PDU mode; on CDMA a PDU is a whole point-to-point message. Its
+/// message memories, submission, and the three ways of reception (stored silently, stored and indicated, handed to the
+/// host directly). Not thread-safe.
 #pragma once
 
 #include <array>
@@ -30,7 +31,10 @@ class message_service_t : public receiver_t {
     static void list_commands(at_lines_t& lines);
     void reset_settings();
 
-    taken_t deliver(const tpdu::octets_t& tpdu) override;
+    air_form_t form() const override {
+        return coverage_.on_cdma() ? air_form_t::cdma_point_to_point : air_form_t::gsm_tpdu;
+    }
+    taken_t deliver(const air_message_t& message) override;
     /// When, on platform::tick64, the host must have acknowledged a direct delivery.
     std::optional<uint64_t> deadline() const { return acknowledge_until_; }
     /// To be called at or after the deadline.
@@ -57,7 +61,7 @@ class message_service_t : public receiver_t {
     /// What the text that is being entered is for.
     struct entry_t {
         bool for_storage = false;
-        size_t length = 0;  // of the TPDU
+        size_t length = 0;  // of the message
         message_status_t status = message_status_t::unsent;
     };
 
@@ -76,15 +80,16 @@ class message_service_t : public receiver_t {
 
     message_store_t& store(size_t use) { return memories_[settings_.memory_of[use]].store; }
     std::optional<size_t> memory_named(std::string_view name) const;
-    void show(stored_message_t& message, const std::string& begin, at_lines_t& lines) const;
-    at_result_t submit(tpdu::submit_t submit, at_lines_t& lines);
-    at_result_t store_text(const tpdu::octets_t& tpdu, at_lines_t& lines);
-    taken_t receive(const tpdu::octets_t& tpdu);
-    taken_t store_delivery(const tpdu::octets_t& tpdu, bool announce);
-    taken_t deliver_directly(const tpdu::octets_t& tpdu);
-    void hand_over(const tpdu::octets_t& tpdu);
+    static void show(stored_message_t& message, const std::string& begin, at_lines_t& lines);
+    std::optional<air_message_t> entered(std::string_view text) const;
+    at_result_t submit(air_message_t message, submission_t submission, at_lines_t& lines);
+    at_result_t store_text(const air_message_t& message, at_lines_t& lines);
+    taken_t receive(const air_message_t& message);
+    taken_t store_delivery(const air_message_t& message, bool announce);
+    taken_t deliver_directly(const air_message_t& message);
+    void hand_over(const air_message_t& message);
     void end_pending(bool accepted);
-    std::string pdu_text(const tpdu::octets_t& tpdu) const;
+    static std::string pdu_text(const air_message_t& message);
 
     const std::string number_;
     service_centre_t& service_centre_;

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "radio/tpdu.h"
+#include "network/air_message.h"
 
 namespace network {
 
@@ -16,7 +16,7 @@ enum class message_status_t : unsigned { unread = 0, read = 1, unsent = 2, sent 
 
 struct stored_message_t {
     message_status_t status = message_status_t::unread;
-    tpdu::octets_t tpdu;
+    air_message_t message;
 };
 
 class message_store_t {

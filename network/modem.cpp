@@ -23,7 +23,7 @@ constexpr std::string_view borne_silently[] = {"H",  "L",  "M",  "X",  "&C", "&D
                                                "&S", "&W", "S0", "S6", "S7", "S8"};
 
 bool is_evolved(access_technology_t technology) {
-    return technology >= access_technology_t::e_utran;
+    return technology >= access_technology_t::e_utran && technology <= access_technology_t::last;
 }
 
 /// The last `count` digits of a number, with zeros before a shorter one.
@@ -73,11 +73,14 @@ const modem_t::command_t modem_t::commands[] = {
     {"+CGREG", "(0-2)", &modem_t::creg},
     {"+CEREG", "(0-2)", &modem_t::creg},
     {"+COPS", R"((2,"Test Network","Test","00101"),,(0,3),(0-2))", &modem_t::cops},
+    {"+CAD", "", &modem_t::cad},
+    {"+CSS", "", &modem_t::css},
     {"+CLAC", "", &modem_t::clac},
 };
 
-modem_t::modem_t(const std::string& number, service_centre_t& service_centre)
+modem_t::modem_t(const std::string& number, access_technology_t technology, service_centre_t& service_centre)
     : number_(number),
+      own_technology_(technology),
       dialogue_(*this, faults_),
       messages_(number, service_centre, dialogue_, coverage_, sim_, faults_) {}
 
@@ -143,7 +146,7 @@ at_result_t modem_t::identify(const at_command_t& command, at_lines_t& lines) {
     if (name == "I") {
         lines.insert(lines.end(), {std::string(manufacturer), std::string(model), std::string(revision)});
     } else if (name == "+GCAP") {
-        lines.emplace_back("+GCAP: +CGSM");
+        lines.emplace_back("+GCAP: +CGSM,+CIS707-A");
     } else if (name == "+CIMI") {
         lines.push_back(subscriber_identity());
     } else if (name.ends_with("GSN")) {
@@ -252,16 +255,40 @@ at_result_t modem_t::creg(const at_command_t& command, at_lines_t& lines) {
 /// <stat>, and for detail 2 in coverage the cell and the access technology. The GPRS domain is that of the technologies
 /// before LTE, the evolved one that of LTE and of what came after it.
 std::string modem_t::registration(std::string_view name, unsigned detail) const {
-    const bool other_domain =
-        name == "+CGREG" ? is_evolved(coverage_.technology) : name == "+CEREG" && !is_evolved(coverage_.technology);
+    const bool other_domain = name == "+CGREG"   ? is_evolved(coverage_.technology) || coverage_.on_cdma()
+                              : name == "+CEREG" ? !is_evolved(coverage_.technology)
+                                                 : false;
     if (other_domain) {
         return "0";
     }
     std::string text = fmt::format("{}", static_cast<unsigned>(coverage_.registration));
     if (detail == 2 && coverage_.in_service()) {
-        text += fmt::format(",\"0001\",\"00000001\",{}", static_cast<unsigned>(coverage_.technology));
+        text += R"(,"0001","00000001")" + technology();
     }
     return text;
+}
+
+/// As a further value of a line; <AcT> has none for CDMA.
+std::string modem_t::technology() const {
+    return coverage_.on_cdma() ? "" : fmt::format(",{}", static_cast<unsigned>(coverage_.technology));
+}
+
+/// Analog or digital service of 3GPP2 C.S0017: 0 none, 1 CDMA.
+at_result_t modem_t::cad(const at_command_t& command, at_lines_t& lines) {
+    if (command.form != at_form_t::read) {
+        return cme_not_allowed;
+    }
+    lines.push_back(fmt::format("+CAD: {}", coverage_.on_cdma() && coverage_.in_service() ? 1 : 0));
+    return at_ok;
+}
+
+/// Serving system of the same: band class and system identification.
+at_result_t modem_t::css(const at_command_t& command, at_lines_t& lines) {
+    if (command.form != at_form_t::read) {
+        return cme_not_allowed;
+    }
+    lines.emplace_back(coverage_.on_cdma() && coverage_.in_service() ? "+CSS: CA,1" : "+CSS: Z,99999");
+    return at_ok;
 }
 
 void modem_t::set_coverage(const coverage_t& coverage) {
@@ -291,10 +318,9 @@ void modem_t::look_at_sim() {
 /// Operator, 7.3: chosen automatically; <mode> 3 sets the form of its name.
 at_result_t modem_t::cops(const at_command_t& command, at_lines_t& lines) {
     if (command.form == at_form_t::read) {
-        lines.push_back(coverage_.in_service()
-                            ? fmt::format("+COPS: 0,{},\"{}\",{}", operator_format_, operator_names[operator_format_],
-                                          static_cast<unsigned>(coverage_.technology))
-                            : "+COPS: 0");
+        lines.push_back(coverage_.in_service() ? fmt::format("+COPS: 0,{},\"{}\"{}", operator_format_,
+                                                             operator_names[operator_format_], technology())
+                                               : "+COPS: 0");
         return at_ok;
     }
     const at_parameters_t parameters(command.value);

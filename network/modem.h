@@ -1,5 +1,6 @@
-/// A GSM/UMTS modem as its host sees it through AT commands: identity, SIM, registration (3GPP TS 27.007) and the
-/// message service (3GPP TS 27.005). No I/O: octets go in and out through dialogue(). Not thread-safe.
+/// A modem for GSM, what came after it, and CDMA as its host sees it through AT commands: identity, SIM, registration
+/// (3GPP TS 27.007) and the message service (3GPP TS 27.005). No I/O: octets go in and out through dialogue(). Not
+/// thread-safe.
 #pragma once
 
 #include <string>
@@ -15,7 +16,7 @@ namespace network {
 class modem_t : public at_commands_t {
   public:
     /// `service_centre` outlives the modem.
-    modem_t(const std::string& number, service_centre_t& service_centre);
+    modem_t(const std::string& number, access_technology_t technology, service_centre_t& service_centre);
     ~modem_t() override = default;
     modem_t(const modem_t&) = delete;
     modem_t& operator=(const modem_t&) = delete;
@@ -27,6 +28,8 @@ class modem_t : public at_commands_t {
     void pass_deadline();
     faults_t& faults() { return faults_; }
     sim_t& sim() { return sim_; }
+    /// What it is on unless a fault says otherwise.
+    access_technology_t own_technology() const { return own_technology_; }
     /// What the network gives it; without the SIM's PIN it takes none of it.
     const coverage_t& offered_coverage() const { return offered_coverage_; }
     /// Tells the host, when it asked to be told (+CREG and its like).
@@ -55,6 +58,8 @@ class modem_t : public at_commands_t {
 
     at_result_t identify(const at_command_t& command, at_lines_t& lines);
     at_result_t creg(const at_command_t& command, at_lines_t& lines);
+    at_result_t cad(const at_command_t& command, at_lines_t& lines);
+    at_result_t css(const at_command_t& command, at_lines_t& lines);
     at_result_t cops(const at_command_t& command, at_lines_t& lines);
     at_result_t cpin(const at_command_t& command, at_lines_t& lines);
     at_result_t cpinr(const at_command_t& command, at_lines_t& lines);
@@ -66,12 +71,14 @@ class modem_t : public at_commands_t {
 
     unsigned& reports_of(std::string_view name);
     std::string registration(std::string_view name, unsigned detail) const;
+    std::string technology() const;
     std::string equipment_identity() const;
     std::string subscriber_identity() const;
 
     const std::string number_;
-    coverage_t offered_coverage_;
-    coverage_t coverage_;  // what it has of that
+    const access_technology_t own_technology_;
+    coverage_t offered_coverage_{.technology = own_technology_};
+    coverage_t coverage_ = offered_coverage_;  // what it has of that
     sim_t sim_;
     faults_t faults_;
     at_server_t dialogue_;

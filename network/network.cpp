@@ -28,14 +28,14 @@ bool is_number(std::string_view number) {
 
 network_t::network_t(fs::path directory) : directory_(std::move(directory)) {}
 
-std::unique_ptr<network_t> network_t::start(const fs::path& directory, const std::vector<std::string>& numbers,
+std::unique_ptr<network_t> network_t::start(const fs::path& directory, const std::vector<std::string>& phones,
                                             std::string* error) {
     std::unique_ptr<network_t> network(new network_t(directory));
     if (!network->take_directory(error)) {
         return nullptr;
     }
-    for (const std::string& number : numbers) {
-        if (!network->plug_in(number, error)) {
+    for (const std::string& phone : phones) {
+        if (!network->plug_in(phone, error)) {
             return nullptr;
         }
     }
@@ -73,7 +73,14 @@ bool network_t::take_directory(std::string* error) {
     return true;
 }
 
-bool network_t::plug_in(const std::string& number, std::string* error) {
+bool network_t::plug_in(std::string_view plan, std::string* error) {
+    const size_t colon = plan.find(':');
+    const std::string number(plan.substr(0, colon));
+    const auto technology = technology_named(colon == std::string_view::npos ? "gsm" : plan.substr(colon + 1));
+    if (!technology) {
+        *error = fmt::format("\"{}\" names no network after the number: gsm, edge, umts, hspa, lte, nr or cdma", plan);
+        return false;
+    }
     if (!is_number(number)) {
         *error = fmt::format("\"{}\" is no phone number: up to {} digits are wanted, with an optional + before them",
                              number, tpdu::max_address_digits);
@@ -87,7 +94,7 @@ bool network_t::plug_in(const std::string& number, std::string* error) {
     if (known != nullptr) {
         return known->plug_in(error);
     }
-    auto phone = std::make_unique<phone_t>(number, service_centre_, link(number), tty_watch_);
+    auto phone = std::make_unique<phone_t>(number, *technology, service_centre_, link(number), tty_watch_);
     if (!phone->plug_in(error)) {
         return false;
     }
@@ -100,9 +107,9 @@ phone_t* network_t::find(std::string_view number) const {
     return phone == phones_.end() ? nullptr : phone->second.get();
 }
 
-bool network_t::attach(const std::string& number, std::string* error) {
+bool network_t::attach(const std::string& phone, std::string* error) {
     bool done = false;
-    tasks_.run([&] { done = plug_in(number, error); });
+    tasks_.run([&] { done = plug_in(phone, error); });
     return done;
 }
 

@@ -27,20 +27,22 @@ class phone_t;
 
 class network_t {
   public:
-    /// Makes the directory when it is missing and takes it for this network alone. Numbers are digits with an optional
-    /// "+" before them. None, with the reason in `error`, when the directory is taken or cannot be used, when a number
-    /// is malformed or given twice, or when something that is not a modem's link stands in a link's place. The links
-    /// that a killed network left behind are replaced.
+    /// Makes the directory when it is missing and takes it for this network alone. A phone is "NUMBER" or
+    /// "NUMBER:NETWORK": digits with an optional "+" before them, and what it is on (technology_named), else GSM. None,
+    /// with the reason in `error`, when the directory is taken or cannot be used, when a number or a network is
+    /// malformed, when a number is given twice, or when something that is not a modem's link stands in a link's place.
+    /// The links that a killed network left behind are replaced.
     static std::unique_ptr<network_t> start(const std::filesystem::path& directory,
-                                            const std::vector<std::string>& numbers, std::string* error);
+                                            const std::vector<std::string>& phones, std::string* error);
     /// Ends the thread, hangs up every modem and removes the links.
     ~network_t();
     network_t(const network_t&) = delete;
     network_t& operator=(const network_t&) = delete;
 
     /// Adds a phone, which then gets what waits for it; or brings back one that hung up, as after a power cycle: on
-    /// another tty, with its settings forgotten and its stored messages kept.
-    bool attach(const std::string& number, std::string* error);
+    /// another tty, with its settings forgotten and its stored messages kept. As for start, a phone may name its
+    /// network; one that is known keeps its own.
+    bool attach(const std::string& phone, std::string* error);
     /// DIR/<number>
     std::filesystem::path link(std::string_view number) const;
 
@@ -59,7 +61,7 @@ class network_t {
   private:
     explicit network_t(std::filesystem::path directory);
     bool take_directory(std::string* error);
-    bool plug_in(const std::string& number, std::string* error);
+    bool plug_in(std::string_view plan, std::string* error);
     phone_t* find(std::string_view number) const;
     void serve();
     void wait();

@@ -12,13 +12,13 @@ constexpr uint64_t retry_after = 1'000;  // milliseconds
 
 }  // namespace
 
-phone_t::phone_t(std::string number, service_centre_t& service_centre, std::filesystem::path link,
-                 const tty_watch_t& watch)
+phone_t::phone_t(std::string number, access_technology_t technology, service_centre_t& service_centre,
+                 std::filesystem::path link, const tty_watch_t& watch)
     : number_(std::move(number)),
       service_centre_(service_centre),
       path_(std::move(link)),
       watch_(watch),
-      modem_(number_, service_centre) {}
+      modem_(number_, technology, service_centre) {}
 
 phone_t::~phone_t() {
     service_centre_.detach(number_);

@@ -18,7 +18,8 @@ namespace network {
 class phone_t {
   public:
     /// `service_centre` and `watch` outlive the phone, whose tty is found at `link`.
-    phone_t(std::string number, service_centre_t& service_centre, std::filesystem::path link, const tty_watch_t& watch);
+    phone_t(std::string number, access_technology_t technology, service_centre_t& service_centre,
+            std::filesystem::path link, const tty_watch_t& watch);
     ~phone_t();
     phone_t(const phone_t&) = delete;
     phone_t& operator=(const phone_t&) = delete;

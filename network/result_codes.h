@@ -47,6 +47,7 @@ inline constexpr at_result_t cms_no_acknowledgement_expected = cms_error(340);
 /// RP-causes, 3GPP TS 24.011 E-2, which +CMS ERROR passes on.
 inline constexpr unsigned cause_unidentified_subscriber = 28;
 inline constexpr unsigned cause_congestion = 42;
+inline constexpr unsigned cause_facility_not_subscribed = 50;
 /// TP-FCS, 3GPP TS 23.040 9.2.3.22: SM rejected - duplicate SM.
 inline constexpr unsigned cause_duplicate = 0xC5;
 

@@ -55,15 +55,21 @@ unsigned service_centre_t::submit(const std::string& originator, const tpdu::sub
     deliver.header_indicator = submit.header_indicator;
     deliver.user_data_length = submit.user_data_length;
     deliver.user_data = submit.user_data;
-    queues_[submit.destination.text].messages.push_back({std::move(deliver), platform::tick64()});
+    const auto identifier = static_cast<uint16_t>(statistics_.submitted);
+    // Refused while there is a sender to tell.
+    const auto attached = attached_.find(submit.destination.text);
+    if (attached != attached_.end() && !delivery_of(deliver, identifier, attached->second.phone->form())) {
+        return cause_facility_not_subscribed;
+    }
+    queues_[submit.destination.text].messages.push_back({std::move(deliver), identifier, platform::tick64()});
     ++statistics_.submitted;
     ++statistics_.waiting;
     return 0;
 }
 
 /// TP-Reject-Duplicates, 3GPP TS 23.040 9.2.3.25: by originator, destination and TP-MR.
-bool service_centre_t::is_repetition(const std::string& originator, const submission_t& submission) {
-    std::deque<submission_t>& known = remembered_[originator];
+bool service_centre_t::is_repetition(const std::string& originator, const remembered_t& submission) {
+    std::deque<remembered_t>& known = remembered_[originator];
     if (std::ranges::find(known, submission) != known.end()) {
         return true;
     }
@@ -108,11 +114,15 @@ void service_centre_t::deliver_waiting() {
 
 void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
     while (!attached.pending && may_deliver(*attached.faults, queue)) {
-        tpdu::deliver_t& first = queue.messages.front().deliver;
-        first.more_messages = queue.messages.size() > 1;  // TP-MMS, 3GPP TS 23.040 9.2.3.2
-        const std::optional<tpdu::octets_t> tpdu = tpdu::encode(first);
-        const receiver_t::taken_t taken =
-            tpdu ? attached.phone->deliver(*tpdu) : receiver_t::taken_t::acknowledged;  // never: it was a valid submit
+        waiting_t& first = queue.messages.front();
+        first.deliver.more_messages = queue.messages.size() > 1;  // TP-MMS, 3GPP TS 23.040 9.2.3.2
+        const std::optional<air_message_t> message =
+            delivery_of(first.deliver, first.identifier, attached.phone->form());
+        if (!message) {  // it has waited for a phone that is on another network now
+            remove_first(queue);
+            continue;
+        }
+        const receiver_t::taken_t taken = attached.phone->deliver(*message);
         if (taken == receiver_t::taken_t::not_now) {
             return;
         }
@@ -161,6 +171,10 @@ void service_centre_t::delivered_first(const attached_t& attached, queue_t& queu
         first.repeated = true;
         return;
     }
+    remove_first(queue);
+}
+
+void service_centre_t::remove_first(queue_t& queue) {
     queue.messages.pop_front();
     queue.released -= std::min<size_t>(queue.released, 1);
     --statistics_.waiting;

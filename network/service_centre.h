@@ -1,5 +1,6 @@
 /// The service centre of the network: takes SMS-SUBMITs, keeps each until its destination has taken it, and hands it on
-/// as an SMS-DELIVER (3GPP TS 23.040 3.1). User data passes octet for octet. Not thread-safe.
+/// as an SMS-DELIVER (3GPP TS 23.040 3.1), to a phone on CDMA in that network's form (air_message.h). User data passes
+/// octet for octet. Not thread-safe.
 ///
 /// A destination is its digits: "+49...", and the same digits as a national or unknown number, are one phone.
 #pragma once
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "network/air_message.h"
 #include "network/faults.h"
 #include "network/trace.h"
 #include "radio/tpdu.h"
@@ -29,7 +31,9 @@ class receiver_t {
         not_now,  // no room or no coverage: offer it again
     };
     virtual ~receiver_t() = default;
-    virtual taken_t deliver(const tpdu::octets_t& tpdu) = 0;
+    /// What the phone's network carries.
+    virtual air_form_t form() const = 0;
+    virtual taken_t deliver(const air_message_t& message) = 0;
 };
 
 /// Counts since the start, but `waiting`, which is now.
@@ -75,6 +79,7 @@ class service_centre_t {
     };
     struct waiting_t {
         tpdu::deliver_t deliver;
+        uint16_t identifier = 0;
         uint64_t since = 0;     // platform::tick64
         bool repeated = false;  // it has been delivered and comes again
     };
@@ -82,21 +87,22 @@ class service_centre_t {
         std::deque<waiting_t> messages;
         size_t released = 0;  // so many of the first are in the order in which they are delivered
     };
-    struct submission_t {
+    struct remembered_t {
         std::string destination;
         uint8_t reference = 0;
 
-        bool operator==(const submission_t&) const = default;
+        bool operator==(const remembered_t&) const = default;
     };
 
-    bool is_repetition(const std::string& originator, const submission_t& submission);
+    bool is_repetition(const std::string& originator, const remembered_t& submission);
     void deliver_waiting(attached_t& attached, queue_t& queue);
     static bool may_deliver(const faults_t& faults, queue_t& queue);
     void delivered_first(const attached_t& attached, queue_t& queue);
+    void remove_first(queue_t& queue);
 
     std::map<std::string, attached_t> attached_;  // by digits
     std::map<std::string, queue_t> queues_;       // by digits
-    std::map<std::string, std::deque<submission_t>> remembered_;
+    std::map<std::string, std::deque<remembered_t>> remembered_;
     statistics_t statistics_;
     trace_t trace_;
 };

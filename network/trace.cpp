@@ -82,12 +82,12 @@ std::string trace_t::open(const std::filesystem::path& file) {
     return file_ >= 0 ? "" : fmt::format("cannot write the trace {}", file.native());
 }
 
-void trace_t::write(trace_form_t form, trace_direction_t direction, tpdu::octets_view_t octets) {
+void trace_t::write(const air_message_t& message, trace_direction_t direction) {
     if (file_ < 0) {
         return;
     }
     const tpdu::octets_t pdu =
-        exported_pdu(form == trace_form_t::gsm_tpdu ? "gsm_sms" : "ansi_637_trans", direction, octets);
+        exported_pdu(message.form == air_form_t::gsm_tpdu ? "gsm_sms" : "ansi_637_trans", direction, message.octets);
     constexpr uint64_t a_second = 1'000'000;
     const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
     const auto now = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count());

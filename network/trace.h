@@ -6,11 +6,10 @@
 #include <filesystem>
 #include <string>
 
-#include "radio/tpdu.h"
+#include "network/air_message.h"
 
 namespace network {
 
-enum class trace_form_t { gsm_tpdu, cdma_point_to_point };
 /// As the network sees it: 0 is sent, 1 received.
 enum class trace_direction_t { to_phone = 0, from_phone = 1 };
 
@@ -25,7 +24,7 @@ class trace_t {
     [[nodiscard]] std::string open(const std::filesystem::path& file);
     /// Each record is written at once, so that the file can be read meanwhile. Without a file, or once a write has
     /// failed, it does nothing.
-    void write(trace_form_t form, trace_direction_t direction, tpdu::octets_view_t octets);
+    void write(const air_message_t& message, trace_direction_t direction);
 
   private:
     void write(const tpdu::octets_t& octets);

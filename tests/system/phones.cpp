@@ -34,9 +34,8 @@ folder_t::~folder_t() {
     fs::remove_all(path_, ignored);
 }
 
-network_t::network_t(const folder_t& folder)
-    : directory_(folder / "modems"),
-      process_({"network", "--phones", alice + "," + bob + "," + carol, "--dir", directory_}) {
+network_t::network_t(const folder_t& folder, const std::string& phones)
+    : directory_(folder / "modems"), process_({"network", "--phones", phones, "--dir", directory_}) {
     EXPECT_TRUE(process_.wait_for_line("ready")) << process_.errors();
 }
 

@@ -25,10 +25,11 @@ class folder_t {
     std::filesystem::path path_;
 };
 
-/// The modems of alice, bob and carol. Running once it is made, or the test fails.
+/// The modems of alice, bob and carol, or of `phones` as `zpd network` takes them. Running once it is made, or the test
+/// fails.
 class network_t {
   public:
-    explicit network_t(const folder_t& folder);
+    explicit network_t(const folder_t& folder, const std::string& phones = alice + "," + bob + "," + carol);
     std::string modem(const std::string& number) const { return directory_ + "/" + number; }
 
   private:
