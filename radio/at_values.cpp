@@ -138,11 +138,11 @@ std::vector<value_t> values_of(std::string_view line) {
 }
 
 // Two forms: "<n>,<stat>[,<lac>,<ci>[,<AcT>]]" is the reply, "<stat>[,<lac>,<ci>[,<AcT>]]" comes by itself. An area
-// code has quotation marks, or four digits where a modem leaves them away; a status has at most two digits.
+// code has quotation marks, or four digits where a modem leaves them away; a status has fewer.
 std::optional<registration_t> registration(std::string_view line) {
     std::vector<value_t> values = values_of(line);
     const bool reply =
-        values.size() >= 2 && !values[1].is_quoted && values[1].text.size() <= 2 && number(values[1].text).has_value();
+        values.size() >= 2 && !values[1].is_quoted && values[1].text.size() < 4 && number(values[1].text).has_value();
     if (reply) {
         values.erase(values.begin());
     }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,6 +40,17 @@ void scripted_modem_t::on(const std::string& command, const std::string& reply) 
     replies_[command] = reply;
 }
 
+void scripted_modem_t::otherwise(const std::string& reply) {
+    const std::lock_guard lock(mutex_);
+    replies_.clear();
+    otherwise_ = reply;
+}
+
+void scripted_modem_t::set_pace(pace_t pace) {
+    const std::lock_guard lock(mutex_);
+    pace_ = pace;
+}
+
 void scripted_modem_t::once(const std::string& command, const std::string& reply) {
     const std::lock_guard lock(mutex_);
     next_replies_[command].push_back(reply);
@@ -46,6 +58,7 @@ void scripted_modem_t::once(const std::string& command, const std::string& reply
 
 void scripted_modem_t::say(const std::string& text) {
     const std::lock_guard lock(mutex_);
+    entering_ = entering_ || text.ends_with("> ");
     write_out(text);
 }
 
@@ -123,7 +136,7 @@ void scripted_modem_t::take(char octet) {
 std::string scripted_modem_t::answer(const std::string& key, const std::string& logged) {
     std::deque<std::string>& next = next_replies_[key];
     const auto fixed = replies_.find(key);
-    std::string reply = fixed == replies_.end() ? ok : fixed->second;
+    std::string reply = fixed == replies_.end() ? otherwise_ : fixed->second;
     if (!next.empty()) {
         reply = next.front();
         next.pop_front();
@@ -139,7 +152,25 @@ std::string scripted_modem_t::answer(const std::string& key, const std::string& 
 }
 
 void scripted_modem_t::write_out(const std::string& text) {
-    if (master_ >= 0 && !text.empty() && write(master_, text.data(), text.size()) < 0) {
-        std::abort();
+    for (size_t at = 0, size = 0; master_ >= 0 && at < text.size(); at += size) {
+        const size_t line_end = std::min(text.find('\n', at), text.size() - 1) + 1;
+        size = pace_ == pace_t::octet ? 1 : (pace_ == pace_t::line ? line_end : text.size()) - at;
+        if (write(master_, &text[at], size) < 0) {
+            std::abort();
+        }
+        if (pace_ != pace_t::whole) {
+            wait_until_read();
+        }
     }
+}
+
+// The kernel tells nobody when a tty has been read to its end: it has to be asked, for a second at most.
+void scripted_modem_t::wait_until_read() const {
+    const int tty = open(tty_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+    int unread = 0;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (ioctl(tty, FIONREAD, &unread) == 0 && unread > 0 && std::chrono::steady_clock::now() < until) {
+        std::this_thread::yield();
+    }
+    close(tty);
 }

@@ -31,7 +31,13 @@ class scripted_modem_t {
     void on(const std::string& command, const std::string& reply);
     void once(const std::string& command, const std::string& reply);
 
-    /// Says something unasked.
+    /// The reply to all other commands, in place of OK.
+    void otherwise(const std::string& reply);
+    /// How much is written at once; the rest waits until the host has read that.
+    enum class pace_t { whole, line, octet };
+    void set_pace(pace_t pace);
+
+    /// Says something unasked; with a prompt at its end a text entry begins.
     void say(const std::string& text);
     void hang_up();
     /// After hanging up: there again, on another tty.
@@ -49,6 +55,7 @@ class scripted_modem_t {
     void take(char octet);
     std::string answer(const std::string& key, const std::string& logged);
     void write_out(const std::string& text);
+    void wait_until_read() const;
 
     std::string tty_;
     std::mutex mutex_;  // guards all below
@@ -60,5 +67,7 @@ class scripted_modem_t {
     std::map<std::string, size_t> counts_;
     std::string input_;
     bool entering_ = false;
+    std::string otherwise_ = ok;
+    pace_t pace_ = pace_t::whole;
     std::jthread thread_;
 };

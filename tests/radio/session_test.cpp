@@ -42,7 +42,7 @@ TEST_F(session, failures_to_attach_say_what_and_why) {
     EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("attached already"));
 }
 
-TEST_F(session, a_tty_in_use_is_left_alone) {
+TEST_F(session, tty_of_another_program_is_left_alone) {
     const int other = ::open(modem.tty().c_str(), O_RDWR | O_NOCTTY);
     flock(other, LOCK_EX);
     EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("in use by another program"));
@@ -181,9 +181,56 @@ TEST_F(session, more_to_send_keeps_the_link_where_the_modem_can) {
     EXPECT_EQ(recorder.events(3), (events_t{sent(first), sent(second), sent(third)}));
     EXPECT_TRUE(first < second && second < third);
     EXPECT_EQ(modem.count("AT+CMMS=1"), 1U);
+    for (const char* body : {"4", "5"}) {
+        send(body, RIL_SENDMSG_MORETOSEND);
+        ASSERT_TRUE(modem.heard("AT+CMMS=1", body[0] - '2'));
+        recorder.events(body[0] - '0');
+        advance_clock(1000);  // the modem has forgotten it
+    }
 }
 
-TEST_F(session, a_submission_without_a_prompt_or_an_answer_ends_in_time) {
+TEST_F(session, late_result_is_no_resend) {
+    attach_and_open();
+    modem.once(">", "");
+    const HRESULT first = send();
+    ASSERT_TRUE(modem.heard(">"));
+    const DWORD reference = last_reference();
+    advance_clock(300'000);
+    EXPECT_EQ(recorder.events(1), events_t{failed(first, RIL_E_NETWORKTIMEOUT)});
+    modem.say(fmt::format("\r\n+CMGS: {}\r\n\r\nOK\r\n", reference));
+    const HRESULT again = send();
+    EXPECT_EQ(recorder.events(2)[1], sent(again, reference));
+    EXPECT_EQ(modem.count(">"), 1U);
+    const HRESULT new_one = send();  // the same text once more
+    EXPECT_EQ(recorder.events(3)[2], sent(new_one));
+    EXPECT_NE(last_reference(), reference);
+}
+
+TEST_F(session, an_unknown_submission_is_repeated_so_that_a_copy_is_rejected) {
+    attach_and_open();
+    const std::pair<const char*, DWORD> ends[] = {{"\r\n+CMS ERROR: 197\r\n", 0}, {"\r\n+CMGS: 9\r\n\r\nOK\r\n", 9}};
+    events_t expected;
+    for (const auto& [end, reference] : ends) {
+        modem.once(">", "\r\n+CMS ERROR: 332\r\n");  // network timeout: sent or not
+        modem.once(">", "\r\n+CMS ERROR: 42\r\n");   // says nothing of the first
+        modem.once(">", end);
+        expected.push_back(failed(send(), RIL_E_CMSERROR_BASE | 332));
+        recorder.events(expected.size());
+        const DWORD own = last_reference();
+        const std::string first = modem.log().back();
+        expected.push_back(failed(send(), RIL_E_CMSERROR_BASE | 42));
+        recorder.events(expected.size());
+        expected.push_back(sent(send(), reference != 0 ? reference : own));
+        EXPECT_EQ(recorder.events(expected.size()), expected);
+        EXPECT_EQ(first.substr(0, 5), ">0051");
+        EXPECT_EQ(modem.log().back(), ">0055" + first.substr(5)) << "TP-RD, and all else the same";
+    }
+    modem.once(">", "\r\n+CMS ERROR: 197\r\n");
+    expected.push_back(failed(send("another"), RIL_E_CMSERROR_BASE | 197));
+    EXPECT_EQ(recorder.events(expected.size()), expected) << "not of a first attempt";
+}
+
+TEST_F(session, prompt_late_or_never) {
     attach_and_open();
     events_t expected;
     for (const auto& [silent, milliseconds] : {std::pair("AT+CMGS", 20'000), std::pair(">", 300'000)}) {
@@ -199,6 +246,13 @@ TEST_F(session, a_submission_without_a_prompt_or_an_answer_ends_in_time) {
         expected.insert(expected.end(), {failed(first, RIL_E_NETWORKTIMEOUT), sent(second)});
         EXPECT_EQ(recorder.events(expected.size()), expected) << "the late reference is not taken for the second's";
     }
+    modem.once("AT+CMGS", "");
+    const size_t before = modem.count("AT+CMGS");
+    expected.push_back(sent(send()));
+    ASSERT_TRUE(modem.heard("AT+CMGS", before + 1));
+    advance_clock(19'000);
+    modem.say("\r\n> ");
+    EXPECT_EQ(recorder.events(expected.size()), expected);
 }
 
 TEST_F(session, what_cannot_go_on_the_air_fails_at_once) {

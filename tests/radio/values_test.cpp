@@ -1,6 +1,9 @@
 // Lines of modems as values: a row for each odd one.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 #include "radio/at_values.h"
 #include "radio/warning.h"
 
@@ -54,7 +57,9 @@ TEST(values, registrations) {
     EXPECT_EQ(operator_access("+COPS: 0,0,\"A, B\",2"), 2);  // a comma in the name
     EXPECT_EQ(operator_access("+COPS: 0"), std::nullopt);
     EXPECT_EQ(system_type_of_access(3), RIL_SYSTEMTYPE_GSM | RIL_SYSTEMTYPE_GPRS | RIL_SYSTEMTYPE_EDGE);
-    EXPECT_EQ(system_type_of_access(11), RIL_SYSTEMTYPE_UMTS);
+    for (const int later : {7, 9, 10, 11, 12, 13}) {  // E-UTRAN, NR and what lies between them
+        EXPECT_EQ(system_type_of_access(later), RIL_SYSTEMTYPE_UMTS);
+    }
 }
 
 TEST(values, messages) {
@@ -105,7 +110,7 @@ TEST(values, announcements) {
     EXPECT_EQ(offered_numbers("+CSMS: (0-999999999)")[0].size(), 0U);
 }
 
-TEST(values, nothing_but_printable_characters_becomes_a_command) {
+TEST(values, text_never_becomes_a_command) {
     EXPECT_EQ(command_line("AT+CMGD=1"), "AT+CMGD=1");
     for (const char* text : {"AT\rATD1", "AT\n", "A\x1A", "\x1B", "\x7F", "é"}) {
         EXPECT_FALSE(command_line(text));
@@ -114,6 +119,18 @@ TEST(values, nothing_but_printable_characters_becomes_a_command) {
     EXPECT_EQ(quoted_text("SM"), "\"SM\"");
     EXPECT_FALSE(quoted_text("S\";+CFUN=0;\""));
     EXPECT_EQ(shown("a\r\x9B"), "a\\x0D\\x9B");
+    std::minstd_rand random(20260621);
+    for (int i = 0; i < 20000; ++i) {
+        std::string text(random() % 8, ' ');
+        std::ranges::generate(text,
+                              [&] { return static_cast<char>(random() % 16 == 0 ? random() : ' ' + random() % 95); });
+        const bool clean = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+        EXPECT_EQ(command_line(text), clean ? std::optional(text) : std::nullopt);
+        const bool quotable = clean && text.find('"') == std::string::npos;
+        EXPECT_EQ(quoted_text(text), quotable ? std::optional('"' + text + '"') : std::nullopt);
+        const std::optional<announcement_t> announcement = announcement_of(text);
+        EXPECT_TRUE(!announcement || text.find_first_not_of("0123456789,") == std::string::npos) << text;
+    }
 }
 
 }  // namespace

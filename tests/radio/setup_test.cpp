@@ -1,0 +1,192 @@
+// What a modem has to be asked, waited for and given before it can be used.
+#include <platform/linux/home.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <future>
+
+#include "tests/radio/session_fixture.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string ok = scripted_modem_t::ok;
+const auto line = scripted_modem_t::line_and_ok;
+
+class set_up : public session {
+  protected:
+    set_up() {
+        std::filesystem::remove_all(folder);
+        EXPECT_EQ(platform::set_home(folder), "");
+        options.pin_file = folder / "pin";
+    }
+    ~set_up() override { std::filesystem::remove_all(folder); }
+
+    void write_pin(const std::string& text, mode_t mode = 0600) const {
+        std::ofstream(options.pin_file) << text;
+        chmod(options.pin_file.c_str(), mode);
+    }
+    std::string attach_now() {
+        radio::detach_modem();
+        return radio::attach_modem(options);
+    }
+    std::string attach_as_time_passes() {
+        auto attached = std::async(std::launch::async, [this] { return attach_now(); });
+        while (attached.wait_for(std::chrono::milliseconds(2)) != std::future_status::ready) {
+            platform::testing::advance_clock(100);
+        }
+        return attached.get();
+    }
+
+    const std::filesystem::path folder = fmt::format("{}zpd-set-up-{}", testing::TempDir(), getpid());
+    radio::modem_options_t options{.tty = modem.tty()};
+};
+
+TEST_F(set_up, pin_is_never_tried_twice) {
+    testing::internal::CaptureStderr();
+    std::string told;
+    modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
+    modem.on("AT+CPIN=\"1234\"", "AT+CPIN=\"1234\"\r\r\n+CME ERROR: 16\r\n");
+    modem.on("AT+CPIN=\"5555\"", "");
+    for (const char* wrong : {"1234\n", "1234\r\n", "5555", "5555\n1234"}) {
+        write_pin(wrong);
+        const std::string error = attach_as_time_passes();
+        EXPECT_THAT(error, AllOf(HasSubstr("did not accept"), HasSubstr(options.pin_file.native())));
+        told += error;
+    }
+    modem.say("\r\nAT+CPIN=\"5555\"\r\n");  // its echo, late
+    EXPECT_TRUE(modem.count("AT+CPIN=\"1234\"") == 1 && modem.count("AT+CPIN=\"5555\"") == 1);
+
+    write_pin("4321");
+    modem.on("AT+CPIN=\"4321\"", ok);
+    for (const size_t times : {1, 2}) {  // a power cycle asks for it again
+        modem.once("AT+CPIN?", line("+CPIN: SIM PIN"));
+        modem.once("AT+CPIN?", line("+CPIN: SIM PIN"));  // for a moment
+        modem.once("AT+CPIN?", line("+CPIN: READY"));
+        EXPECT_EQ(attach_as_time_passes(), "");
+        EXPECT_EQ(modem.count("AT+CPIN=\"4321\""), times);
+    }
+    told += testing::internal::GetCapturedStderr();
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        const std::ifstream file(entry.path());
+        told += entry.path() == options.pin_file ? std::string() : (std::stringstream() << file.rdbuf()).str();
+    }
+    EXPECT_THAT(told, AllOf(Not(HasSubstr("1234")), Not(HasSubstr("5555")), Not(HasSubstr("4321"))));
+}
+
+TEST_F(set_up, a_pin_that_must_not_be_entered_is_not) {
+    const struct {
+        std::string pin;
+        mode_t mode;
+        std::string state, tries, error;
+    } rows[] = {
+        {"1234", 0640, "SIM PIN", "\r\nERROR\r\n", "chmod 600"},
+        {"123", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
+        {"12a4", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
+        {"123456789", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
+        {"1234\";+CFUN=0", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
+        {"1234", 0600, "SIM PIN", "\r\n+CPINR: SIM PIN,1,3\r\n+CPINR: SIM PUK,10,10\r\n" + ok, "has 1 tries left"},
+        {"1234", 0600, "SIM PUK", "\r\nERROR\r\n", "locked (SIM PUK)"},
+        {"1234", 0600, "PH-SIM PIN", "\r\nERROR\r\n", "locked (PH-SIM PIN)"},
+    };
+    for (const auto& row : rows) {
+        write_pin(row.pin, row.mode);
+        modem.on("AT+CPIN?", line("+CPIN: " + row.state));
+        modem.on("AT+CPINR", row.tries);
+        EXPECT_THAT(attach_now(), AllOf(HasSubstr(row.error), Not(HasSubstr(row.pin))));
+    }
+    options.pin_file = folder / "nothing";
+    EXPECT_THAT(attach_now(), HasSubstr("PH-SIM PIN"));
+    modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
+    EXPECT_THAT(attach_now(), HasSubstr("nothing: No such file"));
+    EXPECT_THAT(modem.log(), Not(testing::Contains(testing::StartsWith("AT+CPIN="))));
+}
+
+TEST_F(set_up, sim_busy_after_start_is_waited_for) {
+    for (const char* busy : {"\r\n+CME ERROR: 14\r\n", "\r\n+CMS ERROR: 515\r\n", "\r\n+CME ERROR: SIM busy\r\n"}) {
+        modem.once("AT+CPIN?", busy);
+        modem.once("AT+CPIN?", ok);  // not yet there
+        modem.once("AT+CPMS=?", "\r\n+CMS ERROR: 314\r\n");
+        EXPECT_EQ(attach_as_time_passes(), "") << busy;
+    }
+    EXPECT_EQ(modem.count("AT+CPIN?"), 9U);
+    modem.on("AT+CPIN?", "\r\n+CME ERROR: 14\r\n");
+    EXPECT_THAT(attach_as_time_passes(), HasSubstr("not ready after 60 s"));
+    modem.on("AT+CPIN?", "\r\n+CME ERROR: 10\r\n");
+    EXPECT_THAT(attach_now(), HasSubstr("SIM not inserted"));
+}
+
+TEST_F(set_up, announcements_by_what_the_modem_offers_or_the_user_wants) {
+    const struct {
+        std::string offered, services, wanted;
+        std::string told;  // or the error
+    } rows[] = {
+        {"(0-2),(0-3),(0,2),(0-2),(0,1)", "(0,1)", "", "stored and announced (AT+CNMI=2,1,0,0,0)"},
+        {"(1),(1)", "(0)", "", "stored and announced (AT+CNMI=1,1)"},
+        {"(2),(0,2),(0),(0)", "(0,1)", "", "delivered directly (AT+CNMI=2,2,0,0)"},
+        {"(2),(0,2),(0),(0)", "(0)", "", "looked for every 300 s (AT+CNMI=2,0,0,0)"},
+        {"(0-2),(0-3)", "(0,1)", "1,2,0,0,0", "delivered directly (AT+CNMI=1,2,0,0,0)"},
+        {"(0-2),(0-3)", "(0,1)", "3,3", "refuses the announcement 3,3"},
+        {"(0-2),(0-3)", "(0,1)", "2,1;+CFUN=0", "no parameters of AT+CNMI"},
+    };
+    for (const auto& row : rows) {
+        modem.on("AT+CNMI=?", line("+CNMI: " + row.offered));
+        modem.on("AT+CSMS=?", line("+CSMS: " + row.services));
+        modem.on("AT+CNMI=1,1", row.offered == "(1),(1)" ? ok : "\r\nERROR\r\n");
+        modem.on("AT+CNMI=2,1", "\r\nERROR\r\n");
+        modem.on("AT+CNMI=3,3", "\r\nERROR\r\n");
+        options.announcement = row.wanted;
+        testing::internal::CaptureStderr();
+        const std::string error = attach_now();
+        EXPECT_THAT(testing::internal::GetCapturedStderr() + error, HasSubstr(row.told));
+    }
+    EXPECT_EQ(modem.count("AT+CSMS=1"), 3U) << "direct delivery is acknowledged";
+}
+
+TEST_F(set_up, an_announcement_that_the_modem_dropped_is_set_again) {
+    attach_and_open();
+    modem.on("AT+CNMI?", line("+CNMI: 2,0,0,0,0"));
+    platform::testing::advance_clock(300'000);  // the time of the next listing
+    EXPECT_TRUE(modem.heard("AT+CNMI=2,1,0,0,0", 2));
+    modem.on("AT+CNMI?", line("+CNMI: 2,1,0,0,0"));
+    ASSERT_TRUE(modem.heard("AT+CMGL=4", 4));
+    platform::testing::advance_clock(300'000);
+    EXPECT_TRUE(modem.heard("AT+CMGL=4", 6));
+    EXPECT_EQ(modem.count("AT+CNMI=2,1,0,0,0"), 2U);
+}
+
+// A link with a lasting name points at the tty, though the tty is attached by its own.
+TEST_F(set_up, modem_that_returns_under_another_name_is_found) {
+    options.links = folder / "by-id";
+    std::filesystem::create_directory(options.links);
+    const std::filesystem::path link = options.links / "usb-modem-if00";
+    std::filesystem::create_symlink(modem.tty(), link);
+    ASSERT_EQ(attach_now(), "");
+    open();
+    modem.on(">", "");
+    const HRESULT request = send();
+    ASSERT_TRUE(modem.heard(">"));
+    testing::internal::CaptureStderr();
+    modem.hang_up();
+    recorder.events(2);
+    std::filesystem::remove(link);
+    scripted_modem_t stranger;  // takes the name of the tty, if nobody else is quicker
+    std::filesystem::create_symlink(stranger.tty(), options.links / "usb-stranger-if00");
+    platform::testing::advance_clock(5000);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("under " + link.native()));
+    modem.plug_in();
+    std::filesystem::create_symlink(modem.tty(), link);
+    modem.on(">", line("+CMGS: 7"));
+    ASSERT_TRUE(heard_as_time_passes("AT+CPIN?", 2));
+    recorder.events(3);
+    const HRESULT again = send();
+    EXPECT_EQ(recorder.events(4), (events_t{failed(request, RIL_E_RADIONOTPRESENT), system_type(RIL_SYSTEMTYPE_NONE),
+                                            system_type(RIL_SYSTEMTYPE_GSM), sent(again)}));
+    EXPECT_TRUE(stranger.log().empty()) << "it is not the one";
+    EXPECT_THAT(modem.log(), Not(testing::Contains(testing::StartsWith("AT+CFUN")))) << "no reset";
+}
+
+}  // namespace
