@@ -1,7 +1,8 @@
 /// What a modem is, and what would keep cards from being sent or received through it.
 ///
 /// Asks only, and leaves the modem as it was: what an answer needs changed (the form of error codes, the memory that is
-/// looked into) is put back, save that results are told in words and commands not echoed. No PIN is entered, and no message read, listed or deleted.
+/// looked into) is put back, save that results are told in words and commands not echoed. No PIN is entered, and no
+/// message read, listed or deleted.
 #pragma once
 
 #include <functional>

@@ -148,7 +148,7 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         post([this, line] { take_delivery(line); });
     } else if (text.starts_with("+CDS:")) {
         post([this] { acknowledge(true); });
-    } else if (text.starts_with("+CREG:") || text.starts_with("+CEREG:")) {
+    } else if (text.starts_with("+CREG:") || text.starts_with("+CEREG:") || text.starts_with("+C5GREG:")) {
         take_registration(text);
     } else if (text.starts_with("+CMGS:")) {
         take_late_result(text);

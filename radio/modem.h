@@ -112,6 +112,7 @@ class modem_t {
     void take_registration(const std::string& line);
     void query_registration();
     void query_one(const std::string& command, const char* prefix);
+    registration_t& kept_of(std::string_view line);
     void publish_system_type();
 
     // modem_submit.cpp
@@ -140,6 +141,7 @@ class modem_t {
     int link_keeping_ = 0;        // what to set +CMMS to; 0 when it cannot be
     bool tells_circuit_ = false;  // +CREG
     bool tells_packet_ = false;   // +CEREG
+    bool tells_5g_ = false;       // +C5GREG
     bool tells_service_ = false;  // +CAD: may be on a CDMA network
     bool only_cdma_ = false;
 
@@ -155,6 +157,7 @@ class modem_t {
 
     registration_t circuit_;
     registration_t packet_;
+    registration_t packet_5g_;
     DWORD system_type_ = RIL_SYSTEMTYPE_NONE;
 
     // Sending.
@@ -164,6 +167,7 @@ class modem_t {
     uint64_t link_kept_until_ = 0;
 
     uint64_t sim_deadline_ = 0;  // of the set-up
+    bool pin_entered_ = false;   // and not refused; whether it was right shows in the SIM's state
     std::string told_announcement_;
     std::string lasting_path_;  // see options_t::links
     bool loss_told_ = false;

@@ -1,4 +1,4 @@
-// Registration and access technology, 3GPP TS 27.007 7.2, 7.3 and 10.1.22, as the radio's system type.
+// Registration and access technology, 3GPP TS 27.007 7.2, 7.3, 10.1.22 and 10.1.47, as the radio's system type.
 #include "radio/modem.h"
 #include "radio/warning.h"
 
@@ -8,6 +8,7 @@ namespace {
 
 constexpr int access_gsm = 0;
 constexpr int access_lte = 7;
+constexpr int access_nr = 11;
 
 }  // namespace
 
@@ -17,13 +18,17 @@ void modem_t::take_registration(const std::string& line) {
         warn("odd registration line: " + line);
         return;
     }
-    const bool packet = line.starts_with("+CEREG:");
-    (packet ? packet_ : circuit_) = *told;
-    if (tells_service_ || (!packet && told->registered() && !told->access)) {
+    registration_t& kept = kept_of(line);
+    kept = *told;
+    if (tells_service_ || (&kept == &circuit_ && told->registered() && !told->access)) {
         post([this] { query_registration(); });  // the technology has to be asked for
     } else {
         publish_system_type();
     }
+}
+
+registration_t& modem_t::kept_of(std::string_view line) {
+    return line.starts_with("+CREG:") ? circuit_ : line.starts_with("+CEREG:") ? packet_ : packet_5g_;
 }
 
 // 2 adds the access technology, 1 only tells changes.
@@ -31,6 +36,7 @@ void modem_t::set_up_registration() {
     set_up_technology();
     tells_circuit_ = ask("AT+CREG=2").ok() || ask("AT+CREG=1").ok() || (only_cdma_ && ask("AT+CREG?", {"+CREG:"}).ok());
     tells_packet_ = ask("AT+CEREG=2").ok() || ask("AT+CEREG=1").ok();
+    tells_5g_ = ask("AT+C5GREG=2").ok() || ask("AT+C5GREG=1").ok();
     if (set_up_failure_.empty()) {
         query_registration();
     }
@@ -65,6 +71,9 @@ void modem_t::query_registration() {
     if (tells_packet_) {
         query_one("AT+CEREG?", "+CEREG:");
     }
+    if (tells_5g_) {
+        query_one("AT+C5GREG?", "+C5GREG:");
+    }
     if (!tells_circuit_ && technology_ == technology_t::cdma) {
         query_serving_system();
     }
@@ -87,7 +96,7 @@ void modem_t::query_serving_system() {
 
 // A line that came by itself among the reply lines is as true as the reply.
 void modem_t::query_one(const std::string& command, const char* prefix) {
-    registration_t& kept = command == "AT+CREG?" ? circuit_ : packet_;
+    registration_t& kept = kept_of(prefix);
     const reply_t reply = link_.exchange({.line = command, .limit = limit_t::query, .prefixes = {prefix}});
     if (!reply.ok()) {
         kept = {};
@@ -106,6 +115,8 @@ void modem_t::publish_system_type() {
         type = system_type_of_access(circuit_.access.value_or(access_gsm));
     } else if (!lost() && packet_.registered()) {
         type = system_type_of_access(packet_.access.value_or(access_lte));
+    } else if (!lost() && packet_5g_.registered()) {
+        type = system_type_of_access(packet_5g_.access.value_or(access_nr));
     }
     if (type == system_type_) {
         return;

@@ -28,6 +28,7 @@ void modem_t::forget() {
     link_kept_ = false;
     circuit_ = {};
     packet_ = {};
+    packet_5g_ = {};
 }
 
 std::string modem_t::set_up() {
@@ -69,6 +70,9 @@ reply_t modem_t::ask(const std::string& line, const std::vector<std::string_view
         set_up_failure_ = "hung up during " + line;
     } else if (reply.outcome == reply_t::outcome_t::timeout) {
         set_up_failure_ = "does not answer " + line;
+    } else if (not_ready_yet(reply.result)) {
+        set_up_failure_ = fmt::format("is not ready after {} s: {} to {}", value_of(limit_t::sim_ready),
+                                      described(reply.result), line);
     }
     return reply;
 }

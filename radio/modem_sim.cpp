@@ -1,6 +1,8 @@
 // The SIM, ready to be used: 3GPP TS 27.007 8.3. A PIN is entered at most once for each value; a PUK never.
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "radio/modem.h"
 #include "radio/sim_pin.h"
 #include "radio/warning.h"
@@ -29,12 +31,15 @@ std::string modem_t::set_up_sim() {
     while (true) {
         const reply_t reply = ask("AT+CPIN?", {"+CPIN:"});
         const std::string state = state_of(reply);
-        if (state.empty() && !reply.ok() && !not_ready_yet(reply.result)) {
+        if (state.empty() && !reply.ok()) {
             return lacks_sim(reply.result) ? fmt::format("the modem on {} has no SIM that it can use: {}", options_.tty,
                                                          described(reply.result))
                                            : std::string();
         }
         if (!state.empty() && !is_locked(state)) {
+            if (std::exchange(pin_entered_, false)) {
+                unmark_pin();
+            }
             return {};
         }
         if (state == "SIM PIN" && !entered) {
@@ -61,7 +66,7 @@ bool modem_t::wait_for_sim() {
     return platform::tick64() < sim_deadline_ && link_.pause(limit_t::probe_again);
 }
 
-// The mark comes first: whatever happens from then on, the value is not tried again unless it was right.
+// The mark comes first: whatever happens from then on, the value is not tried again unless the SIM is ready with it.
 std::string modem_t::enter_pin() {
     if (options_.pin_file.empty()) {
         return fmt::format("the SIM in the modem on {} wants its PIN: name a file that holds it by --pin-file",
@@ -88,11 +93,11 @@ std::string modem_t::enter_pin() {
     }
     const reply_t reply =
         link_.exchange({.line = "AT+CPIN=\"" + pin + '"', .limit = limit_t::setting, .alias = "AT+CPIN=…"});
+    pin_entered_ = reply.outcome != reply_t::outcome_t::error;
     if (!reply.ok()) {
         return fmt::format("the SIM did not accept the PIN in {}, which is not tried again ({})", file,
                            reply.outcome == reply_t::outcome_t::error ? described(reply.result) : "no answer");
     }
-    unmark_pin();
     return {};
 }
 

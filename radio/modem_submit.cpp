@@ -78,11 +78,12 @@ void modem_t::run_submission(const session_pointer_t& session, HRESULT request, 
 
 // Once a code, until a datagram gets through: the driver hands a refused one in again.
 void modem_t::tell_refusal(const reply_t& reply) {
-    if (is_open(reply) && !link_.ending()) {
-        warn("nobody knows whether a datagram was sent; when it is sent again, the service centre is to reject a copy");
-    } else if (reply.outcome == reply_t::outcome_t::error &&
-               told_refusals_.insert({reply.result.kind, reply.result.code}).second) {
-        warn("a datagram was refused, " + described(reply.result));
+    if (reply.outcome == reply_t::outcome_t::error) {
+        if (told_refusals_.insert({reply.result.kind, reply.result.code}).second) {
+            warn("a datagram was refused, " + described(reply.result));
+        }
+    } else if (is_open(reply) && !link_.ending()) {
+        warn("nobody knows whether a datagram was sent; a repetition will bear the same reference");
     }
 }
 

@@ -119,6 +119,12 @@ TEST_F(set_up, sim_busy_after_start_is_waited_for) {
     EXPECT_THAT(attach_now(), HasSubstr("SIM not inserted"));
 }
 
+TEST_F(set_up, a_modem_that_refuses_the_first_words_is_spoken_to_in_others) {
+    modem.on("ATQ0V1E0", "ATQ0V1E0\r\r\nERROR\r\n");
+    modem.on("AT", "AT\r0\r");
+    EXPECT_EQ(attach_as_time_passes(), "");
+}
+
 TEST_F(set_up, announcements_by_what_the_modem_offers_or_the_user_wants) {
     const struct {
         std::string offered, services, wanted;
