@@ -21,8 +21,8 @@ struct modem_options_t {
 /// modem into PDU mode and starts the radio's threads. Returns an empty text, or what was tried, on what, and why it
 /// failed: no such tty, held by another program, no modem answers there. One modem at a time.
 ///
-/// A modem that hangs up later ends every request with an error and the system type with NONE; calls then fail with
-/// RIL_E_RADIONOTPRESENT. It is looked for until it is back, under the same path, which may be a link, and under the
+/// A modem that hangs up later ends every request with an error and the system type with NONE; submissions then end
+/// with RIL_E_RADIONOTPRESENT, and questions are refused with it. It is looked for until it is back, under the same path, which may be a link, and under the
 /// lasting name that it had when it was attached; never is it reset. Then the session goes on as before, with the
 /// messages that have come meanwhile and the system type notified.
 ///

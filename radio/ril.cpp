@@ -41,9 +41,9 @@ bool present(const state_t& now) {
     return now.modem && !now.modem->lost();
 }
 
-// S_OK for the open session on a modem that is there.
+// S_OK for the open session.
 HRESULT check(const state_t& now, HRIL session) {
-    if (!present(now)) {
+    if (!now.modem) {
         return RIL_E_RADIONOTPRESENT;
     }
     return now.session && now.session->handle == session ? S_OK : E_INVALIDARG;
@@ -161,6 +161,8 @@ HRESULT RIL_Deinitialize(HRIL session) {
     return S_OK;
 }
 
+// Also while the modem is away: its loss may not be known yet to the caller, who takes a refusal for final, and a
+// failed result for a reason to try again.
 HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options) {
     state_t& now = state();
     const std::lock_guard lock(now.mutex);
@@ -180,7 +182,7 @@ HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options) {
 HRESULT RIL_GetCurrentSystemType(HRIL session) {
     state_t& now = state();
     const std::lock_guard lock(now.mutex);
-    const HRESULT checked = check(now, session);
+    const HRESULT checked = present(now) ? check(now, session) : RIL_E_RADIONOTPRESENT;
     if (checked != S_OK) {
         return checked;
     }
