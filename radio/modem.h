@@ -155,6 +155,7 @@ class modem_t {
     std::string selected_memory_;
     uint64_t next_listing_ = 0;
 
+    bool registration_asked_ = false;  // by a job that is due or runs
     registration_t circuit_;
     registration_t packet_;
     registration_t packet_5g_;

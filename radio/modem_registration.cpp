@@ -1,4 +1,6 @@
 // Registration and access technology, 3GPP TS 27.007 7.2, 7.3, 10.1.22 and 10.1.47, as the radio's system type.
+#include <utility>
+
 #include "radio/modem.h"
 #include "radio/warning.h"
 
@@ -21,7 +23,10 @@ void modem_t::take_registration(const std::string& line) {
     registration_t& kept = kept_of(line);
     kept = *told;
     if (tells_service_ || (&kept == &circuit_ && told->registered() && !told->access)) {
-        post([this] { query_registration(); });  // the technology has to be asked for
+        // The technology has to be asked for; a modem that tells of its registration at each question, once.
+        if (!std::exchange(registration_asked_, true)) {
+            post([this] { query_registration(); });
+        }
     } else {
         publish_system_type();
     }
@@ -42,9 +47,13 @@ void modem_t::set_up_registration() {
     }
 }
 
-// Only a modem that does not tell GSM alone is asked what a GSM modem would not know.
+// The capabilities (V.250 6.1.9) are +CGSM for GSM and what came after it, +CIS707 for CDMA (3GPP2 C.S0017). Only a
+// modem that does not tell the first alone is asked what a GSM modem would not know.
 void modem_t::set_up_technology() {
-    const auto [gsm, cdma] = capabilities(ask("AT+GCAP", {"+GCAP:"}).first());
+    const std::string capabilities = ask("AT+GCAP", {"+GCAP:"}).first();
+    const bool gsm = capabilities.find("CGSM") != std::string::npos;
+    const bool cdma =
+        capabilities.find("CIS707") != std::string::npos || capabilities.find("CIS-707") != std::string::npos;
     only_cdma_ = cdma && !gsm;
     technology_ = only_cdma_ ? technology_t::cdma : technology_t::gsm;
     tells_service_ = (cdma || !gsm) && cdma_service(ask("AT+CAD?", {"+CAD:"}).first()).has_value();
@@ -77,6 +86,7 @@ void modem_t::query_registration() {
         const reply_t reply = link_.exchange({.line = "AT+COPS?", .limit = limit_t::query, .prefixes = {"+COPS:"}});
         circuit_.access = operator_access(reply.first()).value_or(access_gsm);
     }
+    registration_asked_ = false;
     publish_system_type();
 }
 
