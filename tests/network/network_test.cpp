@@ -2,7 +2,6 @@
 #include "network/network.h"
 
 #include <sys/ioctl.h>
-#include <termios.h>
 
 #include <fstream>
 

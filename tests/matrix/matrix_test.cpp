@@ -1,0 +1,268 @@
+// Every fault and every manner of a modem, on a phone that sends and receives cards of 1, 3 and 30 datagrams: each
+// arrives once, octet for octet, and what is no card stays on the modem. The peer is a host at the AT commands of its
+// modem, with nothing of ours on it.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <set>
+
+#include "platform/linux/testing.h"
+#include "radio/limits.h"
+#include "tests/matrix/phone.h"
+#include "tests/network/host.h"
+
+namespace {
+
+using network::host_t;
+using network::network_t;
+
+const std::string ours = "+447700900101";
+const std::string theirs = "+447700900102";
+
+/// What is done to our phone's modem: orders of 'zpd fault'.
+struct row_t {
+    const char* name;
+    std::vector<std::string> start;   // before the phone starts
+    std::vector<std::string> before;  // before each card
+    std::vector<std::string> after;   // some seconds after its datagrams began to come or go
+    std::string told;                 // a warning of the radio, or a line of the driver's log, tells of it
+};
+
+void PrintTo(const row_t& row, std::ostream* stream) {
+    *stream << row.name;
+}
+
+const row_t rows[] = {
+    {"nothing", {}, {}, {}, "stored and announced"},
+    // What the network does.
+    {"refused", {}, {"refuse=38x2"}, {}, "38"},
+    {"refused_without_codes", {"errors=plain"}, {"refuse=38x2"}, {}, "ERROR"},
+    {"refused_in_words", {"errors=verbose"}, {"refuse=42x2"}, {}, "42"},
+    {"result_lost", {}, {"lose-results=1"}, {}, "nobody knows whether"},
+    {"result_late", {}, {"late-results=700"}, {}, ""},
+    {"result_too_late", {}, {"late-results=15000"}, {"late-results=0"}, "nobody knows whether"},
+    {"everything_twice", {"duplicate"}, {}, {}, ""},
+    {"reversed", {}, {"reorder={}"}, {}, ""},
+    {"delayed", {"delay=3000"}, {}, {}, ""},
+    {"no_network", {}, {"registration=searching"}, {"registration=home"}, "System type: GSM: no"},
+    {"denied", {}, {"registration=denied"}, {"registration=home"}, "System type: GSM: no"},
+    {"roaming", {"registration=roaming"}, {}, {}, ""},
+    {"umts", {"technology=umts"}, {}, {}, ""},
+    {"lte", {"technology=lte"}, {}, {}, ""},
+    {"nr", {"technology=nr"}, {}, {}, ""},
+    {"technology_changes", {}, {"technology=lte"}, {"technology=gsm"}, ""},
+    // What the modem does.
+    {"hung_up", {}, {"hang-up=2000"}, {}, "has hung up"},
+    {"unplugged", {}, {"hang-up"}, {"return"}, "has hung up"},
+    {"silent", {}, {"silent"}, {"silent=off"}, ""},
+    {"little_storage", {"storage=16"}, {}, {}, ""},
+    {"both_ways", {"both-ways"}, {}, {}, ""},
+    {"unannounced", {"unannounced"}, {}, {}, ""},
+    {"wrong_index", {"wrong-index"}, {}, {}, "odd announcement"},
+    {"delete_fails", {}, {"fail-deletes=3"}, {}, "cannot delete"},
+    {"sim_busy", {"sim-busy=5000"}, {}, {}, ""},
+    {"sim_not_ready", {"sim-busy=5000:515"}, {}, {}, ""},
+    {"sim_busy_again", {}, {"sim-busy=3000"}, {}, ""},
+    {"pin", {"pin=4711"}, {}, {}, ""},
+    {"pin_after_power_cycle", {"pin=4711"}, {"hang-up=2000"}, {}, "is back"},
+    // How it talks.
+    {"echo", {"echo=always"}, {}, {}, ""},
+    {"no_echo", {"echo=off"}, {}, {}, ""},
+    {"numeric_results", {"numeric-results"}, {}, {}, ""},
+    {"single_octets", {"single-octets"}, {}, {}, ""},
+    {"chatter", {"chatter"}, {}, {}, "^RSSI"},
+    {"chatter_like_a_reply", {"chatter=+CREG: 1"}, {}, {}, ""},
+    {"prompt_bare", {"prompt=bare"}, {}, {}, ""},
+    {"prompt_on_the_line", {"prompt=same-line"}, {}, {}, ""},
+    {"prompt_without_space", {"prompt=no-space"}, {}, {}, ""},
+    {"prompt_own_line", {"prompt=own-line"}, {}, {}, ""},
+    {"prompt_spaced_line", {"prompt=spaced-line"}, {}, {}, ""},
+    {"prompt_late", {}, {"late-prompt=3000"}, {"late-prompt=0"}, ""},
+    {"prompt_too_late", {}, {"late-prompt=25000"}, {"late-prompt=0"}, "prompt"},
+    // What it offers.
+    {"offers_stored", {"offers=stored"}, {}, {}, "stored and announced"},
+    {"offers_direct", {"offers=direct"}, {}, {}, "delivered directly"},
+    {"offers_one_choice", {"offers=one"}, {}, {}, "stored and announced"},
+    {"offers_short_lists", {"offers=short"}, {}, {}, "stored and announced"},
+    {"offers_nothing", {"offers=none"}, {}, {}, "looked for every"},
+};
+
+constexpr size_t body_octets = 128;  // of a datagram with a short reference
+
+/// A card of so many datagrams, unlike any other of the run.
+std::string card_of(size_t datagrams, size_t serial) {
+    std::string card = fmt::format("BEGIN:VCARD\r\nVERSION:2.1\r\nN:Number {}\r\nX-OCTETS:", serial);
+    while (card.size() < datagrams * body_octets - 40) {
+        card += static_cast<char>(card.size() * 37 % 223 + 32);
+    }
+    return card + "\r\nEND:VCARD\r\n";
+}
+
+class matrix : public testing::TestWithParam<row_t> {
+  protected:
+    void SetUp() override {
+        testing::internal::CaptureStderr();
+        for (const auto& [name, value] : {std::pair{"submission", "10"}, {"listing-again", "10"}}) {
+            ASSERT_EQ(radio::set_limit(name, value), "");
+        }
+        std::string error;
+        network_ = network_t::start(phone_.home() / "network", {ours, theirs}, &error);
+        ASSERT_NE(network_, nullptr) << error;
+        peer_ = std::make_unique<host_t>(network_->link(theirs));
+        command(*peer_, "ATE0");
+        order(GetParam().start);
+        const std::filesystem::path pin_file = phone_.home() / "pin";
+        std::ofstream(pin_file) << "4711\n";
+        std::filesystem::permissions(pin_file, std::filesystem::perms::owner_read);
+        send_texts();
+        ASSERT_EQ(phone_.start({.tty = network_->link(ours), .pin_file = pin_file}), "");
+    }
+    void TearDown() override {
+        // What could not be deleted is deleted by now.
+        for (int listing = 0; listing < 2; ++listing) {
+            let_time_pass(1'000);
+            platform::testing::advance_clock(30'000);
+        }
+        let_time_pass(1'000);
+        const std::string log = phone_.log();
+        phone_.stop();
+        const std::string warnings = testing::internal::GetCapturedStderr();
+        EXPECT_NE((warnings + log).find(GetParam().told), std::string::npos) << "not told: " << GetParam().told;
+        if (network_) {
+            expect_texts_alone();
+        }
+        if (HasFailure()) {
+            std::cerr << warnings;
+        }
+        radio::reset_limits();
+    }
+
+    void order(const std::vector<std::string>& faults) {
+        for (const std::string& fault : faults) {
+            ASSERT_EQ(network_->set_fault(ours, fault), "");
+        }
+    }
+    std::string command(host_t& host, const std::string& line) {
+        host.send(line + "\r");
+        std::string reply = host.read_until("OK\r\n");
+        EXPECT_TRUE(reply.ends_with("\r\nOK\r\n")) << line << ": " << reply;
+        return reply;
+    }
+    void submit(const tpdu::submit_t& message) {
+        network::submit(*peer_, message);
+        EXPECT_NE(peer_->read_until("OK\r\n"), "");
+    }
+
+    /// None of them is a card: a plain text, a flash one, one in UCS2, and a push for another port.
+    void send_texts() {
+        constexpr uint8_t codings[] = {0x00, 0x10, 0x08, tpdu::data_coding_8bit};
+        for (const uint8_t coding : codings) {
+            submit(text_of(coding));
+        }
+    }
+    tpdu::submit_t text_of(uint8_t coding) {
+        tpdu::submit_t message = network::submit_to(ours, {0x06, 0x05, 0x04, 0x0B, 0x84, 0x23, 0xF0, coding});
+        message.data_coding = coding;
+        message.header_indicator = coding == tpdu::data_coding_8bit;
+        message.user_data.push_back(static_cast<uint8_t>(++texts_));
+        message.user_data.push_back(0);
+        message.user_data_length = static_cast<uint8_t>(
+            message.user_data.size() * (tpdu::alphabet_of(coding) == tpdu::alphabet_t::gsm7 ? 8 : 7) / 7);
+        left_.insert(message.user_data);
+        return message;
+    }
+
+    /// The peer sends it, with a text in between.
+    void put_in(const std::string& card, size_t datagrams) {
+        for (size_t i = 0; i < datagrams; ++i) {
+            tpdu::octets_t header = {0x05, 0x04, 0x23, 0xF4, 0x00, 0x00};
+            if (datagrams > 1) {
+                header.insert(header.end(), {0x00, 0x03, static_cast<uint8_t>(serial_), static_cast<uint8_t>(datagrams),
+                                             static_cast<uint8_t>(i + 1)});
+            }
+            const std::string body = card.substr(i * body_octets, body_octets);
+            const tpdu::octets_t octets(body.begin(), body.end());
+            tpdu::submit_t message = network::submit_to(ours, tpdu::join_user_data(header, octets).value());
+            message.header_indicator = true;
+            submit(message);
+            if (i == datagrams / 2) {
+                submit(text_of(0));
+            }
+        }
+    }
+    /// What lies on the peer's modem put together; each datagram once.
+    std::string take_out() {
+        std::map<unsigned, std::string> bodies;
+        const std::string listed = command(*peer_, "AT+CMGL=4");
+        for (size_t at = 0; (at = listed.find("+CMGL:", at)) != std::string::npos; ++at) {
+            const tpdu::deliver_t datagram = network::delivered(listed.substr(at));
+            const auto [header, body] = tpdu::split_user_data(datagram.user_data).value();
+            EXPECT_EQ(tpdu::destination_port(header), 9204);
+            const unsigned part = tpdu::concatenation(header).value_or(tpdu::concatenation_t{}).part;
+            EXPECT_TRUE(bodies.emplace(part, std::string(body.begin(), body.end())).second) << part << " came twice";
+        }
+        std::string card;
+        for (const auto& [part, body] : bodies) {
+            card += body;
+        }
+        return card;
+    }
+
+    /// Each text is there, whatever became of the modem's settings, and no card.
+    void expect_texts_alone() {
+        order({"clear"});
+        host_t host(network_->link(ours));
+        command(host, "\x1b\rATZ");
+        std::set<tpdu::octets_t> found;
+        for (const std::string memory : {"ME", "SM"}) {
+            const std::string listed = command(host, "ATE0+CPMS=\"" + memory + "\";+CMGL=4");
+            for (size_t at = 0; (at = listed.find("+CMGL:", at)) != std::string::npos; ++at) {
+                found.insert(network::delivered(listed.substr(at)).user_data);
+            }
+        }
+        EXPECT_EQ(found, left_);
+    }
+
+    phone_t phone_;
+    std::unique_ptr<network_t> network_;
+    std::unique_ptr<host_t> peer_;
+    std::set<tpdu::octets_t> left_;  // the texts
+    unsigned texts_ = 0;
+    size_t serial_ = 0;
+};
+
+TEST_P(matrix, a_card_arrives_once) {
+    const auto order_for = [&](size_t messages) {
+        for (std::string fault : GetParam().before) {
+            const size_t place = fault.find("{}");
+            order({place == std::string::npos ? fault : fault.replace(place, 2, std::to_string(messages))});
+        }
+    };
+    constexpr uint64_t some_seconds = 3'000;
+    std::vector<std::string> received;
+    for (const size_t datagrams : {1, 3, 30}) {
+        SCOPED_TRACE(datagrams);
+        order_for(datagrams + 1);
+        received.push_back(card_of(datagrams, ++serial_));
+        put_in(received.back(), datagrams);
+        let_time_pass(GetParam().after.empty() ? 0 : some_seconds);
+        order(GetParam().after);
+        ASSERT_TRUE(as_time_passes([&] { return phone_.stored().size() >= received.size(); })) << "nothing came";
+        EXPECT_THAT(phone_.stored(), testing::UnorderedElementsAreArray(received));
+
+        order_for(1);
+        const std::string card = card_of(datagrams, ++serial_);
+        const uint32_t id = phone_.send(card, theirs);
+        let_time_pass(GetParam().after.empty() ? 0 : some_seconds);
+        order(GetParam().after);
+        ASSERT_TRUE(as_time_passes([&] { return phone_.sent(id); })) << "not sent";
+        EXPECT_EQ(take_out(), card);
+        command(*peer_, "AT+CMGD=1,4");
+    }
+    EXPECT_THAT(phone_.stored(), testing::UnorderedElementsAreArray(received)) << "in the end";
+}
+
+INSTANTIATE_TEST_SUITE_P(modem, matrix, testing::ValuesIn(rows), [](const auto& row) { return row.param.name; });
+
+}  // namespace
