@@ -38,7 +38,6 @@ registration_t& modem_t::kept_of(std::string_view line) {
 
 // 2 adds the access technology, 1 only tells changes.
 void modem_t::set_up_registration() {
-    set_up_technology();
     tells_circuit_ = ask("AT+CREG=2").ok() || ask("AT+CREG=1").ok() || (only_cdma_ && ask("AT+CREG?", {"+CREG:"}).ok());
     tells_packet_ = ask("AT+CEREG=2").ok() || ask("AT+CEREG=1").ok();
     tells_5g_ = ask("AT+C5GREG=2").ok() || ask("AT+C5GREG=1").ok();

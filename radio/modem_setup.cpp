@@ -40,6 +40,7 @@ std::string modem_t::set_up() {
                            value_of(limit_t::probe));
     }
     ask("AT+CMEE=1");
+    set_up_technology();
     if (std::string error = set_up_sim(); !error.empty()) {
         return error;
     }

@@ -25,16 +25,17 @@ bool is_locked(const std::string& state) {
 }  // namespace
 
 // Some modems know nothing of a SIM, or tell nothing of it until it is there, or at all; others tell for a moment after
-// the PIN what held before it.
+// the PIN what held before it. On CDMA a subscription needs no SIM.
 std::string modem_t::set_up_sim() {
     bool entered = false;
     while (true) {
         const reply_t reply = ask("AT+CPIN?", {"+CPIN:"});
         const std::string state = state_of(reply);
         if (state.empty() && !reply.ok()) {
-            return lacks_sim(reply.result) ? fmt::format("the modem on {} has no SIM that it can use: {}", options_.tty,
-                                                         described(reply.result))
-                                           : std::string();
+            return lacks_sim(reply.result) && !only_cdma_
+                       ? fmt::format("the modem on {} has no SIM that it can use: {}", options_.tty,
+                                     described(reply.result))
+                       : std::string();
         }
         if (!state.empty() && !is_locked(state)) {
             if (std::exchange(pin_entered_, false)) {

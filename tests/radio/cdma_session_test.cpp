@@ -11,7 +11,10 @@ constexpr DWORD on_cdma = RIL_SYSTEMTYPE_1XRTTPACKET;
 
 class cdma_session : public session {
   protected:
-    cdma_session() { modem.on("AT+GCAP", modem.line_and_ok("+GCAP: +CIS707-A, +MS, +ES, +DS, +FCLASS")); }
+    cdma_session() {
+        modem.on("AT+GCAP", modem.line_and_ok("+GCAP: +CIS707-A, +MS, +ES, +DS, +FCLASS"));
+        modem.on("AT+CPIN?", "\r\n+CME ERROR: 10\r\n");  // there is no SIM, and none is needed
+    }
 
     HRESULT send_cdma(const std::string& body, DWORD options = 0) {
         const RILMESSAGE gsm = outgoing("+491701234567", body);
@@ -89,6 +92,7 @@ TEST_F(cdma_session, a_modem_without_creg_tells_its_service_and_its_system) {
 
 TEST_F(cdma_session, a_modem_for_both_is_on_the_network_that_serves_it) {
     modem.on("AT+GCAP", modem.line_and_ok("+GCAP: +CGSM,+CIS707-A,CIS-856"));
+    modem.on("AT+CPIN?", modem.line_and_ok("+CPIN: READY"));
     modem.on("AT+CAD?", modem.line_and_ok("+CAD: 0"));
     attach_and_open();
     expect_system_type(RIL_SYSTEMTYPE_GSM, 1);
