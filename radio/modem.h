@@ -133,12 +133,12 @@ class modem_t {
     session_pointer_t session_;
 
     // What the modem offers, from the set-up on.
-    technology_t technology_ = technology_t::gsm;
     std::string set_up_failure_;
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
     announcement_t announcement_;
+    int link_keeping_ = 0;  // what to set +CMMS to; 0 when it cannot be
+    technology_t technology_ = technology_t::gsm;
     bool acknowledges_ = false;   // +CMT wants +CNMA
-    int link_keeping_ = 0;        // what to set +CMMS to; 0 when it cannot be
     bool tells_circuit_ = false;  // +CREG
     bool tells_packet_ = false;   // +CEREG
     bool tells_5g_ = false;       // +C5GREG

@@ -44,7 +44,7 @@ std::string modem_t::set_up_sim() {
             return {};
         }
         if (state == "SIM PIN" && !entered) {
-            if (const std::string error = enter_pin(); !error.empty()) {
+            if (std::string error = enter_pin(); !error.empty()) {
                 return error;
             }
             entered = true;

@@ -17,19 +17,7 @@ class cdma_session : public session {
     }
 
     HRESULT send_cdma(const std::string& body, DWORD options = 0) {
-        const RILMESSAGE gsm = outgoing("+491701234567", body);
-        RILMESSAGE message{};
-        message.cbSize = sizeof message;
-        message.dwType = RIL_MSGTYPE_OUT_CDMASUBMIT;
-        message.dwFlags = RIL_MSGFLAG_HEADER;
-        RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
-        out.raDestAddress = gsm.msgOutSubmit.raDestAddress;
-        out.dwTeleservice = 2;
-        out.dwMsgID = 0x42;
-        out.cbHdrLength = gsm.msgOutSubmit.cbHdrLength;
-        std::ranges::copy(gsm.msgOutSubmit.rgbHdr, out.rgbHdr);
-        out.cbBodyLength = gsm.msgOutSubmit.cbBodyLength;
-        std::ranges::copy(gsm.msgOutSubmit.rgbMsg, out.rgbMsg);
+        const RILMESSAGE message = outgoing_cdma("+491701234567", body);
         return RIL_SendMsg(handle, &message, options);
     }
     /// Asks; `events` counts its result and the changes that it brings about.
@@ -56,10 +44,10 @@ TEST_F(cdma_session, datagrams_go_out_and_come_in_as_cdma_messages) {
     modem.once(">", scripted_modem_t::ok);
     const HRESULT first = send_cdma("one", RIL_SENDMSG_MORETOSEND);
     const HRESULT second = send_cdma("two");
-    EXPECT_THAT(recorder.events(2), testing::ElementsAre(sent(first, 40000), sent(second, 0x4201)));
-    EXPECT_THAT(modem.log(), testing::IsSupersetOf({std::string("AT+CMMS=1"), std::string("AT+CMGS=51")}));
-    EXPECT_THAT(modem.log(), Contains(">0000021002040F88861A1C989B981899199A1A9B1B80081B0003242018011100785828"
-                                      "211FA11FA0001808100B7B73280501AD"));
+    EXPECT_THAT(recorder.events(2), testing::ElementsAre(sent(first, 40000), sent(second, 0x0301)));
+    EXPECT_THAT(modem.log(), testing::IsSupersetOf({std::string("AT+CMMS=1"), std::string("AT+CMGS=57")}));
+    EXPECT_THAT(modem.log(), Contains(">0000021002040F88861A1C989B981899199A1A9B1B8008210003203018011100785828"
+                                      "211FA11FA0001808100B7B73280501AD080100090100"));
 
     modem.on("AT+CMGR=3", "\r\n+CMGR: 0,," + delivered("stored") + scripted_modem_t::ok);
     modem.say("\r\n+CMTI: \"SM\",3\r\n");

@@ -1,14 +1,11 @@
 // CDMA messages against octets worked out by hand from 3GPP2 C.S0015, against random damage, and as the driver's.
 #include "radio/cdma.h"
 
-#include <gtest/gtest.h>
-#include <platform/linux/hex.h>
-#include <platform/linux/text.h>
-
 #include <algorithm>
 #include <random>
 
 #include "radio/ril_message.h"
+#include "tests/radio/session_fixture.h"
 
 namespace {
 
@@ -81,19 +78,22 @@ TEST(cdma, what_is_malformed_is_refused_and_what_is_unknown_skipped) {
 }
 
 TEST(cdma, what_does_not_fit_is_not_encoded) {
-    const message_t good = *decode(octets_of(submit));
-    const auto refused = [&](const auto& change) {
-        message_t message = good;
-        change(message);
-        return !encode(message);
+    const std::initializer_list<void (*)(message_t&)> changes = {
+        [](message_t& message) { message.address.text.assign(256, '1'); },
+        [](message_t& message) { message.address.text = "1\r"; },
+        [](message_t& message) { message.user_data->characters.resize(256); },
+        [](message_t& message) { message.user_data->characters.resize(240); },
+        [](message_t& message) {
+            message.user_data = {encoding_t::ascii, {0x80}};
+        },
+        [](message_t& message) { message.priority = 4; },
+        [](message_t& message) { message.validity_absolute = {.year = 100}; },
     };
-    EXPECT_TRUE(refused([](message_t& message) { message.address.text.assign(256, '1'); }));
-    EXPECT_TRUE(refused([](message_t& message) { message.address.text = "1\r"; }));
-    EXPECT_TRUE(refused([](message_t& message) { message.user_data->characters.resize(256); }));
-    EXPECT_TRUE(refused([](message_t& message) { message.user_data->characters.resize(240); }));
-    EXPECT_TRUE(refused([](message_t& message) { message.user_data = {encoding_t::ascii, {0x80}}; }));
-    EXPECT_TRUE(refused([](message_t& message) { message.priority = 4; }));
-    EXPECT_TRUE(refused([](message_t& message) { message.validity_absolute = {.year = 100}; }));
+    for (const auto change : changes) {
+        message_t message = *decode(octets_of(submit));
+        change(message);
+        EXPECT_FALSE(encode(message));
+    }
 }
 
 TEST(cdma, what_random_damage_leaves_decodable_encodes_to_an_equal_message) {
@@ -115,72 +115,51 @@ TEST(cdma, what_random_damage_leaves_decodable_encodes_to_an_equal_message) {
     EXPECT_GT(decodable, 5'000U);
 }
 
-RILMESSAGE outgoing(const std::string& number, tpdu::octets_view_t header, tpdu::octets_view_t body) {
-    RILMESSAGE message{};
-    message.cbSize = sizeof message;
-    message.dwType = RIL_MSGTYPE_OUT_CDMASUBMIT;
-    message.dwFlags = RIL_MSGFLAG_HEADER | RIL_MSGFLAG_MORETOSEND;
-    RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
-    std::ranges::copy(platform::to_utf16(number), out.raDestAddress.wszAddress);
-    out.dwMsgDisplayMode = 3;
-    out.dwMsgPriority = out.dwMsgPrivacy = 1;
-    out.dwTeleservice = out.dwMsgEncoding = 2;
-    out.dwMsgID = 3;
-    std::ranges::copy(header, out.rgbHdr);
-    out.cbHdrLength = static_cast<DWORD>(header.size());
-    std::ranges::copy(body, out.rgbMsg);
-    out.cbBodyLength = static_cast<DWORD>(body.size());
-    return message;
-}
-
 TEST(cdma, the_driver_s_messages_go_out_as_octets_and_come_in_as_they_were) {
-    const tpdu::octets_t header = octets_of("050423F423F40003010201");
-    const RILMESSAGE message = outgoing("2125550100", header, octets_of("41"));
+    const RILMESSAGE message = outgoing_cdma("2125550100", "A");
     const std::optional<radio::submission_t> submission = radio::submission_of(message);
     ASSERT_TRUE(submission);
     EXPECT_EQ(submission->technology, technology_t::cdma);
     EXPECT_EQ(to_hex(submission->octets), to_hex(octets_of(submit)));
     EXPECT_EQ(submission->reference, 0x0301) << "the card, and the part that tells its datagrams apart";
 
-    EXPECT_FALSE(radio::submission_of(outgoing("letters", header, {})));
-    EXPECT_FALSE(radio::submission_of(outgoing("1", header, tpdu::octets_t(129))));
-    EXPECT_TRUE(radio::submission_of(outgoing("1", header, tpdu::octets_t(128, 0xFF))));
-    RILMESSAGE paging = message;
-    paging.msgOutCDMASubmit.dwTeleservice = 1;
-    EXPECT_FALSE(radio::submission_of(paging));
+    EXPECT_FALSE(radio::submission_of(outgoing_cdma("letters", "")));
+    EXPECT_FALSE(radio::submission_of(outgoing_cdma("1", std::string(129, 'x'))));
+    EXPECT_TRUE(radio::submission_of(outgoing_cdma("1", std::string(128, 'x'))));
 
     const auto datagram = radio::card_datagram_of(technology_t::cdma, octets_of(deliver));
     ASSERT_TRUE(datagram);
     EXPECT_EQ(datagram->sender, "1:12125550100");
-    EXPECT_EQ(datagram->header, header);
+    EXPECT_EQ(to_hex(datagram->header), "050423F423F40003010201");
     EXPECT_EQ(datagram->body, octets_of("41"));
     const RIL_IN_CDMADELIVER& in = datagram->message.msgInCDMADeliver;
     EXPECT_EQ(datagram->message.dwType, RIL_MSGTYPE_IN_CDMADELIVER);
     EXPECT_EQ(platform::to_utf8(in.raOrigAddress.wszAddress), "+12125550100");
-    EXPECT_EQ(tpdu::octets_t(in.rgbHdr, in.rgbHdr + in.cbHdrLength), header);
+    EXPECT_EQ(tpdu::octets_t(in.rgbHdr, in.rgbHdr + in.cbHdrLength), datagram->header);
     EXPECT_EQ(std::pair(in.cchMsgLength, in.rgbMsg[0]), std::pair(DWORD{1}, BYTE{'A'}));
     EXPECT_EQ(std::pair(in.stSCReceiveTime.wYear, in.stSCReceiveTime.wMinute), std::pair(WORD{2026}, WORD{7}));
 }
 
 TEST(cdma, only_card_datagrams_are_taken_and_their_copies_known) {
-    const message_t card = *decode(octets_of(deliver));
-    const auto taken = [&](const auto& change, technology_t technology = technology_t::cdma) {
-        message_t message = card;
+    const auto identity_of = [](const auto& change, technology_t technology = technology_t::cdma) {
+        message_t message = *decode(octets_of(deliver));
         change(message);
         const auto datagram = radio::card_datagram_of(technology, *encode(message));
-        return datagram ? to_hex(datagram->identity) : std::string();
+        return datagram ? to_hex(datagram->identity) : "none";
     };
-    const std::string identity = taken([](message_t&) {});
-    EXPECT_EQ(taken([](message_t& message) { message.reply_sequence = 63; }), identity);
-    EXPECT_EQ(taken([](message_t& message) { message.reply_sequence.reset(); }), identity);
-    EXPECT_NE(taken([](message_t& message) { message.identifier = 1; }), identity);
-    EXPECT_NE(identity, "");
-    EXPECT_EQ(taken([](message_t&) {}, technology_t::gsm), "");
-    EXPECT_EQ(taken([](message_t& message) { message.header_indicator = false; }), "");
-    EXPECT_EQ(taken([](message_t& message) { message.user_data->characters[4] = 0xF5; }), "") << "port 9205";
-    EXPECT_EQ(taken([](message_t& message) { message.user_data->characters[0] = 0xFF; }), "");
-    EXPECT_EQ(taken([](message_t& message) { message.user_data.reset(); }), "");
-    EXPECT_EQ(taken([](message_t& message) { message.type = message_type_t::submit; }), "");
+    const std::string identity = identity_of([](message_t&) {});
+    EXPECT_EQ(identity_of([](message_t& message) { message.reply_sequence = 63; }), identity);
+    EXPECT_EQ(identity_of([](message_t& message) { message.reply_sequence.reset(); }), identity);
+    EXPECT_NE(identity_of([](message_t& message) { message.identifier = 1; }), identity);
+    EXPECT_EQ(identity_of([](message_t&) {}, technology_t::gsm), "none");
+    for (void (*const change)(message_t&) : std::initializer_list<void (*)(message_t&)>{
+             [](message_t& message) { message.header_indicator = false; },
+             [](message_t& message) { message.user_data->characters[4] = 0xF5; },  // port 9205
+             [](message_t& message) { message.user_data->characters[0] = 0xFF; },
+             [](message_t& message) { message.user_data.reset(); },
+             [](message_t& message) { message.type = message_type_t::submit; }}) {
+        EXPECT_EQ(identity_of(change), "none");
+    }
 }
 
 }  // namespace

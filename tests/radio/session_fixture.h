@@ -85,6 +85,22 @@ inline RILMESSAGE outgoing(const std::string& number, const std::string& body) {
     std::ranges::copy(body, out.rgbMsg);
     return message;
 }
+/// The same on a CDMA network, of the card 3.
+inline RILMESSAGE outgoing_cdma(const std::string& number, const std::string& body) {
+    RILMESSAGE message = outgoing(number, body);
+    const RIL_OUT_SUBMIT gsm = message.msgOutSubmit;
+    message.dwType = RIL_MSGTYPE_OUT_CDMASUBMIT;
+    RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit = {};
+    out.raDestAddress = gsm.raDestAddress;
+    out.dwMsgDisplayMode = out.dwMsgID = 3;
+    out.dwMsgPriority = out.dwMsgPrivacy = 1;
+    out.dwTeleservice = out.dwMsgEncoding = 2;
+    out.cbHdrLength = gsm.cbHdrLength;
+    out.cbBodyLength = gsm.cbBodyLength;
+    std::ranges::copy(gsm.rgbHdr, out.rgbHdr);
+    std::ranges::copy(gsm.rgbMsg, out.rgbMsg);
+    return message;
+}
 /// `place` is reference, parts and part; without it the datagram is a message of its own.
 inline tpdu::deliver_t incoming(const std::string& body, const std::string& place = {}) {
     tpdu::deliver_t deliver =
