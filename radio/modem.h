@@ -164,17 +164,17 @@ class modem_t {
     // Sending.
     open_submissions_t open_;
     std::set<std::pair<final_result_t::kind_t, int>> told_refusals_;
-    bool link_kept_ = false;
     uint64_t link_kept_until_ = 0;
 
     uint64_t sim_deadline_ = 0;  // of the set-up
-    bool pin_entered_ = false;   // and not refused; whether it was right shows in the SIM's state
+    uint64_t next_look_ = 0;     // for a lost modem
+    uint64_t back_off_ = 0;      // milliseconds
+    std::string lasting_path_;   // see modem_options_t::links
     std::string told_announcement_;
-    std::string lasting_path_;  // see options_t::links
-    bool loss_told_ = false;
-    uint64_t next_look_ = 0;  // for a lost modem
-    uint64_t back_off_ = 0;   // milliseconds
     std::set<std::string> unknown_lines_;
+    bool link_kept_ = false;
+    bool loss_told_ = false;
+    bool pin_entered_ = false;  // and not refused; whether it was right shows in the SIM's state
 };
 
 }  // namespace radio

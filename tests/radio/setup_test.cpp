@@ -17,7 +17,7 @@ const std::string ok = scripted_modem_t::ok;
 const auto line = scripted_modem_t::line_and_ok;
 
 class set_up : public session {
-  protected:
+  public:
     set_up() {
         std::filesystem::remove_all(folder);
         EXPECT_EQ(platform::set_home(folder), "");
@@ -25,6 +25,7 @@ class set_up : public session {
     }
     ~set_up() override { std::filesystem::remove_all(folder); }
 
+  protected:
     void write_pin(const std::string& text, mode_t mode = 0600) const {
         std::ofstream(options.pin_file) << text;
         chmod(options.pin_file.c_str(), mode);
