@@ -76,7 +76,9 @@ void at_dialogue_t::take_line(const std::string& text) {
         }
         delivery_ = modem_line_t{text, {}};
         delivery_is_latest_ = true;
-    } else if (!result && !is_echo(text)) {  // the result of a command that has been given up is nobody's
+    } else if (is_echo(text)) {
+        echoes_ = true;
+    } else if (!result) {  // the result of a command that has been given up is nobody's
         unsolicited_.push_back({text, {}});
     }
 }

@@ -65,6 +65,9 @@ class at_dialogue_t {
     /// Ends the command: with its result when it has one, else with `outcome` and the reply lines so far.
     reply_t end(reply_t::outcome_t outcome);
 
+    /// The modem has echoed a command.
+    [[nodiscard]] bool echoes() const { return echoes_; }
+
     /// The unsolicited lines since the last call, in order.
     std::deque<modem_line_t> take_unsolicited();
 
@@ -77,6 +80,7 @@ class at_dialogue_t {
     command_t command_;
     reply_t reply_;
     bool in_progress_ = false;
+    bool echoes_ = false;
     std::deque<modem_line_t> unsolicited_;
     std::optional<modem_line_t> delivery_;  // an unsolicited header line whose PDU line is still to come
     bool reply_waits_for_pdu_ = false;

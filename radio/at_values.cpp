@@ -180,6 +180,11 @@ DWORD system_type_of_access(int access) {
     }
 }
 
+capabilities_t capabilities(std::string_view line) {
+    const auto has = [line](std::string_view name) { return line.find(name) != std::string_view::npos; };
+    return {has("CGSM"), has("CIS707") || has("CIS-707")};
+}
+
 std::optional<int> cdma_service(std::string_view line) {
     return number_at(values_of(line), 0);
 }

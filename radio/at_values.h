@@ -47,6 +47,13 @@ std::optional<int> operator_access(std::string_view line);
 /// RIL_SYSTEMTYPE_* bits of an <AcT> (3GPP TS 27.007 7.3). LTE and later, which the bits do not know, count as UMTS.
 DWORD system_type_of_access(int access);
 
+/// The kinds of network that +GCAP tells (V.250 6.1.9): +CGSM for GSM and what came after it, +CIS707 for CDMA (3GPP2
+/// C.S0017).
+struct capabilities_t {
+    bool gsm = false;
+    bool cdma = false;
+};
+capabilities_t capabilities(std::string_view line);
 /// The <service> of +CAD, 3GPP2 C.S0017: 0 none, 1 CDMA.
 std::optional<int> cdma_service(std::string_view line);
 /// +CSS of the same, which ends with the identification of the serving system: whether there is one.

@@ -71,6 +71,9 @@ class examination_t {
             if (error_form == 0) {
                 put_back("AT+CMEE=0");
             }
+            if (link_.echoes()) {
+                put_back("ATE1");
+            }
         }
         return std::move(found_);
     }
@@ -105,6 +108,7 @@ class examination_t {
         found_.serial_number = identity("AT+CGSN");
         examine_radio();
         examine_sim();
+        examine_technology();
         examine_registration();
         examine_signal();
         examine_memories();
@@ -171,7 +175,16 @@ class examination_t {
         }
     }
 
-    // Both domains carry messages (modem_registration.cpp); the one that is registered counts, else the one that tries.
+    // As the set-up finds it out (modem_registration.cpp).
+    void examine_technology() {
+        const auto [gsm, cdma] = capabilities(ask("AT+GCAP", "+GCAP:").first());
+        if (cdma || !gsm) {
+            cdma_service_ = cdma_service(ask("AT+CAD?", "+CAD:").first());
+        }
+        on_cdma_ = cdma_service_ == 1 || (cdma && !gsm);
+    }
+
+    // Both domains carry messages; the one that is registered counts, else the one that tries.
     void examine_registration() {
         std::optional<registration_t> best;
         for (const char* name : {"+CREG", "+CEREG"}) {
@@ -179,6 +192,9 @@ class examination_t {
             if (one && (!best || (!best->registered() && (one->registered() || best->status == 0)))) {
                 best = one;
             }
+        }
+        if (!best && cdma_service_) {
+            best = registration_t{*cdma_service_ == 1 ? 1 : 2, std::nullopt};  // it does not tell where
         }
         if (best) {
             describe(*best);
@@ -198,7 +214,9 @@ class examination_t {
         }
         const std::string line = ask("AT+COPS?", "+COPS:").first();
         found_.operator_name = text_in(line, 2);
-        if (const auto access = registration.access ? registration.access : operator_access(line)) {
+        if (on_cdma_) {
+            found_.technology = "CDMA";
+        } else if (const auto access = registration.access ? registration.access : operator_access(line)) {
             found_.technology = technology_words(*access);
         }
         if (found_.registration.starts_with("roaming")) {
@@ -272,6 +290,9 @@ class examination_t {
                                number_in(service, 1) == 0 ? "receive" : "send"),
                    "ask its maker for another firmware, or the operator for a SIM with SMS");
         }
+        if (on_cdma_) {
+            return;  // such a network has no number of it
+        }
         const reply_t centre = ask("AT+CSCA?", "+CSCA:");
         found_.service_centre = text_in(centre.first(), 0);
         if (centre.ok() && found_.service_centre.empty() && found_.usable()) {
@@ -315,6 +336,8 @@ class examination_t {
     tty_t tty_;
     modem_link_t link_;
     diagnosis_t found_;
+    std::optional<int> cdma_service_;
+    bool on_cdma_ = false;
     bool over_ = false;
 };
 

@@ -1,8 +1,8 @@
 /// What a modem is, and what would keep cards from being sent or received through it.
 ///
-/// Asks only, and leaves the modem as it was: what an answer needs changed (the form of error codes, the memory that is
-/// looked into) is put back, save that results are told in words and commands not echoed. No PIN is entered, and no
-/// message read, listed or deleted.
+/// Asks only, and leaves the modem as it was: what an answer needs changed (echo, the form of error codes, the memory
+/// that is looked into) is put back; results are told, and in words, from then on (V.250 6.2.5, 6.2.6). No PIN is
+/// entered, and no message read, listed or deleted.
 #pragma once
 
 #include <functional>

@@ -27,6 +27,8 @@ class modem_link_t {
     /// Ends a text entry that a crash may have left, asks for results in words and for no echo, and waits for the
     /// modem's first answer; false without one.
     bool wake_modem();
+    /// The modem has echoed a command: it had not been told before to do without.
+    [[nodiscard]] bool echoes() const { return dialogue_.echoes(); }
     /// The modem is set up: it is no longer lost.
     void connected() { lost_ = false; }
     /// Runs one command. After a time-out the next exchange first brings the dialogue back.

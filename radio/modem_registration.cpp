@@ -46,13 +46,9 @@ void modem_t::set_up_registration() {
     }
 }
 
-// The capabilities (V.250 6.1.9) are +CGSM for GSM and what came after it, +CIS707 for CDMA (3GPP2 C.S0017). Only a
-// modem that does not tell the first alone is asked what a GSM modem would not know.
+// Only a modem that does not tell GSM alone is asked what a GSM modem would not know.
 void modem_t::set_up_technology() {
-    const std::string capabilities = ask("AT+GCAP", {"+GCAP:"}).first();
-    const bool gsm = capabilities.find("CGSM") != std::string::npos;
-    const bool cdma =
-        capabilities.find("CIS707") != std::string::npos || capabilities.find("CIS-707") != std::string::npos;
+    const auto [gsm, cdma] = capabilities(ask("AT+GCAP", {"+GCAP:"}).first());
     only_cdma_ = cdma && !gsm;
     technology_ = only_cdma_ ? technology_t::cdma : technology_t::gsm;
     tells_service_ = (cdma || !gsm) && cdma_service(ask("AT+CAD?", {"+CAD:"}).first()).has_value();

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/linux/clock.h"
 #include "platform/linux/text.h"
 
 namespace platform {
@@ -45,6 +46,18 @@ LONG error_of(int result) {
         default:
             return ERROR_GEN_FAILURE;
     }
+}
+
+/// The busy timeout does not cover the switch to the write-ahead log: of processes that make one file at once, all but
+/// the first would fail.
+int make_tables(sqlite3* handle) {
+    const uint64_t until = tick64() + busy_timeout_ms;
+    int result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
+    while ((result & 0xFF) == SQLITE_BUSY && tick64() < until) {
+        sqlite3_sleep(1);
+        result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
+    }
+    return result;
 }
 
 LONG run(const sqlite::statement_t& statement) {
@@ -115,7 +128,7 @@ LONG registry_database_t::open(const std::filesystem::path& file, std::shared_pt
 LONG registry_database_t::prepare() {
     sqlite3* const handle = connection.get();
     sqlite3_busy_timeout(handle, busy_timeout_ms);
-    if (const int result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr); result != SQLITE_OK) {
+    if (const int result = make_tables(handle); result != SQLITE_OK) {
         return error_of(result);
     }
     const std::pair<sqlite::statement_t*, const char*> texts[] = {

@@ -267,9 +267,9 @@ void eventually(const std::function<bool()>& predicate) {
     }
 }
 
-void expect_in_order(const std::vector<std::string>& log, const std::vector<std::string>& lines) {
+void expect_lines(const lines_t& log, const lines_t& expected) {
     auto at = log.begin();
-    for (const std::string& line : lines) {
+    for (const std::string& line : expected) {
         at = std::find_if(at, log.end(), [&](const auto& entry) { return matches(entry, line); });
         if (at == log.end()) {
             ADD_FAILURE() << "not in the log, or not in this place: " << line;

@@ -106,8 +106,29 @@ class phone_t {
 /// Yields until the predicate holds; a test failure after 60 s.
 void eventually(const std::function<bool()>& predicate);
 
+using lines_t = std::vector<std::string>;
+
+/// Single lines and lists of them as one list.
+template <typename... parts_t>
+lines_t lines(const parts_t&... parts) {
+    lines_t all;
+    const auto add = [&all](const auto& part) {
+        if constexpr (std::is_same_v<decltype(part), const lines_t&>) {
+            all.insert(all.end(), part.begin(), part.end());
+        } else {
+            all.emplace_back(part);
+        }
+    };
+    (add(parts), ...);
+    return all;
+}
+
 /// The lines occur in the log in this order, others between them.
-void expect_in_order(const std::vector<std::string>& log, const std::vector<std::string>& lines);
+void expect_lines(const lines_t& log, const lines_t& expected);
+template <typename... parts_t>
+void expect_in_order(const lines_t& log, const parts_t&... parts) {
+    expect_lines(log, lines(parts...));
+}
 
 /// A GSM deliver message with everything present.
 RILMESSAGE deliver_message(const std::string& header, const std::string& data,

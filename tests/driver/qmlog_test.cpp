@@ -31,11 +31,7 @@ TEST(log_line, default_form) {
 
 TEST(log_line, punctuation_follows_what_is_given) {
     constexpr uint32_t flags = qmlog::flag_message | qmlog::flag_location | qmlog::flag_function | qmlog::flag_level;
-    const struct {
-        uint32_t flags;
-        int32_t level, line;
-        const char *function, *message, *expected;
-    } cases[] = {
+    const std::tuple<uint32_t, int32_t, int32_t, const char*, const char*, const char*> cases[] = {
         {flags, 3, 7, "f", "m", "ERROR at a.cpp:7 in f: m"},
         {flags, 1, 7, "", "m", "INTERNAL ERROR at a.cpp:7: m"},
         {flags, 2, 0, "f", "m", "CRITICAL ERROR in f: m"},
@@ -46,11 +42,10 @@ TEST(log_line, punctuation_follows_what_is_given) {
         {qmlog::flag_level, 3, 7, "f", "m", "ERROR."},
         {qmlog::flag_message, 3, 7, "f", "m", "m"},
     };
-    for (const auto& row : cases) {
-        captured_log_t sink(row.flags);
-        qmlog::log(qmlog::process_log(), row.level, {row.line, "a.cpp", row.function}, row.message[0] ? "%s" : "",
-                   row.message);
-        EXPECT_THAT(sink.lines, ElementsAre(row.expected));
+    for (const auto& [shown, level, line, function, message, expected] : cases) {
+        captured_log_t sink(shown);
+        qmlog::log(qmlog::process_log(), level, {line, "a.cpp", function}, message[0] ? "%s" : "", message);
+        EXPECT_THAT(sink.lines, ElementsAre(expected));
     }
 }
 
@@ -67,8 +62,8 @@ TEST(log_line, is_never_cut) {
     for (const size_t length : {255u, 256u, 257u, 5000u}) {
         log(5, 0, "", "", std::string(length, 'x').c_str());
     }
-    EXPECT_THAT(sink.lines,
-                ElementsAre(testing::SizeIs(255), testing::SizeIs(256), testing::SizeIs(257), testing::SizeIs(5000)));
+    EXPECT_THAT(sink.lines, ElementsAre(std::string(255, 'x'), std::string(256, 'x'), std::string(257, 'x'),
+                                        std::string(5000, 'x')));
 }
 
 TEST(log_line, thresholds) {

@@ -134,7 +134,6 @@ TEST_F(receiving_test, parts_come_together) {
     EXPECT_THAT(phone.cards(), ElementsAre("+123:AB")) << "part 2 first";
     part(1, 2, 1, "c");
     part(1, 2, 1, "x");
-    EXPECT_EQ(phone.logged("ERROR dropping datagram: datagram #1 already received"), 1u);
     part(1, 2, 2, "d");
     EXPECT_EQ(phone.cards().back(), "+123:cd") << "the same reference again, a repeated part dropped";
     part(2, 2, 1, "1", TEXT("+1"));
@@ -149,10 +148,6 @@ TEST_F(receiving_test, parts_come_together) {
     part(3, 2, 200, "x");
     part(3, 2, 2, "f");
     EXPECT_EQ(phone.cards().at(2), "+123:ef") << "out of bounds dropped";
-    for (const char* const line :
-         {"index=1 out of bounds [1..0]", "index=3 out of bounds [1..2]", "index=200 out of bounds [1..2]"}) {
-        EXPECT_EQ(phone.logged(std::string("ERROR dropping datagram: ") + line), 1u) << line;
-    }
     EXPECT_EQ(phone.logged("ERROR adding of a diagram failed"), 4u);
     EXPECT_EQ(phone.logged("ERROR datagram processing failed, dropping it"), 4u);
     part(0, 1, 1, "zero", TEXT("0"), true);
@@ -193,9 +188,9 @@ TEST_F(receiving_test, bound_of_the_directory) {
     }
     EXPECT_EQ(phone.incoming().size(), 3u) << "one more than the bound";
     EXPECT_EQ(phone.logged("ERROR incoming directory full, dropping message"), 2u);
-    expect_in_order(phone.log(), {"NOTICE Can't read a single file, directory not present or empty?",
-                                  "DEBUG incoming_dir_size=2, counter=2, directory_is_not_full=1",
-                                  "DEBUG incoming_dir_size=2, counter=3, directory_is_not_full=0"});
+    expect_in_order(phone.log(), "NOTICE Can't read a single file, directory not present or empty?",
+                    "DEBUG incoming_dir_size=2, counter=2, directory_is_not_full=1",
+                    "DEBUG incoming_dir_size=2, counter=3, directory_is_not_full=0");
     phone.request(ZPD_IOCTL_INCOMING_DIR_SIZE, u8(1) + u32(0));
     radio.deliver(deliver_message(port_header, "card"));
     EXPECT_EQ(phone.incoming().size(), 4u);

@@ -9,22 +9,14 @@ using testing::ElementsAre;
 namespace {
 
 using sending_test = driver_test;
+using dwords_t = std::vector<DWORD>;
 
-std::string repeat(const std::string& unit, size_t count) {
-    std::string text;
-    while (count-- > 0) {
-        text += unit;
-    }
-    return text;
-}
-
-std::string header_of(const submission_t& sent) {
-    const RIL_OUT_SUBMIT& submit = sent.message.msgOutSubmit;
+template <typename submit_t>
+std::string header_of(const submit_t& submit) {
     return {submit.rgbHdr, submit.rgbHdr + submit.cbHdrLength};
 }
-
-std::string data_of(const submission_t& sent) {
-    const RIL_OUT_SUBMIT& submit = sent.message.msgOutSubmit;
+template <typename submit_t>
+std::string data_of(const submit_t& submit) {
     return {submit.rgbMsg, submit.rgbMsg + submit.cbBodyLength};
 }
 
@@ -32,30 +24,34 @@ std::string data_of(const submission_t& sent) {
 TEST_F(sending_test, cards_are_cut_to_fit) {
     const std::string umlaut = "\xC3\xA4";
     const std::string stray(128, '\x80');
-    const struct {
-        const char* name;
-        std::string card;
-        bool utf8, long_reference;
-        std::vector<size_t> chunks;  // of the datagrams; empty when refused
-        size_t error = 0;
-    } cases[] = {
-        {"empty", "", false, false, {0}},
-        {"one datagram", std::string(133, 'x'), false, false, {133}},
-        {"one, of anything", std::string(133, '\x80'), true, true, {133}},
-        {"just two", std::string(134, 'x'), false, false, {128, 6}},
-        {"just two, long reference", std::string(134, 'x'), false, true, {127, 7}},
-        {"two full", std::string(256, 'x'), false, false, {128, 128}},
-        {"two full, UTF-8", std::string(256, 'x'), true, false, {128, 128}},
-        {"just three", std::string(257, 'x'), false, false, {128, 128, 1}},
-        {"binary cuts anywhere", std::string(127, 'x') + umlaut + "123456", false, false, {128, 7}},
-        {"straddling character moves on", std::string(127, 'x') + umlaut + "123456", true, false, {127, 8}},
-        {"straddling, long reference", std::string(126, 'x') + umlaut + "1234567", true, true, {126, 9}},
-        {"four octets straddle", std::string(125, 'x') + "\xF0\x9F\x98\x80" + "12345", true, false, {125, 9}},
-        {"every cut moves", "x" + repeat(umlaut, 128), true, false, {127, 128, 2}},
+    std::string umlauts;
+    for (int i = 0; i < 128; ++i) {
+        umlauts += umlaut;
+    }
+    // The sizes of the datagrams, or the error.
+    const std::tuple<const char*, std::string, bool, bool, std::vector<size_t>, uint32_t> cases[] = {
+        {"empty", "", false, false, {0}, 0},
+        {"one datagram", std::string(133, 'x'), false, false, {133}, 0},
+        {"one, of anything", std::string(133, '\x80'), true, true, {133}, 0},
+        {"just two", std::string(134, 'x'), false, false, {128, 6}, 0},
+        {"just two, long reference", std::string(134, 'x'), false, true, {127, 7}, 0},
+        {"two full", std::string(256, 'x'), false, false, {128, 128}, 0},
+        {"two full, UTF-8", std::string(256, 'x'), true, false, {128, 128}, 0},
+        {"just three", std::string(257, 'x'), false, false, {128, 128, 1}, 0},
+        {"binary cuts anywhere", std::string(127, 'x') + umlaut + "123456", false, false, {128, 7}, 0},
+        {"straddling character moves on", std::string(127, 'x') + umlaut + "123456", true, false, {127, 8}, 0},
+        {"straddling, long reference", std::string(126, 'x') + umlaut + "1234567", true, true, {126, 9}, 0},
+        {"four octets straddle", std::string(125, 'x') + "\xF0\x9F\x98\x80" + "12345", true, false, {125, 9}, 0},
+        {"every cut moves", "x" + umlauts, true, false, {127, 128, 2}, 0},
         {"stray octets at the end", "x" + std::string(133, '\x80'), true, false, {}, 1002},
-        {"stray octets of the last datagram", std::string(128, 'x') + std::string(20, '\x80'), true, false, {127, 21}},
+        {"stray octets of the last datagram",
+         std::string(128, 'x') + std::string(20, '\x80'),
+         true,
+         false,
+         {127, 21},
+         0},
         {"128 stray octets", std::string(128, 'x') + stray + "x", true, false, {}, 1002},
-        {"127 stray octets", std::string(128, 'x') + std::string(127, '\x80') + "x", true, false, {127, 128, 1}},
+        {"127 stray octets", std::string(128, 'x') + std::string(127, '\x80') + "x", true, false, {127, 128, 1}, 0},
         {"too long", std::string(32641, 'x'), false, false, {}, 6724},
         {"too long, UTF-8", std::string(32641, 'x'), true, false, {}, 6724},
         {"too long, long reference", std::string(32386, 'x'), false, true, {}, 6724},
@@ -65,26 +61,26 @@ TEST_F(sending_test, cards_are_cut_to_fit) {
     phone.start_on(gsm);
     radio.follow({.confirm_everything = true});
     size_t sent = 0;
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        const auto input = text(row.card) + u8(row.utf8) + u8(row.long_reference);
+    for (const auto& [name, card, utf8, long_reference, sizes, error] : cases) {
+        SCOPED_TRACE(name);
+        const auto input = text(card) + u8(utf8) + u8(long_reference);
         const reply_t count = phone.request(ZPD_IOCTL_COUNT_DATAGRAMS, input, 4);
-        const reply_t reply = phone.send(row.card, TEXT("+1"), row.utf8, row.long_reference);
-        if (row.error != 0) {
-            EXPECT_EQ(count, failed(static_cast<uint32_t>(row.error)));
-            EXPECT_EQ(reply, failed(static_cast<uint32_t>(row.error)));
+        const reply_t reply = phone.send(card, TEXT("+1"), utf8, long_reference);
+        if (error != 0) {
+            EXPECT_EQ(count, failed(error));
+            EXPECT_EQ(reply, failed(error));
             continue;
         }
-        EXPECT_EQ(count, done(u32(static_cast<int64_t>(row.chunks.size()))));
-        std::string card;
+        EXPECT_EQ(count, done(u32(static_cast<int64_t>(sizes.size()))));
+        std::string whole;
         std::vector<size_t> chunks;
-        for (size_t i = 0; i < row.chunks.size(); ++i) {
-            const std::string data = data_of(radio.submission(++sent));
+        for (size_t i = 0; i < sizes.size(); ++i) {
+            const std::string data = data_of(radio.submission(++sent).message.msgOutSubmit);
             chunks.push_back(data.size());
-            card += data;
+            whole += data;
         }
-        EXPECT_EQ(chunks, row.chunks);
-        EXPECT_EQ(card, row.card);
+        EXPECT_EQ(chunks, sizes);
+        EXPECT_EQ(whole, card);
     }
     for (const bool long_reference : {false, true}) {
         const size_t limit = long_reference ? 32385 : 32640;
@@ -95,7 +91,6 @@ TEST_F(sending_test, cards_are_cut_to_fit) {
 
 TEST_F(sending_test, gsm_submission_field_by_field) {
     phone.preset("next_message_id", 300);
-    phone.preset_logging();
     phone.start_on(gsm | cdma);
     SYSTEMTIME now;
     GetSystemTime(&now);
@@ -105,40 +100,33 @@ TEST_F(sending_test, gsm_submission_field_by_field) {
     for (const size_t number : {1u, 2u, 3u}) {
         const submission_t sent = radio.submission(number);
         const RILMESSAGE& message = sent.message;
-        EXPECT_EQ(message.cbSize, 0xAC4u);
-        EXPECT_EQ(message.dwParams, 0x0D80CA26u);
-        EXPECT_EQ(message.dwType, RIL_MSGTYPE_OUT_SUBMIT);
-        EXPECT_EQ(message.dwFlags, 5u) << "the last one too";
         const RIL_OUT_SUBMIT& submit = message.msgOutSubmit;
-        EXPECT_EQ(submit.raDestAddress.cbSize, 0x210u);
-        EXPECT_EQ(submit.raDestAddress.dwParams, 7u);
-        EXPECT_EQ(submit.raDestAddress.dwType, 0u);
-        EXPECT_EQ(submit.raDestAddress.dwNumPlan, 1u);
-        EXPECT_EQ(wide_string_t(submit.raDestAddress.wszAddress), number == 3 ? TEXT("+49") : TEXT("+491711234567"));
-        EXPECT_EQ(submit.dwProtocolID, 1u);
+        const RILADDRESS& to = submit.raDestAddress;
+        EXPECT_THAT((dwords_t{message.cbSize, message.dwParams, message.dwType, to.cbSize, to.dwParams, to.dwType,
+                              to.dwNumPlan, submit.dwProtocolID, submit.dwVPFormat}),
+                    ElementsAre(0xAC4, 0x0D80CA26, RIL_MSGTYPE_OUT_SUBMIT, 0x210, 7, 0, 1, 1, 1));
+        EXPECT_EQ(message.dwFlags, 5u) << "the last one too";
+        EXPECT_EQ(wide_string_t(to.wszAddress), number == 3 ? TEXT("+49") : TEXT("+491711234567"));
         const RILMSGDCS& coding = submit.rmdDataCoding;
-        EXPECT_THAT((std::vector<DWORD>{coding.cbSize, coding.dwParams, coding.dwType, coding.dwFlags,
-                                        coding.dwMsgClass, coding.dwAlphabet, coding.dwIndication, coding.dwLanguage}),
+        EXPECT_THAT((dwords_t{coding.cbSize, coding.dwParams, coding.dwType, coding.dwFlags, coding.dwMsgClass,
+                              coding.dwAlphabet, coding.dwIndication, coding.dwLanguage}),
                     ElementsAre(0x20, 9, 1, 0, 0, 2, 0, 0));
-        EXPECT_EQ(submit.dwVPFormat, 1u);
         FILETIME then{};
         FILETIME validity{};
         EXPECT_TRUE(SystemTimeToFileTime(&now, &then) && SystemTimeToFileTime(&submit.stVP, &validity));
         const auto units = [](FILETIME t) { return uint64_t{t.dwHighDateTime} << 32 | t.dwLowDateTime; };
         EXPECT_LT(units(validity) - units(then), 600000000u) << "the clock time, at most a minute later";
     }
-    // The 8-bit reference is the low octet of the id; a single datagram carries the port alone.
-    EXPECT_EQ(header_of(radio.submission(1)), part_header(44, 2, 1));
-    EXPECT_EQ(header_of(radio.submission(2)), part_header(44, 2, 2));
-    EXPECT_EQ(header_of(radio.submission(3)), port_header);
-    EXPECT_EQ(header_of(radio.submission(4)), part_header(302, 2, 1, true));
-    EXPECT_EQ(data_of(radio.submission(1)), std::string(128, 'a'));
-    EXPECT_EQ(data_of(radio.submission(2)), std::string(72, 'b'));
-    EXPECT_EQ(data_of(radio.submission(3)), std::string(133, 'c')) << "140 octets with the header";
-    expect_in_order(phone.log(), {"WARNING invalid message id 300 > 255 in concatenation header is replaced by 44",
-                                  "INFO enqueue chunk 300[0] of 128 bytes [0:128]",
-                                  "INFO enqueue chunk 300[1] of 128 bytes [128:256]",
-                                  "INFO enqueue chunk 301[0] of 133 bytes [0:133]"});
+    // The 8-bit reference is the low octet of the id; a single datagram, of 140 octets with its header, carries the
+    // port alone.
+    const std::pair<std::string, std::string> expected[] = {{part_header(44, 2, 1), std::string(128, 'a')},
+                                                            {part_header(44, 2, 2), std::string(72, 'b')},
+                                                            {port_header, std::string(133, 'c')},
+                                                            {part_header(302, 2, 1, true), std::string(127, 'd')}};
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        const RIL_OUT_SUBMIT submit = radio.submission(i + 1).message.msgOutSubmit;
+        EXPECT_EQ(std::pair(header_of(submit), data_of(submit)), expected[i]);
+    }
 }
 
 TEST_F(sending_test, more_to_send_tells_whether_others_wait) {
@@ -159,18 +147,12 @@ TEST_F(sending_test, cdma_submission_field_by_field) {
     GetSystemTime(&now);
     phone.send(std::string(134, 'x'), TEXT("5551234"), false, true);
     const RILMESSAGE message = radio.submission(2).message;
-    EXPECT_EQ(message.cbSize, 0xAC4u);
-    EXPECT_EQ(message.dwParams, 0x2F81CE26u);
-    EXPECT_EQ(message.dwType, RIL_MSGTYPE_OUT_CDMASUBMIT);
-    EXPECT_EQ(message.dwFlags, 5u);
     const RIL_OUT_CDMASUBMIT& submit = message.msgOutCDMASubmit;
-    EXPECT_EQ(submit.raDestAddress.cbSize, 0x210u);
-    EXPECT_EQ(submit.raDestAddress.dwParams, 4u);
-    EXPECT_EQ(submit.raDestAddress.dwType, 0u);
-    EXPECT_EQ(submit.raDestAddress.dwNumPlan, 1u);
-    EXPECT_EQ(wide_string_t(submit.raDestAddress.wszAddress), TEXT("5551234"));
-    EXPECT_EQ(submit.rsaDestSubaddr.cbSize, 0x20Cu);
-    EXPECT_EQ(submit.rsaDestSubaddr.dwParams, 0u);
+    const RILADDRESS& to = submit.raDestAddress;
+    EXPECT_THAT((dwords_t{message.cbSize, message.dwParams, message.dwType, message.dwFlags, to.cbSize, to.dwParams,
+                          to.dwType, to.dwNumPlan, submit.rsaDestSubaddr.cbSize, submit.rsaDestSubaddr.dwParams}),
+                ElementsAre(0xAC4, 0x2F81CE26, RIL_MSGTYPE_OUT_CDMASUBMIT, 5, 0x210, 4, 0, 1, 0x20C, 0));
+    EXPECT_EQ(wide_string_t(to.wszAddress), TEXT("5551234"));
     int next_year = 0;
     for (const SYSTEMTIME& time : {submit.stValidityPeriodAbs, submit.stValidityPeriodRel, submit.stDeferredDelTimeAbs,
                                    submit.stDeferredDelTimeRel}) {
@@ -178,39 +160,32 @@ TEST_F(sending_test, cdma_submission_field_by_field) {
     }
     EXPECT_EQ(next_year, 2);
     EXPECT_EQ(submit.bDeliveryAckRequest | submit.bUserAckRequest | submit.bBearerReplyRequest, 0);
-    EXPECT_EQ(submit.raCallBackNumber.cbSize, 0x210u);
-    EXPECT_EQ(submit.raCallBackNumber.dwParams, 0u);
-    EXPECT_EQ(submit.dwMsgPriority, 1u);
-    EXPECT_EQ(submit.dwMsgPrivacy, 1u);
-    EXPECT_EQ(submit.dwTeleservice, 2u);
-    EXPECT_EQ(submit.dwMsgID, 0x1234u);
-    EXPECT_EQ(submit.dwMsgEncoding, 2u);
-    EXPECT_EQ(std::string(submit.rgbHdr, submit.rgbHdr + submit.cbHdrLength), part_header(0x1234, 2, 2, true));
-    EXPECT_EQ(std::string(submit.rgbMsg, submit.rgbMsg + submit.cbBodyLength), "xxxxxxx");
-    expect_in_order(phone.log(), {"DEBUG msg->dwParams(=0x2F81CE26) & nao_flags = nao_flags",
-                                  "DEBUG cdma->dwMsgEncoding = RIL_MSGCODING_7BITASCII"});
+    EXPECT_THAT((dwords_t{submit.raCallBackNumber.cbSize, submit.raCallBackNumber.dwParams, submit.dwMsgPriority,
+                          submit.dwMsgPrivacy, submit.dwTeleservice, submit.dwMsgID, submit.dwMsgEncoding}),
+                ElementsAre(0x210, 0, 1, 1, 2, 0x1234, 2));
+    EXPECT_EQ(header_of(submit), part_header(0x1234, 2, 2, true));
+    EXPECT_EQ(data_of(submit), "xxxxxxx");
+    expect_in_order(phone.log(), "DEBUG msg->dwParams(=0x2F81CE26) & nao_flags = nao_flags",
+                    "DEBUG cdma->dwMsgEncoding = RIL_MSGCODING_7BITASCII");
 }
 
 TEST_F(sending_test, phone_numbers_up_to_the_field) {
-    const struct {
-        DWORD network;
-        unsigned length;
-        bool sent;
-    } cases[] = {{gsm, 127, true},  {gsm, 128, true},   {gsm, 255, true},   {gsm, 256, false},  {gsm, 300, false},
-                 {cdma, 127, true}, {cdma, 128, false}, {cdma, 255, false}, {cdma, 256, false}, {gsm, 0, true}};
+    const std::tuple<DWORD, unsigned, bool> cases[] = {
+        {gsm, 127, true},  {gsm, 128, true},   {gsm, 255, true},   {gsm, 256, false},  {gsm, 300, false},
+        {cdma, 127, true}, {cdma, 128, false}, {cdma, 255, false}, {cdma, 256, false}, {gsm, 0, true}};
     phone.preset_logging();
     phone.start_on(gsm);
     radio.follow({.confirm_everything = true});
     size_t sent = 0;
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.length);
-        radio.system_changed(row.network);
-        const wide_string_t number(row.length, WCHAR{'5'});
+    for (const auto& [network, length, fits] : cases) {
+        SCOPED_TRACE(length);
+        radio.system_changed(network);
+        const wide_string_t number(length, WCHAR{'5'});
         const uint32_t id = u32_at(phone.send("card", number).output, 0);
-        if (row.sent) {
+        if (fits) {
             EXPECT_EQ(wide_string_t(radio.submission(++sent).message.msgOutSubmit.raDestAddress.wszAddress), number);
         }
-        eventually([&] { return phone.status(id) == std::vector<int32_t>{row.sent ? 4 : 2}; });
+        eventually([&] { return phone.status(id) == std::vector<int32_t>{fits ? 4 : 2}; });
     }
     EXPECT_EQ(phone.logged("ERROR the phone number is too long"), 5u);
 }

@@ -17,6 +17,12 @@ class states_test : public driver_test {
     states_test() { phone.preset_logging(); }
     void confirm(size_t number) { radio.confirm(radio.submission(number).request); }
     void refuse(size_t number) { radio.refuse(radio.submission(number).request); }
+    /// The radio tells of a network, and the sender's back-off is over.
+    void give_network() {
+        radio.system_changed(gsm);
+        platform::testing::advance_clock(10000);
+        radio.system_changed(gsm);
+    }
     void set_capacity(unsigned capacity) { phone.request(ZPD_IOCTL_RIL_CAPACITY, u8(1) + u8(capacity)); }
     void await_status(uint32_t id, const std::vector<int32_t>& status) {
         eventually([&] { return phone.status(id) == status; });
@@ -49,30 +55,6 @@ TEST_F(states_test, datagram_with_the_radio_is_deferred_when_it_comes_back) {
     refuse(1);
     await_status(239, {3, 2});
     EXPECT_EQ(phone.states(239, 0), "QUEUED DISPATCHER RILLED QUEUED DISPATCHER deferred DONE WAITING");
-}
-
-TEST_F(states_test, radio_error_and_success) {
-    phone.start();
-    radio.question(1);
-    phone.send_card(10);
-    EXPECT_THAT(phone.status(239), ElementsAre(0)) << "no network yet";
-    radio.system_changed(gsm);
-    platform::testing::advance_clock(10000);
-    radio.system_changed(gsm);
-    radio.submission(1);
-    EXPECT_THAT(phone.status(239), ElementsAre(1));
-    radio.system_changed(no_network);
-    refuse(1);
-    EXPECT_THAT(phone.status(239), ElementsAre(0)) << "queued again, and no network";
-    radio.question(2);
-    radio.system_changed(gsm);
-    platform::testing::advance_clock(10000);
-    radio.system_changed(gsm);
-    radio.submission(2);
-    EXPECT_THAT(phone.status(239), ElementsAre(1));
-    confirm(2);
-    EXPECT_THAT(phone.status(239), ElementsAre(4));
-    EXPECT_EQ(phone.states(239, 0), "QUEUED DISPATCHER RILLED " + sent + "WAITING");
 }
 
 TEST_F(states_test, capacity_bounds_what_the_radio_holds) {
@@ -108,9 +90,8 @@ TEST_F(states_test, closing_in_every_order) {
     EXPECT_EQ(phone.close(239), failed(1002));
     EXPECT_THAT(phone.list(), IsEmpty());
     EXPECT_THAT(phone.status(239), ElementsAre(0)) << "on its way all the same";
-    radio.result(radio.question(1), RIL_RESULT_OK, u32(gsm));
-    platform::testing::advance_clock(10000);
-    radio.system_changed(gsm);
+    radio.question(1);
+    give_network();
     confirm(1);
     EXPECT_THAT(phone.status(239), IsEmpty());
 
@@ -147,14 +128,13 @@ TEST_F(states_test, closing_in_every_order) {
         EXPECT_EQ(phone.logged("DEBUG message 0x~=" + std::to_string(id) + " erased from message database"), 1u);
     }
     EXPECT_EQ(phone.logged("ERROR message by id='239' already closed"), 1u);
-    expect_in_order(phone.log(),
-                    {"DEBUG removing message by id='242'", "DEBUG first loop, i=0 in", "DEBUG first loop, i=0 out",
-                     "DEBUG first loop, i=1 in", "DEBUG first loop, i=1 out",
-                     "DEBUG second loop, i=0 in 0x~=242[0x~=0]", "DEBUG machine=~", "DEBUG machine->state_waiting=~",
-                     "DEBUG machine->state_waiting->elements=~", "DEBUG end of dump machine->state_waiting->elements",
-                     "DEBUG second loop if-condition = 1", "DEBUG yes, calling machine->state_ripped->go_to(0x~)",
-                     "DEBUG 0x~=242[0x~=0]", "DEBUG yes, d=dd=~", "DEBUG second loop, i=0 out",
-                     "DEBUG second loop, i=1 in 0x~=242[0x~=1]", "DEBUG second loop, i=1 out", "DEBUG returning..."});
+    expect_in_order(phone.log(), "DEBUG removing message by id='242'", "DEBUG first loop, i=0 in",
+                    "DEBUG first loop, i=0 out", "DEBUG first loop, i=1 in", "DEBUG first loop, i=1 out",
+                    "DEBUG second loop, i=0 in 0x~=242[0x~=0]", "DEBUG machine=~", "DEBUG machine->state_waiting=~",
+                    "DEBUG machine->state_waiting->elements=~", "DEBUG end of dump machine->state_waiting->elements",
+                    "DEBUG second loop if-condition = 1", "DEBUG yes, calling machine->state_ripped->go_to(0x~)",
+                    "DEBUG 0x~=242[0x~=0]", "DEBUG yes, d=dd=~", "DEBUG second loop, i=0 out",
+                    "DEBUG second loop, i=1 in 0x~=242[0x~=1]", "DEBUG second loop, i=1 out", "DEBUG returning...");
 }
 
 TEST_F(states_test, second_retry_waits_five_seconds_over_the_wrap) {
@@ -165,14 +145,22 @@ TEST_F(states_test, second_retry_waits_five_seconds_over_the_wrap) {
     refuse(2);  // the first retry is immediate
     phone.let_sender_look();
     EXPECT_EQ(radio.attempts().submissions, 2u);
-    phone.pass(3000);
+    phone.pass(4900);
     EXPECT_LT(GetTickCount(), 0x10000000u) << "wrapped";
     phone.let_sender_look();
     EXPECT_EQ(radio.attempts().submissions, 2u);
     EXPECT_THAT(phone.status(239), ElementsAre(0));
-    phone.pass(2000);
-    confirm(3);
+    phone.pass(100);
+    radio.submission(3);
+    radio.system_changed(no_network);
+    refuse(3);
+    EXPECT_THAT(phone.status(239), ElementsAre(0)) << "queued again, and no network";
+    radio.question(2);
+    give_network();
+    confirm(4);
     EXPECT_THAT(phone.status(239), ElementsAre(4));
+    const std::string refused = "QUEUED DISPATCHER RILLED ";
+    EXPECT_EQ(phone.states(239, 0), refused + refused + refused + sent + "WAITING");
 }
 
 TEST_F(states_test, second_question_waits_ten_seconds_over_the_wrap) {
@@ -200,28 +188,24 @@ TEST_F(states_test, second_question_waits_ten_seconds_over_the_wrap) {
 }
 
 TEST_F(states_test, results_become_errors) {
-    const struct {
-        DWORD code;
-        std::string data;
-        std::string lines[2];
-    } cases[] = {
-        {3, u32(0x8005001A), {"ERROR ril_result_code=RIL_RESULT_ERROR=0x3 => error=0x8005001A", "0x8005001A"}},
-        {3, "", {"ERROR ril_result_code=RIL_RESULT_ERROR=0x3 => error=0xFFFFFFFF", "0xFFFFFFFF"}},
-        {3, "\1\2\3", {"ERROR ril_result_code=RIL_RESULT_ERROR=0x3 => error=0xFFFFFFFF", "0xFFFFFFFF"}},
-        {3, u32(0x11) + "rest", {"ERROR ril_result_code=RIL_RESULT_ERROR=0x3 => error=0x11", "0x00000011"}},
-        {0, u32(1), {"ERROR ril_result_code=0x0 => error=0xFFFFFFFF", "0xFFFFFFFF"}},
-        {7, "", {"ERROR ril_result_code=0x7 => error=0x7", "0x00000007"}},
-        {1, u32(77), {"ERROR ril_result_code=RIL_RESULT_OK=0x1 => error=0", "0x00000000"}},
+    const std::string result_error = "ERROR ril_result_code=RIL_RESULT_ERROR=0x3 => error=";
+    const std::tuple<DWORD, std::string, std::string, std::string> cases[] = {
+        {3, u32(0x8005001A), result_error + "0x8005001A", "0x8005001A"},
+        {3, "", result_error + "0xFFFFFFFF", "0xFFFFFFFF"},
+        {3, "\1\2\3", result_error + "0xFFFFFFFF", "0xFFFFFFFF"},
+        {3, u32(0x11) + "rest", result_error + "0x11", "0x00000011"},
+        {0, u32(1), "ERROR ril_result_code=0x0 => error=0xFFFFFFFF", "0xFFFFFFFF"},
+        {7, "", "ERROR ril_result_code=0x7 => error=0x7", "0x00000007"},
+        {1, u32(77), "ERROR ril_result_code=RIL_RESULT_OK=0x1 => error=0", "0x00000000"},
     };
     phone.start_on(gsm);
     phone.send_card(10);
     size_t number = 0;
-    std::vector<std::string> expected;
-    for (const auto& row : cases) {
-        radio.result(radio.submission(++number).request, row.code, row.data);
+    lines_t expected;
+    for (const auto& [code, data, told, error] : cases) {
+        radio.result(radio.submission(++number).request, code, data);
         phone.pass(5000);
-        expected.push_back(row.lines[0]);
-        expected.push_back("DEBUG datagram_t *d=0x~, error=" + row.lines[1]);
+        expected = lines(expected, told, "DEBUG datagram_t *d=0x~, error=" + error);
     }
     EXPECT_THAT(phone.status(239), ElementsAre(4));
     expect_in_order(phone.log(), expected);
@@ -324,11 +308,11 @@ TEST_F(states_test, corners_of_the_machine) {
     std::swap(message.datagrams[0], message.datagrams[1]);
     machine.state_ripped->go_to(first);
     EXPECT_EQ(message.datagram_count, 2u);
-    expect_in_order(phone.log(), {"DEBUG Transition 0x~: 7[1]:QUEUED->retry", "CRITICAL ERROR @state_queued_t::leave",
-                                  "DEBUG Transition 0x~: 7[1]:retry->QUEUED",
-                                  "CRITICAL ERROR EPIC FAIL: no network, can't send datagram :-(",
-                                  "ERROR datagram is too long: UDHL=7 + UDL=134 = 141 > 140",
-                                  "CRITICAL ERROR internal datagram structure error; 7[0] d=0x~, dd=0x~"});
+    expect_in_order(phone.log(), "DEBUG Transition 0x~: 7[1]:QUEUED->retry", "CRITICAL ERROR @state_queued_t::leave",
+                    "DEBUG Transition 0x~: 7[1]:retry->QUEUED",
+                    "CRITICAL ERROR EPIC FAIL: no network, can't send datagram :-(",
+                    "ERROR datagram is too long: UDHL=7 + UDL=134 = 141 > 140",
+                    "CRITICAL ERROR internal datagram structure error; 7[0] d=0x~, dd=0x~");
 }
 
 }  // namespace

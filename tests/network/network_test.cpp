@@ -2,6 +2,7 @@
 #include "network/network.h"
 
 #include <sys/ioctl.h>
+#include <termios.h>
 
 #include <fstream>
 

@@ -30,34 +30,31 @@ TEST_F(files_test_t, lets_no_path_out_of_the_home) {
     std::filesystem::create_symlink(box / "outside" / "new", box / "home" / "dangling");
     std::filesystem::create_symlink("loop", box / "home" / "loop");
     std::filesystem::create_directory_symlink("..", box / "home" / "up");
-    const std::u16string long_component(128, u'\u00E9');  // 256 octets
-    const std::pair<std::u16string, DWORD> rows[] = {
-        {u"", ERROR_PATH_NOT_FOUND},
-        {u"\\..\\outside\\x", ERROR_INVALID_NAME},
-        {u"\\a\\..\\..\\outside\\x", ERROR_INVALID_NAME},
-        {u"\\.\\x", ERROR_INVALID_NAME},
-        {u"\\../outside/x", ERROR_INVALID_NAME},
-        {u"/etc/x", ERROR_INVALID_NAME},
-        {u"\\a\nb", ERROR_INVALID_NAME},
-        {u"\\a\u0085b", ERROR_INVALID_NAME},
-        {u"\\a*", ERROR_INVALID_NAME},
-        {u"\\" + long_component, ERROR_INVALID_NAME},
-        {std::u16string(260, u'\\') + u"x", ERROR_INVALID_NAME},
-        {u"\\out\\x", ERROR_PATH_NOT_FOUND},
-        {u"\\out", ERROR_PATH_NOT_FOUND},
-        {u"\\up\\outside\\x", ERROR_PATH_NOT_FOUND},
-        {u"\\dangling", ERROR_PATH_NOT_FOUND},
-        {u"\\loop", ERROR_PATH_NOT_FOUND},
-    };
-    for (const auto& [text, reason] : rows) {
+    const std::u16string odd_names[] = {u"\\..\\outside\\x",
+                                        u"\\a\\..\\..\\outside\\x",
+                                        u"\\.\\x",
+                                        u"\\../outside/x",
+                                        u"/etc/x",
+                                        u"\\a\nb",
+                                        u"\\a\u0085b",
+                                        u"\\a*",
+                                        u"\\" + std::u16string(128, u'\u00E9'),
+                                        std::u16string(260, u'\\') + u"x"};
+    const std::u16string no_ways[] = {u"", u"\\out\\x", u"\\out", u"\\up\\outside\\x", u"\\dangling", u"\\loop"};
+    const auto refused = [&](const std::u16string& text, DWORD error) {
         LPCWSTR path = text.c_str();
-        const DWORD error = reason;
         SCOPED_TRACE(testing::PrintToString(text));
         EXPECT_EQ(platform::host_path(path), "");
         EXPECT_EQ(poisoned([&] { return CreateDirectoryW(path, nullptr); }), std::pair(FALSE, error));
         EXPECT_EQ(poisoned([&] { return GetFileAttributesW(path); }), std::pair(INVALID_FILE_ATTRIBUTES, error));
         EXPECT_EQ(_wfopen(path, TEXT("wb")), nullptr);
         EXPECT_EQ(errno, error == ERROR_INVALID_NAME ? EINVAL : ENOENT);
+    };
+    for (const std::u16string& path : odd_names) {
+        refused(path, ERROR_INVALID_NAME);
+    }
+    for (const std::u16string& path : no_ways) {
+        refused(path, ERROR_PATH_NOT_FOUND);
     }
     EXPECT_TRUE(std::filesystem::is_empty(box / "outside"));
 }

@@ -86,26 +86,24 @@ TEST(digest, agrees_with_rfc_1321) {  // A.5
 }
 
 TEST(system_time, becomes_a_file_time_or_is_refused) {
+    const auto ticks_of = [](const SYSTEMTIME& time) {
+        FILETIME result{};
+        const auto outcome = poisoned([&] { return SystemTimeToFileTime(&time, &result); });
+        return std::pair(outcome, uint64_t{result.dwHighDateTime} << 32 | result.dwLowDateTime);
+    };
     const std::pair<SYSTEMTIME, uint64_t> rows[] = {
-        // 0: refused
         {{1970, 1, 0, 1, 0, 0, 0, 0}, 116444736000000000},
         {{2000, 2, 9, 29, 23, 59, 59, 999}, 125963423999990000},  // the day of the week does not count
-        {{1601, 1, 0, 1, 0, 0, 0, 1}, 10000},
-        {{1900, 2, 0, 29, 0, 0, 0, 0}, 0},
-        {{2024, 13, 0, 1, 0, 0, 0, 0}, 0},
-        {{2024, 1, 0, 0, 0, 0, 0, 0}, 0},
-        {{2024, 1, 0, 1, 24, 0, 0, 0}, 0},
-        {{2024, 1, 0, 1, 0, 60, 0, 0}, 0},
-        {{2024, 1, 0, 1, 0, 0, 60, 0}, 0},
-        {{2024, 1, 0, 1, 0, 0, 0, 1000}, 0},
-        {{1600, 12, 0, 31, 0, 0, 0, 0}, 0},
-        {{30828, 1, 0, 1, 0, 0, 0, 0}, 0},
-    };
-    for (const auto& row : rows) {
-        FILETIME result{};
-        const auto expected = row.second != 0 ? std::pair(TRUE, poison) : std::pair(FALSE, ERROR_INVALID_PARAMETER);
-        EXPECT_EQ(poisoned([&] { return SystemTimeToFileTime(&row.first, &result); }), expected);
-        EXPECT_EQ(uint64_t{result.dwHighDateTime} << 32 | result.dwLowDateTime, row.second);
+        {{1601, 1, 0, 1, 0, 0, 0, 1}, 10000}};
+    for (const auto& [time, ticks] : rows) {
+        EXPECT_EQ(ticks_of(time), std::pair(std::pair(TRUE, poison), ticks));
+    }
+    const SYSTEMTIME refused[] = {
+        {1900, 2, 0, 29, 0, 0, 0, 0},   {2024, 13, 0, 1, 0, 0, 0, 0},  {2024, 1, 0, 0, 0, 0, 0, 0},
+        {2024, 1, 0, 1, 24, 0, 0, 0},   {2024, 1, 0, 1, 0, 60, 0, 0},  {2024, 1, 0, 1, 0, 0, 60, 0},
+        {2024, 1, 0, 1, 0, 0, 0, 1000}, {1600, 12, 0, 31, 0, 0, 0, 0}, {30828, 1, 0, 1, 0, 0, 0, 0}};
+    for (const SYSTEMTIME& time : refused) {
+        EXPECT_EQ(ticks_of(time), std::pair(std::pair(FALSE, ERROR_INVALID_PARAMETER), uint64_t{0}));
     }
     SYSTEMTIME now{};
     GetSystemTime(&now);

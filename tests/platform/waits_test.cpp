@@ -1,3 +1,4 @@
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -20,8 +21,16 @@ class waiter_t {
   public:
     waiter_t(HANDLE event, DWORD milliseconds)
         : thread_([this, event, milliseconds] {
+              id_ = GetCurrentThreadId();
               outcome_ = poisoned([&] { return WaitForSingleObject(event, milliseconds); });
           }) {}
+    /// Returns once it sleeps, in its wait.
+    void await_sleep() const {
+        for (std::string state; state != "S"; std::this_thread::yield()) {
+            std::ifstream stat("/proc/self/task/" + std::to_string(id_) + "/stat");
+            stat >> state >> state >> state;  // the id, the name, the state
+        }
+    }
     std::pair<DWORD, DWORD> outcome() {
         thread_.join();
         return outcome_;
@@ -29,7 +38,8 @@ class waiter_t {
 
   private:
     std::pair<DWORD, DWORD> outcome_;
-    std::thread thread_;
+    std::atomic<DWORD> id_ = 0;
+    std::thread thread_;  // last: it uses the others
 };
 
 }  // namespace
@@ -89,6 +99,8 @@ TEST(handle, that_is_stale_foreign_or_closed_in_a_wait_is_an_error) {
     HANDLE event = new_event(TRUE);
     waiter_t endless(event, INFINITE);
     waiter_t timed(event, hour);
+    endless.await_sleep();
+    timed.await_sleep();
     EXPECT_EQ(poisoned([&] { return CloseHandle(event); }), std::pair(TRUE, poison));
     EXPECT_EQ(endless.outcome(), std::pair(WAIT_FAILED, ERROR_INVALID_HANDLE));
     EXPECT_EQ(timed.outcome(), std::pair(WAIT_FAILED, ERROR_INVALID_HANDLE));

@@ -82,9 +82,23 @@ TEST(diagnosis, identities_in_every_form) {
                 ElementsAre("Maker, Inc.", "M-1", "1.0: a", "3512345678901234", "roaming", "00101", "LTE"));
 }
 
+TEST(diagnosis, of_a_cdma_modem) {
+    scripted_modem_t modem;
+    modem.on("AT+GCAP", line("+GCAP: +CIS707-A"));
+    modem.on("AT+CAD?", line("+CAD: 1"));
+    for (const char* unknown : {"AT+CPIN?", "AT+CREG?", "AT+CEREG?", "AT+COPS?"}) {
+        modem.on(unknown, error);
+    }
+    const diagnosis_t found = radio::diagnose(modem.tty(), never);
+    EXPECT_TRUE(found.usable());
+    EXPECT_EQ(found.technology, "CDMA");
+    EXPECT_EQ(modem.count("AT+CSCA?"), 0U);
+}
+
 TEST(diagnosis, leaves_the_modem_as_it_was) {
     for (const std::string end : {"", "silence", "interruption"}) {
         scripted_modem_t modem;
+        modem.on("ATQ0V1E0", std::string("ATQ0V1E0\r") + scripted_modem_t::ok);
         modem.on("AT+CMEE?", line("+CMEE: 0"));
         modem.on("AT+CPMS?", line("+CPMS: \"ME\",0,20,\"ME\",0,20,\"ME\",0,20"));
         modem.on("AT+CSCA?", line("+CSCA: \"+12025550111\",145"));
@@ -102,9 +116,10 @@ TEST(diagnosis, leaves_the_modem_as_it_was) {
         EXPECT_EQ(found.memories.size(), 2U);
         std::vector<std::string> changes = modem.log();
         std::erase_if(changes, [](const std::string& line) {
-            return line == "ATQ0V1E0" || line.ends_with('?') || line.starts_with("AT+CG") || line == "AT+CSQ";
+            return line == "ATQ0V1E0" || line.ends_with('?') || line.starts_with("AT+CG") || line == "AT+CSQ" ||
+                   line == "AT+GCAP";
         });
-        EXPECT_THAT(changes, ElementsAre("AT+CMEE=1", "AT+CPMS=\"SM\"", "AT+CPMS=\"ME\"", "AT+CMEE=0")) << end;
+        EXPECT_THAT(changes, ElementsAre("AT+CMEE=1", "AT+CPMS=\"SM\"", "AT+CPMS=\"ME\"", "AT+CMEE=0", "ATE1")) << end;
     }
 }
 

@@ -35,10 +35,8 @@ class cards : public testing::Test {
 
     static void TearDownTestSuite() { phones.reset(); }
 
-    static outcome_t send(arguments_t arguments) {
-        arguments.insert(arguments.begin(), "send");
-        arguments.insert(arguments.end(), {"--to", bob});
-        return phones->sender.zpd(arguments);
+    static outcome_t send(const arguments_t& arguments) {
+        return phones->sender.zpd(joined(joined({"send"}, arguments), {"--to", bob}));
     }
 
     static std::string card_file(const std::string& name, const std::string& octets) {
@@ -197,9 +195,7 @@ TEST(inbox, what_cannot_be_read_is_told) {
     fs::remove_all(incoming);
     write_file(incoming, "");
     for (const arguments_t& command : std::vector<arguments_t>{{"list"}, {"show", "0"}, {"export", folder / "out"}}) {
-        arguments_t arguments{"inbox", "--home", folder / "home"};
-        arguments.insert(arguments.end(), command.begin(), command.end());
-        const outcome_t outcome = zpd(arguments);
+        const outcome_t outcome = zpd(joined({"inbox", "--home", folder / "home"}, command));
         EXPECT_EQ(outcome.status, 1) << command[0];
         EXPECT_THAT(outcome.errors, HasSubstr("INCOMING: Not a directory")) << command[0];
     }
@@ -207,34 +203,27 @@ TEST(inbox, what_cannot_be_read_is_told) {
 
 TEST_F(cards, what_cannot_be_sent_is_told_and_sends_nothing) {
     const std::string good = ZPD_EXAMPLES "/one-datagram.vcf";
-    struct case_t {
-        arguments_t arguments;
-        std::string error;
-        int status = 1;
-    };
-    const std::vector<case_t> cases{
-        {{"nowhere.vcf", "--to", bob}, "nowhere.vcf"},
-        {{card_file("empty.vcf", ""), "--to", bob}, "empty"},
-        {{phones->folder / "modems", "--to", bob}, "modems"},
-        {{card_file("over.vcf", binary_of(32641)), "--binary", "--to", bob}, "32640"},
-        {{card_file("over-long.vcf", card_of(32386)), "--long-reference", "--to", bob}, "32385"},
+    const std::tuple<arguments_t, std::string, int> cases[] = {
+        {{"nowhere.vcf", "--to", bob}, "nowhere.vcf", 1},
+        {{card_file("empty.vcf", ""), "--to", bob}, "empty", 1},
+        {{phones->folder / "modems", "--to", bob}, "modems", 1},
+        {{card_file("over.vcf", binary_of(32641)), "--binary", "--to", bob}, "32640", 1},
+        {{card_file("over-long.vcf", card_of(32386)), "--long-reference", "--to", bob}, "32385", 1},
         // 128 continuation octets and no place to cut; a character cut short.
-        {{card_file("broken.vcf", card_of(100) + std::string(200, '\x80')), "--to", bob}, "UTF-8"},
-        {{card_file("short.vcf", card_of(100) + "\xc3"), "--to", bob}, "UTF-8"},
+        {{card_file("broken.vcf", card_of(100) + std::string(200, '\x80')), "--to", bob}, "UTF-8", 1},
+        {{card_file("short.vcf", card_of(100) + "\xc3"), "--to", bob}, "UTF-8", 1},
         {{good, "--to", "letters"}, "letters", 2},
         {{good, "--to", ""}, "", 2},
         {{good, "--to", std::string(200, '1')}, "digits", 2},
         {{good, "--to", std::string(300, '1')}, "digits", 2},
         {{good, "--to", "+44\r\nAT+CMGD=1"}, "x0D", 2},
         // One bad card of several: none is sent.
-        {{good, "nowhere.vcf", "--to", bob}, "nowhere.vcf"},
+        {{good, "nowhere.vcf", "--to", bob}, "nowhere.vcf", 1},
     };
-    for (const case_t& row : cases) {
-        arguments_t arguments{"send"};
-        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-        const outcome_t outcome = phones->sender.zpd(arguments);
-        EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(arguments);
-        EXPECT_THAT(outcome.errors, AllOf(HasSubstr(row.error), testing::SizeIs(testing::Gt(5U))));
+    for (const auto& [arguments, error, status] : cases) {
+        const outcome_t outcome = phones->sender.zpd(joined({"send"}, arguments));
+        EXPECT_EQ(outcome.status, status) << testing::PrintToString(arguments);
+        EXPECT_THAT(outcome.errors, AllOf(HasSubstr(error), testing::SizeIs(testing::Gt(5U))));
     }
     EXPECT_EQ(phones->sender.ioctl("0x0200001C").output, phones->receiver.ioctl("0x0200001C").output);
     EXPECT_EQ(zpd({"send", good, "--to", bob, "--device", phones->folder / "nobody"}).status, 1);

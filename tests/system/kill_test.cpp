@@ -6,7 +6,7 @@
 #include <random>
 #include <thread>
 
-#include "tests/system/at_line.h"
+#include "tests/network/at_host.h"
 #include "tests/system/phones.h"
 
 namespace {
@@ -58,7 +58,7 @@ constexpr int runs = 200;
 TEST(kill, no_card_is_lost_whenever_the_service_is_killed) {
     const folder_t folder;
     const network_t network(folder);
-    at_line_t sender(network.modem(alice));
+    network::host_t sender(network.modem(alice));
     phone_t receiver(folder, "bob", network.modem(bob));
     std::mt19937 random(20261121);  // NOLINT(bugprone-random-generator-seed): the runs are to be the same each time
     const auto upto = [&](unsigned most) { return std::uniform_int_distribution<unsigned>(0, most)(random); };
@@ -111,7 +111,7 @@ TEST(kill, no_card_is_lost_whenever_the_service_is_killed) {
 TEST(kill, what_is_incomplete_is_listed_and_completed_after_a_restart) {
     const folder_t folder;
     const network_t network(folder);
-    at_line_t sender(network.modem(alice));
+    network::host_t sender(network.modem(alice));
     phone_t receiver(folder, "bob", network.modem(bob));
     EXPECT_EQ(receiver.inbox({"incomplete"}).output, "") << "no home yet";
     receiver.start({"--activate"});

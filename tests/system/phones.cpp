@@ -19,13 +19,12 @@ std::string new_folder() {
     return path;
 }
 
-arguments_t joined(const arguments_t& first, const arguments_t& more) {
-    arguments_t all = first;
-    all.insert(all.end(), more.begin(), more.end());
-    return all;
-}
-
 }  // namespace
+
+arguments_t joined(arguments_t first, const arguments_t& more) {
+    first.insert(first.end(), more.begin(), more.end());
+    return first;
+}
 
 folder_t::folder_t() : path_(new_folder()) {}
 

@@ -12,6 +12,8 @@ inline const std::string alice = "+447700900101";
 inline const std::string bob = "+447700900102";
 inline const std::string carol = "+447700900103";
 
+arguments_t joined(arguments_t first, const arguments_t& more);
+
 class folder_t {
   public:
     folder_t();

@@ -2,33 +2,18 @@
 // alone on the modem.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <windows.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "client/client.h"
-#include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/home.h"
-#include "tests/system/at_line.h"
+#include "tests/network/at_host.h"
 #include "tests/system/phones.h"
 
 namespace {
 
 using testing::HasSubstr;
-
-/// Writes the id of the next message into a phone's registry.
-void set_next_message_id(const std::string& home, DWORD id) {
-    ASSERT_EQ(platform::set_home(home), "");
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon"), 0, nullptr, 0,
-                              KEY_READ | KEY_WRITE, nullptr, &key, nullptr),
-              0);
-    const std::array<BYTE, 4> octets{static_cast<BYTE>(id), static_cast<BYTE>(id >> 8), 0, 0};
-    EXPECT_EQ(RegSetValueExW(key, TEXT("next_message_id"), 0, REG_DWORD, octets.data(), octets.size()), 0);
-    EXPECT_EQ(RegCloseKey(key), 0);
-}
 
 TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     const folder_t folder;
@@ -62,21 +47,6 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     phone.serve().signal(SIGTERM);
     EXPECT_EQ(phone.serve().wait(), 0) << phone.serve().errors();
     EXPECT_FALSE(std::filesystem::exists(phone.device()));
-}
-
-TEST(service, a_message_with_the_id_0_is_a_failure_with_output) {
-    const folder_t folder;
-    const network_t network(folder);
-    phone_t phone(folder, "alice", network.modem(alice));
-    set_next_message_id(phone.home(), 0);
-    phone.start();
-    ASSERT_TRUE(phone.ready()) << phone.serve().errors();
-    // A card "A", is_utf8, 8-bit reference, to "1".
-    const outcome_t outcome = phone.ioctl("0x02000014", {"--in", "01000000410100020000003100"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(nlohmann::json::parse(outcome.output, nullptr, false),
-              nlohmann::json({{"result", false}, {"error", 4319}, {"returned", 4}, {"output", "FFFFFFFF"}}))
-        << outcome.output << outcome.errors;
 }
 
 /// A terminal that nobody answers on.
@@ -121,10 +91,7 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
     const std::string id = std::to_string(running.serve().id());
     const std::string home = folder / "other";
     const std::string device = folder / "other.device";
-    struct case_t {
-        std::string what, modem, home, device, error;
-    };
-    const std::vector<case_t> cases{
+    const std::tuple<std::string, std::string, std::string, std::string, std::string> cases[] = {
         {"home in use", network.modem(bob), running.home(), device, running.home()},
         {"socket in use", network.modem(bob), home, running.device(), running.device()},
         {"tty in use", network.modem(alice), home, device, id},
@@ -133,12 +100,12 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
         {"no modem", no_modem, home, device, no_modem},
     };
     std::vector<std::string> errors;
-    for (const case_t& row : cases) {
-        const outcome_t outcome = zpd({"serve", "--modem", row.modem, "--home", row.home, "--device", row.device});
-        EXPECT_EQ(outcome.status, 1) << row.what;
-        EXPECT_EQ(outcome.output, "") << row.what;
-        EXPECT_THAT(outcome.errors, HasSubstr(row.error)) << row.what;
-        EXPECT_THAT(errors, testing::Not(testing::Contains(outcome.errors))) << row.what;
+    for (const auto& [what, modem, home_of_it, device_of_it, error] : cases) {
+        const outcome_t outcome = zpd({"serve", "--modem", modem, "--home", home_of_it, "--device", device_of_it});
+        EXPECT_EQ(outcome.status, 1) << what;
+        EXPECT_EQ(outcome.output, "") << what;
+        EXPECT_THAT(outcome.errors, HasSubstr(error)) << what;
+        EXPECT_THAT(errors, testing::Not(testing::Contains(outcome.errors))) << what;
         errors.push_back(outcome.errors);
     }
     EXPECT_EQ(running.zpd({"version"}).status, 0);
@@ -160,6 +127,19 @@ TEST(service, doctor_tells_what_the_modem_is_and_who_has_it) {
     EXPECT_EQ(json["memories"][1], nlohmann::json({{"name", "SM"}, {"used", 0}, {"total", 20}, {"receives", false}}));
     EXPECT_TRUE(json["usable"]);
 
+    const arguments_t fault{"fault", "--dir", folder / "modems", alice};
+    const std::pair<const char*, const char*> faults[] = {
+        {"pin=1234", "the SIM cannot be used: PIN wanted"},
+        {"storage=0", "0 of 0 messages: nothing more can be received"},
+        {"registration=denied", "registered with a network: denied"}};
+    for (const auto& [name, finding] : faults) {
+        EXPECT_EQ(zpd(joined(fault, {name})).status, 0);
+        const outcome_t found = zpd(question);
+        EXPECT_EQ(found.status, 1) << name;
+        EXPECT_THAT(found.output, HasSubstr(finding));
+        EXPECT_EQ(zpd(joined(fault, {"clear"})).status, 0);
+    }
+
     phone_t running(folder, "alice", network.modem(alice));
     running.start();
     ASSERT_TRUE(running.ready()) << running.serve().errors();
@@ -176,22 +156,17 @@ TEST(service, leaves_ordinary_messages_on_the_modem) {
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
 
     // SMS-SUBMIT to bob, 3GPP TS 23.040 9.2.2.2: the text "hello"; then the card "A" for port 9204.
-    at_line_t other(network.modem(carol));
-    EXPECT_THAT(other.ask("AT+CMGF=0\r"), HasSubstr("OK"));
-    EXPECT_THAT(other.submit("01000C914477000910200000"
-                             "05E8329BFD06"),
-                HasSubstr("OK"));
-    EXPECT_THAT(other.submit("41000C914477000910200004"
-                             "0806050423F4000041"),
-                HasSubstr("OK"));
+    network::host_t other(network.modem(carol));
+    EXPECT_THAT(other.submit("01000C91447700091020000005E8329BFD06"), HasSubstr("+CMGS:"));
+    EXPECT_THAT(other.submit("41000C9144770009102000040806050423F4000041"), HasSubstr("+CMGS:"));
     ASSERT_TRUE(eventually([&] { return phone.stored().size() == 1; }));
     EXPECT_TRUE(read_file(phone.stored()[0]).ends_with(carol + "\nA"));
     phone.serve().signal(SIGTERM);
     EXPECT_EQ(phone.serve().wait(), 0);
 
-    at_line_t modem(network.modem(bob));
-    EXPECT_THAT(modem.ask("AT+CMGF=0\r"), HasSubstr("OK"));
-    const std::string left = modem.ask("AT+CMGL=4\r");
+    network::host_t modem(network.modem(bob));
+    modem.send("AT+CMGL=4\r");
+    const std::string left = modem.read_until("OK\r\n");
     EXPECT_THAT(left, HasSubstr("05E8329BFD06"));
     EXPECT_EQ(left.find("+CMGL:"), left.rfind("+CMGL:")) << "the card is still there: " << left;
 }

@@ -10,13 +10,8 @@
 
 namespace {
 
-struct text_case_t {
-    std::string input;
-    std::string expected;
-};
-
 TEST(text, a_card_name_is_read_as_phones_write_it) {
-    const text_case_t cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"BEGIN:VCARD\r\nFN:Ada Example\r\nEND:VCARD\r\n", "Ada Example"},
         {"BEGIN:VCARD\nfn:Ada\nEND:VCARD", "Ada"},
         {"FN:Ada Exam\r\n ple of a fold\r\n\tand a tab\r\n", "Ada Example of a foldand a tab"},
@@ -34,13 +29,13 @@ TEST(text, a_card_name_is_read_as_phones_write_it) {
         {"FN", ""},
         {"", ""},
     };
-    for (const text_case_t& row : cases) {
-        EXPECT_EQ(card_name(row.input), row.expected) << row.input;
+    for (const auto& [input, expected] : cases) {
+        EXPECT_EQ(card_name(input), expected) << input;
     }
 }
 
 TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
-    const text_case_t cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"Zo\xC3\xAB \xF0\x9F\x8C\xB3", "Zo\xC3\xAB \xF0\x9F\x8C\xB3"},
         {"\x1B[31mred\x07", "\\x1B[31mred\\x07"},
         {std::string("a\0b\x7F", 4), "a\\x00b\\x7F"},
@@ -53,8 +48,8 @@ TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
         {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"},  // past U+10FFFF
         {"a\r\nb", "a\\x0D\\x0Ab"},
     };
-    for (const text_case_t& row : cases) {
-        EXPECT_EQ(escaped(row.input), row.expected);
+    for (const auto& [input, expected] : cases) {
+        EXPECT_EQ(escaped(input), expected);
     }
     EXPECT_EQ(escaped_lines("a\r\nb\tc\rd\n"), "a\nb\tc\\x0Dd\n");
 }
