@@ -13,8 +13,8 @@ namespace network {
 
 namespace {
 
-constexpr unsigned highest_code = 65'535;     // of an error
-constexpr uint64_t longest = 24 * 3'600'000;  // a day in milliseconds
+constexpr unsigned highest_code = 65'535;  // of an error
+constexpr uint64_t longest = 86'400'000;   // a day in milliseconds
 
 struct word_t {
     std::string_view word;

@@ -45,6 +45,11 @@ class message_service_t : public receiver_t {
     void set_default_places();
 
   private:
+    static constexpr size_t me_places = 100;
+    static constexpr size_t sm_places = 20;
+    /// Highest number of a parameter whose range the command itself checks.
+    static constexpr unsigned any_number = 65'535;
+
     struct memory_t {
         std::string_view name;
         message_store_t store;
@@ -65,6 +70,7 @@ class message_service_t : public receiver_t {
         message_status_t status = message_status_t::unsent;
     };
 
+    // message_service.cpp, and message_storage.cpp: what is about the memories
     at_result_t csms(const at_command_t& command, at_lines_t& lines);
     at_result_t cpms(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgf(const at_command_t& command, at_lines_t& lines);
