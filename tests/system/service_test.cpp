@@ -171,4 +171,32 @@ TEST(service, leaves_ordinary_messages_on_the_modem) {
     EXPECT_EQ(left.find("+CMGL:"), left.rfind("+CMGL:")) << "the card is still there: " << left;
 }
 
+// Only what the commands themselves do; each fault is tried in tests/network.
+TEST(service, a_running_network_takes_faults) {
+    const folder_t folder;
+    const network_t network(folder);
+    const std::string directory = std::filesystem::path(network.modem(bob)).parent_path();
+    network::host_t host(network.modem(bob));
+    EXPECT_EQ(zpd({"fault", "--dir", directory, bob, "refuse=38", "registration=roaming"}).status, 0);
+    EXPECT_THAT(host.submit("01000C91447700091020000005E8329BFD06"), HasSubstr("+CMS ERROR: 38"));
+    host.send("AT+CREG?\r");
+    EXPECT_THAT(host.read_until("OK\r\n"), HasSubstr("+CREG: 0,5"));
+
+    const std::pair<arguments_t, std::string> wrong[] = {
+        {{"fault", "--dir", directory, "+1", "silent"}, "the network has no phone +1"},
+        {{"fault", "--dir", directory, bob, "silence"}, "there is no fault \"silence\""},
+        {{"fault", "--dir", directory, bob, "delay=x"}, "\"delay=x\" is no delay=MS"},
+        {{"fault", "--dir", folder / "none", bob, "silent"}, "no network runs in"},
+        {{"network", "--phones", bob, "--dir", folder / "other", "--fault", bob + ":pin=1"}, "is no pin=DIGITS"},
+    };
+    for (const auto& [arguments, error] : wrong) {
+        const outcome_t outcome = zpd(arguments);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.errors, HasSubstr(error));
+    }
+    EXPECT_EQ(zpd({"fault", bob}).status, 2);
+    const auto listed = nlohmann::json::parse(zpd({"fault", "--list", "--json"}).output, nullptr, false);
+    EXPECT_TRUE(listed.is_array() && listed.at(0).at("name") == "refuse");
+}
+
 }  // namespace
