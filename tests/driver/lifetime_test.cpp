@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -53,24 +54,21 @@ TEST_F(lifetime_test, goes_and_comes_back_under_load) {
             EXPECT_THAT(phone.request(ZPD_IOCTL_MESSAGE_LIST).error, AnyOf(0, 4319));
         }
     };
-    std::thread one(client);
-    std::thread two(client);
-    std::thread air([&] {
+    const auto air = [&] {
         for (unsigned n = 0; !over; ++n) {
             radio.system_changed(gsm);
             radio.deliver(deliver_message(part_header(n & 0xFF, 2, 1 + n % 2), "x"));
             radio.result(static_cast<HRESULT>(n), RIL_RESULT_OK, u32(1));
         }
-    });
+    };
+    std::thread threads[] = {std::thread(client), std::thread(client), std::thread(air)};
     for (int life = 0; life < 50; ++life) {
         phone.start();
         EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), done(u32(2)));
         phone.stop();
     }
     over = true;
-    one.join();
-    two.join();
-    air.join();
+    std::ranges::for_each(threads, &std::thread::join);
     phone.start();
     radio.deliver(deliver_message(port_header, "good", TEXT("+9")));
     EXPECT_EQ(phone.cards().back(), "+9:good");
@@ -98,13 +96,9 @@ TEST_F(lifetime_test, clients_and_radio_all_at_once) {
             radio.deliver(deliver_message(part_header(number, 2, 1 + round % 2), "x"));
         }
     };
-    std::vector<std::thread> clients;
-    for (unsigned number = 0; number < 4; ++number) {
-        clients.emplace_back(client, number);
-    }
-    for (auto& thread : clients) {
-        thread.join();
-    }
+    std::thread threads[] = {std::thread(client, 0), std::thread(client, 1), std::thread(client, 2),
+                             std::thread(client, 3)};
+    std::ranges::for_each(threads, &std::thread::join);
     EXPECT_THAT(phone.list(), IsEmpty());
     EXPECT_EQ(phone.incoming().size(), 11u);
     eventually([&] { return radio.attempts().submissions == 400; });

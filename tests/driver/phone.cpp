@@ -61,10 +61,6 @@ phone_t::~phone_t() {
     stop();
 }
 
-void phone_t::preset(const std::string& name, uint32_t value) {
-    preset(name, REG_DWORD, u32(value));
-}
-
 void phone_t::preset(const std::string& name, DWORD type, const std::string& octets, const std::string& key) {
     HKEY handle = nullptr;
     ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, widen(key).c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr,
@@ -74,11 +70,6 @@ void phone_t::preset(const std::string& name, DWORD type, const std::string& oct
                              static_cast<DWORD>(octets.size())),
               0);
     EXPECT_EQ(RegCloseKey(handle), 0);
-}
-
-void phone_t::preset_logging() {
-    preset("logging_enabled", 1);
-    preset("log_level_file", 7);
 }
 
 std::string phone_t::registry(const std::string& name) const {
@@ -93,10 +84,6 @@ std::string phone_t::registry(const std::string& name) const {
         RegQueryValueExW(key, widen(name).c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(octets.data()), &size);
     RegCloseKey(key);
     return error == 0 ? octets.substr(0, size) : "(none)";
-}
-
-void phone_t::install(const std::string& application) {
-    fs::create_directories(home() / "Applications" / "Install" / application);
 }
 
 void phone_t::start() {

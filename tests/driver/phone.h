@@ -52,13 +52,13 @@ class phone_t {
     phone_t(const phone_t&) = delete;
     phone_t& operator=(const phone_t&) = delete;
 
-    void preset(const std::string& name, uint32_t value);
+    void preset(const std::string& name, uint32_t value) { preset(name, REG_DWORD, u32(value)); }
     void preset(const std::string& name, DWORD type, const std::string& octets,
                 const std::string& key = R"(\Software\Varkon\Drivers\ZPD\daemon)");
-    void preset_logging();
+    void preset_logging() { preset("logging_enabled", 1), preset("log_level_file", 7); }
     /// The octets of a value of the driver's key, "(none)" when it is not there.
     std::string registry(const std::string& name) const;
-    void install(const std::string& application);
+    void install(const std::string& name) { create_directories(home() / "Applications" / "Install" / name); }
 
     void start();
     /// Starts, answers the first question for the network, and lets the ten seconds after it pass.

@@ -1,12 +1,7 @@
 #include "tests/driver/scripted_radio.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <future>
 #include <thread>
-
-#include "tests/driver/octets.h"
 
 namespace {
 
@@ -59,10 +54,6 @@ void scripted_radio_t::run(const std::function<void()>& task) {
     done->get_future().wait();
 }
 
-bool scripted_radio_t::wait(std::unique_lock<std::mutex>& lock, const std::function<bool()>& predicate) {
-    return changed_.wait_for(lock, std::chrono::seconds(60), predicate);
-}
-
 void scripted_radio_t::reset() {
     run([] {});  // what was posted before has been delivered
     const std::lock_guard lock(mutex_);
@@ -82,24 +73,6 @@ attempts_t scripted_radio_t::attempts() const {
     return attempts_;
 }
 
-submission_t scripted_radio_t::submission(size_t number) {
-    std::unique_lock lock(mutex_);
-    if (wait(lock, [&] { return submissions_.size() >= number; })) {
-        return submissions_[number - 1];
-    }
-    ADD_FAILURE() << "no submission #" << number;
-    return {};
-}
-
-HRESULT scripted_radio_t::question(size_t number) {
-    std::unique_lock lock(mutex_);
-    if (wait(lock, [&] { return questions_.size() >= number; })) {
-        return questions_[number - 1];
-    }
-    ADD_FAILURE() << "no question #" << number;
-    return -1;
-}
-
 void scripted_radio_t::result_here(HRESULT request, DWORD code, std::string_view data) {
     std::unique_lock lock(mutex_);
     const RILRESULTCALLBACK callback = on_result_;
@@ -116,30 +89,6 @@ void scripted_radio_t::notify_here(DWORD code, const void* data, DWORD size) {
     if (callback) {
         callback(code, data, size, 0);
     }
-}
-
-void scripted_radio_t::result(HRESULT request, DWORD code, std::string_view data) {
-    run([&] { result_here(request, code, data); });
-}
-
-void scripted_radio_t::confirm(HRESULT request) {
-    result(request, RIL_RESULT_OK, u32(1));
-}
-
-void scripted_radio_t::refuse(HRESULT request) {
-    result(request, RIL_RESULT_ERROR, u32(RIL_E_NETWORKTIMEOUT));
-}
-
-void scripted_radio_t::notify(DWORD code, const void* data, DWORD size) {
-    run([&] { notify_here(code, data, size); });
-}
-
-void scripted_radio_t::deliver(const RILMESSAGE& message) {
-    notify(RIL_NOTIFY_MESSAGE, &message, sizeof(message));
-}
-
-void scripted_radio_t::system_changed(DWORD type) {
-    notify(RIL_NOTIFY_SYSTEMCHANGED, &type, sizeof(type));
 }
 
 HRESULT scripted_radio_t::open(RILRESULTCALLBACK on_result, RILNOTIFYCALLBACK on_notify, HRIL* session) {

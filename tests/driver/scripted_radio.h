@@ -5,8 +5,10 @@
 /// s.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <ril.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -15,6 +17,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/driver/octets.h"
 
 struct submission_t {
     RILMESSAGE message;
@@ -43,15 +47,19 @@ class scripted_radio_t {
     void follow(script_t script);
     attempts_t attempts() const;
     /// The accepted submission or question of this number, from 1; waits for it.
-    submission_t submission(size_t number);
-    HRESULT question(size_t number);
+    submission_t submission(size_t number) { return await(submissions_, number); }
+    HRESULT question(size_t number) { return await(questions_, number); }
 
-    void result(HRESULT request, DWORD code, std::string_view data = {});
-    void confirm(HRESULT request);
-    void refuse(HRESULT request);
-    void notify(DWORD code, const void* data, DWORD size);
-    void deliver(const RILMESSAGE& message);
-    void system_changed(DWORD type);
+    void result(HRESULT request, DWORD code, std::string_view data = {}) {
+        run([&] { result_here(request, code, data); });
+    }
+    void confirm(HRESULT request) { result(request, RIL_RESULT_OK, u32(1)); }
+    void refuse(HRESULT request) { result(request, RIL_RESULT_ERROR, u32(RIL_E_NETWORKTIMEOUT)); }
+    void notify(DWORD code, const void* data, DWORD size) {
+        run([&] { notify_here(code, data, size); });
+    }
+    void deliver(const RILMESSAGE& message) { notify(RIL_NOTIFY_MESSAGE, &message, sizeof(message)); }
+    void system_changed(DWORD type) { notify(RIL_NOTIFY_SYSTEMCHANGED, &type, sizeof(type)); }
 
     /// Runs a task on the radio's thread and returns when it has run; a task may call the two below.
     void run(const std::function<void()>& task);
@@ -67,7 +75,15 @@ class scripted_radio_t {
     scripted_radio_t();
     void work();
     void post(std::function<void()> task);
-    bool wait(std::unique_lock<std::mutex>& lock, const std::function<bool()>& predicate);
+    template <typename item_t>
+    item_t await(const std::vector<item_t>& items, size_t number) {
+        std::unique_lock lock(mutex_);
+        if (changed_.wait_for(lock, std::chrono::seconds(60), [&] { return items.size() >= number; })) {
+            return items[number - 1];
+        }
+        ADD_FAILURE() << "there is no #" << number;
+        return {};
+    }
 
     mutable std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;

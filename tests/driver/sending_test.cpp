@@ -185,7 +185,8 @@ TEST_F(sending_test, phone_numbers_up_to_the_field) {
         if (fits) {
             EXPECT_EQ(wide_string_t(radio.submission(++sent).message.msgOutSubmit.raDestAddress.wszAddress), number);
         }
-        eventually([&] { return phone.status(id) == std::vector<int32_t>{fits ? 4 : 2}; });
+        const std::vector<int32_t> expected{fits ? 4 : 2};
+        eventually([&] { return phone.status(id) == expected; });
     }
     EXPECT_EQ(phone.logged("ERROR the phone number is too long"), 5u);
 }
