@@ -119,7 +119,7 @@ void modem_t::set_session(session_pointer_t session) {
 
 void modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
     post([this, session = std::move(session), request, submission = std::move(submission), more_follow] {
-        run_submission(session, request, submission, more_follow);
+        answer_submission(session, request, submission, more_follow);
     });
 }
 

@@ -116,8 +116,9 @@ class modem_t {
     void publish_system_type();
 
     // modem_submit.cpp
-    void run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
-                        bool more_follow);
+    void answer_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
+                           bool more_follow);
+    reply_t run_submission(const open_submission_t& open, const submission_t& submission, bool more_follow);
     void tell_refusal(const reply_t& reply);
     void keep_link(bool more_follow);
     void take_late_result(const std::string& line);

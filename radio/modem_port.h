@@ -22,9 +22,9 @@ struct modem_options_t {
 /// failed: no such tty, held by another program, no modem answers there. One modem at a time.
 ///
 /// A modem that hangs up later ends every request with an error and the system type with NONE; submissions then end
-/// with RIL_E_RADIONOTPRESENT, and questions are refused with it. It is looked for until it is back, under the same path, which may be a link, and under the
-/// lasting name that it had when it was attached; never is it reset. Then the session goes on as before, with the
-/// messages that have come meanwhile and the system type notified.
+/// with RIL_E_RADIONOTPRESENT, and questions are refused with it. It is looked for until it is back, under the same
+/// path, which may be a link, and under the lasting name that it had when it was attached; never is it reset. Then the
+/// session goes on as before, with the messages that have come meanwhile and the system type notified.
 ///
 /// A SIM that is busy is waited for. One that wants its PIN gets it, each value once: one that was not accepted is
 /// remembered in the phone's home, and never tried again.

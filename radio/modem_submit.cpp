@@ -37,43 +37,49 @@ std::optional<tpdu::octets_t> pdu_of(technology_t technology, const tpdu::octets
 
 }  // namespace
 
-void modem_t::run_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
-                             bool more_follow) {
+void modem_t::answer_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
+                                bool more_follow) {
     const auto failed = [&](DWORD error) { callbacks_.result(session, RIL_RESULT_ERROR, request, error); };
     if (link_.ending() || submission.technology != technology_) {
         failed(static_cast<DWORD>(RIL_E_RADIONOTPRESENT));
         return;
     }
-    link_.recover();  // a late result of the same datagram comes with it
-    const std::optional<open_submission_t> before = open_.take(submission.octets);
-    if (before && before->sent) {
-        callbacks_.result(session, RIL_RESULT_OK, request, before->reference);
+    if (!link_.recover()) {  // with it comes a late result of the same datagram
+        failed(static_cast<DWORD>(lost() ? RIL_E_RADIONOTPRESENT : RIL_E_NETWORKTIMEOUT));
         return;
     }
-    const uint16_t reference = before ? before->reference : open_.next_reference(submission);
-    const std::optional<tpdu::octets_t> message = with_reference(submission, reference, before.has_value());
-    const std::optional<tpdu::octets_t> pdu = message ? pdu_of(submission.technology, *message) : std::nullopt;
-    if (!pdu) {
-        failed(static_cast<DWORD>(RIL_E_PHONEFAILURE));
-        return;
-    }
-    keep_link(more_follow);
-    const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
-                                          .limit = limit_t::submission,
-                                          .prefixes = {"+CMGS:"},
-                                          .entry = platform::to_hex(*pdu)});
-    link_kept_until_ = platform::tick64() + milliseconds(limit_t::link_kept);
+    open_submission_t& open = open_.begin(submission);
+    const reply_t reply = open.sent ? reply_t{} : run_submission(open, submission, more_follow);
     // With its reference told the message is on its way, whether or not an OK follows.
-    if (reply.ok() || !reply.lines.empty() || (before && is_duplicate(reply.result))) {
+    if (reply.ok() || !reply.lines.empty() || (open.unknown && is_duplicate(reply.result)) || open.sent) {
+        const uint16_t told = message_reference(reply.first()).value_or(open.reference);
+        open_.learn(open, told);
+        open_.close(open);
         told_refusals_.clear();
-        callbacks_.result(session, RIL_RESULT_OK, request, message_reference(reply.first()).value_or(reference));
+        callbacks_.result(session, RIL_RESULT_OK, request, told);
         return;
     }
-    if (before || is_open(reply)) {
-        open_.put({submission.octets, reference, false});
+    open.unknown = open.unknown || is_open(reply);
+    if (!open.unknown) {
+        open_.close(open);
     }
     tell_refusal(reply);
     failed(radio_error(reply));
+}
+
+reply_t modem_t::run_submission(const open_submission_t& open, const submission_t& submission, bool more_follow) {
+    const std::optional<tpdu::octets_t> message = with_reference(submission, open.reference, open.unknown);
+    const std::optional<tpdu::octets_t> pdu = message ? pdu_of(submission.technology, *message) : std::nullopt;
+    if (!pdu) {
+        return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}};
+    }
+    keep_link(more_follow);
+    reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
+                                    .limit = limit_t::submission,
+                                    .prefixes = {"+CMGS:"},
+                                    .entry = platform::to_hex(*pdu)});
+    link_kept_until_ = platform::tick64() + milliseconds(limit_t::link_kept);
+    return reply;
 }
 
 // Once a code, until a datagram gets through: the driver hands a refused one in again.

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <random>
-#include <utility>
+#include <vector>
 
 #include "radio/limits.h"
 
@@ -18,29 +18,36 @@ uint16_t open_submissions_t::next_reference(const submission_t& submission) {
     return last_reference_;
 }
 
-std::optional<open_submission_t> open_submissions_t::take(const tpdu::octets_t& octets) {
-    const auto at = std::ranges::find(all_, octets, &open_submission_t::octets);
-    if (at == all_.end()) {
-        return std::nullopt;
+open_submission_t& open_submissions_t::begin(const submission_t& submission) {
+    const auto at = std::ranges::find(all_, submission.octets, &open_submission_t::octets);
+    if (at != all_.end()) {
+        return *at;
     }
-    open_submission_t found = std::move(*at);
-    all_.erase(at);
-    return found;
-}
-
-void open_submissions_t::put(open_submission_t submission) {
-    all_.push_back(std::move(submission));
-    if (all_.size() > value_of(limit_t::unknown_submissions)) {
+    if (all_.size() == value_of(limit_t::unknown_submissions)) {
         all_.pop_front();
     }
+    return all_.emplace_back(open_submission_t{submission.octets, next_reference(submission)});
 }
 
-bool open_submissions_t::mark_sent(uint16_t reference) {
-    if (all_.empty()) {
+void open_submissions_t::close(const open_submission_t& submission) {
+    std::erase_if(all_, [&](const open_submission_t& one) { return &one == &submission; });
+}
+
+void open_submissions_t::learn(const open_submission_t& submission, uint16_t told) {
+    modem_counts_ = modem_counts_ || told != submission.reference;
+}
+
+bool open_submissions_t::mark_sent(uint16_t told) {
+    std::vector<open_submission_t*> candidates;
+    for (open_submission_t& one : all_) {
+        if (one.unknown && !one.sent && (modem_counts_ || one.reference == told)) {
+            candidates.push_back(&one);
+        }
+    }
+    if (candidates.size() != 1) {
         return false;
     }
-    const auto at = std::ranges::find(all_, reference, &open_submission_t::reference);
-    (at == all_.end() ? all_.back() : *at).sent = true;
+    candidates.front()->sent = true;
     return true;
 }
 

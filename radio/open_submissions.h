@@ -16,6 +16,7 @@ namespace radio {
 struct open_submission_t {
     tpdu::octets_t octets;   // as the driver handed them in
     uint16_t reference = 0;  // TP-MR, or the identifier of a CDMA message
+    bool unknown = false;    // it went out once, and nobody knows what became of it
     bool sent = false;       // its result came late
 };
 
@@ -23,20 +24,23 @@ class open_submissions_t {
   public:
     open_submissions_t();
 
-    /// 1 to 255, one after the other, from a random one on: a reference of an earlier process is not met at once. A
-    /// CDMA message has its own.
-    uint16_t next_reference(const submission_t& submission);
+    /// The one with these octets, or a new one with the next reference: 1 to 255, one after the other, from a random
+    /// one on, so that a reference of an earlier process is not met at once. A CDMA message has its own. Valid until it
+    /// is closed or the next one begun.
+    open_submission_t& begin(const submission_t& submission);
+    void close(const open_submission_t& submission);
 
-    /// The one with these octets, which a second call does not find any more.
-    std::optional<open_submission_t> take(const tpdu::octets_t& octets);
-    void put(open_submission_t submission);
-    /// A late result with this reference: of the submission that had it, else of the latest. Modems may count for
-    /// themselves. False when none is open.
-    bool mark_sent(uint16_t reference);
+    /// The modem told this reference for one that went out: some count for themselves.
+    void learn(const open_submission_t& submission, uint16_t told);
+    /// A late result with this reference. False when it is not certain whose it is: better a copy than a loss.
+    bool mark_sent(uint16_t told);
 
   private:
+    uint16_t next_reference(const submission_t& submission);
+
     std::deque<open_submission_t> all_;
     uint8_t last_reference_;
+    bool modem_counts_ = false;
 };
 
 /// What goes on the air. None when the octets are none of a message.

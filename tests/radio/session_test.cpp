@@ -191,19 +191,42 @@ TEST_F(session, more_to_send_keeps_the_link_where_the_modem_can) {
 
 TEST_F(session, late_result_is_no_resend) {
     attach_and_open();
-    modem.once(">", "");
-    const HRESULT first = send();
-    ASSERT_TRUE(modem.heard(">"));
-    const DWORD reference = last_reference();
-    advance_clock(300'000);
-    EXPECT_EQ(recorder.events(1), events_t{failed(first, RIL_E_NETWORKTIMEOUT)});
-    modem.say(fmt::format("\r\n+CMGS: {}\r\n\r\nOK\r\n", reference));
-    const HRESULT again = send();
-    EXPECT_EQ(recorder.events(2)[1], sent(again, reference));
-    EXPECT_EQ(modem.count(">"), 1U);
-    const HRESULT new_one = send();  // the same text once more
-    EXPECT_EQ(recorder.events(3)[2], sent(new_one));
-    EXPECT_NE(last_reference(), reference);
+    size_t events = 0;
+    size_t entries = 0;
+    for (const bool modem_counts : {false, true}) {
+        modem.once(">", "");
+        const HRESULT first = send();
+        ASSERT_TRUE(modem.heard(">", ++entries));
+        const DWORD reference = last_reference();
+        advance_clock(300'000);
+        EXPECT_EQ(recorder.events(++events).back(), failed(first, RIL_E_NETWORKTIMEOUT));
+        modem.say(fmt::format("\r\n+CMGS: {}\r\n\r\nOK\r\n", modem_counts ? reference % 255 + 1 : reference));
+        const HRESULT again = send();
+        EXPECT_EQ(recorder.events(++events).back(), sent(again, reference));
+        EXPECT_EQ(modem.count(">"), entries);
+        for (const int same_text : {1, 2}) {  // with references of the modem's own
+            const HRESULT new_one = send();
+            EXPECT_EQ(recorder.events(++events).back(), sent(new_one)) << same_text;
+            EXPECT_NE(last_reference(), reference);
+            ++entries;
+        }
+    }
+}
+
+TEST_F(session, a_late_result_that_may_be_of_another_is_nobodys) {
+    attach_and_open();
+    for (const char* body : {"a", "b"}) {
+        modem.once(">", "\r\n+CMS ERROR: 332\r\n");
+        send(body);
+    }
+    recorder.events(2);
+    const DWORD second = last_reference();
+    modem.say(fmt::format("\r\n+CMGS: {}\r\n", second % 255 + 1));  // of neither
+    modem.say(fmt::format("\r\n+CMGS: {}\r\n", second));
+    const HRESULT b = send("b");
+    const HRESULT a = send("a");
+    EXPECT_EQ(recorder.events(4), (events_t{recorder.events(0)[0], recorder.events(0)[1], sent(b, second), sent(a)}));
+    EXPECT_EQ(modem.count(">"), 3U);
 }
 
 TEST_F(session, an_unknown_submission_is_repeated_so_that_a_copy_is_rejected) {
