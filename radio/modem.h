@@ -168,6 +168,7 @@ class modem_t {
     uint64_t link_kept_until_ = 0;
 
     uint64_t sim_deadline_ = 0;  // of the set-up
+    bool sim_wait_told_ = false;
     uint64_t next_look_ = 0;     // for a lost modem
     uint64_t back_off_ = 0;      // milliseconds
     std::string lasting_path_;   // see modem_options_t::links

@@ -11,6 +11,16 @@
 
 namespace radio {
 
+namespace {
+
+// Read already: an OK alone, or +CMS ERROR: 321, invalid memory index.
+bool is_empty_place(const reply_t& reply) {
+    constexpr final_result_t invalid_index = {final_result_t::kind_t::cms_error, 321};
+    return reply.ok() ? reply.lines.empty() : reply.result == invalid_index;
+}
+
+}  // namespace
+
 // What fails because the modem is away is not worth a line each: its loss is told, and all is done again when it is
 // back.
 void modem_t::warn_unless_lost(const std::string& text) {
@@ -100,8 +110,10 @@ void modem_t::read_new(const location_t& location) {
     std::vector<stored_datagram_t> datagrams;
     if (message) {
         consider(location, *message, reply.lines.front().pdu, datagrams);
-    } else if (!reply.ok() || !reply.lines.empty()) {  // an OK alone is an empty place: read already
-        warn_unless_lost(fmt::format("cannot read message {} of memory {}", location.index, location.memory));
+    } else if (!is_empty_place(reply)) {
+        next_listing_ = std::min(next_listing_, platform::tick64() + milliseconds(limit_t::deleting_again));
+        warn_unless_lost(
+            fmt::format("cannot read message {} of memory {}; it is read later", location.index, location.memory));
     }
     take(datagrams);
 }

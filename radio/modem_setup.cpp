@@ -34,6 +34,7 @@ void modem_t::forget() {
 std::string modem_t::set_up() {
     forget();
     sim_deadline_ = platform::tick64() + milliseconds(limit_t::sim_ready);
+    sim_wait_told_ = false;
     link_.begin();
     if (!link_.wake_modem()) {
         return fmt::format("no modem answers on {}: AT got no OK within {} seconds", options_.tty,

@@ -40,6 +40,7 @@ std::string modem_t::set_up_sim() {
         if (!state.empty() && !is_locked(state)) {
             if (std::exchange(pin_entered_, false)) {
                 unmark_pin();
+                warn("the SIM has taken its PIN");
             }
             return {};
         }
@@ -64,6 +65,9 @@ std::string modem_t::set_up_sim() {
 
 // False when there is no time left.
 bool modem_t::wait_for_sim() {
+    if (!std::exchange(sim_wait_told_, true)) {
+        warn(fmt::format("the SIM is not ready yet; it is waited for, {} s at most", value_of(limit_t::sim_ready)));
+    }
     return platform::tick64() < sim_deadline_ && link_.pause(limit_t::probe_again);
 }
 
