@@ -43,7 +43,7 @@ std::vector<std::string> datagrams(const std::string& card, unsigned reference, 
         tpdus.push_back(
             "41000C91447700091020"
             "0004" +
-            hex(length + header + body));
+            hex(std::string(length).append(header).append(body)));
     }
     return tpdus;
 }
