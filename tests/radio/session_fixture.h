@@ -168,6 +168,13 @@ class session : public testing::Test {
         std::erase_if(log, [](const std::string& line) { return !line.starts_with('>'); });
         return log.empty() ? 0 : platform::from_hex(log.back().substr(5, 2))->front();
     }
+    /// The modem says this, and the radio has read it: the answer to a question comes behind it.
+    void say_and_wait(const std::string& text) {
+        const size_t before = recorder.events(0).size();
+        modem.say(text);
+        RIL_GetCurrentSystemType(handle);
+        recorder.events(before + 1);
+    }
     /// As modem.heard, while the clock moves fast.
     bool heard_as_time_passes(const std::string& command, size_t times) {
         for (int step = 0; step < 2000; ++step) {
