@@ -53,6 +53,7 @@ std::optional<submission_t> cdma_submission_of(const tpdu::octets_t& octets) {
     if (!message || message->type != cdma::message_type_t::submit || !to_gsm(*message, submission.submit)) {
         return std::nullopt;
     }
+    submission.form = air_form_t::cdma_point_to_point;
     submission.reference = message->identifier;
     submission.submit.destination = message->address;
     submission.submit.header_indicator = message->header_indicator;
@@ -77,7 +78,7 @@ std::optional<submission_t> submission_of(const air_message_t& message) {
         return cdma_submission_of(message.octets);
     }
     std::optional<tpdu::submit_t> submit = tpdu::decode_submit(message.octets);
-    return submit ? std::optional(submission_t{*submit, submit->message_reference}) : std::nullopt;
+    return submit ? std::optional(submission_t{message.form, *submit, submit->message_reference}) : std::nullopt;
 }
 
 std::optional<air_message_t> delivery_of(const tpdu::deliver_t& deliver, uint16_t identifier, air_form_t form) {

@@ -19,6 +19,7 @@ struct air_message_t {
 
 /// What a phone submits.
 struct submission_t {
+    air_form_t form = air_form_t::gsm_tpdu;
     tpdu::submit_t submit;
     uint16_t reference = 0;  // TP-MR, or the identifier of a CDMA message
 };

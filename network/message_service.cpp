@@ -210,7 +210,7 @@ at_result_t message_service_t::submit(air_message_t message, submission_t submis
         --faults_.refusals;
         return cms_error(faults_.refusal_code);
     }
-    if (const unsigned cause = service_centre_.submit(number_, submission.submit); cause != 0) {
+    if (const unsigned cause = service_centre_.submit(number_, submission); cause != 0) {
         return cms_error(cause);
     }
     if (faults_.lost_results > 0) {

@@ -34,7 +34,9 @@ std::string digits_of(std::string_view number) {
     return std::string(number.substr(number.starts_with('+') ? 1 : 0));
 }
 
-unsigned service_centre_t::submit(const std::string& originator, const tpdu::submit_t& submit) {
+unsigned service_centre_t::submit(const std::string& originator, const submission_t& submission) {
+    const tpdu::submit_t& submit = submission.submit;
+    const bool on_cdma = submission.form == air_form_t::cdma_point_to_point;
     const std::optional<tpdu::address_t> from = tpdu::address_from_number(originator);
     if (!from || submit.destination.type == tpdu::number_type_t::alphanumeric || submit.destination.text.empty()) {
         return cause_unidentified_subscriber;
@@ -42,9 +44,10 @@ unsigned service_centre_t::submit(const std::string& originator, const tpdu::sub
     if (statistics_.waiting >= max_waiting) {
         return cause_congestion;
     }
-    const bool repetition = is_repetition(digits_of(originator), {submit.destination.text, submit.message_reference});
-    if (repetition && submit.reject_duplicates) {
-        return cause_duplicate;
+    const bool repetition = is_repetition(digits_of(originator), {submit.destination.text, submission.reference,
+                                                                  on_cdma ? submit.user_data : tpdu::octets_t{}});
+    if (repetition && (submit.reject_duplicates || on_cdma)) {
+        return on_cdma ? 0 : cause_duplicate;
     }
     tpdu::deliver_t deliver;
     deliver.reply_path = submit.reply_path;
@@ -67,7 +70,8 @@ unsigned service_centre_t::submit(const std::string& originator, const tpdu::sub
     return 0;
 }
 
-/// TP-Reject-Duplicates, 3GPP TS 23.040 9.2.3.25: by originator, destination and TP-MR.
+/// TP-Reject-Duplicates, 3GPP TS 23.040 9.2.3.25: by originator, destination and TP-MR. On CDMA a copy is known by the
+/// identifier and what it holds, and taken without being passed on again.
 bool service_centre_t::is_repetition(const std::string& originator, const remembered_t& submission) {
     std::deque<remembered_t>& known = remembered_[originator];
     if (std::ranges::find(known, submission) != known.end()) {

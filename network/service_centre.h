@@ -51,7 +51,7 @@ class service_centre_t {
     static constexpr std::string_view own_number = "+999000001";
 
     /// Takes a message into store. Returns 0, or the RP-cause (3GPP TS 24.011 E-2) of the refusal.
-    unsigned submit(const std::string& originator, const tpdu::submit_t& submit);
+    unsigned submit(const std::string& originator, const submission_t& submission);
     /// From now on until detach, `phone` is offered what waits for the number, as `faults` say.
     void attach(const std::string& number, receiver_t& phone, const faults_t& faults);
     void detach(const std::string& number);
@@ -89,7 +89,8 @@ class service_centre_t {
     };
     struct remembered_t {
         std::string destination;
-        uint8_t reference = 0;
+        uint16_t reference = 0;
+        tpdu::octets_t user_data;  // on CDMA
 
         bool operator==(const remembered_t&) const = default;
     };

@@ -35,6 +35,13 @@ TEST_F(network_test, plain_text_crosses_to_cdma_and_the_rest_is_refused) {
     const auto submission = submission_of({air_form_t::cdma_point_to_point, *cdma::encode(back)});
     ASSERT_TRUE(submission);
     EXPECT_EQ(submission->submit.user_data, (tpdu::octets_t{0x00, 0x24}));
+    const tpdu::octets_t octets = *cdma::encode(back);
+    for (int copies = 0; copies < 2; ++copies) {
+        to->expect("AT+CMGS=" + std::to_string(octets.size()) + "\r", "\r\n> ");
+        to->send(platform::to_hex(octets) + "\x1a");
+        EXPECT_TRUE(to->read_until("OK\r\n").starts_with("\r\n+CMGS: "));
+    }
+    EXPECT_EQ(network_->statistics().submitted, 2U) << "a copy is not passed on";
 }
 
 }  // namespace
