@@ -71,6 +71,7 @@ const row_t rows[] = {
     // On CDMA, which takes few of the texts.
     {"cdma", {"technology=cdma"}, {}, {}, "CDMA: YES", false},
     {"cdma_refused", {"technology=cdma"}, {"refuse=38x2"}, {}, "38", false},
+    {"cdma_result_lost", {"technology=cdma"}, {"lose-results=1"}, {}, "nobody knows whether", false},
     {"cdma_twice", {"technology=cdma", "duplicate"}, {}, {}, "came again", false},
     {"cdma_reversed", {"technology=cdma"}, {"reorder={}"}, {}, "", false},
     {"cdma_hung_up", {"technology=cdma"}, {"hang-up=2000"}, {}, "is back", false},
