@@ -169,9 +169,9 @@ class modem_t {
 
     uint64_t sim_deadline_ = 0;  // of the set-up
     bool sim_wait_told_ = false;
-    uint64_t next_look_ = 0;     // for a lost modem
-    uint64_t back_off_ = 0;      // milliseconds
-    std::string lasting_path_;   // see modem_options_t::links
+    uint64_t next_look_ = 0;    // for a lost modem
+    uint64_t back_off_ = 0;     // milliseconds
+    std::string lasting_path_;  // see modem_options_t::links
     std::string told_announcement_;
     std::set<std::string> unknown_lines_;
     bool link_kept_ = false;
