@@ -44,13 +44,13 @@ bool as_time_passes(const std::function<bool()>& predicate) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        let_time_pass(20);
+        let_time_pass(1);
     }
     return true;
 }
 
 void let_time_pass(uint64_t milliseconds) {
-    constexpr uint64_t step = 20;  // a modem has still half a second of ours for what it must do in ten
+    constexpr uint64_t step = 30;  // a modem has still a third of a second of ours for what it must do in ten
     for (uint64_t passed = 0; passed < milliseconds; passed += step) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         platform::testing::advance_clock(step);
