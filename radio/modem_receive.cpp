@@ -141,6 +141,7 @@ std::optional<arrival_t> modem_t::arrival_of(const std::string& pdu, size_t leng
 // The modem forgets what the journal has, and nothing else.
 void modem_t::take(const std::vector<stored_datagram_t>& datagrams) {
     std::vector<arrival_t> arrivals;
+    arrivals.reserve(datagrams.size());
     for (const stored_datagram_t& datagram : datagrams) {
         arrivals.push_back(datagram.arrival);
     }
