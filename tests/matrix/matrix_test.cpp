@@ -56,6 +56,7 @@ const row_t rows[] = {
     {"technology_changes", {}, {"technology=lte"}, {"technology=gsm"}, ""},
     // What the modem does.
     {"hung_up", {}, {"hang-up=2000"}, {}, "has hung up"},
+    {"hung_up_amid_sending", {"late-results=500"}, {}, {"hang-up=2000"}, "nobody knows whether"},
     {"unplugged", {}, {"hang-up"}, {"return"}, "has hung up"},
     {"silent", {}, {"silent"}, {"silent=off"}, "no answer to"},
     {"little_storage", {"storage=16"}, {}, {}, ""},
@@ -254,16 +255,8 @@ TEST_P(matrix, a_card_arrives_once) {
     };
     constexpr uint64_t some_seconds = 3'000;
     std::vector<std::string> received;
-    for (const size_t datagrams : {1, 3, 30}) {
+    for (const size_t datagrams : {30, 3, 1}) {
         SCOPED_TRACE(datagrams);
-        order_for(datagrams + (GetParam().texts ? 1 : 0));
-        received.push_back(card_of(datagrams, ++serial_));
-        put_in(received.back(), datagrams);
-        let_time_pass(GetParam().after.empty() ? 0 : some_seconds);
-        order(GetParam().after);
-        const bool came = as_time_passes([&] { return std::ranges::is_permutation(phone_.stored(), received); });
-        ASSERT_TRUE(came) << testing::PrintToString(phone_.stored());
-
         order_for(1);
         const std::string card = card_of(datagrams, ++serial_);
         const uint32_t id = phone_.send(card, theirs);
@@ -272,6 +265,14 @@ TEST_P(matrix, a_card_arrives_once) {
         ASSERT_TRUE(as_time_passes([&] { return phone_.sent(id); })) << "not sent";
         EXPECT_EQ(take_out(), card);
         command(*peer_, "AT+CMGD=1,4");
+
+        order_for(datagrams + (GetParam().texts ? 1 : 0));
+        received.push_back(card_of(datagrams, ++serial_));
+        put_in(received.back(), datagrams);
+        let_time_pass(GetParam().after.empty() ? 0 : some_seconds);
+        order(GetParam().after);
+        const bool came = as_time_passes([&] { return std::ranges::is_permutation(phone_.stored(), received); });
+        ASSERT_TRUE(came) << testing::PrintToString(phone_.stored());
     }
     EXPECT_THAT(phone_.stored(), testing::UnorderedElementsAreArray(received)) << "in the end";
 }
