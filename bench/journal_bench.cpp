@@ -1,0 +1,62 @@
+// What one incoming datagram costs, from the journal's taking it to its leaving, beside so many others that wait: read
+// the rows of one run against each other. In memory: how fast a disk is, is not the question.
+#include <benchmark/benchmark.h>
+#include <platform/linux/hex.h>
+#include <stdlib.h>
+
+#include <filesystem>
+
+#include "radio/journal.h"
+
+namespace {
+
+/// The first datagram of a message of two, or, with `parts` 1, a message of its own; each of another sender.
+radio::arrival_t arrival(uint32_t sender, uint8_t parts) {
+    tpdu::deliver_t deliver;
+    deliver.originator = {tpdu::number_type_t::international, 1, std::to_string(10'000'000 + sender)};
+    deliver.data_coding = tpdu::data_coding_8bit;
+    deliver.header_indicator = true;
+    deliver.user_data = *platform::from_hex("0B050423F423F40003010001");
+    deliver.user_data[10] = parts;
+    deliver.user_data.resize(tpdu::max_user_data, 'x');
+    deliver.user_data_length = tpdu::max_user_data;
+    tpdu::octets_t octets = *tpdu::encode(deliver);
+    radio::card_datagram_t card = *radio::card_datagram_of(radio::technology_t::gsm, octets);
+    return {radio::technology_t::gsm, std::move(octets), std::move(card)};
+}
+
+void one_message_beside(benchmark::State& state) {
+    char name[] = "/dev/shm/zpd-bench-XXXXXX";
+    const std::filesystem::path home = mkdtemp(name);
+    {
+        radio::journal_t journal;
+        if (!journal.open(radio::journal_file(home), {.age = 1'000'000, .datagrams = 1'000'000}).empty()) {
+            abort();
+        }
+        uint32_t sender = 0;
+        for (; sender < static_cast<uint32_t>(state.range(0)); ++sender) {
+            const radio::arrival_t waiting = arrival(sender, 2);
+            if (!journal.take({&waiting, 1}, 0)) {
+                abort();
+            }
+        }
+        int64_t last = 0;
+        for (const radio::journal_t::entry_t& entry : journal.next(0, sender)) {
+            last = entry.id;
+        }
+        for (auto _ : state) {
+            const radio::arrival_t fresh = arrival(++sender, 1);
+            benchmark::DoNotOptimize(journal.take({&fresh, 1}, 0));
+            for (const radio::journal_t::entry_t& entry : journal.next(last, 32)) {
+                journal.handed_over(entry.id, 0);
+                last = entry.id;
+            }
+        }
+    }
+    std::filesystem::remove_all(home);
+}
+BENCHMARK(one_message_beside)->Arg(1)->Arg(100)->Arg(10'000)->Iterations(3000);
+
+}  // namespace
+
+BENCHMARK_MAIN();
