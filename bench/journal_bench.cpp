@@ -44,7 +44,7 @@ void one_message_beside(benchmark::State& state) {
         for (const radio::journal_t::entry_t& entry : journal.next(0, sender)) {
             last = entry.id;
         }
-        for (auto _ : state) {
+        while (state.KeepRunning()) {
             const radio::arrival_t fresh = arrival(++sender, 1);
             benchmark::DoNotOptimize(journal.take({&fresh, 1}, 0));
             for (const radio::journal_t::entry_t& entry : journal.next(last, 32)) {
