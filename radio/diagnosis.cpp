@@ -35,9 +35,9 @@ std::string text_in(const std::string& line, size_t place) {
     return place < values.size() ? values[place].text : std::string();
 }
 
-// Of the lines without a name before them: what modems say by themselves begins with a sign, save this one.
+// Of the lines without a name before them: what modems say by themselves begins with a sign, save of calls.
 bool is_identity(const std::string& line) {
-    return std::isalnum(static_cast<unsigned char>(line[0])) != 0 && line != "RING";
+    return std::isalnum(static_cast<unsigned char>(line[0])) != 0 && line != "RING" && line != "NO CARRIER";
 }
 
 // What to do about a tty that cannot be taken. Where another program has it, the error itself says it.

@@ -182,8 +182,9 @@ std::optional<final_result_t> final_result(std::string_view line) {
     if (line.starts_with(cme)) {
         return final_result_t{cme_error, error_code(line.substr(cme.size()), cme_error, unknown_cme_error)};
     }
-    // The last two come from modems of one maker in place of ERROR.
-    for (const std::string_view text : {"ERROR", "NO CARRIER", "COMMAND NOT SUPPORT", "TOO MANY PARAMETERS"}) {
+    // The last two come from modems of one maker in place of ERROR. NO CARRIER is no result of ours, who never dial: it
+    // tells of an incoming call that was given up.
+    for (const std::string_view text : {"ERROR", "COMMAND NOT SUPPORT", "TOO MANY PARAMETERS"}) {
         if (line == text) {
             return final_result_t{error, 0};
         }

@@ -69,7 +69,8 @@ TEST(diagnosis, what_stands_against_cards) {
 
 TEST(diagnosis, identities_in_every_form) {
     scripted_modem_t modem;
-    modem.on("AT+CGMI", "AT+CGMI\r\r\n+CMTI: \"SM\",1\r\n\r\nMaker, Inc.\r\n\r\nOK\r\n");  // with echo
+    modem.on("AT+CGMI",
+             "AT+CGMI\r\r\n+CMTI: \"SM\",1\r\n\r\nNO CARRIER\r\n\r\nMaker, Inc.\r\n\r\nOK\r\n");  // with echo
     modem.on("AT+CGMM", line("+CGMM: \"M-1\""));
     modem.on("AT+CGMR", line("1.0: \"a\""));
     modem.on("AT+CGSN", line("3512345678901234"));  // as a PDU looks, too

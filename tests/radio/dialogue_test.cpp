@@ -78,6 +78,7 @@ TEST(dialogue, foreign_lines_at_every_boundary) {
     const std::pair<std::string, modem_line_t> foreign[] = {
         {"\r\n+CMTI: \"SM\",7\r\n", {"+CMTI: \"SM\",7", ""}},
         {"\r\nRING\r\n", {"RING", ""}},
+        {"\r\nNO CARRIER\r\n", {"NO CARRIER", ""}},  // a call that nobody took
         {"\r\n+CMT: ,3\r\n0002EEFF\r\n", {"+CMT: ,3", "0002EEFF"}},
     };
     for (const dialogue_t& row : dialogues()) {
