@@ -78,6 +78,7 @@ class modem_t {
     // modem_sim.cpp
     [[nodiscard]] std::string set_up_sim();
     [[nodiscard]] std::string enter_pin();
+    [[nodiscard]] std::string why_not_enter(const std::string& pin);
     std::optional<int> pin_tries();
     bool wait_for_sim();
 

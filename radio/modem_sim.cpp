@@ -39,7 +39,7 @@ std::string modem_t::set_up_sim() {
         }
         if (!state.empty() && !is_locked(state)) {
             if (std::exchange(pin_entered_, false)) {
-                unmark_pin();
+                unmark_pins();
                 warn("the SIM has taken its PIN");
             }
             return {};
@@ -71,7 +71,6 @@ bool modem_t::wait_for_sim() {
     return platform::tick64() < sim_deadline_ && link_.pause(limit_t::probe_again);
 }
 
-// The mark comes first: whatever happens from then on, the value is not tried again unless the SIM is ready with it.
 std::string modem_t::enter_pin() {
     if (options_.pin_file.empty()) {
         return fmt::format("the SIM in the modem on {} wants its PIN: name a file that holds it by --pin-file",
@@ -81,18 +80,11 @@ std::string modem_t::enter_pin() {
     if (!unreadable.empty()) {
         return unreadable;
     }
-    const std::string& file = options_.pin_file.native();
-    if (pin_is_marked(pin)) {
-        return fmt::format(
-            "the SIM did not accept the PIN in {} before, and it is not tried again: correct it there, or "
-            "remove {} if it is for another SIM",
-            file, pin_mark().native());
+    if (std::string reason = why_not_enter(pin); !reason.empty()) {
+        return reason;
     }
-    constexpr int fewest_tries = 2;
-    if (const std::optional<int> left = pin_tries(); left && *left < fewest_tries) {
-        return fmt::format("the SIM's PIN has {} tries left, too few to enter the one in {}: unlock it in a phone",
-                           *left, file);
-    }
+    // The mark comes first: whatever happens from then on, the value is not tried again unless the SIM is ready with
+    // it.
     if (std::string error = mark_pin(pin); !error.empty()) {
         return error;
     }
@@ -100,8 +92,36 @@ std::string modem_t::enter_pin() {
         link_.exchange({.line = "AT+CPIN=\"" + pin + '"', .limit = limit_t::setting, .alias = "AT+CPIN=…"});
     pin_entered_ = reply.outcome != reply_t::outcome_t::error;
     if (!reply.ok()) {
-        return fmt::format("the SIM did not accept the PIN in {}, which is not tried again ({})", file,
+        return fmt::format("the SIM did not accept the PIN in {}, which is not tried again ({})",
+                           options_.pin_file.native(),
                            reply.outcome == reply_t::outcome_t::error ? described(reply.result) : "no answer");
+    }
+    return {};
+}
+
+// What may cost the SIM its last try. Empty when nothing stands against it.
+std::string modem_t::why_not_enter(const std::string& pin) {
+    const std::string& file = options_.pin_file.native();
+    if (pin_is_marked(pin)) {
+        return fmt::format(
+            "the SIM did not accept the PIN in {} before, and it is not tried again: correct it there, or "
+            "remove {} if it is for another SIM",
+            file, pin_marks().native());
+    }
+    const std::optional<int> left = pin_tries();
+    if (!set_up_failure_.empty()) {
+        return fmt::format("the modem on {} {}", options_.tty, set_up_failure_);
+    }
+    constexpr int fewest_tries = 2;
+    if (left && *left < fewest_tries) {
+        return fmt::format("the SIM's PIN has {} tries left, too few to enter the one in {}: unlock it in a phone",
+                           *left, file);
+    }
+    if (!left && any_pin_is_marked()) {
+        return fmt::format(
+            "a PIN was not accepted before, and the modem does not tell how many tries are left, so that the one in {} "
+            "is not entered: unlock the SIM in a phone, then remove {}",
+            file, pin_marks().native());
     }
     return {};
 }

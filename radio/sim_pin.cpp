@@ -3,6 +3,7 @@
 #include <crypt.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <platform/linux/home.h>
 #include <platform/linux/text.h>
 #include <sys/stat.h>
@@ -12,8 +13,11 @@
 #include <array>
 #include <cerrno>
 #include <memory>
+#include <optional>
+#include <sstream>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace radio {
 
@@ -65,6 +69,26 @@ bool write_durably(const std::filesystem::path& path, const std::string& text) {
     return fsync(folder.descriptor) == 0;
 }
 
+// None when they cannot be read; no file has none.
+std::optional<std::vector<std::string>> read_marks() {
+    const file_t file(pin_marks(), O_RDONLY);
+    if (file.descriptor < 0) {
+        return errno == ENOENT ? std::optional(std::vector<std::string>()) : std::nullopt;
+    }
+    std::string text;
+    std::array<char, 512> buffer{};
+    ssize_t count = 0;
+    while ((count = read(file.descriptor, buffer.data(), buffer.size())) > 0) {
+        text.append(buffer.data(), static_cast<size_t>(count));
+    }
+    std::vector<std::string> marks;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        marks.push_back(line);
+    }
+    return count == 0 ? std::optional(std::move(marks)) : std::nullopt;
+}
+
 }  // namespace
 
 pin_file_t read_pin(const std::filesystem::path& path) {
@@ -88,30 +112,37 @@ pin_file_t read_pin(const std::filesystem::path& path) {
     return {std::move(pin), {}};
 }
 
-std::filesystem::path pin_mark() {
+std::filesystem::path pin_marks() {
     return platform::home() / "rejected-pin";
 }
 
 bool pin_is_marked(const std::string& pin) {
-    const file_t file(pin_mark(), O_RDONLY);
-    if (file.descriptor < 0) {
-        return errno != ENOENT;
-    }
-    const std::string marked = first_line(file);
-    const std::string hashed = hash(pin, marked);
-    return hashed.empty() || hashed == marked;
+    const std::optional<std::vector<std::string>> marks = read_marks();
+    return !marks || std::ranges::any_of(*marks, [&](const std::string& mark) {
+        const std::string hashed = hash(pin, mark);
+        return hashed.empty() || hashed == mark;
+    });
+}
+
+bool any_pin_is_marked() {
+    const std::optional<std::vector<std::string>> marks = read_marks();
+    return !marks || !marks->empty();
 }
 
 std::string mark_pin(const std::string& pin) {
     const std::string hashed = new_hash(pin);
-    if (hashed.empty() || !write_durably(pin_mark(), hashed + '\n')) {
-        return fmt::format("cannot write {}: {}", pin_mark().native(), platform::errno_text(errno));
+    std::optional<std::vector<std::string>> marks = read_marks();
+    if (marks) {
+        marks->push_back(hashed);
+    }
+    if (!marks || hashed.empty() || !write_durably(pin_marks(), fmt::format("{}\n", fmt::join(*marks, "\n")))) {
+        return fmt::format("cannot write {}: {}", pin_marks().native(), platform::errno_text(errno));
     }
     return {};
 }
 
-void unmark_pin() {
-    unlink(pin_mark().c_str());
+void unmark_pins() {
+    unlink(pin_marks().c_str());
 }
 
 }  // namespace radio

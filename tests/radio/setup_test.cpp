@@ -52,7 +52,11 @@ TEST_F(set_up, pin_is_never_tried_twice) {
     modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
     modem.on("AT+CPIN=\"1234\"", "AT+CPIN=\"1234\"\r\r\n+CME ERROR: 16\r\n");
     modem.on("AT+CPIN=\"5555\"", "");
-    for (const char* wrong : {"1234\n", "1234\r\n", "5555", "5555\n1234"}) {
+    write_pin("1234");
+    modem.once("AT+CPINR", "");
+    EXPECT_THAT(attach_as_time_passes(), HasSubstr("does not answer AT+CPINR")) << "never entered, never rejected";
+    modem.on("AT+CPINR", line("+CPINR: SIM PIN,3,3"));
+    for (const char* wrong : {"1234\n", "1234\r\n", "5555", "5555\n1234", "1234"}) {
         write_pin(wrong);
         const std::string error = attach_as_time_passes();
         EXPECT_THAT(error, AllOf(HasSubstr("did not accept"), HasSubstr(options.pin_file.native())));
@@ -63,6 +67,9 @@ TEST_F(set_up, pin_is_never_tried_twice) {
 
     write_pin("4321");
     modem.on("AT+CPIN=\"4321\"", ok);
+    modem.on("AT+CPINR", ok);  // which may mean the last try
+    EXPECT_THAT(attach_now(), AllOf(HasSubstr("unlock the SIM in a phone"), HasSubstr("remove " + folder.native())));
+    modem.once("AT+CPINR", line("+CPINR: SIM PIN,2,3"));
     for (const size_t times : {1, 2}) {  // a power cycle asks for it again
         modem.once("AT+CPIN?", line("+CPIN: SIM PIN"));
         modem.once("AT+CPIN?", line("+CPIN: SIM PIN"));  // for a moment
