@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <platform/linux/hex.h>
+#include <platform/linux/text.h>
 
 #include <utility>
 
@@ -14,8 +15,8 @@ namespace {
 
 using platform::sqlite::execution_t;
 
-// FULL: a commit is on the disk when it returns. A message's generation is 0, save when it began while an older one of
-// its reference was incomplete.
+// FULL: a commit is on the disk when it returns. A message is its text and generation: 0, save when it began while an
+// older one of the same text was incomplete. The driver tells messages apart by sender, alias and parts alone.
 constexpr const char* schema = R"(
     PRAGMA journal_mode = WAL;
     PRAGMA synchronous = FULL;
@@ -28,10 +29,12 @@ constexpr const char* schema = R"(
         sender TEXT NOT NULL,
         message TEXT NOT NULL,
         generation INTEGER NOT NULL,
+        alias INTEGER NOT NULL,
         part INTEGER NOT NULL,
         parts INTEGER NOT NULL,
         body BLOB NOT NULL,
         UNIQUE (message, generation, part));
+    CREATE INDEX IF NOT EXISTS aliases ON datagrams (sender, alias, parts);
     CREATE TABLE IF NOT EXISTS finished (identity BLOB PRIMARY KEY, at INTEGER NOT NULL) WITHOUT ROWID;
     CREATE TABLE IF NOT EXISTS texts (id INTEGER PRIMARY KEY, came INTEGER NOT NULL, length INTEGER NOT NULL, pdu TEXT NOT NULL);
 )";
@@ -43,10 +46,16 @@ constexpr std::string_view incomplete_query =
     "SELECT message, generation, sender, min(came), count(*), parts FROM datagrams "
     "GROUP BY message, generation HAVING count(*) < parts ORDER BY min(id)";
 
-// card_datagram_t::sender as a person reads it.
-std::string person_of(std::string_view sender) {
-    const std::string_view digits = sender.substr(sender.find(':') + 1);
-    return fmt::format("{}{}", sender.starts_with("1:") ? "+" : "", digits);  // 1: an international number
+// The sender as the driver sees him, and a person reads him.
+std::string sender_of(const RILMESSAGE& message) {
+    const RILADDRESS& address = message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.raOrigAddress
+                                                                         : message.msgInCDMADeliver.raOrigAddress;
+    return platform::to_utf8(address.wszAddress);
+}
+
+// What the driver tells messages apart by.
+std::string name_for_driver(const std::string& sender, uint16_t alias, unsigned parts) {
+    return fmt::format("{}/{}/{}", alias, parts, sender);
 }
 
 }  // namespace
@@ -54,8 +63,10 @@ std::string person_of(std::string_view sender) {
 // Where a datagram belongs.
 struct journal_t::place_t {
     std::string message;
+    std::string sender;
     int64_t generation = 0;
     tpdu::concatenation_t concatenation;
+    uint16_t alias = 0;  // the reference that the driver gets
     bool taken = false;  // by the same datagram, sent once more
 };
 
@@ -150,26 +161,38 @@ bool journal_t::take_one(const arrival_t& arrival, int64_t now) {
         return fail();
     }
     if (place->taken) {
-        warn(fmt::format("a datagram from {} came again; it is not handed over twice", person_of(arrival.card.sender)));
-        return true;
+        tell_copy(arrival, place->sender);
+        return run("UPDATE finished SET at = ?2 WHERE identity = ?1", arrival.card.identity, now);
     }
-    if (place->generation > 0) {
-        warn(fmt::format("a message from {} has the reference {} of one that is incomplete; the driver gets another",
-                         person_of(arrival.card.sender), place->concatenation.reference));
+    if (place->alias != place->concatenation.reference) {
+        warn(fmt::format("a message from {} has the reference {} of one that is incomplete; the driver gets {}",
+                         place->sender, place->concatenation.reference, place->alias));
     }
-    const bool done =
-        run("INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)", next_id_, now,
-            static_cast<int64_t>(arrival.technology), arrival.octets, arrival.card.identity, arrival.card.sender,
-            place->message, place->generation, static_cast<int64_t>(place->concatenation.part),
-            static_cast<int64_t>(place->concatenation.parts), arrival.card.body);
+    const bool done = run("INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12)", next_id_,
+                          now, static_cast<int64_t>(arrival.technology), arrival.octets, arrival.card.identity,
+                          place->sender, place->message, place->generation, static_cast<int64_t>(place->alias),
+                          static_cast<int64_t>(place->concatenation.part),
+                          static_cast<int64_t>(place->concatenation.parts), arrival.card.body);
     next_id_ += 1;
     datagrams_ += 1;
     return done;
 }
 
+// Once each: a message that the modem does not delete comes again at each listing.
+void journal_t::tell_copy(const arrival_t& arrival, const std::string& sender) {
+    constexpr size_t most_remembered = 1000;
+    if (told_copies_.size() >= most_remembered) {
+        told_copies_.clear();
+    }
+    if (told_copies_.insert(arrival.card.identity).second) {
+        warn(fmt::format("a datagram from {} came again; it is not handed over twice", sender));
+    }
+}
+
 // None when the file cannot be read.
 std::optional<journal_t::place_t> journal_t::place_of(const arrival_t& arrival) {
     place_t place;
+    place.sender = sender_of(arrival.card.message);
     execution_t known(
         statement("SELECT 1 FROM datagrams WHERE identity = ?1 UNION ALL SELECT 1 FROM finished WHERE identity = ?1"));
     known.bind(1, arrival.card.identity);
@@ -186,11 +209,12 @@ std::optional<journal_t::place_t> journal_t::place_of(const arrival_t& arrival) 
     place.concatenation = *concatenation;
     place.message = fmt::format("{}/{}/{}/{}", arrival.card.sender, concatenation->width, concatenation->reference,
                                 concatenation->parts);
-    return find_generation(arrival, place) ? std::optional(place) : std::nullopt;
+    const bool placed = find_generation(arrival, place) && (place.taken || find_alias(place));
+    return placed ? std::optional(place) : std::nullopt;
 }
 
-// The newest message of the reference takes the datagram, unless it has such a part already, with another body: then a
-// new message has begun.
+// The newest message of the text takes the datagram, unless it has such a part already, with another body: then a new
+// message has begun.
 bool journal_t::find_generation(const arrival_t& arrival, place_t& place) {
     execution_t same(
         statement("SELECT generation, body = ?3 FROM datagrams WHERE message = ?1 AND part = ?2 "
@@ -213,6 +237,39 @@ bool journal_t::find_generation(const arrival_t& arrival, place_t& place) {
     return true;
 }
 
+// That of the message, if it has begun; else its own reference or, where the driver would mix it with another message,
+// one far from those that the sender uses next.
+bool journal_t::find_alias(place_t& place) {
+    execution_t begun(statement("SELECT alias FROM datagrams WHERE message = ?1 AND generation = ?2 LIMIT 1"));
+    begun.bind(1, place.message);
+    begun.bind(2, place.generation);
+    const int found = begun.step();
+    if (found == SQLITE_ROW) {
+        place.alias = static_cast<uint16_t>(begun.number(0));
+        return true;
+    }
+    constexpr int step = 125;  // odd: 256 steps meet every low octet
+    const uint16_t reference = place.concatenation.reference;
+    for (int attempt = 0; attempt < 256; ++attempt) {
+        place.alias = static_cast<uint16_t>((reference & 0xFF00) | ((reference + attempt * step) & 0xFF));
+        if (!driver_knows(place)) {
+            return found == SQLITE_DONE;
+        }
+    }
+    place.alias = reference;
+    return found == SQLITE_DONE;
+}
+
+bool journal_t::driver_knows(const place_t& place) {
+    execution_t query(
+        statement("SELECT 1 FROM datagrams WHERE sender = ?1 AND alias = ?2 AND parts = ?3 AND parts > 1 LIMIT 1"));
+    query.bind(1, place.sender);
+    query.bind(2, int64_t{place.alias});
+    query.bind(3, int64_t{place.concatenation.parts});
+    return query.step() == SQLITE_ROW ||
+           dropped_.contains(name_for_driver(place.sender, place.alias, place.concatenation.parts));
+}
+
 // The whole message that the oldest datagram belongs to.
 bool journal_t::drop_oldest() {
     std::string message;
@@ -232,14 +289,16 @@ bool journal_t::drop(const std::string& message, int64_t generation, std::string
     std::string dropped;
     {
         execution_t query(
-            statement("SELECT sender, count(*), parts FROM datagrams WHERE message = ?1 AND generation = ?2"));
+            statement("SELECT sender, count(*), parts, alias FROM datagrams WHERE message = ?1 AND generation = ?2"));
         query.bind(1, message);
         query.bind(2, generation);
         if (query.step() != SQLITE_ROW) {
             return fail();
         }
         dropped = fmt::format("dropped {} of the {} datagrams of a message from {}: {}", query.number(1),
-                              query.number(2), person_of(query.text(0)), reason);
+                              query.number(2), query.text(0), reason);
+        dropped_.insert(name_for_driver(query.text(0), static_cast<uint16_t>(query.number(3)),
+                                        static_cast<unsigned>(query.number(2))));
     }
     if (!run("DELETE FROM datagrams WHERE message = ?1 AND generation = ?2", message, generation)) {
         return false;
@@ -249,10 +308,15 @@ bool journal_t::drop(const std::string& message, int64_t generation, std::string
     return true;
 }
 
+void journal_t::begin_session() {
+    const std::lock_guard lock(mutex_);
+    dropped_.clear();
+}
+
 std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
     const std::lock_guard lock(mutex_);
     execution_t query(
-        statement("SELECT id, technology, octets, generation FROM datagrams WHERE id > ?1 ORDER BY id LIMIT ?2"));
+        statement("SELECT id, technology, octets, alias FROM datagrams WHERE id > ?1 ORDER BY id LIMIT ?2"));
     query.bind(1, after);
     query.bind(2, static_cast<int64_t>(most));
     std::vector<entry_t> entries;
@@ -261,13 +325,20 @@ std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
         entries.push_back({query.number(0),
                            static_cast<technology_t>(query.number(1)),
                            {octets.begin(), octets.end()},
-                           static_cast<unsigned>(query.number(3))});
+                           static_cast<uint16_t>(query.number(3))});
     }
     return entries;
 }
 
 void journal_t::handed_over(int64_t id, int64_t now) {
     const std::lock_guard lock(mutex_);
+    if (!leave_after(id, now)) {
+        not_left_.push_back(id);
+    }
+}
+
+// The message of which this datagram was the last.
+bool journal_t::leave_after(int64_t id, int64_t now) {
     std::string message;
     int64_t generation = 0;
     {
@@ -275,13 +346,13 @@ void journal_t::handed_over(int64_t id, int64_t now) {
             statement("SELECT message, generation FROM datagrams AS last WHERE id = ?1 AND parts = (SELECT count(*) "
                       "FROM datagrams WHERE message = last.message AND generation = last.generation AND id <= ?1)"));
         query.bind(1, id);
-        if (query.step() != SQLITE_ROW) {
-            return;
+        if (const int found = query.step(); found != SQLITE_ROW) {
+            return found == SQLITE_DONE || fail();
         }
         message = query.text(0);
         generation = query.number(1);
     }
-    transaction([&] {
+    return transaction([&] {
         const bool done = run("INSERT OR IGNORE INTO finished SELECT identity, ?3 FROM datagrams "
                               "WHERE message = ?1 AND generation = ?2",
                               message, generation, now) &&
@@ -293,6 +364,7 @@ void journal_t::handed_over(int64_t id, int64_t now) {
 
 void journal_t::expire(int64_t now) {
     const std::lock_guard lock(mutex_);
+    std::erase_if(not_left_, [&](int64_t id) { return leave_after(id, now); });
     transaction([&] {
         std::vector<std::pair<std::string, int64_t>> old;
         {
@@ -318,7 +390,15 @@ void journal_t::expire(int64_t now) {
 bool journal_t::keep_text(size_t length, std::string_view pdu, int64_t now) {
     const std::lock_guard lock(mutex_);
     return transaction([&] {
-        return run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", now, static_cast<int64_t>(length), pdu);
+        if (!run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", now, static_cast<int64_t>(length), pdu) ||
+            !run("DELETE FROM texts WHERE id <= (SELECT max(id) FROM texts) - ?1",
+                 static_cast<int64_t>(bounds_.datagrams))) {
+            return false;
+        }
+        if (sqlite3_changes(connection_.get()) > 0) {
+            warn(fmt::format("dropped a message that is no card: the journal holds {} of them", bounds_.datagrams));
+        }
+        return true;
     });
 }
 
@@ -340,23 +420,24 @@ void journal_t::forget_text(int64_t id) {
 std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& home, std::string* error) {
     const std::filesystem::path file = journal_file(home);
     std::vector<incomplete_message_t> messages;
-    std::error_code none;
-    if (!std::filesystem::exists(file, none)) {
+    std::error_code failure;
+    const std::filesystem::file_status status = std::filesystem::status(file, failure);
+    if (status.type() == std::filesystem::file_type::not_found) {
         return messages;
     }
     sqlite3* handle = nullptr;
-    const int opened = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+    int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
     const platform::sqlite::connection_t connection(handle);
     const platform::sqlite::statement_t statement =
-        opened == SQLITE_OK ? platform::sqlite::prepare(handle, incomplete_query) : nullptr;
-    if (!statement) {
-        *error = fmt::format("cannot read the journal {}: {}", file.native(), sqlite3_errmsg(handle));
-        return messages;
-    }
+        result == SQLITE_OK ? platform::sqlite::prepare(handle, incomplete_query) : nullptr;
     execution_t query(statement);
-    while (query.step() == SQLITE_ROW) {
-        messages.push_back({person_of(query.text(2)), query.number(3), static_cast<size_t>(query.number(4)),
+    while ((result = query.step()) == SQLITE_ROW) {
+        messages.push_back({query.text(2), query.number(3), static_cast<size_t>(query.number(4)),
                             static_cast<size_t>(query.number(5))});
+    }
+    if (result != SQLITE_DONE) {
+        *error = fmt::format("cannot read the journal {}: {}", file.native(),
+                             failure ? failure.message() : std::string(sqlite3_errmsg(handle)));
     }
     return messages;
 }

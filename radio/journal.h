@@ -16,6 +16,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -45,9 +46,9 @@ class journal_t {
         int64_t id;  // rises in the order of arrival
         technology_t technology;
         tpdu::octets_t octets;
-        /// How many messages of the same reference were incomplete when this one began. The driver, which knows the
-        /// reference only, would mix them: change_reference.
-        unsigned generation;
+        /// For the driver, in place of that of the header: it tells messages apart by sender, reference and parts
+        /// alone, and would mix two that the header tells apart, or one with the rest of another that was dropped.
+        uint16_t reference;
     };
     /// A message of another kind that a modem delivered directly and did not take back.
     struct text_t {
@@ -62,6 +63,8 @@ class journal_t {
     /// True when every one of them is here, or has been, and will be after a loss of power. False: none was taken.
     [[nodiscard]] bool take(std::span<const arrival_t> arrivals, int64_t now);
 
+    /// A driver has begun that knows of no datagram yet.
+    void begin_session();
     /// The next to be handed over after `id` (0: the first), at most so many.
     std::vector<entry_t> next(int64_t after, size_t most);
     /// The driver has it, and all that `next` gave before it. When its message is whole with it, the message leaves.
@@ -79,6 +82,10 @@ class journal_t {
     bool take_one(const arrival_t& arrival, int64_t now);
     std::optional<place_t> place_of(const arrival_t& arrival);
     bool find_generation(const arrival_t& arrival, place_t& place);
+    bool find_alias(place_t& place);
+    bool driver_knows(const place_t& place);
+    void tell_copy(const arrival_t& arrival, const std::string& sender);
+    bool leave_after(int64_t id, int64_t now);
     bool drop_oldest();
     bool drop(const std::string& message, int64_t generation, std::string_view reason);
     /// One statement that gives no rows; false, and told, when it fails.
@@ -95,7 +102,10 @@ class journal_t {
     std::filesystem::path file_;
     bounds_t bounds_;
     int64_t next_id_ = 1;
-    size_t datagrams_ = 0;  // in the file
+    size_t datagrams_ = 0;                  // in the file
+    std::set<std::string> dropped_;         // since the session began: what the driver still has parts of
+    std::vector<int64_t> not_left_;         // handed over, which could not be written
+    std::set<tpdu::octets_t> told_copies_;  // by identity
     bool failure_told_ = false;
 };
 

@@ -101,6 +101,7 @@ class modem_t {
     void hand_over_next();
     void make_room(const session_pointer_t& session);
     void take_delivery(const modem_line_t& line);
+    void give_texts_back();
     bool put_on_modem(size_t length, const std::string& pdu);
     void acknowledge(bool safe);
     [[nodiscard]] int64_t seconds_now() const;
@@ -149,6 +150,8 @@ class modem_t {
 
     // Receiving.
     journal_t journal_;
+    std::set<location_t> undeleted_;  // which the modem refused to delete
+    bool refused_text_told_ = false;
     int64_t began_at_ = 0;  // seconds since 1970, at began_at_tick_
     uint64_t began_at_tick_ = 0;
     session_pointer_t receiver_;  // who wants messages; null for nobody

@@ -58,11 +58,7 @@ void modem_t::list_all() {
     if (lost() || link_.ending()) {
         return;
     }
-    for (const journal_t::text_t& text : journal_.texts()) {
-        if (put_on_modem(text.length, text.pdu)) {
-            journal_.forget_text(text.id);
-        }
-    }
+    give_texts_back();
     if (memories_.empty()) {
         list({});
     }
@@ -159,7 +155,9 @@ void modem_t::remove(const location_t& location) {
     const bool removed =
         select_memory(location.memory) &&
         link_.exchange({.line = fmt::format("AT+CMGD={}", location.index), .limit = limit_t::storage}).ok();
-    if (!removed) {
+    if (removed) {
+        undeleted_.erase(location);
+    } else if (undeleted_.insert(location).second) {
         next_listing_ = std::min(next_listing_, platform::tick64() + milliseconds(limit_t::deleting_again));
         warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it is in the journal, and deleted later",
                                      location.index, location.memory));
@@ -170,6 +168,7 @@ void modem_t::begin_receiving(session_pointer_t session) {
     receiver_ = session && (session->classes & RIL_NCLASS_MESSAGE) ? std::move(session) : nullptr;
     handed_over_ = 0;
     with_driver_ = 0;
+    journal_.begin_session();
     hand_over_next();
 }
 
@@ -186,7 +185,7 @@ void modem_t::hand_over_next() {
             warn(fmt::format("datagram {} of the journal is none; it is left alone", entry.id));
             continue;
         }
-        change_reference(*card, entry.generation);
+        change_reference(*card, entry.reference);
         with_driver_ += 1;
         callbacks_.message(receiver_, card->message, [this, session = receiver_, id = entry.id](bool handed_over) {
             if (handed_over) {
@@ -205,27 +204,43 @@ void modem_t::make_room(const session_pointer_t& session) {
 }
 
 // Direct delivery: everything is acknowledged once it is safe, also what cannot be decoded, or the modem would deliver
-// nothing more. Messages that are not ours go where they would have lain without us.
+// nothing more. A header line whose PDU got lost on the line is not. Messages that are not ours go where they would
+// have lain without us; writing them there may take longer than the network waits.
 void modem_t::take_delivery(const modem_line_t& line) {
+    if (line.pdu.empty()) {
+        warn("a delivered message came without its PDU, the network is to repeat it: " + line.text);
+        acknowledge(false);
+        return;
+    }
     const size_t length = delivered_length(line.text).value_or(0);
-    const std::optional<arrival_t> arrival = arrival_of(line.pdu, length);
-    const bool safe = arrival ? journal_.take({&*arrival, 1}, seconds_now())
-                              : put_on_modem(length, line.pdu) || journal_.keep_text(length, line.pdu, seconds_now());
-    acknowledge(safe);
-    hand_over_next();
+    if (const std::optional<arrival_t> arrival = arrival_of(line.pdu, length)) {
+        acknowledge(journal_.take({&*arrival, 1}, seconds_now()));
+        hand_over_next();
+    } else {
+        acknowledge(journal_.keep_text(length, line.pdu, seconds_now()));
+        give_texts_back();
+    }
+}
+
+// A modem that refuses one is not asked again before the next listing.
+void modem_t::give_texts_back() {
+    for (const journal_t::text_t& text : journal_.texts()) {
+        if (!put_on_modem(text.length, text.pdu)) {
+            return;
+        }
+        journal_.forget_text(text.id);
+    }
 }
 
 // Write message to memory, 3GPP TS 27.005 4.4: as received, unread.
 bool modem_t::put_on_modem(size_t length, const std::string& pdu) {
-    const bool put = link_
-                         .exchange({.line = fmt::format("AT+CMGW={},0", length),
-                                    .limit = limit_t::storage,
-                                    .prefixes = {"+CMGW:"},
-                                    .entry = pdu})
-                         .ok();
-    if (!put) {
-        warn_unless_lost("the modem does not take back a message that is no card; it is kept in the journal: " + pdu);
+    const command_t command = {
+        .line = fmt::format("AT+CMGW={},0", length), .limit = limit_t::storage, .prefixes = {"+CMGW:"}, .entry = pdu};
+    const bool put = link_.exchange(command).ok();
+    if (!put && !std::exchange(refused_text_told_, true)) {
+        warn_unless_lost("the modem does not take back a message that is no card; such are kept in the journal");
     }
+    refused_text_told_ = !put;
     return put;
 }
 

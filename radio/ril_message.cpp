@@ -100,18 +100,19 @@ std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::o
     return technology == technology_t::gsm ? gsm_card_datagram_of(octets) : cdma_card_datagram_of(octets);
 }
 
-// Far from the references that the sender uses next; also the low octet of a long one.
-void change_reference(card_datagram_t& datagram, unsigned generation) {
-    constexpr unsigned step = 0x80 - 3;  // odd: it takes 256 generations to come round
+void change_reference(card_datagram_t& datagram, uint16_t reference) {
     const std::optional<tpdu::concatenation_t> concatenation = tpdu::concatenation(datagram.header);
-    if (!concatenation || generation == 0) {
+    if (!concatenation) {
         return;
     }
     RILMESSAGE& message = datagram.message;
     BYTE* const header =
         message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.rgbHdr : message.msgInCDMADeliver.rgbHdr;
-    BYTE& low_octet = header[concatenation->offset + concatenation->width - 1];
-    low_octet = static_cast<BYTE>(low_octet + generation * step);
+    BYTE* const low_octet = header + concatenation->offset + concatenation->width - 1;
+    low_octet[0] = static_cast<BYTE>(reference);
+    if (concatenation->width == 2) {
+        low_octet[-1] = static_cast<BYTE>(reference >> 8);
+    }
 }
 
 }  // namespace radio

@@ -45,7 +45,7 @@ struct card_datagram_t {
 /// anything that is no card datagram.
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::octets_view_t octets);
 
-/// Gives the driver, in `message`, another reference than the header has: one for each generation but 0.
-void change_reference(card_datagram_t& datagram, unsigned generation);
+/// Gives the driver, in `message`, this reference in place of the header's, which must not need more octets.
+void change_reference(card_datagram_t& datagram, uint16_t reference);
 
 }  // namespace radio

@@ -29,14 +29,17 @@ inline statement_t prepare(sqlite3* connection, std::string_view text) {
     return statement_t(statement);
 }
 
-/// From the first binding to the last row; then the statement is ready for the next execution. What is bound must
-/// outlive this object. A binding that fails leaves NULL, which no query of ours finds and the table refuses.
+/// From the first binding to the last row; then the statement is ready for the next execution. One that could not be
+/// prepared fails when it is stepped. What is bound must outlive this object. A binding that fails leaves NULL, which
+/// no query of ours finds and the table refuses.
 class execution_t {
   public:
     explicit execution_t(const statement_t& prepared) : statement(prepared.get()) {}
     ~execution_t() {
-        sqlite3_reset(statement);
-        sqlite3_clear_bindings(statement);
+        if (statement != nullptr) {
+            sqlite3_reset(statement);
+            sqlite3_clear_bindings(statement);
+        }
     }
     execution_t(const execution_t&) = delete;
     execution_t& operator=(const execution_t&) = delete;

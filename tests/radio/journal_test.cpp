@@ -49,6 +49,13 @@ class journal : public testing::Test {
         }
         return all;
     }
+    uint16_t reference_for_driver(size_t position) {
+        const journal_t::entry_t entry = kept->next(0, 1000)[position];
+        radio::card_datagram_t card = *radio::card_datagram_of(entry.technology, entry.octets);
+        radio::change_reference(card, entry.reference);
+        const RIL_IN_DELIVER& in = card.message.msgInDeliver;
+        return tpdu::concatenation({in.rgbHdr, in.cbHdrLength})->reference;
+    }
     void hand_over_all() {
         for (const journal_t::entry_t& entry : kept->next(0, 1000)) {
             kept->handed_over(entry.id, 0);
@@ -92,16 +99,39 @@ TEST_F(journal, messages_of_one_reference_are_not_mixed) {
     take(arrival("new2", "050202", "111", 7));
     take(arrival("c2", "050302", "111"));
     EXPECT_EQ(bodies(), (bodies_t{"a1", "c1", "new1", "new2", "c2"}));
-    const journal_t::entry_t new1 = kept->next(0, 9)[2];
-    radio::card_datagram_t card = *radio::card_datagram_of(new1.technology, new1.octets);
-    radio::change_reference(card, new1.generation);
-    EXPECT_EQ(platform::to_hex({card.message.msgInDeliver.rgbHdr, 11}), "050423F423F40003820201");
+    EXPECT_EQ(reference_for_driver(2), 0x05 + 125) << "far from those that come next";
     hand_over_all();
     EXPECT_EQ(bodies(), (bodies_t{"a1", "c1", "c2"}));
     take(arrival("third1", "050201", "111", 8));
     take(arrival("a2", "050202", "111", 8));
     hand_over_all();
     EXPECT_EQ(bodies(), (bodies_t{"a1", "c1", "c2"})) << "the newest that lacks a part takes it";
+}
+
+// It tells them apart by sender, reference and parts, and never forgets an incomplete one.
+TEST_F(journal, the_driver_is_kept_from_mixing_what_the_header_tells_apart) {
+    take(arrival("eight-1", "090201"));
+    arrival_t sixteen = arrival("", "");
+    {
+        tpdu::deliver_t deliver = incoming("sixteen-1");
+        deliver.originator.text = "1234";
+        deliver.user_data[0] = 0x0C;
+        const tpdu::octets_t element = *platform::from_hex("080400090201");
+        deliver.user_data.insert(deliver.user_data.begin() + 7, element.begin(), element.end());
+        deliver.user_data_length = static_cast<uint8_t>(deliver.user_data.size());
+        sixteen.octets = *tpdu::encode(deliver);
+        sixteen.card = *radio::card_datagram_of(radio::technology_t::gsm, sixteen.octets);
+    }
+    take(sixteen);
+    EXPECT_NE(reference_for_driver(0), reference_for_driver(1));
+
+    kept->expire(8 * day);  // both are dropped, but not by the driver
+    EXPECT_THAT(bodies(), IsEmpty());
+    take(arrival("new-1", "090201", "1234", 7), 9 * day);
+    EXPECT_NE(reference_for_driver(0), 9);
+    kept->begin_session();
+    take(arrival("other", "0A0201"), 9 * day);
+    EXPECT_EQ(reference_for_driver(1), 0x0A);
 }
 
 TEST_F(journal, edge_values_of_the_concatenation_element) {

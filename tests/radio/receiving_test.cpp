@@ -185,15 +185,17 @@ TEST_F(receiving, direct_delivery_is_acknowledged_when_it_is_safe_whatever_it_is
     const std::string pdu = platform::to_hex(*tpdu::encode_pdu({{}, *tpdu::encode(text)}));
     modem.say("\r\n+CMT: ," + with_pdu(text));
     ASSERT_TRUE(modem.heard("AT+CNMA", 3));
-    EXPECT_EQ(modem.count(">" + pdu), 1U) << "a text lies on the modem as if nobody had been there";
+    EXPECT_TRUE(modem.heard(">" + pdu)) << "a text lies on the modem as if nobody had been there";
     modem.on("AT+CMGW", "\r\n+CMS ERROR: 322\r\n");
     modem.say("\r\n+CMT: ,5\r\n0004FFFFFFFF\r\n");  // cannot be decoded, and the modem is full
     ASSERT_TRUE(modem.heard("AT+CNMA", 4));
     modem.on("AT+CMGW", "\r\n> ");
     let_time_pass(300'000, ">0004FFFFFFFF", 1);
+    modem.say("\r\n+CMT: ,23\r\n0004FFFFF\r\n+CMT: ,23\r\n");
+    ASSERT_TRUE(modem.heard("AT+CNMA=2")) << "an octet was lost on the line";
     in_journal("ALTER TABLE datagrams RENAME TO elsewhere");
     modem.say("\r\n+CMT: ," + with_pdu(incoming("unsafe")));
-    ASSERT_TRUE(modem.heard("AT+CNMA=2")) << "the network is to keep it";
+    ASSERT_TRUE(modem.heard("AT+CNMA=2", 2)) << "the network is to keep it";
     EXPECT_EQ(events_after_a_submission(2), (events_t{"message early", "message later"}));
 }
 
