@@ -30,7 +30,10 @@ std::string modem_t::start(const modem_options_t& options) {
                                       {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
                                        .datagrams = value_of(limit_t::journal_size)});
     if (error.empty()) {
-        error = connect(options_.tty);
+        error = tty_.open(options_.tty);
+    }
+    if (error.empty()) {
+        error = connect();
     }
     if (error.empty()) {
         thread_ = std::thread([this] { run(); });
@@ -38,12 +41,8 @@ std::string modem_t::start(const modem_options_t& options) {
     return error;
 }
 
-std::string modem_t::connect(const std::string& path) {
-    std::string error = tty_.open(path);
-    if (error.empty()) {
-        error = set_up();
-    }
-    if (!error.empty()) {
+std::string modem_t::connect() {
+    if (std::string error = set_up(); !error.empty()) {
         tty_.close();
         return error;
     }
@@ -167,6 +166,7 @@ void modem_t::warn_of_unknown(const std::string& line) {
 
 void modem_t::tell_loss() {
     loss_told_ = true;
+    told_failures_.clear();
     const std::string also =
         lasting_path_.empty() || lasting_path_ == options_.tty ? "" : " and under " + lasting_path_;
     warn(fmt::format("the modem on {} has hung up; it is looked for there{} until it is back", options_.tty, also));
@@ -175,15 +175,22 @@ void modem_t::tell_loss() {
     next_look_ = platform::tick64() + back_off_;
 }
 
+// That the tty is not there yet is no news; that the modem on it cannot be set up is, once a reason.
 void modem_t::look_again() {
-    if (connect(present_path()).empty()) {
-        loss_told_ = false;
-        warn(fmt::format("the modem on {} is back", options_.tty));
-        list_all();
-    } else {
-        back_off_ = std::min(back_off_ * 2, milliseconds(limit_t::reopening_most));
-        next_look_ = platform::tick64() + back_off_;
+    if (tty_.open(present_path()).empty()) {
+        const std::string error = connect();
+        if (error.empty()) {
+            loss_told_ = false;
+            warn(fmt::format("the modem on {} is back", options_.tty));
+            list_all();
+            return;
+        }
+        if (!link_.ending() && told_failures_.insert(error).second) {
+            warn(error + "; it is tried again");
+        }
     }
+    back_off_ = std::min(back_off_ * 2, milliseconds(limit_t::reopening_most));
+    next_look_ = platform::tick64() + back_off_;
 }
 
 }  // namespace radio

@@ -57,7 +57,7 @@ class modem_t {
     session_pointer_t session();
     void take_unsolicited(const modem_line_t& line);
     void warn_of_unknown(const std::string& line);
-    [[nodiscard]] std::string connect(const std::string& path);
+    [[nodiscard]] std::string connect();
     void tell_loss();
     void look_again();
     [[nodiscard]] std::string present_path() const;
@@ -180,7 +180,8 @@ class modem_t {
     std::set<std::string> unknown_lines_;
     bool link_kept_ = false;
     bool loss_told_ = false;
-    bool pin_entered_ = false;  // and not refused; whether it was right shows in the SIM's state
+    std::set<std::string> told_failures_;  // to set it up, since the loss
+    bool pin_entered_ = false;             // and not refused; whether it was right shows in the SIM's state
 };
 
 }  // namespace radio
