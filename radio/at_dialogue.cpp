@@ -29,6 +29,7 @@ std::optional<std::string> at_dialogue_t::begin(const command_t& command) {
     reply_ = {};
     in_progress_ = true;
     reply_waits_for_pdu_ = false;
+    late_ok_follows_ = false;
     if (!command.entry.empty()) {
         lexer_.expect_prompt();
     }
@@ -56,7 +57,8 @@ void at_dialogue_t::take_line(const std::string& text) {
         result = numeric_result(text);
     }
     if (in_progress_ && result) {
-        const bool too_early = (command_.needs_line && reply_.lines.empty()) || waits_for_prompt();
+        const bool wants_line = std::exchange(late_ok_follows_, false) || command_.needs_line;
+        const bool too_early = (wants_line && reply_.lines.empty()) || waits_for_prompt();
         if (!too_early || result->kind != final_result_t::kind_t::ok) {
             reply_.result = *result;
             reply_.outcome =
@@ -66,6 +68,7 @@ void at_dialogue_t::take_line(const std::string& text) {
         }
         return;
     }
+    late_ok_follows_ = late_ok_follows_ || is_late(text);
     if (in_progress_ && is_reply(text)) {
         reply_.lines.push_back({text, {}});
         reply_waits_for_pdu_ = command_.pdu_follows;
@@ -99,8 +102,12 @@ void at_dialogue_t::take_pdu(const std::string& text) {
     }
 }
 
-bool at_dialogue_t::is_reply(std::string_view text) const {
-    if (text == command_.line || waits_for_prompt()) {
+bool at_dialogue_t::is_late(const std::string& text) const {
+    return in_progress_ && command_.is_late && command_.is_late(text);
+}
+
+bool at_dialogue_t::is_reply(const std::string& text) const {
+    if (text == command_.line || waits_for_prompt() || is_late(text)) {
         return false;
     }
     return std::ranges::any_of(command_.prefixes, [&](std::string_view prefix) { return text.starts_with(prefix); });

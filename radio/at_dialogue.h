@@ -2,12 +2,13 @@
 /// out.
 ///
 /// A command names the prefixes of its reply lines; every other line is unsolicited, wherever it stands, also between
-/// the lines of a reply; so is a reply to a submission before its prompt, which is a late one of an earlier submission.
-/// A line of hexadecimal digits belongs to the last header line that still waits for one. Echo of
-/// commands and PDUs is dropped, where the modem echoes, also when it comes late. Not thread-safe.
+/// the lines of a reply; so is a late reply to an earlier submission: one before the prompt, or one that the command
+/// knows by its contents. A line of hexadecimal digits belongs to the last header line that still waits for one. Echo
+/// of commands and PDUs is dropped, where the modem echoes, also when it comes late. Not thread-safe.
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,7 +28,9 @@ struct command_t {
     std::string entry{};      // text for the prompt, in hexadecimal; with it the command expects a prompt
     bool needs_line = false;  // an OK before the first reply line is a late one, of a command before this
     bool any_form = false;    // the result may come as a digit, as after ATV0
-    std::string alias{};      // what warnings call a command whose line is nobody's business
+    // Of a line: a late one of a command before this, as is the OK behind it.
+    std::function<bool(const std::string&)> is_late{};
+    std::string alias{};  // what warnings call a command whose line is nobody's business
 
     [[nodiscard]] const std::string& shown() const { return alias.empty() ? line : alias; }
 };
@@ -74,7 +77,8 @@ class at_dialogue_t {
   private:
     void take_line(const std::string& text);
     void take_pdu(const std::string& text);
-    [[nodiscard]] bool is_reply(std::string_view text) const;
+    [[nodiscard]] bool is_late(const std::string& text) const;
+    [[nodiscard]] bool is_reply(const std::string& text) const;
 
     at_lexer_t lexer_;
     command_t command_;
@@ -84,6 +88,7 @@ class at_dialogue_t {
     std::deque<modem_line_t> unsolicited_;
     std::optional<modem_line_t> delivery_;  // an unsolicited header line whose PDU line is still to come
     bool reply_waits_for_pdu_ = false;
+    bool late_ok_follows_ = false;
     bool delivery_is_latest_ = false;
 };
 

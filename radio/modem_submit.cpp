@@ -74,10 +74,15 @@ reply_t modem_t::run_submission(const open_submission_t& open, const submission_
         return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}};
     }
     keep_link(more_follow);
+    const auto is_late = [&](const std::string& line) {
+        const std::optional<uint16_t> told = line.starts_with("+CMGS:") ? message_reference(line) : std::nullopt;
+        return told && open_.is_of_another(open, *told);
+    };
     reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
                                     .limit = limit_t::submission,
                                     .prefixes = {"+CMGS:"},
-                                    .entry = platform::to_hex(*pdu)});
+                                    .entry = platform::to_hex(*pdu),
+                                    .is_late = is_late});
     link_kept_until_ = platform::tick64() + milliseconds(limit_t::link_kept);
     return reply;
 }

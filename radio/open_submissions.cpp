@@ -37,6 +37,12 @@ void open_submissions_t::learn(const open_submission_t& submission, uint16_t tol
     modem_counts_ = modem_counts_ || told != submission.reference;
 }
 
+bool open_submissions_t::is_of_another(const open_submission_t& submission, uint16_t told) const {
+    return !modem_counts_ && told != submission.reference &&
+           std::ranges::any_of(all_,
+                               [&](const open_submission_t& one) { return one.unknown && one.reference == told; });
+}
+
 bool open_submissions_t::mark_sent(uint16_t told) {
     std::vector<open_submission_t*> candidates;
     for (open_submission_t& one : all_) {

@@ -32,6 +32,8 @@ class open_submissions_t {
 
     /// The modem told this reference for one that went out: some count for themselves.
     void learn(const open_submission_t& submission, uint16_t told);
+    /// A reference that the modem tells while the datagram is on its way is that of another one, which went out before.
+    [[nodiscard]] bool is_of_another(const open_submission_t& submission, uint16_t told) const;
     /// A late result with this reference. False when it is not certain whose it is: better a copy than a loss.
     bool mark_sent(uint16_t told);
 

@@ -213,6 +213,20 @@ TEST_F(session, late_result_is_no_resend) {
     }
 }
 
+TEST_F(session, a_late_result_in_the_middle_of_another_submission) {
+    attach_and_open();
+    modem.once(">", "\r\n+CMS ERROR: 332\r\n");
+    send("a");
+    recorder.events(1);
+    const DWORD first = last_reference();
+    modem.once(">", fmt::format("\r\n+CMGS: {}\r\n\r\nOK\r\n\r\n+CMS ERROR: 42\r\n", first));
+    const HRESULT b = send("b");
+    EXPECT_EQ(recorder.events(2).back(), failed(b, RIL_E_CMSERROR_BASE | 42)) << "the OK is not of this one, either";
+    const HRESULT a = send("a");
+    EXPECT_EQ(recorder.events(3).back(), sent(a, first));
+    EXPECT_EQ(modem.count(">"), 2U);
+}
+
 TEST_F(session, a_late_result_that_may_be_of_another_is_nobodys) {
     attach_and_open();
     for (const char* body : {"a", "b"}) {
