@@ -7,9 +7,9 @@
 #include "cli/delivery.h"
 #include "cli/output.h"
 #include "cli/phone_process.h"
-#include "cli/text.h"
 #include "cli/vcard.h"
 #include "network/network.h"
+#include "platform/linux/safe_text.h"
 
 namespace {
 
@@ -154,7 +154,7 @@ class demo_t {
     std::string transfer(client::client_t& client, const std::string& label) {
         transfer_t& transfer = transfers_.back();
         const std::string& octets = transfer.card->octets;
-        const auto id = client.send({.octets = octets, .is_utf8 = is_utf8(octets)}, receiver_number);
+        const auto id = client.send({.octets = octets, .is_utf8 = platform::is_utf8(octets)}, receiver_number);
         if (!id) {
             return id.failure().text;
         }
@@ -185,8 +185,8 @@ class demo_t {
     static std::string as_line(const transfer_t& transfer) {
         const stored_card_t& card = *transfer.stored;
         return fmt::format("  {}  {:>6} octets  {}  {}  ({})", card.name, card.octets.size(),
-                           transfer.is_identical() ? "identical" : "DIFFERENT", escaped(card_name(card.octets)),
-                           transfer.card->label());
+                           transfer.is_identical() ? "identical" : "DIFFERENT",
+                           platform::escaped(card_name(card.octets)), transfer.card->label());
     }
 
     ordered_json as_json(const transfer_t& transfer) const {

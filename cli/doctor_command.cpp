@@ -1,7 +1,7 @@
 /// zpd doctor.
 #include "cli/command.h"
 #include "cli/output.h"
-#include "cli/text.h"
+#include "platform/linux/safe_text.h"
 #include "service/doctor.h"
 
 namespace {
@@ -12,7 +12,7 @@ using radio::diagnosis_t;
 /// A line of the report; none for what the modem did not tell.
 void say_about(const char* subject, const std::string& text) {
     if (!text.empty()) {
-        say("{:<16}{}", subject, escaped(text));
+        say("{:<16}{}", subject, platform::escaped(text));
     }
 }
 

@@ -5,8 +5,8 @@
 #include "cli/command.h"
 #include "cli/inbox_folder.h"
 #include "cli/output.h"
-#include "cli/text.h"
 #include "cli/vcard.h"
+#include "platform/linux/safe_text.h"
 #include "service/incoming.h"
 
 namespace {
@@ -61,7 +61,7 @@ int list(const context_t& context) {
     }
     for (const stored_card_t& card : cards) {
         say("{}  {}  {:<16} {:>6}  {}", card.name.substr(0, shown_name_digits), local_time(card.time),
-            escaped(card.sender), card.octets.size(), escaped(card_name(card.octets)));
+            platform::escaped(card.sender), card.octets.size(), platform::escaped(card_name(card.octets)));
     }
     tell_if_none(inbox, cards.empty() && errors.empty());
     return status;
@@ -94,8 +94,8 @@ int show(const context_t& context, const std::string& prefix) {
         say_json(value);
         return exit_done;
     }
-    say("From: {}\nReceived: {}\nName: {}\n", escaped(card->sender), local_time(card->time), card->name);
-    say_line(escaped_lines(card->octets));
+    say("From: {}\nReceived: {}\nName: {}\n", platform::escaped(card->sender), local_time(card->time), card->name);
+    say_line(platform::escaped_lines(card->octets));
     return exit_done;
 }
 
@@ -151,7 +151,7 @@ int list_incomplete(const context_t& context) {
                             {"received", message.received},
                             {"datagrams", message.datagrams}});
         } else {
-            say("{}  {:<16} {} of {} datagrams", local_time(since), escaped(message.sender), message.received,
+            say("{}  {:<16} {} of {} datagrams", local_time(since), platform::escaped(message.sender), message.received,
                 message.datagrams);
         }
     }

@@ -10,7 +10,7 @@
 #include <tuple>
 
 #include "cli/file.h"
-#include "cli/text.h"
+#include "platform/linux/safe_text.h"
 #include "platform/linux/text.h"
 
 namespace {
@@ -129,7 +129,7 @@ std::optional<std::string> inbox_folder_t::find(std::string_view prefix, std::st
     if (wanted.empty() || wanted.size() > name_length || !is_hex(wanted)) {
         *error =
             fmt::format("'{}' is no name of a stored card: these are 32 hexadecimal digits, or the first few of them",
-                        escaped(prefix));
+                        platform::escaped(prefix));
         return std::nullopt;
     }
     error->clear();

@@ -2,10 +2,12 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <iostream>
+#include <sstream>
 
 #include "cli/command.h"
 #include "cli/output.h"
-#include "cli/text.h"
+#include "platform/linux/safe_text.h"
 #include "service/device_socket.h"
 
 namespace {
@@ -16,7 +18,7 @@ int fail_usage(const std::string& text) {
 }
 
 int no_command(const std::string& name) {
-    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", escaped(name)));
+    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", platform::escaped(name)));
 }
 
 void add_help_command(CLI::App& app, context_t& context) {
@@ -74,7 +76,10 @@ int explain(const CLI::App& app, const CLI::ParseError& error) {
     if (app.get_subcommands().empty() && !remaining.empty() && !remaining.front().starts_with('-')) {
         return no_command(remaining.front());
     }
-    return app.exit(error) == 0 ? exit_done : exit_usage;
+    std::ostringstream text;  // with the words of the command line in it
+    const int status = app.exit(error, std::cout, text);
+    std::fputs(platform::escaped_lines(text.str()).c_str(), stderr);
+    return status == 0 ? exit_done : exit_usage;
 }
 
 int run(int argc, char** argv) {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "cli/text.h"
+#include "platform/linux/safe_text.h"
 #include "platform/linux/text.h"
 
 namespace {
@@ -28,7 +28,7 @@ void say_json(const nlohmann::ordered_json& value) {
 }
 
 int fail(std::string_view text) {
-    std::fputs(fmt::format("zpd: {}\n", text).c_str(), stderr);
+    std::fputs(fmt::format("zpd: {}\n", platform::escaped(text)).c_str(), stderr);
     return exit_failed;
 }
 
@@ -58,7 +58,7 @@ size_t terminal_columns() {
 std::string_view first_octets(std::string_view text, size_t count) {
     size_t length = 0;
     while (length < text.size()) {
-        const size_t next = length + std::max<size_t>(utf8_sequence(text.substr(length)), 1);
+        const size_t next = length + std::max<size_t>(platform::utf8_sequence(text.substr(length)), 1);
         if (next > count) {
             break;
         }

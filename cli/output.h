@@ -24,7 +24,7 @@ void say(fmt::format_string<arguments_t...> format, arguments_t&&... arguments) 
 /// UTF-8 become U+FFFD.
 void say_json(const nlohmann::ordered_json& value);
 
-/// "zpd: " and the text on standard error. Returns exit_failed.
+/// "zpd: " and the text on standard error, safe for a terminal. Returns exit_failed.
 int fail(std::string_view text);
 
 /// The exit status of the program, whose command ended with `status`: exit_failed, and told so, when it was done but

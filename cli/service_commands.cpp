@@ -1,8 +1,8 @@
 /// zpd activation, zpd apps, zpd launch: who uses the service, and whether it stores what it receives.
 #include "cli/command.h"
 #include "cli/output.h"
-#include "cli/text.h"
 #include "com/zpd/zpd_ioctl.h"
+#include "platform/linux/safe_text.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ int list_applications(client_t& client, bool json) {
     }
     for (const std::string& name : *names) {
         if (!json) {
-            say_line(escaped(name));
+            say_line(platform::escaped(name));
         }
     }
     return exit_done;
@@ -46,7 +46,7 @@ int add_application(client_t& client, const std::string& name) {
     if (status == exit_done) {
         say("registered. Its folder is Applications/Install/{} in the phone's home: when no registered application\n"
             "has one, the list is emptied and the activation goes off at the next start or received card.",
-            escaped(name));
+            platform::escaped(name));
     }
     return status;
 }
@@ -57,7 +57,7 @@ int launch(client_t& client, const std::string& uri) {
         return fail(
             fmt::format("no application could be started for {}; the service needs xdg-open and an application "
                         "for such URIs (error {})",
-                        escaped(uri), ZPD_ERROR_LAUNCH_FAILED));
+                        platform::escaped(uri), ZPD_ERROR_LAUNCH_FAILED));
     }
     return done(launched);
 }

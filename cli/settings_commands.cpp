@@ -1,9 +1,9 @@
 /// zpd settings, zpd contacts-setting.
 #include "cli/command.h"
 #include "cli/output.h"
-#include "cli/text.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/hex.h"
+#include "platform/linux/safe_text.h"
 #include "platform/linux/text.h"
 
 namespace {
@@ -70,7 +70,7 @@ std::string shown_value(const client::contacts_value_t& value) {
 int contacts_setting(client_t& client, const std::string& name, bool json) {
     const auto value = client.contacts_setting(name);
     if (!value && value.failure().code == ZPD_ERROR_NOT_FOUND) {
-        return fail(fmt::format("the contacts settings have no value {}", escaped(name)));
+        return fail(fmt::format("the contacts settings have no value {}", platform::escaped(name)));
     }
     if (!value && value.failure().code == ZPD_ERROR_ACCESS) {
         return fail("the contacts settings cannot be read: this phone may have none (error 5)");
@@ -85,7 +85,7 @@ int contacts_setting(client_t& client, const std::string& name, bool json) {
                   {"value", shown_value(*value)},
                   {"octets", platform::to_hex(octets)}});
     } else {
-        say_line(escaped(shown_value(*value)));
+        say_line(platform::escaped(shown_value(*value)));
     }
     return exit_done;
 }

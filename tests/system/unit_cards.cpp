@@ -3,8 +3,8 @@
 
 #include "cli/inbox_folder.h"
 #include "cli/phone_number.h"
-#include "cli/text.h"
 #include "cli/vcard.h"
+#include "platform/linux/safe_text.h"
 #include "service/device_socket.h"
 #include "service/packet.h"
 
@@ -49,9 +49,9 @@ TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
         {"a\r\nb", "a\\x0D\\x0Ab"},
     };
     for (const auto& [input, expected] : cases) {
-        EXPECT_EQ(escaped(input), expected);
+        EXPECT_EQ(platform::escaped(input), expected);
     }
-    EXPECT_EQ(escaped_lines("a\r\nb\tc\rd\n"), "a\nb\tc\\x0Dd\n");
+    EXPECT_EQ(platform::escaped_lines("a\r\nb\tc\rd\n"), "a\nb\tc\\x0Dd\n");
 }
 
 TEST(text, a_phone_number_is_digits_with_an_optional_plus) {

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace platform {
+
 /// The length of the well-formed UTF-8 sequence (Unicode 15 table 3-7) that begins `text`; 0 when none does.
 size_t utf8_sequence(std::string_view text);
 bool is_utf8(std::string_view text);
@@ -13,3 +15,5 @@ bool is_utf8(std::string_view text);
 std::string escaped(std::string_view text);
 /// The same on many lines: line ends (also CR LF) and tabs stay.
 std::string escaped_lines(std::string_view text);
+
+}  // namespace platform

@@ -1,9 +1,10 @@
-#include "cli/text.h"
+#include "platform/linux/safe_text.h"
 
-#include <fmt/format.h>
-
+#include <array>
 #include <cstdint>
-#include <iterator>
+#include <cstdio>
+
+namespace platform {
 
 namespace {
 
@@ -31,14 +32,14 @@ bool is_unsafe(char32_t value) {
 }
 
 void append_escaped(std::string& result, std::string_view text, size_t length) {
-    const char32_t value = length == 0 ? octet_at(text, 0) : code_point(text.substr(0, length));
+    const uint32_t value = length == 0 ? octet_at(text, 0) : code_point(text.substr(0, length));
     if (length != 0 && !is_unsafe(value)) {
         result += text.substr(0, length);
-    } else if (length <= 1) {
-        fmt::format_to(std::back_inserter(result), "\\x{:02X}", static_cast<uint32_t>(value));
-    } else {
-        fmt::format_to(std::back_inserter(result), "\\u{{{:04X}}}", static_cast<uint32_t>(value));
+        return;
     }
+    std::array<char, sizeof "\\u{10FFFF}"> escape{};
+    const int written = std::snprintf(escape.data(), escape.size(), length <= 1 ? "\\x%02X" : "\\u{%04X}", value);
+    result.append(escape.data(), static_cast<size_t>(written));
 }
 
 std::string escaped(std::string_view text, bool lines) {
@@ -106,3 +107,5 @@ std::string escaped(std::string_view text) {
 std::string escaped_lines(std::string_view text) {
     return escaped(text, true);
 }
+
+}  // namespace platform
