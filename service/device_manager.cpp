@@ -14,6 +14,9 @@
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
+#include "platform/linux/registry.h"
+#include "platform/linux/safe_text.h"
+#include "radio/at_values.h"
 #include "radio/limits.h"
 #include "radio/modem_port.h"
 #include "service/device_server.h"
@@ -88,7 +91,9 @@ std::string preset_activation() {
         error = RegSetValueExW(key, TEXT("activated"), 0, REG_DWORD, active.data(), active.size());
         RegCloseKey(key);
     }
-    return error == ERROR_SUCCESS ? std::string() : fmt::format("the registry cannot be written (error {})", error);
+    return error == ERROR_SUCCESS ? std::string()
+                                  : fmt::format("the activation cannot be stored in {}: end what holds the file",
+                                                (platform::home() / "registry.sqlite").native());
 }
 
 /// The modem, taken for this process until the end of the scope.
@@ -118,7 +123,7 @@ std::string attach(const radio::modem_options_t& modem, const end_signals_t& sig
 }
 
 int fail(const std::string& error) {
-    std::fputs(fmt::format("zpd serve: {}\n", error).c_str(), stderr);
+    std::fputs(fmt::format("zpd serve: {}\n", platform::escaped(error)).c_str(), stderr);
     return 1;
 }
 
@@ -138,10 +143,9 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
         }
     }
     device_server_t server(listener, driver.device());
-    std::fputs(
-        fmt::format("ready: device {} on {}, home {}\n", options.device, options.modem.tty, options.home.native())
-            .c_str(),
-        stdout);
+    const std::string ready =
+        fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native());
+    std::fputs((platform::escaped(ready) + '\n').c_str(), stdout);
     std::fflush(stdout);
     server.serve(signals.descriptor());
     radio::detach_modem();  // before the driver goes: what came after it would be lost, and gone from the modem too
@@ -168,6 +172,12 @@ std::string radio_limits() {
     return lines;
 }
 
+std::string check_announcement(const std::string& text) {
+    return !text.empty() && radio::announcement_of(text)
+               ? std::string()
+               : fmt::format("'{}' are no parameters of AT+CNMI: numbers between commas are, such as 2,1,0,0,0", text);
+}
+
 int serve(const serve_options_t& options) {
     umask(0077);  // what a phone receives is its user's alone
     const end_signals_t signals;
@@ -179,6 +189,9 @@ int serve(const serve_options_t& options) {
             home_lock.take(options.home / "lock", fmt::format("home {} is already in use", options.home.native()));
         !error.empty()) {
         return fail(error);
+    }
+    if (const std::string error = platform::open_registry(); !error.empty()) {
+        return fail(error + "; put back a copy of it, or move it away to begin with default settings");
     }
     listener_t listener;
     if (const std::string error = listener.open(options.device, options.group); !error.empty()) {

@@ -1,3 +1,5 @@
+#include "platform/linux/registry.h"
+
 #include <windows.h>
 
 #include <algorithm>
@@ -33,8 +35,9 @@ platform::handle_table_t<open_key_t>& keys() {
     return table;
 }
 
-/// The database of the present home. Open keys share it, so they stay with the home in which they were opened.
-LONG current_database(std::shared_ptr<registry_database_t>& database) {
+/// The database of the present home. Open keys share it, so they stay with the home in which they were opened. On an
+/// error, `reason` tells what is wrong with the file.
+LONG current_database(std::shared_ptr<registry_database_t>& database, std::string& reason) {
     struct state_t {
         std::mutex mutex;
         const std::filesystem::path* home = nullptr;
@@ -49,8 +52,8 @@ LONG current_database(std::shared_ptr<registry_database_t>& database) {
     if (state.home != &home || state.database == nullptr) {
         state.database.reset();
         state.home = &home;
-        if (const LONG error = registry_database_t::open(home / "registry.sqlite", state.database);
-            error != ERROR_SUCCESS) {
+        const LONG error = registry_database_t::open(home / "registry.sqlite", state.database, reason);
+        if (error != ERROR_SUCCESS) {
             return error;
         }
     }
@@ -65,7 +68,8 @@ LONG key_of(HKEY handle, std::shared_ptr<open_key_t>& key) {
         return key != nullptr ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
     }
     key = std::make_shared<open_key_t>(open_key_t{nullptr, "HKEY_LOCAL_MACHINE", KEY_READ | KEY_WRITE});
-    return current_database(key->database);
+    std::string reason;
+    return current_database(key->database, reason);
 }
 
 /// Where `path` under `root` lies; the handle is not open yet.
@@ -100,6 +104,12 @@ std::string name_text(LPCWSTR name) {
 }
 
 }  // namespace
+
+std::string platform::open_registry() {
+    std::shared_ptr<registry_database_t> database;
+    std::string reason = "there is no home folder";
+    return current_database(database, reason) == ERROR_SUCCESS ? std::string() : reason;
+}
 
 LONG RegCreateKeyExW(HKEY root, LPCWSTR path, DWORD /*reserved*/, LPWSTR /*key_class*/, DWORD /*options*/, DWORD access,
                      void* /*security*/, HKEY* key, DWORD* disposition) {

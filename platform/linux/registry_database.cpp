@@ -1,9 +1,11 @@
 #include "platform/linux/registry_database.h"
 
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
 #include "platform/linux/clock.h"
+#include "platform/linux/safe_text.h"
 #include "platform/linux/text.h"
 
 namespace platform {
@@ -112,15 +114,54 @@ bool equal(const std::vector<uint8_t>& ours, std::span<const uint8_t> theirs) {
 
 }  // namespace
 
-LONG registry_database_t::open(const std::filesystem::path& file, std::shared_ptr<registry_database_t>& database) {
+LONG registry_database_t::open(const std::filesystem::path& file, std::shared_ptr<registry_database_t>& database,
+                               std::string& reason) {
     auto opened = std::make_shared<registry_database_t>();
+    opened->path = file;
     sqlite3* handle = nullptr;
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
     opened->connection.reset(handle);
-    const LONG error = result == SQLITE_OK ? opened->prepare() : error_of(result);
+    std::string problem;
+    LONG error = result == SQLITE_OK ? opened->prepare() : error_of(result);
+    if (error == ERROR_SUCCESS) {
+        error = opened->check(problem);
+    }
     if (error == ERROR_SUCCESS) {
         database = std::move(opened);
+    } else {
+        reason = "the registry " + file.native() +
+                 " cannot be used: " + (problem.empty() ? sqlite3_errmsg(handle) : problem);
+    }
+    return error;
+}
+
+// SQLite opens a file that cannot be written for reading alone, and one with damaged pages as though it were whole.
+LONG registry_database_t::check(std::string& reason) const {
+    sqlite3* const handle = connection.get();
+    if (sqlite3_db_readonly(handle, "main") != 0) {
+        reason = "it cannot be written";
+        return ERROR_ACCESS_DENIED;
+    }
+    const sqlite::statement_t statement = sqlite::prepare(handle, "PRAGMA quick_check(1)");
+    if (statement == nullptr) {
+        return error_of(sqlite3_errcode(handle));
+    }
+    execution_t row(statement);
+    const int result = row.step();
+    if (result == SQLITE_ROW && row.text(0) != "ok") {
+        reason = row.text(0);
+        return ERROR_INVALID_DATA;
+    }
+    return error_of(result);
+}
+
+// Right after the call that failed, under the same lock.
+LONG registry_database_t::told(LONG error, const std::string& what) const {
+    if (error != ERROR_SUCCESS) {
+        const std::string text =
+            what + " cannot be written to the registry " + path.native() + ": " + sqlite3_errmsg(connection.get());
+        std::fputs(("zpd: " + escaped(text) + '\n').c_str(), stderr);
     }
     return error;
 }
@@ -174,13 +215,13 @@ LONG registry_database_t::create_key(std::string& key, size_t root_length, bool&
         return error;
     }
     if (const LONG error = run(begin); error != ERROR_SUCCESS) {
-        return error;
+        return told(error, key);
     }
     LONG error = create_missing(key, root_length, created);
     if (error == ERROR_SUCCESS) {
         error = run(commit);
     }
-    if (error != ERROR_SUCCESS) {
+    if (told(error, key) != ERROR_SUCCESS) {
         static_cast<void>(run(rollback));
     }
     return error;
@@ -237,7 +278,7 @@ LONG registry_database_t::write(std::string_view key, std::string_view name, DWO
     } else {
         update.bind(4, data);
     }
-    return error_of(update.step());
+    return told(error_of(update.step()), std::string(key) + '\\' + std::string(name));
 }
 
 // Whatever was committed is either in the log, which is synced here, or was moved from there to the file by a

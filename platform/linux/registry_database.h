@@ -10,6 +10,9 @@
 /// waiting for the disk, so it is cheap, yet survives the death of the process (the host has it), and a power cut loses
 /// at most the latest commits, never the file's integrity. flush() then waits until the log is on the disk.
 ///
+/// A write that fails is also told on the standard error stream, in the database's own words: the driver has no place
+/// for them.
+///
 /// All calls return ERROR_SUCCESS or a Win32 error, and are safe from any thread and beside other processes.
 #pragma once
 
@@ -35,8 +38,9 @@ struct registry_value_t {
 
 class registry_database_t {
   public:
-    /// Opens the file, making it when it is missing.
-    [[nodiscard]] static LONG open(const std::filesystem::path& file, std::shared_ptr<registry_database_t>& database);
+    /// Opens the file, making it when it is missing. On an error, `reason` tells what is wrong with it.
+    [[nodiscard]] static LONG open(const std::filesystem::path& file, std::shared_ptr<registry_database_t>& database,
+                                   std::string& reason);
 
     /// ERROR_FILE_NOT_FOUND when there is no such key; else `key` is put into its own spelling.
     [[nodiscard]] LONG find_key(std::string& key);
@@ -50,9 +54,12 @@ class registry_database_t {
 
   private:
     LONG prepare();
+    LONG check(std::string& reason) const;
+    LONG told(LONG error, const std::string& what) const;
     LONG look_up(std::string& key);
     LONG create_missing(std::string& key, size_t root_length, bool& created);
 
+    std::filesystem::path path;
     std::mutex mutex;  // guards the connection and its statements
     sqlite::connection_t connection;
     sqlite::statement_t key_query, key_insert, value_query, value_update, begin, commit, rollback;

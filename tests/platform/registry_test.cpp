@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/linux/sqlite.h"
+#include "platform/linux/text.h"
 #include "tests/platform/fixture.h"
 
 using octets_t = std::vector<BYTE>;
@@ -202,4 +203,24 @@ TEST_F(registry_test_t, answers_with_an_error_where_the_file_is_no_registry) {
     EXPECT_EQ(open(), ERROR_ACCESS_DENIED);
     std::filesystem::remove(box / "home" / "registry.sqlite");
     EXPECT_EQ(open(), ERROR_FILE_NOT_FOUND);  // mended: the key is what is missing now
+
+    const HKEY made = create(TEXT("K"));
+    for (int value = 0; value < 100; ++value) {
+        set(made, (u"v" + platform::to_utf16(std::to_string(value))).c_str(), REG_BINARY, octets_t(200, 1));
+    }
+    ask("PRAGMA wal_checkpoint(TRUNCATE)");
+    ask("DROP INDEX registry_keys");  // what cannot be told to the caller is told to people
+    ask("ALTER TABLE registry RENAME TO lost");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(set(made, TEXT("value"), REG_DWORD, {1, 0, 0, 0}), ERROR_GEN_FAILURE);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(told, testing::HasSubstr("K\\value cannot be written to the registry"));
+    EXPECT_THAT(told, testing::HasSubstr("registry.sqlite: no such table: registry"));
+    ask("PRAGMA wal_checkpoint(TRUNCATE)");
+    std::fstream file(box / "home" / "registry.sqlite", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(4 * 4096);
+    file << std::string(4096, 'z');
+    file.close();
+    reopen();
+    EXPECT_EQ(open(), ERROR_INVALID_DATA) << "pages are damaged";
 }
