@@ -20,13 +20,9 @@ std::filesystem::path default_home() {
     return std::filesystem::path(home) / ".local" / "share" / "zpd";
 }
 
-namespace {
-
 CLI::Validator not_empty(const std::string& what) {
     return {[what](const std::string& text) { return text.empty() ? what + " is empty" : std::string(); }, ""};
 }
-
-}  // namespace
 
 void add_device_option(CLI::App* command, context_t& context) {
     command->add_option("--device", context.device, "the device: a name, or its socket's path")

@@ -19,6 +19,9 @@ struct context_t {
 /// $XDG_DATA_HOME/zpd, else ~/.local/share/zpd.
 std::filesystem::path default_home();
 
+/// For an option whose value, `what` in words, may not be empty.
+CLI::Validator not_empty(const std::string& what);
+
 // The options that many commands share.
 void add_device_option(CLI::App* command, context_t& context);
 void add_home_option(CLI::App* command, context_t& context);

@@ -53,9 +53,9 @@ void say_report(const diagnosis_t& found) {
         say_about("it offers", offer);
     }
     for (const radio::finding_t& finding : found.findings) {
-        say("{}: {}", finding.hinders ? "hindrance" : "warning", escaped(finding.text));
+        say("{}: {}", finding.hinders ? "hindrance" : "warning", platform::escaped(finding.text));
         if (!finding.advice.empty()) {
-            say("    {}", escaped(finding.advice));
+            say("    {}", platform::escaped(finding.advice));
         }
     }
     say_line(found.usable() ? "cards can be sent and received" : "cards cannot be sent and received");
@@ -101,7 +101,10 @@ void add_doctor_command(CLI::App& app, context_t& context) {
     auto* command =
         app.add_subcommand("doctor", "Tell what a modem is, and what keeps cards from being sent or received");
     const auto modem = std::make_shared<std::string>();
-    command->add_option("--modem", *modem, "the modem's tty")->type_name("TTY")->required();
+    command->add_option("--modem", *modem, "the modem's tty")
+        ->type_name("TTY")
+        ->check(not_empty("the modem's tty"))
+        ->required();
     add_json_option(command, context);
     command->footer(
         "Asks the modem, and changes nothing on it: no PIN is entered, no message read or deleted.\n"

@@ -33,7 +33,7 @@ int list_faults(bool json) {
         }
     }
     if (json) {
-        say_json(all);
+        say_json({{"faults", all}});
     }
     return exit_done;
 }
@@ -41,6 +41,10 @@ int list_faults(bool json) {
 int run_fault(const fault_options_t& options, bool json) {
     if (options.list) {
         return list_faults(json);
+    }
+    if (json) {
+        fail("--json goes with --list: nothing else is printed");
+        return exit_usage;
     }
     if (options.directory.empty() || options.order.phone.empty() || options.order.faults.empty()) {
         fail("what is wanted is --dir DIR, a phone's number and a fault, or --list; see zpd fault --help");
@@ -60,9 +64,10 @@ void add_fault_command(CLI::App& app, context_t& context) {
         ->type_name("NUMBER")
         ->check(CLI::Validator([](const std::string& number) { return check_number(number); }, ""));
     command->add_option("fault", options->order.faults, "what its modem, or the network for it, does wrong")
-        ->type_name("FAULT[=VALUE]");
+        ->type_name("FAULT[=VALUE]")
+        ->check(CLI::Validator([](const std::string& fault) { return network::set_fault(nullptr, fault); }, ""));
     command->add_flag("--list", options->list, "print all faults");
-    add_json_option(command, context);
+    command->add_flag("--json", context.json, "with --list: print one JSON object, for scripts");
     command->footer(
         "Examples:\n"
         "  zpd fault --dir /tmp/network +12025550100 refuse=38x2 late-results=4000\n"

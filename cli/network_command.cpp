@@ -1,9 +1,13 @@
 /// zpd network.
+#include <set>
+
 #include "cli/command.h"
 #include "cli/fault_socket.h"
 #include "cli/output.h"
 #include "cli/phone_number.h"
+#include "network/fault_table.h"
 #include "network/network.h"
+#include "platform/linux/safe_text.h"
 #include "service/end_signals.h"
 
 namespace {
@@ -30,21 +34,53 @@ std::string set_faults(network::network_t& network, const fault_order_t& order) 
     return {};
 }
 
+/// The phone and the fault of NUMBER:FAULT.
+fault_order_t first_fault(const std::string& text) {
+    const size_t colon = text.find(':');
+    return {text.substr(0, colon), {text.substr(colon + 1)}};
+}
+
 std::string set_first_faults(network::network_t& network, const std::vector<std::string>& faults) {
     for (const std::string& fault : faults) {
-        const size_t colon = fault.find(':');
-        if (colon == std::string::npos) {
-            return fmt::format("\"{}\" is no NUMBER:FAULT", fault);
-        }
-        if (std::string error = set_faults(network, {fault.substr(0, colon), {fault.substr(colon + 1)}});
-            !error.empty()) {
+        if (std::string error = set_faults(network, first_fault(fault)); !error.empty()) {
             return error;
         }
     }
     return {};
 }
 
+std::string check_phone(const std::string& phone) {
+    const std::string number = number_of(phone);
+    if (std::string error = check_number(number); !error.empty()) {
+        return error;
+    }
+    return number == phone || network::technology_named(phone.substr(number.size() + 1))
+               ? std::string()
+               : fmt::format("\"{}\" names no network after the number; see zpd network --help", phone);
+}
+
+std::string check_first_fault(const std::string& text) {
+    return text.find(':') == std::string::npos ? fmt::format("\"{}\" is no NUMBER:FAULT", text)
+                                               : network::set_fault(nullptr, first_fault(text).faults.front());
+}
+
+/// A number that is given twice, or none.
+std::string repeated(const std::vector<std::string>& phones) {
+    std::set<std::string> numbers;
+    for (const std::string& phone : phones) {
+        const std::string number = number_of(phone);
+        if (!numbers.insert(number.substr(number.starts_with('+') ? 1 : 0)).second) {
+            return number;
+        }
+    }
+    return {};
+}
+
 int run_network(const network_options_t& options) {
+    if (const std::string number = repeated(options.phones); !number.empty()) {
+        fail(fmt::format("--phones: the phone {} is there twice", number));
+        return exit_usage;
+    }
     const end_signals_t signals;
     std::string error;
     const auto network = network::network_t::start(options.directory, options.phones, &error);
@@ -63,9 +99,9 @@ int run_network(const network_options_t& options) {
         return fail(error);
     }
     for (const std::string& phone : options.phones) {
-        say("{}", network->link(number_of(phone)).native());
+        say_line(platform::escaped(network->link(number_of(phone)).native()));
     }
-    say("ready: {} in {}", counted(options.phones.size(), "modem"), options.directory.native());
+    say("ready: {} in {}", counted(options.phones.size(), "modem"), platform::escaped(options.directory.native()));
     orders.serve([&](const fault_order_t& order) { return set_faults(*network, order); }, signals.descriptor());
     return exit_done;
 }
@@ -78,13 +114,14 @@ void add_network_command(CLI::App& app, context_t& context) {
     command->add_option("--phones", options->phones, "the phones' numbers, and the networks of those not on GSM")
         ->type_name("N1[:NETWORK],N2")
         ->delimiter(',')
-        ->check(CLI::Validator([](const std::string& phone) { return check_number(number_of(phone)); }, ""))
+        ->check(CLI::Validator(check_phone, ""))
         ->required();
     command->add_option("--dir", options->directory, "where the modems' ttys appear, as DIR/<number>")
         ->type_name("DIR")
         ->required();
     command->add_option("--fault", options->faults, "a fault from the start on, see 'zpd fault --list'; repeatable")
-        ->type_name("NUMBER:FAULT[=VALUE]");
+        ->type_name("NUMBER:FAULT[=VALUE]")
+        ->check(CLI::Validator(check_first_fault, ""));
     command->add_option("--trace", options->trace, "write what passes over the air to this file, for Wireshark")
         ->type_name("FILE");
     command->footer(

@@ -17,17 +17,22 @@ void set_limits(const std::vector<std::string>& assignments) {
 void add_serve_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("serve", "Run the driver on a modem, its device open to the other commands");
     const auto options = std::make_shared<serve_options_t>();
-    command->add_option("--modem", options->modem.tty, "the modem's tty")->type_name("TTY")->required();
+    command->add_option("--modem", options->modem.tty, "the modem's tty")
+        ->type_name("TTY")
+        ->check(not_empty("the modem's tty"))
+        ->required();
     add_home_option(command, context);
     add_device_option(command, context);
     command->add_option("--group", options->group, "let the members of this group use the device too")
         ->type_name("NAME");
     command->add_option("--pin-file", options->modem.pin_file, "the SIM's PIN, in the first line of a file of your own")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(not_empty("the name of the PIN's file"));
     command
         ->add_option("--announcement", options->modem.announcement,
                      "how the modem tells new messages, the parameters of AT+CNMI (default: what suits it)")
-        ->type_name("MODE,MT,BM,DS,BFR");
+        ->type_name("MODE,MT,BM,DS,BFR")
+        ->check(CLI::Validator(check_announcement, ""));
     command->add_option_function<std::vector<std::string>>("--set", set_limits, "a time or limit of the radio")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);

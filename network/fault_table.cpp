@@ -44,148 +44,166 @@ pair_t split(std::string_view text, char separator) {
 }
 
 template <auto member>
-bool set_flag(phone_t& phone, std::string_view value) {
-    phone.modem().faults().*member = value != "off";
-    return value.empty() || value == "on" || value == "off";
+bool set_flag(phone_t* phone, std::string_view value) {
+    const bool good = value.empty() || value == "on" || value == "off";
+    if (good && phone != nullptr) {
+        phone->modem().faults().*member = value != "off";
+    }
+    return good;
 }
 
 /// A count, or a time in milliseconds.
 template <auto member>
-bool set_number(phone_t& phone, std::string_view value) {
-    auto& target = phone.modem().faults().*member;
-    using target_t = std::remove_reference_t<decltype(target)>;
+bool set_number(phone_t* phone, std::string_view value) {
+    using target_t = std::remove_reference_t<decltype(faults_t().*member)>;
     const auto given = number(value, std::min<uint64_t>(longest, std::numeric_limits<target_t>::max()));
-    target = static_cast<target_t>(given.value_or(target));
+    if (given && phone != nullptr) {
+        phone->modem().faults().*member = static_cast<target_t>(*given);
+    }
     return given.has_value();
 }
 
-bool refuse(phone_t& phone, std::string_view value) {
+bool refuse(phone_t* phone, std::string_view value) {
     const pair_t parts = split(value, 'x');
     const auto code = number(parts.first, highest_code);
     const auto times = number(parts.second.value_or("1"), std::numeric_limits<unsigned>::max());
-    if (code && times) {
-        phone.modem().faults().refusal_code = static_cast<unsigned>(*code);
-        phone.modem().faults().refusals = static_cast<unsigned>(*times);
+    if (code && times && phone != nullptr) {
+        phone->modem().faults().refusal_code = static_cast<unsigned>(*code);
+        phone->modem().faults().refusals = static_cast<unsigned>(*times);
     }
     return code && times;
 }
 
-bool set_storage(phone_t& phone, std::string_view value) {
+bool set_storage(phone_t* phone, std::string_view value) {
     constexpr uint64_t most = 1000;
     const auto places = number(value, most);
-    if (places) {
-        phone.modem().messages().set_places("ME", *places);
-        phone.modem().messages().set_places("SM", *places);
+    if (places && phone != nullptr) {
+        phone->modem().messages().set_places("ME", *places);
+        phone->modem().messages().set_places("SM", *places);
     }
     return places.has_value();
 }
 
-bool set_registration(phone_t& phone, std::string_view value) {
+bool set_registration(phone_t* phone, std::string_view value) {
     constexpr word_t words[] = {{"none", 0},   {"home", 1},    {"searching", 2},
                                 {"denied", 3}, {"unknown", 4}, {"roaming", 5}};
-    coverage_t coverage = phone.modem().offered_coverage();
     const auto state = meaning_of(value, words);
-    coverage.registration = static_cast<registration_t>(state.value_or(0));
-    if (state) {
-        phone.modem().set_coverage(coverage);
+    if (state && phone != nullptr) {
+        coverage_t coverage = phone->modem().offered_coverage();
+        coverage.registration = static_cast<registration_t>(*state);
+        phone->modem().set_coverage(coverage);
     }
     return state.has_value();
 }
 
-bool set_technology(phone_t& phone, std::string_view value) {
-    coverage_t coverage = phone.modem().offered_coverage();
+bool set_technology(phone_t* phone, std::string_view value) {
     const auto technology = technology_named(value);
-    coverage.technology = technology.value_or(coverage.technology);
-    phone.modem().set_coverage(coverage);
+    if (technology && phone != nullptr) {
+        coverage_t coverage = phone->modem().offered_coverage();
+        coverage.technology = *technology;
+        phone->modem().set_coverage(coverage);
+    }
     return technology.has_value();
 }
 
-bool hang_up(phone_t& phone, std::string_view value) {
+bool hang_up(phone_t* phone, std::string_view value) {
     const auto time = number(value, longest);
-    if (value.empty() || time) {
-        phone.hang_up(time);
+    if ((value.empty() || time) && phone != nullptr) {
+        phone->hang_up(time);
     }
     return value.empty() || time;
 }
 
-bool come_back(phone_t& phone, std::string_view value) {
+bool come_back(phone_t* phone, std::string_view value) {
     std::string error;
-    return value.empty() && (phone.plugged_in() || phone.plug_in(&error));
+    return value.empty() && (phone == nullptr || phone->plugged_in() || phone->plug_in(&error));
 }
 
-bool set_echo(phone_t& phone, std::string_view value) {
+bool set_echo(phone_t* phone, std::string_view value) {
     constexpr word_t words[] = {{"as-asked", 0}, {"always", 1}, {"off", 2}};
     const auto echo = meaning_of(value, words);
-    phone.modem().faults().echo = static_cast<echo_t>(echo.value_or(0));
-    phone.modem().dialogue().reset_settings();
+    if (echo && phone != nullptr) {
+        phone->modem().faults().echo = static_cast<echo_t>(*echo);
+        phone->modem().dialogue().reset_settings();
+    }
     return echo.has_value();
 }
 
-bool set_numeric(phone_t& phone, std::string_view value) {
+bool set_numeric(phone_t* phone, std::string_view value) {
     const bool good = set_flag<&faults_t::numeric_at_start>(phone, value);
-    phone.modem().dialogue().reset_settings();
+    if (good && phone != nullptr) {
+        phone->modem().dialogue().reset_settings();
+    }
     return good;
 }
 
-bool set_prompt(phone_t& phone, std::string_view value) {
+bool set_prompt(phone_t* phone, std::string_view value) {
     constexpr std::string_view forms[][2] = {
         {"usual", "\r\n> "},       {"bare", ">"},
         {"same-line", "> "},       {"no-space", "\r\n>"},
         {"own-line", "\r\n>\r\n"}, {"spaced-line", "\r\n> \r\n"},
     };
-    for (const auto& [name, octets] : forms) {
-        if (name == value) {
-            phone.modem().faults().prompt = octets;
-            return true;
-        }
+    const auto* const form =
+        std::ranges::find_if(forms, [&](const std::string_view* named) { return named[0] == value; });
+    if (form != std::end(forms) && phone != nullptr) {
+        phone->modem().faults().prompt = (*form)[1];
     }
-    return false;
+    return form != std::end(forms);
 }
 
-bool set_chatter(phone_t& phone, std::string_view value) {
-    phone.modem().faults().chatter = value.empty() ? "^RSSI: 21" : value == "off" ? "" : value;
-    return std::ranges::none_of(value, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
-}
-
-bool set_errors(phone_t& phone, std::string_view value) {
-    constexpr word_t words[] = {{"plain", 0}, {"numeric", 1}, {"verbose", 2}};
-    const auto form = meaning_of(value, words);
-    phone.modem().faults().errors = form ? std::optional(static_cast<error_form_t>(*form)) : std::nullopt;
-    return form || value == "as-asked";
-}
-
-bool set_offers(phone_t& phone, std::string_view value) {
-    const auto tables = capability_tables();
-    const auto table = std::ranges::find(tables, value, &capabilities_t::name);
-    if (table != tables.end()) {
-        phone.modem().faults().offers = &*table;
-        phone.modem().reset_settings();
-    }
-    return table != tables.end();
-}
-
-bool set_sim_busy(phone_t& phone, std::string_view value) {
-    const pair_t parts = split(value, ':');
-    const auto time = number(parts.first, longest);
-    const auto code = number(parts.second.value_or("314"), highest_code);
-    if (time && code) {
-        phone.modem().sim().set_busy(*time, static_cast<unsigned>(*code));
-    }
-    return time && code;
-}
-
-bool set_pin(phone_t& phone, std::string_view value) {
-    const bool digits = std::ranges::all_of(value, [](char c) { return c >= '0' && c <= '9'; });
-    const bool good = value == "off" || (digits && value.size() >= 4 && value.size() <= 8);
-    if (good) {
-        phone.modem().sim().set_pin(value == "off" ? "" : std::string(value));
-        phone.modem().look_at_sim();
+bool set_chatter(phone_t* phone, std::string_view value) {
+    const bool good = std::ranges::none_of(value, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+    if (good && phone != nullptr) {
+        phone->modem().faults().chatter = value.empty() ? "^RSSI: 21" : value == "off" ? "" : value;
     }
     return good;
 }
 
-bool clear(phone_t& phone, std::string_view value) {
-    modem_t& modem = phone.modem();
+bool set_errors(phone_t* phone, std::string_view value) {
+    constexpr word_t words[] = {{"plain", 0}, {"numeric", 1}, {"verbose", 2}};
+    const auto form = meaning_of(value, words);
+    const bool good = form || value == "as-asked";
+    if (good && phone != nullptr) {
+        phone->modem().faults().errors = form ? std::optional(static_cast<error_form_t>(*form)) : std::nullopt;
+    }
+    return good;
+}
+
+bool set_offers(phone_t* phone, std::string_view value) {
+    const auto tables = capability_tables();
+    const auto table = std::ranges::find(tables, value, &capabilities_t::name);
+    if (table != tables.end() && phone != nullptr) {
+        phone->modem().faults().offers = &*table;
+        phone->modem().reset_settings();
+    }
+    return table != tables.end();
+}
+
+bool set_sim_busy(phone_t* phone, std::string_view value) {
+    const pair_t parts = split(value, ':');
+    const auto time = number(parts.first, longest);
+    const auto code = number(parts.second.value_or("314"), highest_code);
+    if (time && code && phone != nullptr) {
+        phone->modem().sim().set_busy(*time, static_cast<unsigned>(*code));
+    }
+    return time && code;
+}
+
+bool set_pin(phone_t* phone, std::string_view value) {
+    const bool digits = std::ranges::all_of(value, [](char c) { return c >= '0' && c <= '9'; });
+    const bool good = value == "off" || (digits && value.size() >= 4 && value.size() <= 8);
+    if (good && phone != nullptr) {
+        phone->modem().sim().set_pin(value == "off" ? "" : std::string(value));
+        phone->modem().look_at_sim();
+    }
+    return good;
+}
+
+bool clear(phone_t* phone, std::string_view value) {
+    if (phone == nullptr) {
+        return value.empty();
+    }
+    modem_t& modem = phone->modem();
     modem.faults() = {};
     modem.messages().set_default_places();
     modem.sim() = {};
@@ -236,7 +254,7 @@ std::span<const fault_t> fault_table() {
     return table;
 }
 
-std::string set_fault(phone_t& phone, std::string_view order) {
+std::string set_fault(phone_t* phone, std::string_view order) {
     const pair_t parts = split(order, '=');
     for (const fault_t& fault : table) {
         if (fault.name != parts.first) {

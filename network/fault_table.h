@@ -17,8 +17,9 @@ struct fault_t {
     std::string_view name;
     std::string_view value;  // how it is written; in brackets: may be left out; empty: there is none
     std::string_view meaning;
-    /// False when the value is none of these. On the network's thread.
-    bool (*set)(phone_t& phone, std::string_view value);
+    /// False when the value is none of these, and then nothing is changed. On the network's thread, save without a
+    /// phone: then it only looks at the value.
+    bool (*set)(phone_t* phone, std::string_view value);
 };
 
 std::span<const fault_t> fault_table();
@@ -26,7 +27,8 @@ std::span<const fault_t> fault_table();
 /// What a phone is on, by the word that people write for it: "cdma".
 std::optional<access_technology_t> technology_named(std::string_view word);
 
-/// Does what the order says. Returns an empty text, or what is wrong with it. On the network's thread.
-[[nodiscard]] std::string set_fault(phone_t& phone, std::string_view order);
+/// Does what the order says, or without a phone only looks at it. Returns an empty text, or what is wrong with the
+/// order. On the network's thread when there is a phone.
+[[nodiscard]] std::string set_fault(phone_t* phone, std::string_view order);
 
 }  // namespace network

@@ -122,7 +122,7 @@ std::string network_t::set_fault(std::string_view number, std::string_view order
     tasks_.run([&] {
         phone_t* phone = find(number);
         error =
-            phone == nullptr ? fmt::format("the network has no phone {}", number) : network::set_fault(*phone, order);
+            phone == nullptr ? fmt::format("the network has no phone {}", number) : network::set_fault(phone, order);
     });
     return error;
 }

@@ -19,6 +19,9 @@ struct serve_options_t {
 /// Those that may be set, a line each.
 std::string radio_limits();
 
+/// Whether the text can be modem_options_t::announcement, and not an empty one. Returns an empty text, or why not.
+[[nodiscard]] std::string check_announcement(const std::string& text);
+
 /// Runs in the foreground. Prints one line that begins with "ready" when the device answers and `activate` has taken
 /// effect; what fails, on standard error. Ends on SIGINT, SIGTERM or SIGHUP, also while it waits for the modem to
 /// answer, with its socket and locks removed. Returns the exit status: 0 after a clean end, 1 when it could not start.

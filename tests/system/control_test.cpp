@@ -137,12 +137,39 @@ TEST_F(control, clients_that_die_in_mid_request_harm_nobody) {
 }
 
 TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
-    // The last two hold an empty argument.
-    for (const std::string line :
-         {"", "frobnicate", "send", "send card.vcf", "serve", "network", "doctor", "ioctl nonsense",
-          "ioctl 0x02000004 --in 0", "ioctl 0x02000004 --in zz", "ioctl 0x02000004 --out 65537", "ioctl 0x100000000",
-          "status x", "activation maybe", "inbox eat", "help frobnicate", "serve --modem /dev/null --home ",
-          "version --device "}) {
+    // Those that end with a space, or have two, hold an empty argument.
+    for (const std::string line : {"",
+                                   "frobnicate",
+                                   "send",
+                                   "send card.vcf",
+                                   "serve",
+                                   "network",
+                                   "doctor",
+                                   "ioctl nonsense",
+                                   "ioctl 0x02000004 --in 0",
+                                   "ioctl 0x02000004 --in zz",
+                                   "ioctl 0x02000004 --out 65537",
+                                   "ioctl 0x100000000",
+                                   "status x",
+                                   "activation maybe",
+                                   "inbox eat",
+                                   "help frobnicate",
+                                   "serve --modem /dev/null --home ",
+                                   "version --device ",
+                                   "doctor --modem ",
+                                   "serve --modem /dev/null --pin-file ",
+                                   "serve --modem /dev/null --announcement ",
+                                   "serve --modem /dev/null --announcement abc",
+                                   "serve --modem /dev/null --set bo\x1b[31mgus",
+                                   "network --dir /dev/null --phones +1:foo",
+                                   "network --dir /dev/null --phones 1,+1",
+                                   "network --dir /dev/null --phones 1 --fault bogus",
+                                   "network --dir /dev/null --phones 1 --fault 1:bogus",
+                                   "network --dir /dev/null --phones 1 --fault 1:refuse=x",
+                                   "fault --dir /dev/null 1 bo\x1b[31mgus",
+                                   "fault --dir /dev/null 1 silent=maybe",
+                                   "fault 1",
+                                   "fault --dir /dev/null 1 silent --json"}) {
         arguments_t arguments;
         for (size_t begin = 0, end = 0; !line.empty() && end != std::string::npos; begin = end + 1) {
             end = line.find(' ', begin);
@@ -151,6 +178,7 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
         const outcome_t outcome = zpd(arguments);
         EXPECT_EQ(outcome.status, 2) << line << outcome.output;
         EXPECT_NE(outcome.errors, "") << line;
+        EXPECT_EQ(outcome.errors.find('\x1b'), std::string::npos) << line;
     }
     EXPECT_EQ(zpd({"frobnicate"}).errors, "zpd: there is no command 'frobnicate'; see zpd --help\n");
     EXPECT_EQ(zpd({"help"}).output, zpd({"--help"}).output);
