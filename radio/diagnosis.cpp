@@ -184,10 +184,10 @@ class examination_t {
         on_cdma_ = cdma_service_ == 1 || (cdma && !gsm);
     }
 
-    // Both domains carry messages; the one that is registered counts, else the one that tries.
+    // Every domain carries messages; the one that is registered counts, else the one that tries.
     void examine_registration() {
         std::optional<registration_t> best;
-        for (const char* name : {"+CREG", "+CEREG"}) {
+        for (const char* name : {"+CREG", "+CEREG", "+C5GREG"}) {
             const auto one = registration(ask(fmt::format("AT{}?", name), fmt::format("{}:", name)).first());
             if (one && (!best || (!best->registered() && (one->registered() || best->status == 0)))) {
                 best = one;

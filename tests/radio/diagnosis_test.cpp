@@ -74,13 +74,14 @@ TEST(diagnosis, identities_in_every_form) {
     modem.on("AT+CGMM", line("+CGMM: \"M-1\""));
     modem.on("AT+CGMR", line("1.0: \"a\""));
     modem.on("AT+CGSN", line("3512345678901234"));  // as a PDU looks, too
-    modem.on("AT+CEREG?", line("+CEREG: 0,5,\"01\",\"02\",7"));
+    modem.on("AT+CEREG?", line("+CEREG: 0,0"));
+    modem.on("AT+C5GREG?", line("+C5GREG: 0,5,\"000001\",\"0000002\",11"));
     modem.on("AT+CREG?", line("+CREG: 0,0"));
     modem.on("AT+COPS?", line("+COPS: 0,2,\"00101\",7"));
     const diagnosis_t found = radio::diagnose(modem.tty(), never);
     EXPECT_THAT((std::vector{found.maker, found.model, found.revision, found.serial_number, found.registration,
                              found.operator_name, found.technology}),
-                ElementsAre("Maker, Inc.", "M-1", "1.0: a", "3512345678901234", "roaming", "00101", "LTE"));
+                ElementsAre("Maker, Inc.", "M-1", "1.0: a", "3512345678901234", "roaming", "00101", "5G"));
 }
 
 TEST(diagnosis, of_a_cdma_modem) {
