@@ -43,7 +43,7 @@ std::string modem_t::start(const modem_options_t& options) {
 
 std::string modem_t::connect() {
     if (std::string error = set_up(); !error.empty()) {
-        tty_.close();
+        link_.hang_up();
         return error;
     }
     // Told after it can be used: the driver submits as soon as it hears of a network.

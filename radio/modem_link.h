@@ -31,6 +31,8 @@ class modem_link_t {
     [[nodiscard]] bool echoes() const { return dialogue_.echoes(); }
     /// The modem is set up: it is no longer lost.
     void connected() { lost_ = false; }
+    /// Closes the tty: the modem is lost.
+    void hang_up();
     /// Runs one command. After a time-out the next exchange first brings the dialogue back.
     reply_t exchange(const command_t& command);
     /// Brings the dialogue back after a time-out, so that late answers have come; false when the modem stays silent.
@@ -65,7 +67,6 @@ class modem_link_t {
     void pump(uint64_t until);
     void read_some();
     void write_some();
-    void hang_up();
     [[nodiscard]] bool cut_off() const;
 
     tty_t& tty_;

@@ -138,8 +138,8 @@ void modem_t::tell_announcement() {
     }
 }
 
-// A modem that misses an acknowledgement, or restarts without a hang-up, announces nothing any more (3GPP TS 27.005
-// 3.4.4).
+// A modem that misses an acknowledgement (3GPP TS 27.005 3.4.4) announces nothing any more, nor does one that restarts
+// without a hang-up, which has lost every other setting, too.
 void modem_t::check_announcement() {
     if (announcement_.way == announcement_t::way_t::none || lost() || link_.ending()) {
         return;
@@ -147,8 +147,10 @@ void modem_t::check_announcement() {
     const reply_t reply = link_.exchange({.line = "AT+CNMI?", .limit = limit_t::setting, .prefixes = {"+CNMI:"}});
     const std::vector<value_t> now = values_of(reply.first());
     if (now.size() > 1 && now[1].text == "0") {
-        warn("the modem has stopped to announce new messages; it is told to again");
-        link_.exchange({.line = "AT+CNMI=" + announcement_.parameters, .limit = limit_t::setting});
+        warn("the modem has stopped to announce new messages; it is set up again");
+        if (const std::string error = connect(); !error.empty() && !link_.ending()) {
+            warn(error);
+        }
     }
 }
 

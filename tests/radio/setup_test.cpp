@@ -160,7 +160,7 @@ TEST_F(set_up, announcements_by_what_the_modem_offers_or_the_user_wants) {
     EXPECT_EQ(modem.count("AT+CSMS=1"), 3U) << "direct delivery is acknowledged";
 }
 
-TEST_F(set_up, an_announcement_that_the_modem_dropped_is_set_again) {
+TEST_F(set_up, a_modem_that_dropped_its_settings_is_set_up_again) {
     attach_and_open();
     modem.on("AT+CNMI?", line("+CNMI: 2,0,0,0,0"));
     platform::testing::advance_clock(300'000);  // the time of the next listing
@@ -170,6 +170,15 @@ TEST_F(set_up, an_announcement_that_the_modem_dropped_is_set_again) {
     platform::testing::advance_clock(300'000);
     EXPECT_TRUE(modem.heard("AT+CMGL=4", 6));
     EXPECT_EQ(modem.count("AT+CNMI=2,1,0,0,0"), 2U);
+    EXPECT_EQ(modem.count("AT+CMGF=0"), 2U);
+    EXPECT_EQ(recorder.events(0), events_t{}) << "and no network is lost";
+
+    modem.once("AT+CNMI?", line("+CNMI: 2,0,0,0,0"));
+    modem.once("AT+CPIN?", "\r\n+CME ERROR: 10\r\n");
+    platform::testing::advance_clock(300'000);
+    EXPECT_EQ(recorder.events(1), events_t{system_type(RIL_SYSTEMTYPE_NONE)}) << "it cannot be used any more";
+    platform::testing::advance_clock(1000);
+    EXPECT_EQ(recorder.events(2).back(), system_type(RIL_SYSTEMTYPE_GSM));
 }
 
 // A link with a lasting name points at the tty, though the tty is attached by its own.
