@@ -43,6 +43,9 @@ void modem_t::set_up_registration() {
     tells_5g_ = ask("AT+C5GREG=2").ok() || ask("AT+C5GREG=1").ok();
     if (set_up_failure_.empty()) {
         query_registration();
+        if (tty_.descriptor() < 0) {
+            set_up_failure_ = "hung up while it was asked for its registration";
+        }
     }
 }
 

@@ -90,6 +90,14 @@ TEST_F(session, a_silent_tty_is_given_up_in_time) {
     }
 }
 
+TEST_F(session, a_hang_up_in_the_last_step_is_no_success) {
+    modem.on("AT+CREG?", "");
+    auto attached = std::async(std::launch::async, [this] { return attach_modem({modem.tty()}); });
+    ASSERT_TRUE(modem.heard("AT+CREG?"));
+    modem.hang_up();
+    EXPECT_THAT(attached.get(), HasSubstr("hung up"));
+}
+
 TEST_F(session, attaching_can_be_cancelled) {
     for (const char* silent : {"ATQ0V1E0", "AT+CPIN?"}) {
         modem.on(silent, "");
