@@ -9,8 +9,6 @@
 namespace {
 
 using platform::testing::advance_clock;
-using testing::Contains;
-using testing::HasSubstr;
 
 const std::string ok = scripted_modem_t::ok;
 
