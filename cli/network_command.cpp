@@ -68,7 +68,7 @@ std::string check_first_fault(const std::string& text) {
 std::string repeated(const std::vector<std::string>& phones) {
     std::set<std::string> numbers;
     for (const std::string& phone : phones) {
-        const std::string number = number_of(phone);
+        std::string number = number_of(phone);
         if (!numbers.insert(number.substr(number.starts_with('+') ? 1 : 0)).second) {
             return number;
         }

@@ -99,6 +99,11 @@ const row_t rows[] = {
     {"offers_nothing", {"offers=none"}, {}, {}, "looked for every"},
 };
 
+#ifdef ZPD_SANITIZED
+constexpr size_t sizes[] = {3};  // what the others add is time
+#else
+constexpr size_t sizes[] = {30, 3, 1};
+#endif
 constexpr size_t body_octets = 128;  // of a datagram with a short reference
 
 /// A card of so many datagrams, unlike any other of the run.
@@ -255,7 +260,7 @@ TEST_P(matrix, a_card_arrives_once) {
     };
     constexpr uint64_t some_seconds = 3'000;
     std::vector<std::string> received;
-    for (const size_t datagrams : {30, 3, 1}) {
+    for (const size_t datagrams : sizes) {
         SCOPED_TRACE(datagrams);
         order_for(1);
         const std::string card = card_of(datagrams, ++serial_);
