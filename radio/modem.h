@@ -178,10 +178,10 @@ class modem_t {
     std::string lasting_path_;  // see modem_options_t::links
     std::string told_announcement_;
     std::set<std::string> unknown_lines_;
+    std::set<std::string> told_failures_;  // to set it up, since the loss
     bool link_kept_ = false;
     bool loss_told_ = false;
-    std::set<std::string> told_failures_;  // to set it up, since the loss
-    bool pin_entered_ = false;             // and not refused; whether it was right shows in the SIM's state
+    bool pin_entered_ = false;  // and not refused; whether it was right shows in the SIM's state
 };
 
 }  // namespace radio
