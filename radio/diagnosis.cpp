@@ -170,9 +170,30 @@ class examination_t {
         const reply_t reply = ask("AT+CPIN?", "+CPIN:");
         const std::optional<state_words_t> state = sim_words(reply);
         found_.sim = state ? state->words : reply.first();
-        if (state && state->hinders()) {
-            hinder(fmt::format("the SIM cannot be used: {}", state->words), state->advice);
+        if (!state || !state->hinders()) {
+            return;
         }
+        const std::string text = fmt::format("the SIM cannot be used: {}", state->words);
+        // As the set-up decides (modem_sim.cpp).
+        constexpr int fewest_tries = 2;
+        const std::optional<int> left = text_in(reply.first(), 0) == "SIM PIN" ? pin_tries() : std::nullopt;
+        if (left && *left < fewest_tries) {
+            hinder(fmt::format("{}, {} {} left", text, *left, *left == 1 ? "try" : "tries"),
+                   "unlock it in a phone: 'zpd serve' enters no PIN any more");
+        } else {
+            hinder(text, state->advice);
+        }
+    }
+
+    // 3GPP TS 27.007 8.65
+    std::optional<int> pin_tries() {
+        const reply_t reply = ask("AT+CPINR", "+CPINR:");
+        for (const modem_line_t& line : reply.lines) {
+            if (const std::optional<int> left = tries_left(line.text, "SIM PIN")) {
+                return left;
+            }
+        }
+        return std::nullopt;
     }
 
     // As the set-up finds it out (modem_registration.cpp).
@@ -221,7 +242,7 @@ class examination_t {
         }
         if (found_.registration.starts_with("roaming")) {
             warn_of("the modem is roaming: a datagram may cost more than at home",
-                    "'zpd count CARD.vcf' tells how many datagrams a card takes");
+                    "when the service runs again, 'zpd count CARD.vcf' tells how many datagrams a card takes");
         }
     }
 

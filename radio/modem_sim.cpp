@@ -114,8 +114,8 @@ std::string modem_t::why_not_enter(const std::string& pin) {
     }
     constexpr int fewest_tries = 2;
     if (left && *left < fewest_tries) {
-        return fmt::format("the SIM's PIN has {} tries left, too few to enter the one in {}: unlock it in a phone",
-                           *left, file);
+        return fmt::format("the SIM's PIN has {} {} left, too few to enter the one in {}: unlock it in a phone", *left,
+                           *left == 1 ? "try" : "tries", file);
     }
     if (!left && any_pin_is_marked()) {
         return fmt::format(

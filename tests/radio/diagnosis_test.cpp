@@ -67,6 +67,18 @@ TEST(diagnosis, what_stands_against_cards) {
     }
 }
 
+TEST(diagnosis, advises_no_pin_that_would_not_be_entered) {
+    for (const auto& [left, advice] : {std::pair("1,3", "unlock it in a phone"), {"2,3", "--pin-file"}}) {
+        scripted_modem_t modem;
+        modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
+        modem.on("AT+CPINR",
+                 std::string("\r\n+CPINR: SIM PUK,10,10\r\n") + line(std::string("+CPINR: SIM PIN,") + left));
+        const diagnosis_t found = radio::diagnose(modem.tty(), never);
+        ASSERT_FALSE(found.findings.empty());
+        EXPECT_THAT(found.findings[0].advice, HasSubstr(advice));
+    }
+}
+
 TEST(diagnosis, identities_in_every_form) {
     scripted_modem_t modem;
     modem.on("AT+CGMI",

@@ -96,7 +96,7 @@ TEST_F(set_up, a_pin_that_must_not_be_entered_is_not) {
         {"12a4", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
         {"123456789", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
         {"1234\";+CFUN=0", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
-        {"1234", 0600, "SIM PIN", "\r\n+CPINR: SIM PIN,1,3\r\n+CPINR: SIM PUK,10,10\r\n" + ok, "has 1 tries left"},
+        {"1234", 0600, "SIM PIN", "\r\n+CPINR: SIM PIN,1,3\r\n+CPINR: SIM PUK,10,10\r\n" + ok, "has 1 try left"},
         {"1234", 0600, "SIM PUK", "\r\nERROR\r\n", "locked (SIM PUK)"},
         {"1234", 0600, "PH-SIM PIN", "\r\nERROR\r\n", "locked (PH-SIM PIN)"},
     };
