@@ -19,8 +19,8 @@ constexpr seconds advise_after{20};
 /// Tells a person, once each, why it takes so long.
 class explainer_t {
   public:
-    explainer_t(uint32_t id, const std::string& label, progress_t& progress)
-        : id_(id), label_(label), progress_(progress) {}
+    explainer_t(client::client_t& client, uint32_t id, const std::string& label, progress_t& progress)
+        : client_(client), id_(id), label_(label), progress_(progress) {}
 
     void look(const std::vector<uint32_t>& statuses, const tally_t& tally) {
         note_radio_error(statuses);
@@ -37,9 +37,7 @@ class explainer_t {
                  "antenna), or "
                  "other cards go first; the driver goes on trying");
         } else if (!submitted_once_ && standing >= explain_after) {
-            once(&explained_,
-                 "waiting for the radio to tell its network; the first card after a start of the service "
-                 "can wait 10 s for that");
+            once(&explained_, why_it_waits());
         }
         if (standing >= advise_after) {
             once(&advised_,
@@ -50,6 +48,29 @@ class explainer_t {
     }
 
   private:
+    std::string why_it_waits() const {
+        if (const size_t others = count_others(); others != 0) {
+            return fmt::format(
+                "waiting while {} is not sent, perhaps because the radio refuses it or has no network; see: zpd list",
+                others == 1 ? "another message" : counted(others, "other message"));
+        }
+        return "waiting for the radio to tell its network: there is none, or the service has just started (then it can "
+               "take 10 s), or the radio refuses cards before this one";
+    }
+
+    /// The other messages that are with the driver and not sent.
+    size_t count_others() const {
+        const auto list = client_.list();
+        size_t others = 0;
+        for (const uint32_t id : list ? list->ids : std::vector<uint32_t>()) {
+            if (id != id_) {
+                const auto statuses = client_.status(id);
+                others += statuses && !tally_of(*statuses).is_over() ? 1 : 0;
+            }
+        }
+        return others;
+    }
+
     /// A datagram that the radio could not send is queued again.
     void note_radio_error(const std::vector<uint32_t>& statuses) {
         for (size_t index = 0; index < statuses.size() && index < previous_.size(); ++index) {
@@ -66,6 +87,7 @@ class explainer_t {
         *told = true;
     }
 
+    client::client_t& client_;
     uint32_t id_;
     const std::string& label_;
     progress_t& progress_;
@@ -127,7 +149,7 @@ std::string describe(const tally_t& tally) {
 
 delivery_t watch_delivery(client::client_t& client, uint32_t id, const std::string& label, progress_t& progress,
                           const end_signals_t& signals) {
-    explainer_t explainer(id, label, progress);
+    explainer_t explainer(client, id, label, progress);
     delivery_t delivery;
     for (;;) {
         const auto statuses = client.status(id);

@@ -43,7 +43,7 @@ int tell(const std::vector<std::string>& errors) {
 
 void tell_if_none(const inbox_folder_t& inbox, bool none) {
     if (none) {
-        progress_t(true).note(fmt::format("no cards in {}", inbox.path().native()));
+        progress_t(true).note(platform::escaped(fmt::format("no cards in {}", inbox.path().native())));
     }
 }
 
@@ -99,7 +99,15 @@ int show(const context_t& context, const std::string& prefix) {
     return exit_done;
 }
 
+int refuse_json() {
+    fail("--json goes with list, show and incomplete");
+    return exit_usage;
+}
+
 int export_all(const context_t& context, const std::filesystem::path& directory) {
+    if (context.json) {
+        return refuse_json();
+    }
     const inbox_folder_t inbox(context.home);
     std::error_code failed;
     std::filesystem::create_directories(directory, failed);
@@ -122,6 +130,9 @@ int export_all(const context_t& context, const std::filesystem::path& directory)
 }
 
 int remove(const context_t& context, const std::string& prefix) {
+    if (context.json) {
+        return refuse_json();
+    }
     const inbox_folder_t inbox(context.home);
     std::string error;
     const auto name = inbox.find(prefix, &error);
@@ -157,8 +168,21 @@ int list_incomplete(const context_t& context) {
     }
     if (context.json) {
         say_json({{"incomplete", list}});
+    } else if (messages.empty()) {
+        progress_t(true).note(platform::escaped(fmt::format("no incomplete messages in {}", context.home.native())));
     }
     return exit_done;
+}
+
+/// The command's `use`, unless a home was named that does not exist; the default one may not exist yet.
+std::function<int()> on_home(const context_t& context, const std::function<int()>& use) {
+    return [&context, use] {
+        std::error_code failed;
+        if (context.home != default_home() && !std::filesystem::exists(context.home, failed)) {
+            return fail(fmt::format("there is no home folder {}", context.home.native()));
+        }
+        return use();
+    };
 }
 
 /// A command below `inbox` with one argument.
@@ -169,8 +193,9 @@ CLI::App* add_below(CLI::App* inbox, context_t& context, const std::string& name
     const auto argument = std::make_shared<argument_t>();
     command->add_option(argument_name, *argument)->type_name("")->required();
     add_home_option(command, context);
-    command->callback(
-        [&context, argument, use] { context.run = [&context, argument, use] { return use(context, *argument); }; });
+    command->callback([&context, argument, use] {
+        context.run = on_home(context, [&context, argument, use] { return use(context, *argument); });
+    });
     return command;
 }
 
@@ -182,7 +207,8 @@ void add_inbox_commands(CLI::App& app, context_t& context) {
     add_home_option(inbox, context);
     add_json_option(inbox, context);
     inbox->footer(
-        "NAME is a stored card's name, or its first few digits. Bare 'zpd inbox' lists.\n\nExamples:\n"
+        "NAME is a stored card's name, or its first few digits. Bare 'zpd inbox' lists.\n"
+        "--json goes with list, show and incomplete.\n\nExamples:\n"
         "  zpd inbox\n"
         "  zpd inbox show 4f0a\n"
         "  zpd inbox export ~/cards     writes DIR/NAME.vcf, octet for octet\n"
@@ -190,19 +216,20 @@ void add_inbox_commands(CLI::App& app, context_t& context) {
     auto* list_command = inbox->add_subcommand("list", "List the received cards, oldest first");
     add_home_option(list_command, context);
     add_json_option(list_command, context);
-    list_command->callback([&context] { context.run = [&context] { return list(context); }; });
+    list_command->callback([&context] { context.run = on_home(context, [&context] { return list(context); }); });
     auto* incomplete_command = inbox->add_subcommand(
         "incomplete", "List the messages of which datagrams are missing; they are dropped after journal-age");
     add_home_option(incomplete_command, context);
     add_json_option(incomplete_command, context);
-    incomplete_command->callback([&context] { context.run = [&context] { return list_incomplete(context); }; });
+    incomplete_command->callback(
+        [&context] { context.run = on_home(context, [&context] { return list_incomplete(context); }); });
     auto* show_command = add_below<std::string>(inbox, context, "show", "Show a card's text", "NAME", show);
     add_json_option(show_command, context);
     add_below<std::filesystem::path>(inbox, context, "export", "Write all cards into a folder", "DIR", export_all);
     add_below<std::string>(inbox, context, "remove", "Remove a card", "NAME", remove);
     inbox->callback([&context] {
         if (!context.run) {
-            context.run = [&context] { return list(context); };
+            context.run = on_home(context, [&context] { return list(context); });
         }
     });
 }

@@ -207,7 +207,7 @@ void add_send_commands(CLI::App& app, context_t& context) {
     auto* count = app.add_subcommand("count", "Tell how many datagrams cards take");
     const auto count_options = std::make_shared<send_options_t>();
     add_card_options(count, context, count_options);
-    count->footer("Nothing is sent.\n\nExample:\n  zpd count ada.vcf");
+    count->footer("Asks the driver of a running service; nothing is sent.\n\nExample:\n  zpd count ada.vcf");
     count->callback([&context, count_options] {
         context.run = [&context, count_options] { return run_count(context, *count_options); };
     });

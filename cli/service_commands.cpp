@@ -41,14 +41,22 @@ int done(const client::answer_t<client::done_t>& answer) {
     return answer ? exit_done : fail(answer.failure().text);
 }
 
-int add_application(client_t& client, const std::string& name) {
+int add_application(client_t& client, const std::string& name, bool json) {
     const int status = done(client.register_application(name));
+    if (status == exit_done && json) {
+        return list_applications(client, json);
+    }
     if (status == exit_done) {
         say("registered. Its folder is Applications/Install/{} in the phone's home: when no registered application\n"
             "has one, the list is emptied and the activation goes off at the next start or received card.",
             platform::escaped(name));
     }
     return status;
+}
+
+int clear_applications(client_t& client, bool json) {
+    const int status = done(client.clear_applications());
+    return status == exit_done && json ? list_applications(client, json) : status;
 }
 
 int launch(client_t& client, const std::string& uri) {
@@ -93,10 +101,10 @@ void add_apps_command(CLI::App& app, context_t& context) {
             ""))
         ->required();
     add_device_option(add, context);
-    runs(add, context, [name](client_t& client) { return add_application(client, *name); });
+    runs(add, context, [name, &context](client_t& client) { return add_application(client, *name, context.json); });
     auto* clear = apps->add_subcommand("clear", "Unregister all applications");
     add_device_option(clear, context);
-    runs(clear, context, [](client_t& client) { return done(client.clear_applications()); });
+    runs(clear, context, [&context](client_t& client) { return clear_applications(client, context.json); });
     runs(apps, context, [&context](client_t& client) { return list_applications(client, context.json); });
 }
 

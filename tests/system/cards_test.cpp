@@ -190,7 +190,13 @@ TEST(inbox, what_cannot_be_read_is_told) {
     EXPECT_EQ(listed.status, 1);
     EXPECT_THAT(listed.output, HasSubstr("01234567"));
     EXPECT_THAT(listed.errors, HasSubstr("f123456789abcdef0123456789abcdef: Is a directory"));
-    EXPECT_EQ(zpd({"inbox", "--home", folder / "nowhere"}).status, 0);
+    EXPECT_EQ(zpd({"inbox", "--home", folder / "home", "--json", "export", folder / "out"}).status, 2);
+    for (const arguments_t& command : std::vector<arguments_t>{{}, {"incomplete"}, {"export", folder / "out"}}) {
+        const outcome_t outcome = zpd(joined({"inbox", "--home", folder / "nowhere"}, command));
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.errors, HasSubstr("there is no home folder"));
+    }
+    EXPECT_FALSE(fs::exists(folder / "out"));
 
     fs::remove_all(incoming);
     write_file(incoming, "");

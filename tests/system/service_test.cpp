@@ -207,4 +207,18 @@ TEST(service, a_running_network_takes_faults) {
     EXPECT_EQ(listed.value("/faults/0/name"_json_pointer, ""), "refuse");
 }
 
+TEST(service, send_tells_of_the_cards_before_it) {
+    const folder_t folder;
+    const network_t network(folder);
+    phone_t phone(folder, "alice", network.modem(alice));
+    phone.start();
+    ASSERT_TRUE(phone.ready()) << phone.serve().errors();
+    const arguments_t send{"send", ZPD_EXAMPLES "/one-datagram.vcf", "--to", bob};
+    zpd({"fault", "--dir", folder / "modems", alice, "registration=none"});
+    EXPECT_EQ(phone.zpd(joined(send, {"--no-wait"})).status, 0);
+    process_t second(joined(send, {"--device", phone.device()}));
+    EXPECT_TRUE(eventually([&] { return second.output().find("while another message is not") != std::string::npos; }))
+        << second.output() << second.errors();
+}
+
 }  // namespace
