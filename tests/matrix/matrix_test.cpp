@@ -56,7 +56,7 @@ const row_t rows[] = {
     {"technology_changes", {}, {"technology=lte"}, {"technology=gsm"}, ""},
     // What the modem does.
     {"hung_up", {}, {"hang-up=2000"}, {}, "has hung up"},
-    {"hung_up_amid_sending", {"late-results=800"}, {}, {"hang-up=2000"}, "nobody knows whether"},
+    {"hung_up_amid_sending", {"late-results=1700"}, {}, {"hang-up=2000"}, "nobody knows whether"},
     {"unplugged", {}, {"hang-up"}, {"return"}, "has hung up"},
     {"silent", {}, {"silent"}, {"silent=off"}, "no answer to"},
     {"little_storage", {"storage=16"}, {}, {}, ""},
