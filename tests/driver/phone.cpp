@@ -196,7 +196,7 @@ std::vector<std::string> phone_t::cards() const {
 std::vector<std::string> phone_t::raw_log() const {
     std::istringstream file(read_file(home() / "Application Data/PUBLIC/VARKON/ZPD/LOG/zpd.log"));
     std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) {
+    for (std::string line; std::getline(file, line) && !file.eof();) {  // a line without its end is being written
         lines.push_back(line);
     }
     return lines;

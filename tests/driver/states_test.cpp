@@ -155,6 +155,7 @@ TEST_F(states_test, second_retry_waits_five_seconds_over_the_wrap) {
     radio.system_changed(no_network);
     refuse(3);
     EXPECT_THAT(phone.status(239), ElementsAre(0)) << "queued again, and no network";
+    platform::testing::advance_clock(5000);
     radio.question(2);
     give_network();
     confirm(4);
