@@ -87,64 +87,6 @@ TEST_F(faults_test, results_and_prompts_come_late) {
     from->expect("AT\r", "\r\n> \x1b\r\nOK\r\nAT\r\r\nOK\r\n");
 }
 
-struct manner_t {
-    std::string orders;
-    std::string command;
-    std::string reply;
-};
-
-TEST_F(faults_test, a_modem_speaks_in_its_manner) {
-    const manner_t manners[] = {
-        {"echo=always", "ATE0;+CSQ\r", "ATE0;+CSQ\r\r\n+CSQ: 21,99\r\n\r\nOK\r\n"},
-        {"echo=off", "AT\r", "\r\nOK\r\n"},
-        {"numeric-results", "ATE0\r", "ATE0\r0\r"},
-        {"single-octets", "ATE0+CSQ\r", "ATE0+CSQ\r\r\n+CSQ: 21,99\r\n\r\nOK\r\n"},
-        {"chatter=RING", "ATE0I\r",
-         "ATE0I\r\r\nZPD\r\n\r\nRING\r\nEmulated modem\r\n\r\nRING\r\n1.0\r\n\r\nRING\r\n\r\nOK\r\n"},
-        {"prompt=own-line", "ATE0+CMGS=9\r\x1b", "ATE0+CMGS=9\r\r\n>\r\n\r\nOK\r\n"},
-        {"prompt=bare", "ATE0+CMGS=9\r\x1b", "ATE0+CMGS=9\r>\r\nOK\r\n"},
-        {"errors=plain", "ATE0+CMEE=1;+CMGR=1\r", "ATE0+CMEE=1;+CMGR=1\r\r\nERROR\r\n"},
-        {"errors=verbose", "ATE0+CMGR=1\r", "ATE0+CMGR=1\r\r\n+CMS ERROR: invalid memory index\r\n"},
-        {"offers=none", "ATE0+CNMI=?\r", "ATE0+CNMI=?\r\r\nERROR\r\n"},
-        {"offers=direct", "ATE0+CNMI=2,2;+CNMI=2,1\r", "ATE0+CNMI=2,2;+CNMI=2,1\r\r\n+CMS ERROR: 303\r\n"},
-        {"offers=short", "ATE0+CPMS=\"SM\",\"ME\",\"ME\"\r", "ATE0+CPMS=\"SM\",\"ME\",\"ME\"\r\r\n+CMS ERROR: 303\r\n"},
-        {"offers=one", "ATE0+CNMI=1,1,0,0,1;+CPMS?\r",
-         "ATE0+CNMI=1,1,0,0,1;+CPMS?\r\r\n+CPMS: \"SM\",0,20,\"SM\",0,20,\"SM\",0,20\r\n\r\nOK\r\n"},
-    };
-    for (const auto& [orders, command, reply] : manners) {
-        set_fault(alice, "clear");
-        set_fault(alice, orders);
-        set_fault(alice, "hang-up=0");  // it begins anew
-        set_fault(alice, "return");
-        host_t(network_->link(alice)).expect(command, reply);
-    }
-}
-
-TEST_F(faults_test, a_sim_is_busy_then_wants_its_pin) {
-    set_fault(alice, "pin=4711");
-    set_fault(alice, "sim-busy=60000");
-    const auto from = host(alice, {"AT+CMEE=1"});
-    from->expect("AT+CPIN?\r", "\r\n+CME ERROR: 14\r\n");
-    from->expect("AT+CMGL=4\r", "\r\n+CMS ERROR: 314\r\n");
-    platform::testing::advance_clock(60'000);
-    from->expect("AT+CPIN?;+CREG?\r", "\r\n+CPIN: SIM PIN\r\n\r\n+CREG: 0,0\r\n\r\nOK\r\n");
-    from->expect("AT+CMGS=14\r", "\r\n+CMS ERROR: 311\r\n");
-    from->expect("AT+CPIN=\"1234\"\r", "\r\n+CME ERROR: 16\r\n");
-    from->expect("AT+CPINR\r", "\r\n+CPINR: SIM PIN,2,3\r\n\r\nOK\r\n");
-    from->expect("AT+CREG=1;+CPIN=\"4711\"\r", "\r\n+CREG: 1\r\n\r\nOK\r\n");
-    platform::testing::advance_clock(60'000);  // it reads itself in
-    from->expect("AT+CPIN?;+CMGL=4\r", "\r\n+CPIN: READY\r\n\r\nOK\r\n");
-    set_fault(alice, "hang-up=0");
-    set_fault(alice, "return");
-    platform::testing::advance_clock(60'000);
-    const auto again = host(alice, {"AT+CMEE=1"});
-    for (int tries = 0; tries < 3; ++tries) {
-        again->expect("AT+CPIN=0000\r", "\r\n+CME ERROR: 16\r\n");
-    }
-    again->expect("AT+CPIN=4711\r", "\r\n+CME ERROR: 12\r\n");
-    again->expect("AT+CPIN?\r", "\r\n+CPIN: SIM PUK\r\n\r\nOK\r\n");
-}
-
 TEST_F(faults_test, a_modem_returns_under_another_name) {
     const auto tty = std::filesystem::read_symlink(network_->link(bob));
     const auto from = host(bob);
