@@ -175,7 +175,7 @@ HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options) {
         return E_INVALIDARG;
     }
     const HRESULT request = next_request(now);
-    now.modem->submit(now.session, request, std::move(*submission), (options & RIL_SENDMSG_MORETOSEND) != 0);
+    now.modem->submit(now.session, request, std::move(*submission), (options & RIL_SENDOPT_PERSISTLINK) != 0);
     return request;
 }
 

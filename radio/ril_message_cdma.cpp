@@ -12,13 +12,6 @@ namespace radio {
 
 namespace {
 
-// The numbers of the radio layer, where they differ from those on the air.
-constexpr DWORD teleservice_wmt = 2;
-constexpr DWORD priority_normal = 1;
-constexpr DWORD privacy_not_restricted = 1;
-constexpr DWORD display_at_once = 1;
-constexpr DWORD display_when_asked = 2;
-
 // A message centre may take messages with one identifier for copies of one message (C.S0015 4.5.1), but the driver
 // gives all datagrams of a card the identifier of the card. The part makes them differ, and a datagram that is sent
 // again keeps its own.
@@ -27,21 +20,15 @@ uint16_t identifier_of(const RIL_OUT_CDMASUBMIT& out) {
     return static_cast<uint16_t>(out.dwMsgID << 8 | (place ? place->part : 0));
 }
 
-// None for a number that the radio layer does not know.
+// The radio layer counts its levels from 1, the air from 0. None for one that the layer does not know.
 std::optional<uint8_t> level_of(DWORD number, DWORD lowest) {
     constexpr DWORD levels = 4;
     return number - lowest < levels ? std::optional(static_cast<uint8_t>(number - lowest)) : std::nullopt;
 }
 
 std::optional<uint8_t> display_mode_of(DWORD number) {
-    switch (number) {
-        case display_at_once:
-            return 0;
-        case display_when_asked:
-            return 2;
-        default:  // as the phone is set, which needs no saying
-            return std::nullopt;
-    }
+    // As the phone is set, the other modes of the driver, needs no saying.
+    return number == RIL_MSGDISPLAYMODE_IMMEDIATE ? std::optional<uint8_t>(0) : std::nullopt;
 }
 
 RILMESSAGE message_of(const cdma::message_t& deliver, const tpdu::user_data_parts_t& parts) {
@@ -57,9 +44,9 @@ RILMESSAGE message_of(const cdma::message_t& deliver, const tpdu::user_data_part
     if (deliver.service_centre_time) {
         set_time(*deliver.service_centre_time, in.stSCReceiveTime);
     }
-    in.dwMsgPriority = priority_normal + deliver.priority.value_or(0);
-    in.dwMsgPrivacy = privacy_not_restricted + deliver.privacy.value_or(0);
-    in.dwTeleservice = teleservice_wmt;
+    in.dwMsgPriority = RIL_MSGPRIORITY_NORMAL + deliver.priority.value_or(0);
+    in.dwMsgPrivacy = RIL_MSGPRIVACYCLASS_NOTRESTRICTED + deliver.privacy.value_or(0);
+    in.dwTeleservice = RIL_MSGTELESERVICE_MESSAGING;
     in.dwMsgID = deliver.identifier;
     set_user_data(parts, in);
     message.msgInCDMADeliver = in;
@@ -78,7 +65,7 @@ std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
     const RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
     const std::optional<tpdu::address_t> destination = destination_of(out.raDestAddress);
     std::optional<tpdu::octets_t> user_data = user_data_of(out, has_header(message, out));
-    if (!destination || !user_data || out.dwTeleservice != teleservice_wmt) {
+    if (!destination || !user_data || out.dwTeleservice != RIL_MSGTELESERVICE_MESSAGING) {
         return std::nullopt;
     }
     cdma::message_t submit;
@@ -87,8 +74,8 @@ std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
     submit.header_indicator = has_header(message, out);
     submit.user_data = {cdma::encoding_t::octets, std::move(*user_data)};
     submit.validity_relative = validity_seven_days;
-    submit.priority = level_of(out.dwMsgPriority, priority_normal);
-    submit.privacy = level_of(out.dwMsgPrivacy, privacy_not_restricted);
+    submit.priority = level_of(out.dwMsgPriority, RIL_MSGPRIORITY_NORMAL);
+    submit.privacy = level_of(out.dwMsgPrivacy, RIL_MSGPRIVACYCLASS_NOTRESTRICTED);
     submit.display_mode = display_mode_of(out.dwMsgDisplayMode);
     std::optional<tpdu::octets_t> octets = cdma::encode(submit);
     return octets ? std::optional(submission_t{technology_t::cdma, std::move(*octets), submit.identifier})

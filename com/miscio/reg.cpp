@@ -1,6 +1,5 @@
 #include "com/miscio/reg.h"
 
-#include <cstring>
 #include <utility>
 
 #include "com/miscio/text.h"

@@ -1,8 +1,8 @@
 #include "com/qmlog/api2.h"
 
+#include <chrono>
 #include <cstdio>
 #include <thread>
-#include <utility>
 
 namespace qmlog {
 
@@ -62,7 +62,8 @@ void dispatcher_t::publish(const sinks_t* sinks) {
     for (int turn = 0; turn < 2; ++turn) {
         const uint32_t left = epoch_.fetch_xor(1);
         while (readers_[left].load() != 0) {
-            std::this_thread::yield();
+            // Not yield(): where the highest priority alone runs, it would keep a reader from ever leaving.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
     delete old;

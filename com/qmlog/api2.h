@@ -62,7 +62,7 @@ class object_t;
 class dispatcher_t;
 
 /// One message on its way to the sinks, on the stack of the logging thread. It takes the time when it is first asked
-/// for, and formats each piece at most once, however many sinks print it.
+/// for, once for all sinks.
 class record_t {
   public:
     record_t(const object_t& object, int32_t level, const place_t& place, const char* format, va_list arguments);

@@ -1,6 +1,5 @@
 #include "com/qmlog/hex_dump.h"
 
-#include <algorithm>
 #include <cstdio>
 
 namespace qmlog {

@@ -7,13 +7,20 @@
 
 namespace qmlog {
 
+namespace {
+
+// Octets. A line that fits leaves in one piece, by the flush after it; unbuffered streams may cut lines.
+constexpr size_t buffer_size = size_t{64} * 1024;
+
+}  // namespace
+
 log_file::log_file(object_t& object, std::string path, int32_t maximum)
     : abstract_log_t(default_flags, maximum), path_(std::move(path)), kept_open_(nullptr), output_(new output_t) {
     enter(object.dispatcher());
 }
 
 log_file::log_file(object_t& object, FILE* stream)
-    : abstract_log_t(default_flags, level_debug), kept_open_(stream), output_(new output_t{stream, {}}) {
+    : abstract_log_t(default_flags, level_debug), kept_open_(stream), output_(new output_t{stream, {}, {}}) {
     enter(object.dispatcher());
 }
 
@@ -36,7 +43,7 @@ void log_file::write(const std::string& line) {
     output_t* output = output_.exchange(nullptr);
     const bool is_the_first = output != nullptr;
     if (!is_the_first) {
-        output = new output_t{kept_open_, {}};  // another thread is writing
+        output = new output_t{kept_open_, {}, {}};  // another thread is writing
     }
     write_line(*output, line);
     give_back(output, is_the_first);
@@ -49,7 +56,8 @@ void log_file::open(output_t& output) {
     }
     output.stream = _wfopen(widen(path_).c_str(), TEXT("ab"));
     if (output.stream != nullptr) {
-        (void)setvbuf(output.stream, nullptr, _IONBF, 0);  // a line leaves in one piece, however long
+        output.buffer.resize(buffer_size);
+        (void)setvbuf(output.stream, output.buffer.data(), _IOFBF, output.buffer.size());
     }
 }
 
@@ -88,6 +96,7 @@ void log_file::give_back(output_t* output, bool is_the_first) {
                                other->backlog.end());
         if (output->stream == nullptr) {
             output->stream = other->stream;
+            output->buffer = std::move(other->buffer);
         } else if (other->stream != nullptr && kept_open_ == nullptr) {
             (void)fclose(other->stream);
         }

@@ -33,6 +33,7 @@ class log_file final : public abstract_log_t {
   private:
     struct output_t {
         FILE* stream = nullptr;
+        std::vector<char> buffer;  // the stream's, where it was opened here
         std::vector<std::string> backlog;
     };
     void open(output_t& output);

@@ -2,6 +2,7 @@
 
 #include <digest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 

@@ -1,5 +1,7 @@
 #include "com/sms/sms_udh.h"
 
+#include <cstdio>
+
 #include "com/qmlog/api2.h"
 
 namespace {

@@ -1,5 +1,7 @@
 #include "com/zpd/machine.h"
 
+#include <cstdio>
+
 #include "com/miscio/text.h"
 #include "com/zpd/daemon/daemon.h"
 

@@ -7,9 +7,10 @@
  *   string16        u32 count of octets, then UTF-16 code units, little-endian; no terminator
  *
  * A request that fails returns FALSE with the last error set. Errors common to all codes: ZPD_ERROR_INVALID_FUNCTION
- * for an unknown code, ZPD_ERROR_INVALID_DATA for input that is short or where none belongs,
- * ZPD_ERROR_INSUFFICIENT_BUFFER when the output does not fit (0 octets are returned then),
- * ZPD_ERROR_CANNOT_IMPERSONATE, ZPD_ERROR_DEVICE_NOT_AVAILABLE when the driver is not running. */
+ * for an unknown code, ZPD_ERROR_INVALID_DATA for input that is short (VERSION and MESSAGE_LIST refuse any input,
+ * SEND_MESSAGE and COUNT_DATAGRAMS octets too many), ZPD_ERROR_INSUFFICIENT_BUFFER when the output does not fit (0
+ * octets are returned then), ZPD_ERROR_CANNOT_IMPERSONATE, ZPD_ERROR_DEVICE_NOT_AVAILABLE when the driver is not
+ * running. */
 #ifndef ZPD_IOCTL_H
 #define ZPD_IOCTL_H
 
@@ -36,9 +37,9 @@
 
 /* Sends a card. Input string card, flag is_utf8 (cut between characters only), flag use_long_ie (16-bit concatenation
  * reference), string16 phone number; output u32, the message id. ZPD_ERROR_TOO_MANY_DATAGRAMS over 255 datagrams,
- * ZPD_ERROR_OUT_OF_RANGE when no cut is possible. With ZPD_ERROR_DEVICE_NOT_AVAILABLE the u32 is returned all the same:
- * ZPD_MESSAGE_ID_ZERO when the message was given the id 0 (it is sent like any other), else what opening the radio
- * session returned. */
+ * ZPD_ERROR_OUT_OF_RANGE when no cut is possible. With ZPD_ERROR_DEVICE_NOT_AVAILABLE of a driver that runs (4
+ * octets are returned) the u32 is ZPD_MESSAGE_ID_ZERO when the message was given the id 0 (it is sent like any other),
+ * else what opening the radio session returned. */
 #define ZPD_IOCTL_SEND_MESSAGE ZPD_IOCTL_CODE(5u)
 #define ZPD_MESSAGE_ID_ZERO 0xFFFFFFFFu
 #define ZPD_MESSAGE_ID_MAX 0xFFFFu

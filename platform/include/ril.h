@@ -88,7 +88,14 @@ constexpr DWORD RIL_MSGTYPE_OUT_CDMASUBMIT = 0x00020020;
 constexpr DWORD RIL_MSGFLAG_MORETOSEND = 0x1;
 constexpr DWORD RIL_MSGFLAG_HEADER = 0x4;
 constexpr DWORD RIL_MSGPROTOCOL_SMETOSME = 1;
-constexpr DWORD RIL_SENDMSG_MORETOSEND = 1;  // RIL_SendMsg option: further messages follow soon
+constexpr DWORD RIL_MSGVP_RELATIVE = 1;
+constexpr DWORD RIL_MSGDISPLAYMODE_IMMEDIATE = 1;
+constexpr DWORD RIL_MSGDISPLAYMODE_USERDEFAULT = 3;
+constexpr DWORD RIL_MSGPRIORITY_NORMAL = 1;
+constexpr DWORD RIL_MSGPRIVACYCLASS_NOTRESTRICTED = 1;
+constexpr DWORD RIL_MSGTELESERVICE_MESSAGING = 2;
+constexpr DWORD RIL_MSGCODING_7BITASCII = 2;
+constexpr DWORD RIL_SENDOPT_PERSISTLINK = 1;  // RIL_SendMsg option: further messages follow soon
 
 /// Which members of a RILMESSAGE are valid. The same bits mean other things in CDMA messages.
 constexpr DWORD RIL_PARAM_M_TYPE = 0x00000002;

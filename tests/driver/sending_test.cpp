@@ -134,7 +134,7 @@ TEST_F(sending_test, more_to_send_tells_whether_others_wait) {
     phone.start_on(gsm);
     phone.send_card(300);
     for (size_t number = 1; number <= 3; ++number) {
-        EXPECT_EQ(radio.submission(number).options, number < 3 ? RIL_SENDMSG_MORETOSEND : 0u);
+        EXPECT_EQ(radio.submission(number).options, number < 3 ? RIL_SENDOPT_PERSISTLINK : 0u);
         radio.confirm(radio.submission(number).request);
     }
 }

@@ -42,7 +42,7 @@ TEST_F(cdma_session, datagrams_go_out_and_come_in_as_cdma_messages) {
     attach_and_open();
     modem.once(">", modem.line_and_ok("+CMGS: 40000"));
     modem.once(">", scripted_modem_t::ok);
-    const HRESULT first = send_cdma("one", RIL_SENDMSG_MORETOSEND);
+    const HRESULT first = send_cdma("one", RIL_SENDOPT_PERSISTLINK);
     const HRESULT second = send_cdma("two");
     EXPECT_THAT(recorder.events(2), testing::ElementsAre(sent(first, 40000), sent(second, 0x0301)));
     EXPECT_THAT(modem.log(), testing::IsSupersetOf({std::string("AT+CMMS=1"), std::string("AT+CMGS=57")}));

@@ -183,14 +183,14 @@ TEST_F(session, refusals_and_odd_dialogues_of_a_submission) {
 TEST_F(session, more_to_send_keeps_the_link_where_the_modem_can) {
     modem.on("AT+CMMS=?", "\r\n+CMMS: (0-2)\r\n" + ok);
     attach_and_open();
-    const HRESULT first = send("1", RIL_SENDMSG_MORETOSEND);
-    const HRESULT second = send("2", RIL_SENDMSG_MORETOSEND);
+    const HRESULT first = send("1", RIL_SENDOPT_PERSISTLINK);
+    const HRESULT second = send("2", RIL_SENDOPT_PERSISTLINK);
     const HRESULT third = send("3");
     EXPECT_EQ(recorder.events(3), (events_t{sent(first), sent(second), sent(third)}));
     EXPECT_TRUE(first < second && second < third);
     EXPECT_EQ(modem.count("AT+CMMS=1"), 1U);
     for (const char* body : {"4", "5"}) {
-        send(body, RIL_SENDMSG_MORETOSEND);
+        send(body, RIL_SENDOPT_PERSISTLINK);
         ASSERT_TRUE(modem.heard("AT+CMMS=1", body[0] - '2'));
         recorder.events(body[0] - '0');
         advance_clock(1000);  // the modem has forgotten it

@@ -57,26 +57,26 @@ bool daemon_t::iocontrol(uint32_t code, request_t& request) {
             ZPD_DUMP_STATES(*daemon->machine);
             if (!CeImpersonateCurrentProcess()) {
                 QM_ERROR("CeImpersonateCurrentProcess() failed");
-                request.fail(ERROR_CANNOT_IMPERSONATE);
+                request.fail(ZPD_ERROR_CANNOT_IMPERSONATE);
             } else {
                 if (const control_t* control = control_t::find(code)) {
                     QM_DEBUG("%s", control->name);
                     control->handle(*daemon.get(), request);
                 } else {
                     QM_ERROR("Unknown ioctl opcode 0x%08X", code);
-                    request.fail(ERROR_INVALID_FUNCTION);
+                    request.fail(ZPD_ERROR_INVALID_FUNCTION);
                 }
                 CeRevertToSelf();
             }
             ZPD_DUMP_STATES(*daemon->machine);
         } else {
             QM_ERROR("global_daemon_object not available");
-            request.fail(ERROR_DEVICE_NOT_AVAILABLE);
+            request.fail(ZPD_ERROR_DEVICE_NOT_AVAILABLE);
         }
     }
     if (request.output.has_overflown()) {
         request.output.reset();
-        request.fail(ERROR_INSUFFICIENT_BUFFER);
+        request.fail(ZPD_ERROR_INSUFFICIENT_BUFFER);
     }
     if (request.error != ERROR_SUCCESS) {
         SetLastError(request.error);
@@ -87,7 +87,7 @@ bool daemon_t::iocontrol(uint32_t code, request_t& request) {
 void daemon_t::version(request_t& request) {
     if (request.input.unread() != 0) {
         QM_ERROR("trailing input bytes");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     request.output.put_uint32(ZPD_INTERFACE_VERSION);
 }

@@ -105,7 +105,6 @@ class daemon_t {
         uint32_t data32 = unset;
         uint32_t param = unset;
         octet_string_t data;
-        bool displaced = false;  // the radio gave its identifier out again before its result came
 
       protected:
         abstract_ril_request_t(daemon_t* owner, uint32_t id);
@@ -122,7 +121,7 @@ class daemon_t {
     friend void foo_two(daemon_t& daemon, request_t& request);
 
     // lifecycle.cpp
-    static bool restore_running();
+    static bool keep_running();
     void create_lock();
     void start_sender_thread();
 
@@ -157,6 +156,7 @@ class daemon_t {
 
     // ril_session.cpp
     void start_ril();
+    bool ensure_ril_session();
     static void CALLBACK ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
                                        DWORD parameter);
     bool route_result(uint32_t result_code, uint32_t req_id, const octet_string_t& data, uint32_t data32,
@@ -166,7 +166,6 @@ class daemon_t {
     bool send_datagram_request_gsm(datagram_t* datagram);
     bool send_datagram_request_cdma(datagram_t* datagram);
     bool submit(const RILMESSAGE& message, datagram_t* datagram);
-    bool has_ril_session();
 
     // sender.cpp
     static DWORD WINAPI sender_thread_start(LPVOID parameter);
@@ -211,6 +210,7 @@ class daemon_t {
     // done.
     std::list<std::unique_ptr<message_t>> displaced_messages;
     std::map<uint32_t, abstract_ril_request_t*> pending_ril_requests;
+    // Those whose identifiers the radio gave out again before their results came.
     std::vector<std::unique_ptr<abstract_ril_request_t>> displaced_ril_requests;
     std::map<std::string, sms_message_t> incoming_messages;
     path_components_t incoming_directory = nullptr;

@@ -62,18 +62,21 @@ void daemon_t::init() {
     qmlog::process_log().set_process_name("ZPD");
     QM_NOTICE("START");
     QM_DEBUG("");
-    if (!restore_running()) {
+    if (!keep_running()) {
         const std::unique_lock alone = enter_alone();
         global_daemon_object = new (std::nothrow) daemon_t;
     }
     QM_DEBUG("");
 }
 
-/// A second start finds the daemon running and leaves it so: it may hold messages and the radio.
-bool daemon_t::restore_running() {
+/// A second start finds the daemon running and leaves it so: it may hold messages and the radio. Only the logging
+/// switch, which every start turns on, goes back to what the options say.
+bool daemon_t::keep_running() {
     const daemon_visit_t running;
     if (running) {
+        EnterCriticalSection(running->control_lock.get());  // not by a lock_guard_t, whose lines tell of requests
         qmlog::logging_enabled = running->log_enabled != 0;
+        LeaveCriticalSection(running->control_lock.get());
     }
     return static_cast<bool>(running);
 }
@@ -115,10 +118,10 @@ daemon_t::~daemon_t() {
     control_lock.reset();
     settings.reset();
     incoming_messages.clear();
+    displaced_ril_requests.clear();  // while those that displaced them are in the table
     while (!pending_ril_requests.empty()) {
         delete pending_ril_requests.begin()->second;  // takes its entry away
     }
-    displaced_ril_requests.clear();
     messages.clear();
     displaced_messages.clear();
     former_file_log = file_log;

@@ -15,7 +15,7 @@ datagram_t::datagram_t(message_t& owner, uint8_t position, octet_string_t header
 void daemon_t::message_list(request_t& request) {
     if (request.input.unread() != 0) {
         QM_ERROR("trailing input bytes");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     std::vector<uint32_t> open;
     for (const auto& [id, message] : messages) {
@@ -41,12 +41,12 @@ void daemon_t::message_status(request_t& request) {
     uint32_t id;
     if (!request.input.get_uint32(id)) {
         QM_ERROR("can't read input parameter 'message_id'");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     const message_t* message = find_message(id);
     if (message == nullptr) {
         QM_ERROR("message by id='%u' not found (already closed?)", id);
-        return request.fail(ERROR_INVALID_MESSAGE);
+        return request.fail(ZPD_ERROR_OUT_OF_RANGE);
     }
     const auto count = static_cast<uint32_t>(message->datagrams.size());
     QM_DEBUG("returning message by id='%u' (datagrams: %d)", id, count);
@@ -61,16 +61,16 @@ void daemon_t::message_close(request_t& request) {
     uint32_t id;
     if (!request.input.get_uint32(id)) {
         QM_ERROR("can't read input parameter 'message_id'");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     message_t* message = find_message(id);
     if (message == nullptr) {
         QM_ERROR("message by id='%u' not found (already closed?)", id);
-        return request.fail(ERROR_INVALID_MESSAGE);
+        return request.fail(ZPD_ERROR_OUT_OF_RANGE);
     }
     if (message->closed) {
         QM_ERROR("message by id='%u' already closed", id);
-        return request.fail(ERROR_INVALID_MESSAGE);
+        return request.fail(ZPD_ERROR_OUT_OF_RANGE);
     }
     QM_DEBUG("removing message by id='%u'", id);
     message->closed = true;

@@ -39,7 +39,7 @@ void daemon_t::start_ril() {
 }
 
 /// Tries once more to open a session that is not open.
-bool daemon_t::has_ril_session() {
+bool daemon_t::ensure_ril_session() {
     if (hril == nullptr) {
         start_ril();
     }
@@ -51,16 +51,12 @@ daemon_t::abstract_ril_request_t::abstract_ril_request_t(daemon_t* owner, uint32
              req_id, identity(this), identity(daemon));
     abstract_ril_request_t*& entry = daemon->pending_ril_requests[req_id];
     if (entry != nullptr) {
-        entry->displaced = true;
         daemon->displaced_ril_requests.emplace_back(entry);
     }
     entry = this;
 }
 
 daemon_t::abstract_ril_request_t::~abstract_ril_request_t() {
-    if (displaced) {
-        return;
-    }
     auto& pending = daemon->pending_ril_requests;
     const auto found = pending.find(req_id);
     if (found == pending.end()) {

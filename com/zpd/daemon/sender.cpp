@@ -116,7 +116,7 @@ uint32_t daemon_t::sender_round() {
 }
 
 void daemon_t::send_network_type_request() {
-    if (!has_ril_session()) {
+    if (!ensure_ril_session()) {
         return;
     }
     const HRESULT result = RIL_GetCurrentSystemType(hril);

@@ -17,15 +17,23 @@ constexpr uint32_t max_log_options[] = {1, 7, 7};  // enabled, retail level, fil
 /// Reads a value of at most `capacity` octets; ERROR_MORE_DATA for a longer one. The client names the capacity, so that
 /// memory is taken for what is there only.
 uint32_t query_value(HKEY key, const wide_string_t& name, uint32_t capacity, DWORD& type, std::string& value) {
-    DWORD size = 0;
-    LONG result = RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, &size);
-    if (result == static_cast<LONG>(ERROR_SUCCESS)) {
+    while (true) {
+        DWORD size = 0;
+        auto result = static_cast<uint32_t>(RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, &size));
+        if (result != ERROR_SUCCESS) {
+            return result;
+        }
+        const bool fits = size <= capacity;
         size = std::min<DWORD>(size, capacity);
         value.resize(size_t{size} + 1);  // one more: a buffer of no octets is none to the platform
-        result = RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(value.data()), &size);
-        value.resize(result == static_cast<LONG>(ERROR_SUCCESS) ? size : 0);
+        result = static_cast<uint32_t>(
+            RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(value.data()), &size));
+        value.resize(result == ERROR_SUCCESS ? size : 0);
+        const bool has_grown = result == ERROR_MORE_DATA && fits;  // between the two queries
+        if (!has_grown) {
+            return result;
+        }
     }
-    return static_cast<uint32_t>(result);
 }
 
 }  // namespace
@@ -88,18 +96,18 @@ void daemon_t::set_log_options(request_t& request) {
     uint8_t mode;
     if (!request.input.get_byte(mode)) {
         QM_ERROR("can't read parameter 'mode'");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     if (mode != 0) {
         uint8_t values[std::size(max_log_options)];
         for (int i = 0; i < static_cast<int>(std::size(values)); ++i) {
             if (!request.input.get_byte(values[i])) {
                 QM_ERROR("can't read value #%d", i);
-                return request.fail(ERROR_INVALID_DATA);
+                return request.fail(ZPD_ERROR_INVALID_DATA);
             }
             if (values[i] > max_log_options[i]) {
                 QM_ERROR("invalid value #%d (%d)", i, values[i]);
-                return request.fail(ERROR_INVALID_MESSAGE);
+                return request.fail(ZPD_ERROR_OUT_OF_RANGE);
             }
         }
         apply_log_options(values[0], values[1], values[2]);
@@ -116,17 +124,17 @@ void daemon_t::set_ril_capacity(request_t& request) {
     uint8_t mode;
     if (!request.input.get_byte(mode)) {
         QM_ERROR("can't read parameter 'mode'");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     if (mode != 0) {
         uint8_t new_capacity;
         if (!request.input.get_byte(new_capacity)) {
             QM_ERROR("can't read parameter 'new_capacity'");
-            return request.fail(ERROR_INVALID_DATA);
+            return request.fail(ZPD_ERROR_INVALID_DATA);
         }
         if (new_capacity == 0) {
             QM_ERROR("invalid new_capacity parameter (%d)", new_capacity);
-            return request.fail(ERROR_INVALID_MESSAGE);
+            return request.fail(ZPD_ERROR_OUT_OF_RANGE);
         }
         machine->state_rilled->capacity = new_capacity;
         (void)settings->set_uint32("ril_capacity", new_capacity);
@@ -138,17 +146,17 @@ void daemon_t::set_incoming_dir_size(request_t& request) {
     uint8_t mode;
     if (!request.input.get_byte(mode)) {
         QM_ERROR("can't read parameter 'mode'");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     if (mode != 0) {
         uint32_t new_size;
         if (!request.input.get_uint32(new_size)) {
             QM_ERROR("can't read parameter 'new_incoming_dir_size'");
-            return request.fail(ERROR_INVALID_DATA);
+            return request.fail(ZPD_ERROR_INVALID_DATA);
         }
         if (new_size > ZPD_INCOMING_DIR_SIZE_MAX) {
             QM_ERROR("invalid new_incoming_dir_size parameter (%d)", new_size);
-            return request.fail(ERROR_INVALID_MESSAGE);
+            return request.fail(ZPD_ERROR_OUT_OF_RANGE);
         }
         incoming_dir_size = new_size;
         (void)settings->set_uint32("incoming_dir_size", new_size);
@@ -160,14 +168,14 @@ void daemon_t::get_pim_contacts_var(request_t& request) {
     wide_string_t name;
     if (!request.input.get_string16(name)) {
         QM_ERROR("invalid pin contacts setting entry name parameter");
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     HKEY key = nullptr;
     auto result = static_cast<uint32_t>(
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, widen(contacts_path).c_str(), 0, KEY_QUERY_VALUE, &key));
     if (result != ERROR_SUCCESS) {
         QM_ERROR("RegOpenKeyExW() failed, error=0x%X", result);
-        return request.fail(ERROR_ACCESS_DENIED);
+        return request.fail(ZPD_ERROR_ACCESS);
     }
     DWORD type = 0;
     std::string value;
@@ -179,13 +187,13 @@ void daemon_t::get_pim_contacts_var(request_t& request) {
         request.output.put_string(value);
     } else if (result == ERROR_FILE_NOT_FOUND) {
         QM_WARNING("RegQueryValueExW() failed: requested field doesn't exist");
-        request.fail(ERROR_FILE_NOT_FOUND);
+        request.fail(ZPD_ERROR_NOT_FOUND);
     } else if (result == ERROR_MORE_DATA) {
         QM_WARNING("RegQueryValueExW() failed: provided buffer is too short");
-        request.fail(ERROR_INSUFFICIENT_BUFFER);
+        request.fail(ZPD_ERROR_INSUFFICIENT_BUFFER);
     } else {
         QM_ERROR("RegQueryValueExW() failed for unclear reason, error=0x%X", result);
-        request.fail(ERROR_ACCESS_DENIED);
+        request.fail(ZPD_ERROR_ACCESS);
     }
     result = static_cast<uint32_t>(RegCloseKey(key));
     if (result != ERROR_SUCCESS) {

@@ -41,7 +41,7 @@ void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
         if (input.unread() != 0) {
             QM_ERROR("trailing bytes: %d", input.unread());
         }
-        return request.fail(ERROR_INVALID_DATA);
+        return request.fail(ZPD_ERROR_INVALID_DATA);
     }
     QM_DEBUG("vcard: %d bytes, is_utf8: '%s', use_long_ie: '%s', phone: '%s'", static_cast<uint32_t>(vcard.size()),
              yes_or_no(is_utf8 != 0), yes_or_no(use_long_ie != 0), narrow(phone).c_str());
@@ -59,17 +59,17 @@ void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
 void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
                     const std::vector<uint32_t>& chunks) {
     if (request.output.room() < 4) {
-        return request.fail(ERROR_INSUFFICIENT_BUFFER);
+        return request.fail(ZPD_ERROR_INSUFFICIENT_BUFFER);
     }
-    if (!has_ril_session()) {
-        request.fail(ERROR_DEVICE_NOT_AVAILABLE);
+    if (!ensure_ril_session()) {
+        request.fail(ZPD_ERROR_DEVICE_NOT_AVAILABLE);
         request.output.put_uint32(ril_start_result);
         return;
     }
     const uint32_t id = enqueue_multi_part_sms(phone, vcard, use_long_ie, chunks);
     if (id == 0) {
         // The message is sent like any other, yet its client is told of a failure: deliberate.
-        request.fail(ERROR_DEVICE_NOT_AVAILABLE);
+        request.fail(ZPD_ERROR_DEVICE_NOT_AVAILABLE);
         request.output.put_uint32(ZPD_MESSAGE_ID_ZERO);
         return;
     }

@@ -1,7 +1,6 @@
 // Handing a datagram to the radio as a GSM or a CDMA message, and what its result means.
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
@@ -17,18 +16,12 @@ constexpr uint32_t gsm_params = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM
                                 RIL_PARAM_M_VP | RIL_PARAM_M_HDRLENGTH | RIL_PARAM_M_MSGLENGTH | RIL_PARAM_M_HDR |
                                 RIL_PARAM_M_MSG;
 static_assert(gsm_params == 0x0D80CA26);
+// It marks the times of a deferred delivery, which stay zero, and not the validity that is filled in: deliberately.
 constexpr uint32_t cdma_params = 0x2F81CE26;
 
 // A CDMA number is limited more strictly than a GSM one.
 constexpr size_t max_gsm_number = MAXLENGTH_ADDRESS - 1;
 constexpr size_t max_cdma_number = 127;
-
-constexpr uint32_t vp_format_of_submissions = 1;
-constexpr uint32_t cdma_display_mode_default = 3;
-constexpr uint32_t cdma_priority = 1;
-constexpr uint32_t cdma_privacy = 1;
-constexpr uint32_t cdma_teleservice = 2;
-constexpr uint32_t cdma_encoding = 2;
 
 /// The flag of more to come is set when the ordinal, which counts from 0, is less than the number of datagrams: always,
 /// for the last one too. Deliberate.
@@ -81,7 +74,7 @@ bool daemon_t::request_ril(datagram_t* datagram) {
 }
 
 bool daemon_t::send_datagram_request_gsm(datagram_t* datagram) {
-    if (!has_ril_session()) {
+    if (!ensure_ril_session()) {
         return false;
     }
     RILMESSAGE message;
@@ -104,13 +97,13 @@ bool daemon_t::send_datagram_request_gsm(datagram_t* datagram) {
                          .dwAlphabet = RIL_DCSALPHABET_8BIT,
                          .dwIndication = 0,
                          .dwLanguage = 0};
-    out.dwVPFormat = vp_format_of_submissions;
+    out.dwVPFormat = RIL_MSGVP_RELATIVE;
     GetSystemTime(&out.stVP);  // the current time, deliberately; the radio layer makes a period of validity of it
     return fill_user_data(out, *datagram) && submit(message, datagram);
 }
 
 bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
-    if (!has_ril_session()) {
+    if (!ensure_ril_session()) {
         return false;
     }
     RILMESSAGE message;
@@ -128,19 +121,19 @@ bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
     GetSystemTime(&out.stValidityPeriodAbs);
     out.stValidityPeriodAbs.wYear += 1;
     out.stValidityPeriodRel = out.stValidityPeriodAbs;
-    out.dwMsgDisplayMode = cdma_display_mode_default;
+    out.dwMsgDisplayMode = RIL_MSGDISPLAYMODE_USERDEFAULT;
     out.raCallBackNumber.cbSize = sizeof out.raCallBackNumber;
-    out.dwMsgPriority = cdma_priority;
-    out.dwMsgPrivacy = cdma_privacy;
-    out.dwTeleservice = cdma_teleservice;
+    out.dwMsgPriority = RIL_MSGPRIORITY_NORMAL;
+    out.dwMsgPrivacy = RIL_MSGPRIVACYCLASS_NOTRESTRICTED;
+    out.dwTeleservice = RIL_MSGTELESERVICE_MESSAGING;
     out.dwMsgID = datagram->message->id & 0xFFFF;
-    out.dwMsgEncoding = cdma_encoding;
+    out.dwMsgEncoding = RIL_MSGCODING_7BITASCII;
     QM_DEBUG("cdma->dwMsgEncoding = RIL_MSGCODING_7BITASCII");
     return fill_user_data(out, *datagram) && submit(message, datagram);
 }
 
 bool daemon_t::submit(const RILMESSAGE& message, datagram_t* datagram) {
-    const DWORD options = machine->state_queued->elements.empty() ? 0 : RIL_SENDMSG_MORETOSEND;
+    const DWORD options = machine->state_queued->elements.empty() ? 0 : RIL_SENDOPT_PERSISTLINK;
     const HRESULT result = RIL_SendMsg(hril, &message, options);
     const auto reference = static_cast<uint32_t>(result);
     if (result < 0) {
