@@ -1,0 +1,54 @@
+// Cards: cut into datagrams that put together are the card, between characters where it is UTF-8; and what people are
+// shown of them.
+#include <algorithm>
+
+#include "cli/inbox_folder.h"
+#include "cli/phone_number.h"
+#include "cli/vcard.h"
+#include "com/sms/sms.h"
+#include "fuzz/fuzz.h"
+#include "platform/linux/safe_text.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+/// Recorded sizes may say more than there is left for the last one.
+void cut(const std::string& card, bool is_utf8, bool use_long_ie) {
+    std::vector<uint32_t> chunks;
+    if (!sms_split_chunks(card, is_utf8, use_long_ie, 0, chunks)) {
+        return;
+    }
+    must(!chunks.empty());
+    size_t at = 0;
+    for (const uint32_t chunk : chunks) {
+        must(at < card.size() || card.empty());
+        must(chunk <= (chunks.size() == 1 ? 133U : use_long_ie ? 127U : 128U));
+        at += chunk;
+        must(!is_utf8 || at >= card.size() || (static_cast<uint8_t>(card[at]) & 0xC0) != 0x80);
+    }
+    must(at >= card.size());
+}
+
+bool acts_on_a_terminal(unsigned char octet) {
+    return octet < 0x20 || octet == 0x7F;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string text(data, data + size);
+    for (const bool is_utf8 : {false, true}) {
+        cut(text, is_utf8, false);
+        cut(text, is_utf8, true);
+    }
+    const std::string shown = platform::escaped(card_name(text));
+    must(std::ranges::none_of(shown, acts_on_a_terminal));
+    must(platform::to_utf8(platform::to_utf16(shown)) == shown);
+    if (check_number(text).empty()) {
+        must(text.size() <= 21 && std::ranges::none_of(text, acts_on_a_terminal));
+    }
+    if (const auto card = parse_stored_card("name", text)) {
+        must(text.ends_with(card->sender + "\n" + card->octets));
+    }
+    return 0;
+}

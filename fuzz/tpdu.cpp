@@ -1,0 +1,40 @@
+// TPDUs and PDUs off the air: what is accepted is encoded to the same octets again (3GPP TS 23.040 9.2).
+#include "radio/tpdu.h"
+
+#include <algorithm>
+
+#include "fuzz/fuzz.h"
+
+namespace {
+
+template <typename message_t>
+void there_and_back(const std::optional<message_t>& message, tpdu::octets_view_t octets) {
+    if (message) {
+        const auto again = tpdu::encode(*message);
+        must(again && std::ranges::equal(*again, octets.first(again->size())));
+    }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const tpdu::octets_view_t octets(data, size);
+    there_and_back(tpdu::decode_submit(octets), octets);
+    const auto deliver = tpdu::decode_deliver(octets);
+    there_and_back(deliver, octets);
+    if (deliver) {
+        const std::string number = tpdu::number_from_address(deliver->originator);
+        must(std::ranges::none_of(number, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }));
+    }
+    if (const auto parts = tpdu::split_user_data(octets)) {
+        tpdu::destination_port(parts->header);
+        const auto place = tpdu::concatenation(parts->header);
+        must(!place ||
+             (place->part >= 1 && place->part <= place->parts && place->offset + place->width <= parts->header.size()));
+    }
+    if (const auto pdu = tpdu::decode_pdu(octets)) {
+        const auto again = tpdu::encode_pdu(*pdu);
+        must(again && std::ranges::equal(*again, octets));
+    }
+    return 0;
+}
