@@ -118,10 +118,9 @@ TEST(diagnosis, leaves_the_modem_as_it_was) {
         modem.on("AT+CSCA?", line("+CSCA: \"+12025550111\",145"));
         modem.on("AT+CPMS=\"SM\"", line("+CPMS: 17,20,0,20,0,20"));
         modem.on("AT+CMGF=?", end == "silence" ? "" : line("+CMGF: (0,1)"));
-        std::jthread time([&](const std::stop_token& over) {  // until the modem is woken a second time
-            while (end == "silence" && !over.stop_requested() &&
-                   !modem.heard("ATQ0V1E0", 2, std::chrono::milliseconds(5))) {
-                platform::testing::advance_clock(modem.count("AT+CMGF=?") > 0 ? 100 : 0);
+        std::jthread time([&] {
+            if (end == "silence" && modem.heard("AT+CMGF=?")) {
+                platform::testing::advance_clock(10'000);
             }
         });
         const diagnosis_t found =
@@ -130,8 +129,8 @@ TEST(diagnosis, leaves_the_modem_as_it_was) {
         EXPECT_EQ(found.memories.size(), 2U);
         std::vector<std::string> changes = modem.log();
         std::erase_if(changes, [](const std::string& line) {
-            return line == "ATQ0V1E0" || line.ends_with('?') || line.starts_with("AT+CG") || line == "AT+CSQ" ||
-                   line == "AT+GCAP";
+            return line.starts_with("ATQ") || line == "AT" || line.ends_with('?') || line.starts_with("AT+CG") ||
+                   line == "AT+CSQ" || line == "AT+GCAP";
         });
         EXPECT_THAT(changes, ElementsAre("AT+CMEE=1", "AT+CPMS=\"SM\"", "AT+CPMS=\"ME\"", "AT+CMEE=0", "ATE1")) << end;
     }

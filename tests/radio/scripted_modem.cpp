@@ -32,7 +32,8 @@ scripted_modem_t::scripted_modem_t() {
 scripted_modem_t::~scripted_modem_t() {
     thread_.request_stop();
     thread_.join();
-    hang_up();
+    close(master_);
+    close(host_side_);
 }
 
 void scripted_modem_t::on(const std::string& command, const std::string& reply) {
@@ -70,20 +71,19 @@ void scripted_modem_t::plug_in() {
         std::abort();
     }
     tty_ = name.data();
+    close(std::exchange(host_side_, open(name.data(), O_RDWR | O_NOCTTY | O_NONBLOCK)));
     input_.clear();
     entering_ = false;
 }
 
 void scripted_modem_t::hang_up() {
     const std::lock_guard lock(mutex_);
-    if (master_ >= 0) {
-        close(std::exchange(master_, -1));
-    }
+    close(std::exchange(master_, -1));
 }
 
 bool scripted_modem_t::heard(const std::string& command, size_t times, std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] { return counts_[command] >= times; });
+    return changed_.wait_for(lock, limit, [&] { return count_of(command) >= times; });
 }
 
 std::vector<std::string> scripted_modem_t::log() {
@@ -91,9 +91,24 @@ std::vector<std::string> scripted_modem_t::log() {
     return log_;
 }
 
+std::string scripted_modem_t::line(size_t position, std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [&] { return log_.size() > position; }) ? log_[position] : std::string();
+}
+
 size_t scripted_modem_t::count(const std::string& command) {
     const std::lock_guard lock(mutex_);
-    return counts_[command];
+    return count_of(command);
+}
+
+size_t scripted_modem_t::count_of(const std::string& command) const {
+    return static_cast<size_t>(std::ranges::count_if(
+        log_, [&](const std::string& line) { return line == command || key_of(line) == command; }));
+}
+
+std::string scripted_modem_t::key_of(const std::string& line) {
+    const bool enters = line.starts_with("AT+CMGS=") || line.starts_with("AT+CMGW=");
+    return line.starts_with('>') ? ">" : line.substr(0, enters ? 7 : line.size());
 }
 
 void scripted_modem_t::serve(const std::stop_token& stop) {
@@ -104,10 +119,6 @@ void scripted_modem_t::serve(const std::stop_token& stop) {
             descriptor.fd = master_;
         }
         poll(&descriptor, 1, 5);
-        if ((descriptor.revents & POLLHUP) != 0) {
-            // A master whose tty nobody has open is always ready, with nothing to read: look again in a moment.
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
         const std::lock_guard lock(mutex_);
         std::array<char, 512> buffer{};
         const ssize_t count = read(master_, buffer.data(), buffer.size());
@@ -123,17 +134,18 @@ void scripted_modem_t::take(char octet) {
         input_.clear();
     } else if (entering_ && octet == ctrl_z) {
         entering_ = false;
-        answer(">", ">" + std::exchange(input_, {}));
+        answer(">" + std::exchange(input_, {}));
     } else if (!entering_ && octet == '\r') {
         const std::string line = std::exchange(input_, {});
-        const bool enters = line.starts_with("AT+CMGS=") || line.starts_with("AT+CMGW=");
-        entering_ = answer(enters ? line.substr(0, 7) : line, line).find('>') != std::string::npos && enters;
+        const bool prompts = answer(line).find('>') != std::string::npos;
+        entering_ = prompts && key_of(line) != line;
     } else {
         input_ += octet;
     }
 }
 
-std::string scripted_modem_t::answer(const std::string& key, const std::string& logged) {
+std::string scripted_modem_t::answer(const std::string& line) {
+    const std::string key = key_of(line);
     std::deque<std::string>& next = next_replies_[key];
     const auto fixed = replies_.find(key);
     std::string reply = fixed == replies_.end() ? otherwise_ : fixed->second;
@@ -142,11 +154,7 @@ std::string scripted_modem_t::answer(const std::string& key, const std::string& 
         next.pop_front();
     }
     write_out(reply);
-    log_.push_back(logged);
-    ++counts_[logged];
-    if (logged != key) {
-        ++counts_[key];
-    }
+    log_.push_back(line);
     changed_.notify_all();
     return reply;
 }
@@ -166,11 +174,9 @@ void scripted_modem_t::write_out(const std::string& text) {
 
 // The kernel tells nobody when a tty has been read to its end: it has to be asked, for a second at most.
 void scripted_modem_t::wait_until_read() const {
-    const int tty = open(tty_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
     int unread = 0;
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    while (ioctl(tty, FIONREAD, &unread) == 0 && unread > 0 && std::chrono::steady_clock::now() < until) {
+    while (ioctl(host_side_, FIONREAD, &unread) == 0 && unread > 0 && std::chrono::steady_clock::now() < until) {
         std::this_thread::yield();
     }
-    close(tty);
 }

@@ -16,14 +16,13 @@
 
 class scripted_modem_t {
   public:
+    static constexpr std::chrono::seconds patience{20};  // only a failing test waits so long
     static constexpr const char* ok = "\r\nOK\r\n";
     static std::string line_and_ok(const std::string& line) { return "\r\n" + line + "\r\n" + ok; }
 
     /// A modem with message storage "SM" and "ME", registered on GSM.
     scripted_modem_t();
     ~scripted_modem_t();
-    scripted_modem_t(const scripted_modem_t&) = delete;
-    scripted_modem_t& operator=(const scripted_modem_t&) = delete;
 
     [[nodiscard]] const std::string& tty() const { return tty_; }
 
@@ -40,31 +39,35 @@ class scripted_modem_t {
     /// Says something unasked; with a prompt at its end a text entry begins.
     void say(const std::string& text);
     void hang_up();
-    /// After hanging up: there again, on another tty.
+    /// After hanging up: there again, on another tty. Until then nobody gets its old name.
     void plug_in();
 
     /// Waits until the command has come `times` times altogether; false when the time is over first.
-    bool heard(const std::string& command, size_t times = 1,
-               std::chrono::milliseconds limit = std::chrono::seconds(10));
+    bool heard(const std::string& command, size_t times = 1, std::chrono::milliseconds limit = patience);
     /// Everything heard, in order: command lines, and text entries behind ">".
     std::vector<std::string> log();
+    /// One line of it, once it is there; an empty text when the time is over first.
+    std::string line(size_t position, std::chrono::milliseconds limit = patience);
     size_t count(const std::string& command);
+    /// What a command or a text entry has its reply under.
+    static std::string key_of(const std::string& line);
 
   private:
     void serve(const std::stop_token& stop);
     void take(char octet);
-    std::string answer(const std::string& key, const std::string& logged);
+    std::string answer(const std::string& line);
+    size_t count_of(const std::string& command) const;
     void write_out(const std::string& text);
     void wait_until_read() const;
 
     std::string tty_;
-    std::mutex mutex_;  // guards all below
-    int master_ = -1;   // -1 after hanging up
+    std::mutex mutex_;    // guards all below
+    int master_ = -1;     // -1 after hanging up
+    int host_side_ = -1;  // keeps the name of a modem that has hung up from others
     std::condition_variable changed_;
     std::map<std::string, std::string> replies_;
     std::map<std::string, std::deque<std::string>> next_replies_;
     std::vector<std::string> log_;
-    std::map<std::string, size_t> counts_;
     std::string input_;
     bool entering_ = false;
     std::string otherwise_ = ok;
