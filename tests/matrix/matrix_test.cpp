@@ -16,10 +16,9 @@
 namespace {
 
 using network::host_t;
-using network::network_t;
 
-const std::string ours = "+447700900101";
-const std::string theirs = "+447700900102";
+const std::string& ours = network::alice;
+const std::string& theirs = network::bob;
 
 /// What is done to our phone's modem: orders of 'zpd fault'.
 struct row_t {
@@ -115,24 +114,23 @@ std::string card_of(size_t datagrams, size_t serial) {
     return card + "\r\nEND:VCARD\r\n";
 }
 
-class matrix : public testing::TestWithParam<row_t> {
+class matrix : public network::network_test, public testing::WithParamInterface<row_t> {
   protected:
     void SetUp() override {
         testing::internal::CaptureStderr();
         for (const auto& [name, value] : {std::pair{"submission", "10"}, {"listing-again", "10"}}) {
             ASSERT_EQ(radio::set_limit(name, value), "");
         }
-        std::string error;
-        network_ = network_t::start(phone_.home() / "network", {ours, theirs}, &error);
-        ASSERT_NE(network_, nullptr) << error;
-        peer_ = std::make_unique<host_t>(network_->link(theirs));
-        command(*peer_, "ATE0");
+        peer_ = host(theirs);
         order(GetParam().start);
         const std::filesystem::path pin_file = phone_.home() / "pin";
         std::ofstream(pin_file) << "4711\n";
         std::filesystem::permissions(pin_file, std::filesystem::perms::owner_read);
-        send_texts();
-        ASSERT_EQ(phone_.start({.tty = network_->link(ours), .pin_file = pin_file}), "");
+        // None of them is a card: a plain text, a flash one, one in UCS2, and a push for another port.
+        for (const uint8_t coding : {uint8_t{0x00}, uint8_t{0x10}, uint8_t{0x08}, tpdu::data_coding_8bit}) {
+            send_text(coding);
+        }
+        ASSERT_NO_FATAL_FAILURE(phone_.start({.tty = network_->link(ours), .pin_file = pin_file}));
     }
     void TearDown() override {
         // What could not be deleted is deleted by now.
@@ -145,9 +143,7 @@ class matrix : public testing::TestWithParam<row_t> {
         phone_.stop();
         const std::string warnings = testing::internal::GetCapturedStderr();
         EXPECT_NE((warnings + log).find(GetParam().told), std::string::npos) << "not told: " << GetParam().told;
-        if (network_) {
-            expect_texts_alone();
-        }
+        expect_texts_alone();
         if (HasFailure()) {
             std::cerr << warnings;
         }
@@ -156,27 +152,28 @@ class matrix : public testing::TestWithParam<row_t> {
 
     void order(const std::vector<std::string>& faults) {
         for (const std::string& fault : faults) {
-            ASSERT_EQ(network_->set_fault(ours, fault), "");
+            set_fault(ours, fault);
         }
     }
     std::string command(host_t& host, const std::string& line) {
         host.send(line + "\r");
         std::string reply = host.read_until("OK\r\n");
-        EXPECT_TRUE(reply.ends_with("\r\nOK\r\n")) << line << ": " << reply;
+        expect_ok(reply, line);
         return reply;
+    }
+    std::vector<tpdu::deliver_t> listed(host_t& host, const std::string& line) {
+        const std::string reply = command(host, line);
+        std::vector<tpdu::deliver_t> messages;
+        for (size_t at = 0; (at = reply.find("+CMGL:", at)) != std::string::npos; ++at) {
+            messages.push_back(network::delivered(reply.substr(at)));
+        }
+        return messages;
     }
     void submit(const tpdu::submit_t& message) {
         network::submit(*peer_, message);
         EXPECT_NE(peer_->read_until("OK\r\n"), "");
     }
 
-    /// None of them is a card: a plain text, a flash one, one in UCS2, and a push for another port.
-    void send_texts() {
-        constexpr uint8_t codings[] = {0x00, 0x10, 0x08, tpdu::data_coding_8bit};
-        for (const uint8_t coding : codings) {
-            send_text(coding);
-        }
-    }
     void send_text(uint8_t coding) {
         if (!GetParam().texts) {
             return;
@@ -213,9 +210,7 @@ class matrix : public testing::TestWithParam<row_t> {
     /// What lies on the peer's modem put together; each datagram once.
     std::string take_out() {
         std::map<unsigned, std::string> bodies;
-        const std::string listed = command(*peer_, "AT+CMGL=4");
-        for (size_t at = 0; (at = listed.find("+CMGL:", at)) != std::string::npos; ++at) {
-            const tpdu::deliver_t datagram = network::delivered(listed.substr(at));
+        for (const tpdu::deliver_t& datagram : listed(*peer_, "AT+CMGL=4")) {
             const auto [header, body] = tpdu::split_user_data(datagram.user_data).value();
             EXPECT_EQ(tpdu::destination_port(header), 9204);
             const unsigned part = tpdu::concatenation(header).value_or(tpdu::concatenation_t{}).part;
@@ -235,16 +230,14 @@ class matrix : public testing::TestWithParam<row_t> {
         command(host, "\x1b\rATZ");
         std::set<tpdu::octets_t> found;
         for (const std::string memory : {"ME", "SM"}) {
-            const std::string listed = command(host, "ATE0+CPMS=\"" + memory + "\";+CMGL=4");
-            for (size_t at = 0; (at = listed.find("+CMGL:", at)) != std::string::npos; ++at) {
-                found.insert(network::delivered(listed.substr(at)).user_data);
+            for (const tpdu::deliver_t& text : listed(host, "ATE0+CPMS=\"" + memory + "\";+CMGL=4")) {
+                found.insert(text.user_data);
             }
         }
         EXPECT_EQ(found, left_);
     }
 
     phone_t phone_;
-    std::unique_ptr<network_t> network_;
     std::unique_ptr<host_t> peer_;
     std::set<tpdu::octets_t> left_;  // the texts
     unsigned texts_ = 0;
