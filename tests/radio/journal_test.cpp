@@ -20,13 +20,9 @@ using bodies_t = std::vector<std::string>;
 constexpr int64_t day = 86'400;
 
 class journal : public testing::Test {
-  public:
-    journal() { open({.age = 7 * day, .datagrams = 1000}); }
-    ~journal() override { std::filesystem::remove_all(folder); }
-
   protected:
+    journal() { open({.age = 7 * day, .datagrams = 1000}); }
     void open(const journal_t::bounds_t& bounds) {
-        std::filesystem::create_directories(folder);
         ASSERT_EQ(kept.emplace().open(radio::journal_file(folder), bounds), "");
     }
     /// As tests/radio/session_fixture.h has it, of a sender and a second of his.
@@ -62,7 +58,8 @@ class journal : public testing::Test {
         }
     }
 
-    const std::filesystem::path folder = testing::TempDir() + "zpd-journal-" + std::to_string(getpid());
+    const home_t home;
+    const std::filesystem::path& folder = home.path();
     std::optional<journal_t> kept;
 };
 
@@ -111,18 +108,7 @@ TEST_F(journal, messages_of_one_reference_are_not_mixed) {
 // It tells them apart by sender, reference and parts, and never forgets an incomplete one.
 TEST_F(journal, the_driver_is_kept_from_mixing_what_the_header_tells_apart) {
     take(arrival("eight-1", "090201"));
-    arrival_t sixteen = arrival("", "");
-    {
-        tpdu::deliver_t deliver = incoming("sixteen-1");
-        deliver.originator.text = "1234";
-        deliver.user_data[0] = 0x0C;
-        const tpdu::octets_t element = *platform::from_hex("080400090201");
-        deliver.user_data.insert(deliver.user_data.begin() + 7, element.begin(), element.end());
-        deliver.user_data_length = static_cast<uint8_t>(deliver.user_data.size());
-        sixteen.octets = *tpdu::encode(deliver);
-        sixteen.card = *radio::card_datagram_of(radio::technology_t::gsm, sixteen.octets);
-    }
-    take(sixteen);
+    take(arrival("sixteen-1", "00090201"));
     EXPECT_NE(reference_for_driver(0), reference_for_driver(1));
 
     kept->expire(8 * day);  // both are dropped, but not by the driver

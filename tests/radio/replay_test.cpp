@@ -1,20 +1,11 @@
-// Dialogues of modem families, tests/radio/dialogues/*.txt: each walks a modem through its set-up, a received and a
-// sent datagram, in fragments of several sizes and with foreign lines between its own. A file is a test. Its lines:
-//
-//   > AT+CPIN?              a command that must come; "AT+CMGS" stands for any length, "^Z" for the end of a text entry
-//   < \r\nOK\r\n            what the modem answers, on as many lines as it likes; {pdu} is the length and the PDU of
-//   "hello" ! \r\n+CMTI: "SM",1\r\n what it says by itself when it is set up ~ RING                  a line that it may
-//   say at any time = system 100            what comes of it: maker, model, system (type, hexadecimal), reference (of
-//   the sent datagram)
-//
-// A command that comes again gets the answers in turn, then the last one; one that is not there gets ERROR.
-#include <gtest/gtest.h>
-
+// Dialogues of modem families, dialogues/*.txt: each walks a modem through its set-up, a received and a sent datagram,
+// in fragments of several sizes and with foreign lines between its own. The form is told in README.md.
 #include <fstream>
 #include <map>
 
 #include "radio/diagnosis.h"
 #include "tests/radio/session_fixture.h"
+#include "tests/radio/transcript.h"
 
 namespace {
 
@@ -23,27 +14,18 @@ using pace_t = scripted_modem_t::pace_t;
 struct recorded_t {
     std::vector<std::pair<std::string, std::string>> exchanges;
     std::string by_itself;
-    std::vector<std::string> foreign;
+    // First what any modem may say: a call that nobody takes, and a status report.
+    std::string foreign = "\r\nRING\r\n\r\nNO CARRIER\r\n\r\n+CDS: 2\r\n0006\r\n";
     std::map<std::string, std::string> outcome;
 };
-
-void replace_all(std::string& text, const std::string& from, const std::string& to) {
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-        text.replace(at, from.size(), to);
-    }
-}
 
 recorded_t read_dialogue(const std::filesystem::path& path) {
     recorded_t recorded;
     const std::string pdu = with_pdu(incoming("hello"));
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
-        std::string text = line.substr(std::min<size_t>(2, line.size()));
-        replace_all(text, "\\r", "\r");
-        replace_all(text, "\\n", "\n");
-        replace_all(text, "\\x20", " ");
-        replace_all(text, "\\x1A", "\x1A");
-        replace_all(text, "{pdu}", pdu.substr(0, pdu.size() - 2));
+        std::string text = text_of(line);
+        replace_all(text, "{pdu}", pdu);
         if (line.starts_with("> ")) {
             recorded.exchanges.emplace_back(text == "^Z" ? ">" : text, "");
         } else if (line.starts_with("< ")) {
@@ -51,7 +33,7 @@ recorded_t read_dialogue(const std::filesystem::path& path) {
         } else if (line.starts_with("! ")) {
             recorded.by_itself += text;
         } else if (line.starts_with("~ ")) {
-            recorded.foreign.push_back("\r\n" + text + "\r\n");
+            recorded.foreign += "\r\n" + text + "\r\n";
         } else if (line.starts_with("= ")) {
             recorded.outcome[text.substr(0, text.find(' '))] = text.substr(text.find(' ') + 1);
         } else {
@@ -61,13 +43,12 @@ recorded_t read_dialogue(const std::filesystem::path& path) {
     return recorded;
 }
 
-// At every line boundary, one after the other.
+// All of them at every line boundary.
 std::string with_foreign_lines(const recorded_t& recorded, const std::string& reply) {
     std::string mixed;
-    size_t next = 0;
     for (size_t at = 0; at < reply.size();) {
         const size_t end = std::min(reply.find('\n', at), reply.size() - 1) + 1;
-        mixed += recorded.foreign[next++ % recorded.foreign.size()] + reply.substr(at, end - at);
+        mixed += recorded.foreign + reply.substr(at, end - at);
         at = end;
     }
     return mixed;
@@ -98,9 +79,9 @@ class replay : public session, public testing::WithParamInterface<std::filesyste
         const HRESULT asked = RIL_GetCurrentSystemType(handle);
         recorder.events(2);
         const HRESULT request = send();
-        const DWORD system = std::stoul(recorded.outcome.at("system"), nullptr, 16);
-        EXPECT_EQ(recorder.events(3), (events_t{"message hello", result(asked, RIL_RESULT_OK, system),
-                                                sent(request, std::stoul(recorded.outcome.at("reference")))}));
+        EXPECT_EQ(recorder.events(3),
+                  (events_t{"message hello", sent(asked, std::stoul(recorded.outcome.at("system"), nullptr, 16)),
+                            sent(request, std::stoul(recorded.outcome.at("reference")))}));
         for (const auto& [command, reply] : recorded.exchanges) {
             const size_t times =
                 std::ranges::count(recorded.exchanges, command, &std::pair<std::string, std::string>::first);
@@ -134,17 +115,6 @@ TEST_P(replay, told_by_the_doctor) {
     EXPECT_EQ(found.model, recorded.outcome.at("model"));
 }
 
-std::vector<std::filesystem::path> files() {
-    const std::filesystem::directory_iterator folder(ZPD_SOURCE "/tests/radio/dialogues");
-    std::vector<std::filesystem::path> paths(begin(folder), end(folder));
-    std::ranges::sort(paths);
-    return paths;
-}
-
-INSTANTIATE_TEST_SUITE_P(dialogues, replay, testing::ValuesIn(files()), [](const auto& file) {
-    std::string name = file.param.stem();
-    std::ranges::replace(name, '-', '_');
-    return name;
-});
+INSTANTIATE_TEST_SUITE_P(dialogues, replay, transcripts("dialogues"), name_of_transcript);
 
 }  // namespace

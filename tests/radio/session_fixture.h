@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <platform/linux/hex.h>
-#include <platform/linux/home.h>
 #include <platform/linux/testing.h>
 #include <platform/linux/text.h>
 #include <ril.h>
@@ -14,29 +13,37 @@
 #include <algorithm>
 #include <condition_variable>
 #include <filesystem>
+#include <functional>
+#include <future>
+#include <map>
 #include <mutex>
-#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "radio/limits.h"
 #include "radio/modem_port.h"
 #include "radio/tpdu.h"
+#include "tests/driver/home.h"
 #include "tests/radio/scripted_modem.h"
 
 using events_t = std::vector<std::string>;
 
 /// Events as the recorder has them.
-inline std::string result(HRESULT request, DWORD code, std::optional<DWORD> data) {
-    return fmt::format("request {}: code {} data {:X}", request, code, data.value_or(0));
-}
 inline std::string sent(HRESULT request, DWORD reference = 7) {
-    return result(request, RIL_RESULT_OK, reference);
+    return fmt::format("{}: ok {}", request, reference);
 }
-inline std::string failed(HRESULT request, HRESULT error) {
-    return result(request, RIL_RESULT_ERROR, static_cast<DWORD>(error));
+inline std::string failed(HRESULT request, DWORD error) {
+    const std::map<HRESULT, std::string> names = {{RIL_E_NETWORKTIMEOUT, "network timeout"},
+                                                  {RIL_E_RADIONOTPRESENT, "not present"},
+                                                  {RIL_E_PHONEFAILURE, "phone failure"},
+                                                  {0, "no data"}};
+    const auto name = names.find(static_cast<HRESULT>(error));
+    const DWORD code = error - static_cast<DWORD>(RIL_E_CMSERROR_BASE);
+    return fmt::format("{}: {}", request, name != names.end() ? name->second : fmt::format("CMS {}", code));
 }
 inline std::string system_type(DWORD type) {
-    return fmt::format("system type {:X}", type);
+    return fmt::format("system {:X}", type);
 }
 
 /// What the callbacks got, in order. Thread-safe.
@@ -57,7 +64,7 @@ class recorder_t {
     /// All events, once there are so many; fails the test after some seconds.
     events_t events(size_t count) {
         std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(10), [&] { return events_.size() >= count; }));
+        EXPECT_TRUE(changed_.wait_for(lock, scripted_modem_t::patience, [&] { return events_.size() >= count; }));
         return events_;
     }
 
@@ -101,54 +108,44 @@ inline RILMESSAGE outgoing_cdma(const std::string& number, const std::string& bo
     std::ranges::copy(gsm.rgbMsg, out.rgbMsg);
     return message;
 }
-/// `place` is reference, parts and part; without it the datagram is a message of its own.
+/// `place` is reference, of one octet or two, parts and part; without it the datagram is a message of its own.
 inline tpdu::deliver_t incoming(const std::string& body, const std::string& place = {}) {
     tpdu::deliver_t deliver =
         *tpdu::decode_deliver(*platform::from_hex("440C919471103254760004621112007151400706050423F423F4"));
     if (!place.empty()) {
-        deliver.user_data[0] = 0x0B;
-        const tpdu::octets_t element = *platform::from_hex("0003" + place);
+        deliver.user_data[0] = static_cast<uint8_t>(8 + place.size() / 2);
+        const tpdu::octets_t element = *platform::from_hex((place.size() == 6 ? "0003" : "0804") + place);
         deliver.user_data.insert(deliver.user_data.end(), element.begin(), element.end());
     }
     deliver.user_data.insert(deliver.user_data.end(), body.begin(), body.end());
     deliver.user_data_length = static_cast<uint8_t>(deliver.user_data.size());
     return deliver;
 }
-/// "<length>" CR LF "<pdu>" CR LF, as it ends a +CMGR, +CMGL or +CMT line.
+/// "<length>" CR LF "<pdu>", as it ends a +CMGR, +CMGL or +CMT line.
 inline std::string with_pdu(const tpdu::deliver_t& deliver) {
     const tpdu::octets_t tpdu = *tpdu::encode(deliver);
-    return fmt::format("{}\r\n{}\r\n", tpdu.size(), platform::to_hex(*tpdu::encode_pdu({{}, tpdu})));
+    return fmt::format("{}\r\n{}", tpdu.size(), platform::to_hex(*tpdu::encode_pdu({{}, tpdu})));
 }
-
-/// A link to the modem's tty, as a host that must find it again names it.
-struct lasting_path_t {
-    explicit lasting_path_t(const scripted_modem_t& of) : modem(of) { renew(); }
-    ~lasting_path_t() { std::filesystem::remove(link); }
-    lasting_path_t(const lasting_path_t&) = delete;
-    lasting_path_t& operator=(const lasting_path_t&) = delete;
-    void renew() const {
-        std::filesystem::remove(link);
-        std::filesystem::create_symlink(modem.tty(), link);
-    }
-
-    const scripted_modem_t& modem;
-    const std::string link = fmt::format("{}zpd-modem-{}", testing::TempDir(), getpid());
-};
 
 class session : public testing::Test {
   public:
     session() {
         current = this;
-        EXPECT_EQ(platform::set_home(home), "");
+        link(options.tty, modem);
+        // Where tests move the clock, a busy machine has time to answer all the same.
+        for (const char* limit : {"first-answer", "setting", "sim-ready", "storage"}) {
+            EXPECT_EQ(radio::set_limit(limit, "300"), "");
+        }
+        EXPECT_EQ(radio::set_limit("submission", "100"), "") << "before messages are listed again";
     }
     ~session() override {
         recorder.block(false);
         radio::detach_modem();
-        std::filesystem::remove_all(home);
+        radio::reset_limits();
     }
 
   protected:
-    void attach() { ASSERT_EQ(radio::attach_modem({modem.tty()}), ""); }
+    void attach() { ASSERT_EQ(radio::attach_modem(options), ""); }
     void open() {
         constexpr DWORD classes = RIL_NCLASS_MESSAGE | RIL_NCLASS_NETWORK;
         ASSERT_EQ(RIL_Initialize(1, on_result, on_notify, classes, parameter, &handle), S_OK);
@@ -158,54 +155,42 @@ class session : public testing::Test {
         open();
         ASSERT_TRUE(modem.heard("AT+CMGL=4", 2)) << "both memories are listed";
     }
-    HRESULT send(const std::string& body = "card", DWORD options = 0) {
-        const RILMESSAGE message = outgoing("+491701234567", body);
-        return RIL_SendMsg(handle, &message, options);
+    /// attach_modem on its way, with the modem silent at this command.
+    std::future<std::string> attach_up_to(const std::string& command) {
+        const size_t before = modem.count(command);
+        modem.once(command, "");
+        auto attached = std::async(std::launch::async, [this] { return radio::attach_modem(options); });
+        EXPECT_TRUE(modem.heard(command, before + 1));
+        return attached;
     }
-    /// TP-MR of the last submission, behind ">", the empty service centre and the first octet.
-    DWORD last_reference() {
-        std::vector<std::string> log = modem.log();
-        std::erase_if(log, [](const std::string& line) { return !line.starts_with('>'); });
-        return log.empty() ? 0 : platform::from_hex(log.back().substr(5, 2))->front();
+    HRESULT send() {
+        const RILMESSAGE message = outgoing("+491701234567", "card");
+        return RIL_SendMsg(handle, &message, 0);
     }
-    /// The modem says this, and the radio has read it: the answer to a question comes behind it.
-    void say_and_wait(const std::string& text) {
-        const size_t before = recorder.events(0).size();
-        modem.say(text);
-        RIL_GetCurrentSystemType(handle);
-        recorder.events(before + 1);
-    }
-    /// As modem.heard, while the clock moves fast.
-    bool heard_as_time_passes(const std::string& command, size_t times) {
+    /// Moves the clock fast until the predicate holds, which takes some milliseconds when it does not.
+    static bool as_time_passes(const std::function<bool()>& predicate) {
         for (int step = 0; step < 2000; ++step) {
-            if (modem.heard(command, times, std::chrono::milliseconds(5))) {
+            if (predicate()) {
                 return true;
             }
             platform::testing::advance_clock(50);
         }
         return false;
     }
-    /// Requests that the modem leaves without an answer; returns the results that the end of the modem gives them.
-    events_t leave_requests_pending() {
-        attach_and_open();
-        modem.on(">", "");
-        const HRESULT first = send();
-        const HRESULT second = send();
-        const HRESULT third = RIL_GetCurrentSystemType(handle);
-        EXPECT_TRUE(modem.heard(">"));
-        return {failed(first, RIL_E_RADIONOTPRESENT), failed(second, RIL_E_RADIONOTPRESENT),
-                result(third, RIL_RESULT_ERROR, {})};
+    static void link(const std::filesystem::path& name, const scripted_modem_t& to) {
+        std::filesystem::remove(name);
+        std::filesystem::create_symlink(to.tty(), name);
     }
     /// A message comes to a place of "SM", there to be read.
     void receive(int place, const std::string& body) {
-        modem.on(fmt::format("AT+CMGR={}", place), "\r\n+CMGR: 0,," + with_pdu(incoming(body)) + modem.ok);
+        modem.on(fmt::format("AT+CMGR={}", place), "\r\n+CMGR: 0,," + with_pdu(incoming(body)) + "\r\n" + modem.ok);
         modem.say(fmt::format("\r\n+CMTI: \"SM\",{}\r\n", place));
     }
 
-    const std::filesystem::path home = fmt::format("{}zpd-radio-{}", testing::TempDir(), getpid());
+    const home_t home;
     scripted_modem_t modem;
+    radio::modem_options_t options{.tty = home.path() / "modem"};
     recorder_t recorder;
-    RILMESSAGE last_message{};  // written before its event
     HRIL handle = nullptr;
 
   private:
@@ -215,8 +200,8 @@ class session : public testing::Test {
     static void on_result(DWORD code, HRESULT request, const void* data, DWORD size, DWORD told) {
         EXPECT_EQ(told, parameter);
         EXPECT_EQ(size, data == nullptr ? 0 : sizeof(DWORD));
-        const auto* number = static_cast<const DWORD*>(data);
-        current->recorder.add(result(request, code, number == nullptr ? std::nullopt : std::optional(*number)));
+        const DWORD number = data == nullptr ? 0 : *static_cast<const DWORD*>(data);
+        current->recorder.add(code == RIL_RESULT_OK ? sent(request, number) : failed(request, number));
     }
     static void on_notify(DWORD code, const void* data, DWORD size, DWORD told) {
         EXPECT_EQ(told, parameter);
@@ -226,10 +211,9 @@ class session : public testing::Test {
         }
         ASSERT_EQ(code, RIL_NOTIFY_MESSAGE);
         ASSERT_EQ(size, sizeof(RILMESSAGE));
-        current->last_message = *static_cast<const RILMESSAGE*>(data);
+        const auto& message = *static_cast<const RILMESSAGE*>(data);
         const auto body = [](const auto& in) { return std::string(in.rgbMsg, in.rgbMsg + in.cchMsgLength); };
-        const bool cdma = current->last_message.dwType == RIL_MSGTYPE_IN_CDMADELIVER;
-        current->recorder.add("message " + (cdma ? body(current->last_message.msgInCDMADeliver)
-                                                 : body(current->last_message.msgInDeliver)));
+        const bool cdma = message.dwType == RIL_MSGTYPE_IN_CDMADELIVER;
+        current->recorder.add("message " + (cdma ? body(message.msgInCDMADeliver) : body(message.msgInDeliver)));
     }
 };
