@@ -168,9 +168,10 @@ TEST(tpdu, alphabets) {  // 3GPP TS 23.038 4
     }
 }
 
-// A subaddress, a subparameter of another year, the user data of another alphabet, reserved bits set.
+// A subaddress, a subparameter of another year, user data once more in another alphabet, reserved bits set.
 TEST(cdma, what_is_unknown_is_skipped) {
-    const auto message = cdma::decode(*from_hex("000002100202040126F2800302FFFF080E00031000777701120104204820AC"));
+    const auto message =
+        cdma::decode(*from_hex("000002100202040126F2800302FFFF081300031000777701120103000A080104204820AC"));
     ASSERT_TRUE(message);
     EXPECT_EQ(message->identifier, 7);
     EXPECT_FALSE(message->user_data);

@@ -9,11 +9,9 @@
 #include <array>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
-#include <utility>
 
 #include "tests/radio/session_fixture.h"
 
