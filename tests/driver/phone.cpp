@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <map>
-#include <ostream>
 #include <sstream>
 #include <thread>
 
@@ -12,40 +10,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string read_file(const fs::path& path) {
-    std::ostringstream octets;
-    octets << std::ifstream(path, std::ios::binary).rdbuf();
-    return octets.str();
-}
-
 /// A pattern's '~' is one or more hexadecimal digits.
-bool matches(const std::string& line, const std::string& pattern) {
-    size_t at = 0;
-    for (const char c : pattern) {
-        if (c == '~') {
-            const size_t begin = at;
-            while (at < line.size() && std::isxdigit(static_cast<unsigned char>(line[at]))) {
-                ++at;
-            }
-            if (at == begin) {
-                return false;
-            }
-        } else if (at == line.size() || line[at++] != c) {
-            return false;
-        }
+bool matches(std::string_view line, std::string_view pattern) {
+    const size_t at = pattern.find('~');
+    if (at >= line.size()) {
+        return line == pattern;
     }
-    return at == line.size();
+    const size_t end = std::min(line.find_first_not_of("0123456789ABCDEFabcdef", at), line.size());
+    return line.substr(0, at) == pattern.substr(0, at) && end > at && matches(line.substr(end), pattern.substr(at + 1));
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& stream, const reply_t& reply) {
-    stream << (reply.done ? "done" : "failed") << ", error " << reply.error << ", output";
-    for (const unsigned char octet : reply.output) {
-        stream << ' ' << unsigned{octet};
-    }
-    return stream;
-}
 
 phone_t::phone_t() {
     platform::testing::no_failures();
@@ -74,12 +49,9 @@ void phone_t::preset(const std::string& name, DWORD type, const std::string& oct
 
 std::string phone_t::registry(const std::string& name) const {
     HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon"), 0, KEY_QUERY_VALUE, &key) !=
-        0) {
-        return "(none)";
-    }
     std::string octets(256, '\0');
     auto size = static_cast<DWORD>(octets.size());
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon"), 0, KEY_QUERY_VALUE, &key);
     const LONG error =
         RegQueryValueExW(key, widen(name).c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(octets.data()), &size);
     RegCloseKey(key);
@@ -109,11 +81,8 @@ reply_t phone_t::request(DWORD code, const std::string& input, DWORD capacity) {
     std::vector<BYTE> out(capacity, 0xEE);
     DWORD returned = 0xABCD;
     SetLastError(0xBAD);
-    if (ZPD_IOControl(1, code, in.data(), static_cast<DWORD>(in.size()), out.data(), capacity, &returned)) {
-        return done({out.begin(), out.begin() + returned});
-    }
-    const DWORD error = GetLastError();
-    return failed(error, {out.begin(), out.begin() + returned});
+    const BOOL done = ZPD_IOControl(1, code, in.data(), static_cast<DWORD>(in.size()), out.data(), capacity, &returned);
+    return {done ? 0 : GetLastError(), {out.begin(), out.begin() + returned}};
 }
 
 reply_t phone_t::send(const std::string& card, const wide_string_t& number, bool utf8, bool long_reference) {
@@ -122,14 +91,14 @@ reply_t phone_t::send(const std::string& card, const wide_string_t& number, bool
 
 uint32_t phone_t::send_card(size_t octets) {
     const reply_t reply = send(std::string(octets, 'x'));
-    EXPECT_TRUE(reply.done) << reply;
-    return reply.output.size() == 4 ? u32_at(reply.output, 0) : 0xFFFFFFFF;
+    EXPECT_EQ(reply.error, 0u);
+    return u32_at(reply.output, 0);
 }
 
 std::vector<int32_t> phone_t::status(uint32_t id) {
     const reply_t reply = request(ZPD_IOCTL_MESSAGE_STATUS, u32(id));
     std::vector<int32_t> statuses;
-    for (size_t at = 4; reply.done && at < reply.output.size(); at += 8) {
+    for (size_t at = 4; at < reply.output.size(); at += 8) {
         statuses.push_back(static_cast<int32_t>(u32_at(reply.output, at)));
         EXPECT_EQ(u32_at(reply.output, at + 4), 0u) << "the reserved word";
     }
@@ -153,10 +122,7 @@ void phone_t::pass(uint64_t milliseconds) {
 }
 
 size_t phone_t::rounds() const {
-    const auto lines = raw_log();
-    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), [](const auto& line) {
-        return line.find("sender_thread: got it") != std::string::npos;
-    }));
+    return logged("NOTICE [MUTEX] THREAD=0x~|sender_thread: got it 0x~");
 }
 
 void phone_t::let_sender_look() {
@@ -168,45 +134,31 @@ void phone_t::let_sender_look() {
     request(ZPD_IOCTL_VERSION);  // under the lock: the round has ended
 }
 
-std::vector<stored_t> phone_t::incoming() const {
-    std::vector<stored_t> stored;
-    const fs::path directory = home() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING";
-    if (!fs::exists(directory)) {
-        return stored;
-    }
-    for (const auto& entry : fs::directory_iterator(directory)) {
-        const std::string octets = read_file(entry.path());
-        const size_t colon = octets.find(':');
-        const size_t line_end = std::min(octets.find('\n'), octets.size() - 1);
-        stored.push_back({entry.path().filename().string(), octets.substr(0, colon),
-                          octets.substr(colon + 1, line_end - colon - 1), octets.substr(line_end + 1)});
+std::map<std::string, std::string> phone_t::incoming() const {
+    std::map<std::string, std::string> stored;
+    std::error_code none;
+    for (const auto& entry : fs::directory_iterator(home() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING", none)) {
+        stored[entry.path().filename().string()] = read_file(entry.path());
     }
     return stored;
 }
 
 std::vector<std::string> phone_t::cards() const {
     std::vector<std::string> cards;
-    for (const stored_t& stored : incoming()) {
-        cards.push_back(stored.address + ":" + stored.data);
+    for (const auto& [name, octets] : incoming()) {  // the time, ":", the address, a line end, the data
+        cards.push_back(octets.substr(octets.find(':') + 1));
+        cards.back().replace(cards.back().find('\n'), 1, ":");
     }
     std::sort(cards.begin(), cards.end());
     return cards;
 }
 
-std::vector<std::string> phone_t::raw_log() const {
-    std::istringstream file(read_file(home() / "Application Data/PUBLIC/VARKON/ZPD/LOG/zpd.log"));
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line) && !file.eof();) {  // a line without its end is being written
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-std::vector<std::string> phone_t::log() const {
+lines_t phone_t::log() const {
     std::map<std::string, std::string> levels;  // of the header line last written, a thread
-    std::vector<std::string> entries;
-    for (const std::string& line : raw_log()) {
-        const size_t thread = line.find("] [") + 3;
+    lines_t entries;
+    std::istringstream file(read_file(home() / "Application Data/PUBLIC/VARKON/ZPD/LOG/zpd.log"));
+    for (std::string line; std::getline(file, line) && !file.eof();) {  // a line without its end is being written
+        const size_t thread = line.find("'ZPD'] [") + 7;
         const size_t rest = line.find("] ", thread) + 2;
         const size_t at = line.find(" at ", rest);
         std::string& level = levels[line.substr(thread, rest - thread)];
@@ -222,41 +174,47 @@ std::vector<std::string> phone_t::log() const {
 }
 
 size_t phone_t::logged(const std::string& line) const {
-    const auto entries = log();
-    return static_cast<size_t>(
-        std::count_if(entries.begin(), entries.end(), [&](const auto& entry) { return matches(entry, line); }));
+    return static_cast<size_t>(std::ranges::count_if(log(), [&](const auto& entry) { return matches(entry, line); }));
 }
 
 std::string phone_t::states(uint32_t message, unsigned ordinal) const {
     const std::string datagram = ": " + std::to_string(message) + "[" + std::to_string(ordinal) + "]:";
-    std::string states;
+    std::string states = " <null>";
     for (const std::string& entry : log()) {
         const size_t at = entry.find(datagram);
-        if (!entry.starts_with("DEBUG Transition 0x") || at == std::string::npos) {
-            continue;
+        if (entry.starts_with("DEBUG Transition 0x") && at != std::string::npos) {
+            const std::string step = entry.substr(at + datagram.size());
+            const size_t arrow = step.find("->");
+            EXPECT_TRUE(states.ends_with(" " + step.substr(0, arrow))) << entry;
+            states += " " + step.substr(arrow + 2);
         }
-        const size_t from = at + datagram.size();
-        const size_t arrow = entry.find("->", from);
-        EXPECT_EQ(entry.substr(from, arrow - from), states.empty() ? "<null>" : states.substr(states.rfind(' ') + 1));
-        states += (states.empty() ? "" : " ") + entry.substr(arrow + 2);
     }
-    return states;
+    return states.substr(std::min<size_t>(8, states.size()));
+}
+
+std::string read_file(const fs::path& path) {
+    std::ostringstream octets;
+    octets << std::ifstream(path, std::ios::binary).rdbuf();
+    return octets.str();
 }
 
 void eventually(const std::function<bool()>& predicate) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!predicate()) {
-        if (std::chrono::steady_clock::now() > end) {
-            ADD_FAILURE() << "waited in vain";
-            return;
-        }
+    bool holds = false;
+    do {
         std::this_thread::yield();
-    }
+        holds = predicate();
+    } while (!holds && std::chrono::steady_clock::now() < end);
+    EXPECT_TRUE(holds) << "waited in vain";
 }
 
-void expect_lines(const lines_t& log, const lines_t& expected) {
+void expect_in_order(const lines_t& log, const lines_t& expected) {
     auto at = log.begin();
     for (const std::string& line : expected) {
+        if (line.empty()) {
+            at = log.begin();
+            continue;
+        }
         at = std::find_if(at, log.end(), [&](const auto& entry) { return matches(entry, line); });
         if (at == log.end()) {
             ADD_FAILURE() << "not in the log, or not in this place: " << line;
@@ -288,4 +246,21 @@ std::string part_header(unsigned reference, unsigned amount, unsigned ordinal, b
     const std::string concatenation =
         long_reference ? u8(8) + u8(4) + u8(reference >> 8) + u8(reference & 0xFF) : u8(0) + u8(3) + u8(reference);
     return concatenation + u8(amount) + u8(ordinal) + port_header;
+}
+
+lines_t driver_test::expectation(const std::string& folder) {
+    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::ifstream file(ZPD_SOURCE "/tests/driver/" + folder + "/" + name + ".txt");
+    EXPECT_TRUE(file.is_open()) << name;
+    lines_t lines;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.starts_with('#')) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+void driver_test::expect_log() {
+    expect_in_order(phone.log(), expectation("logs"));
 }

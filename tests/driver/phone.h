@@ -10,7 +10,8 @@
 
 #include <filesystem>
 #include <functional>
-#include <iosfwd>
+#include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -23,27 +24,25 @@
 
 /// What a control request came to.
 struct reply_t {
-    bool done = false;
-    uint32_t error = 0;  // the last error when it is not done
+    uint32_t error;      // the last error, 0 when it is done
     std::string output;  // as many octets as were returned
     bool operator==(const reply_t&) const = default;
+    friend std::ostream& operator<<(std::ostream& stream, const reply_t& reply) {
+        return stream << "error " << reply.error << ", output " << testing::PrintToString(reply.output);
+    }
 };
-std::ostream& operator<<(std::ostream& stream, const reply_t& reply);
 inline reply_t done(std::string output = {}) {
-    return {true, 0, std::move(output)};
+    return {0, std::move(output)};
 }
 inline reply_t failed(uint32_t error, std::string output = {}) {
-    return {false, error, std::move(output)};
+    return {error, std::move(output)};
 }
-
-/// A stored card, and its parts.
-struct stored_t {
-    std::string name, time, address, data;
-};
 
 constexpr DWORD no_network = RIL_SYSTEMTYPE_NONE;
 constexpr DWORD gsm = RIL_SYSTEMTYPE_GSM;
 constexpr DWORD cdma = RIL_SYSTEMTYPE_IS95A;
+
+using lines_t = std::vector<std::string>;
 
 class phone_t {
   public:
@@ -82,13 +81,13 @@ class phone_t {
     /// Wakes the sender and returns when it has since held a whole round. Needs a network.
     void let_sender_look();
 
-    std::vector<stored_t> incoming() const;
+    /// The stored files, by their names.
+    std::map<std::string, std::string> incoming() const;
     /// "address:data" of each stored card, sorted.
     std::vector<std::string> cards() const;
 
     /// The log: "LEVEL text", or "LEVEL @function" for an entry trace without text.
-    std::vector<std::string> log() const;
-    std::vector<std::string> raw_log() const;
+    lines_t log() const;
     /// How often the log has a line; '~' in it stands for some hexadecimal digits.
     size_t logged(const std::string& line) const;
     /// The states that a datagram went through, as the log tells: "QUEUED DISPATCHER …".
@@ -103,32 +102,14 @@ class phone_t {
     DWORD network_ = no_network;
 };
 
+std::string read_file(const std::filesystem::path& path);
+
 /// Yields until the predicate holds; a test failure after 60 s.
 void eventually(const std::function<bool()>& predicate);
 
-using lines_t = std::vector<std::string>;
-
-/// Single lines and lists of them as one list.
-template <typename... parts_t>
-lines_t lines(const parts_t&... parts) {
-    lines_t all;
-    const auto add = [&all](const auto& part) {
-        if constexpr (std::is_same_v<decltype(part), const lines_t&>) {
-            all.insert(all.end(), part.begin(), part.end());
-        } else {
-            all.emplace_back(part);
-        }
-    };
-    (add(parts), ...);
-    return all;
-}
-
-/// The lines occur in the log in this order, others between them.
-void expect_lines(const lines_t& log, const lines_t& expected);
-template <typename... parts_t>
-void expect_in_order(const lines_t& log, const parts_t&... parts) {
-    expect_lines(log, lines(parts...));
-}
+/// The lines occur in the log in this order, others between them. Behind an empty line it begins anew: threads that
+/// write at once take turns as they like.
+void expect_in_order(const lines_t& log, const lines_t& expected);
 
 /// A GSM deliver message with everything present.
 RILMESSAGE deliver_message(const std::string& header, const std::string& data,
@@ -139,6 +120,11 @@ inline const std::string port_header("\x05\x04\x23\xF4\x00\x00", 6);
 
 class driver_test : public ::testing::Test {
   protected:
+    /// The lines of FOLDER/NAME.txt in this folder, NAME being the running test's; those that begin with '#' left out.
+    static lines_t expectation(const std::string& folder);
+    /// Compares the phone's log with logs/NAME.txt.
+    void expect_log();
+
     phone_t phone;
     scripted_radio_t& radio = phone.radio;
 };

@@ -2,31 +2,40 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
+#include <regex>
 
 #include "com/qmlog/hex_dump.h"
 #include "com/qmlog/log_file.h"
 #include "tests/driver/captured_log.h"
-#include "tests/driver/matches.h"
 #include "tests/driver/phone.h"
 
 using testing::ElementsAre;
 
 namespace {
 
+// GoogleTest's own knows none worth the name on Windows.
+MATCHER_P(matches, pattern, "matches " + std::string(pattern)) {
+    return std::regex_match(arg, std::regex(pattern));
+}
+
 void log(int32_t level, int32_t line, const char* file, const char* function, const char* message) {
     qmlog::log(qmlog::process_log(), level, {line, file, function}, "%s", message);
 }
 
-TEST(log_line, default_form) {
+TEST(log_line, default_form_and_fractions_of_the_second) {
     captured_log_t sink(qmlog::default_flags);
     log(5, 12, R"(C:\src\main.cpp)", "daemon_t::init", "START");
     qmlog::log(qmlog::process_log(), 7, {12, "main.cpp", "ZPD_Open"}, "");
+    for (const uint32_t fractions : {0x1800u, 0x3800u}) {
+        sink.set_flags(fractions | qmlog::flag_message);
+        log(5, 0, "", "", "m");
+    }
     const std::string brackets =
         R"(\[monotonic=n/a \(TZ=n/a,GMT\) [0-9]+-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} '[^']+'\] \[[^\]]+\])";
     EXPECT_THAT(sink.lines,
                 ElementsAre(matches(brackets + " NOTICE at main.cpp:12 in daemon_t::init:"),
-                            matches(brackets + " -- START"), matches(brackets + " DEBUG: at main.cpp:12 in ZPD_Open")));
+                            matches(brackets + " -- START"), matches(brackets + " DEBUG: at main.cpp:12 in ZPD_Open"),
+                            matches(R"(\[[0-9:]{8}\.000\] m)"), matches(R"(\[[0-9:]{8}\.000000\] m)")));
 }
 
 TEST(log_line, punctuation_follows_what_is_given) {
@@ -49,21 +58,12 @@ TEST(log_line, punctuation_follows_what_is_given) {
     }
 }
 
-TEST(log_line, fractions_of_the_second) {
-    captured_log_t sink(0x800 | 0x1000 | qmlog::flag_message);
-    log(5, 0, "", "", "m");
-    sink.set_flags(0x800 | 0x1000 | 0x2000 | qmlog::flag_message);
-    log(5, 0, "", "", "m");
-    EXPECT_THAT(sink.lines, ElementsAre(matches(R"(\[[0-9:]{8}\.000\] m)"), matches(R"(\[[0-9:]{8}\.000000\] m)")));
-}
-
 TEST(log_line, is_never_cut) {
     captured_log_t sink(qmlog::flag_message);
     for (const size_t length : {255u, 256u, 257u, 5000u}) {
         log(5, 0, "", "", std::string(length, 'x').c_str());
+        EXPECT_EQ(sink.lines.back(), std::string(length, 'x'));
     }
-    EXPECT_THAT(sink.lines, ElementsAre(std::string(255, 'x'), std::string(256, 'x'), std::string(257, 'x'),
-                                        std::string(5000, 'x')));
 }
 
 TEST(log_line, thresholds) {
@@ -108,40 +108,22 @@ TEST(hex_dump, rows_of_sixteen) {
             "INFO: 01: 21                                                    || !"));
 }
 
-class log_file_test : public driver_test {
-  protected:
-    std::string path = R"(\later\x.log)";
-    std::vector<std::string> read() {
-        std::vector<std::string> lines;
-        std::string line;
-        for (std::ifstream file(phone.home() / "later/x.log"); std::getline(file, line);) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
-};
+using log_file_test = driver_test;
 
-TEST_F(log_file_test, backlog_comes_first_once_the_file_opens) {
+TEST_F(log_file_test, what_comes_before_the_folder_waits_or_is_lost) {
     captured_log_t enable;
-    qmlog::log_file with(qmlog::process_log(), path);
-    with.set_flags(qmlog::flag_message | qmlog::flag_file_keep_backlog);
+    qmlog::log_file waiting(qmlog::process_log(), R"(\later\waiting.log)");
+    qmlog::log_file losing(qmlog::process_log(), R"(\later\losing.log)");
+    waiting.set_flags(qmlog::flag_message | qmlog::flag_file_keep_backlog);
+    losing.set_flags(qmlog::flag_message | qmlog::flag_file_close_each_line);
     log(5, 0, "", "", "one");
     log(5, 0, "", "", "two");
     std::filesystem::create_directories(phone.home() / "later");
     log(5, 0, "", "", "three");
-    EXPECT_THAT(read(), ElementsAre("one", "two", "three"));
-}
-
-TEST_F(log_file_test, lines_are_lost_without_backlog) {
-    captured_log_t enable;
-    qmlog::log_file without(qmlog::process_log(), path);
-    without.set_flags(qmlog::flag_message | qmlog::flag_file_close_each_line);
-    log(5, 0, "", "", "one");
-    std::filesystem::create_directories(phone.home() / "later");
-    log(5, 0, "", "", "two");
-    std::filesystem::remove(phone.home() / "later/x.log");
-    log(5, 0, "", "", "three");
-    EXPECT_THAT(read(), ElementsAre("three")) << "the file is opened for each line";
+    std::filesystem::remove(phone.home() / "later/losing.log");
+    log(5, 0, "", "", "four");
+    EXPECT_EQ(read_file(phone.home() / "later/waiting.log"), "one\ntwo\nthree\nfour\n");
+    EXPECT_EQ(read_file(phone.home() / "later/losing.log"), "four\n") << "the file is opened for each line";
 }
 
 }  // namespace

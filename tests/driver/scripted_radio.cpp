@@ -1,6 +1,5 @@
 #include "tests/driver/scripted_radio.h"
 
-#include <future>
 #include <thread>
 
 namespace {
@@ -22,41 +21,23 @@ scripted_radio_t& scripted_radio_t::instance() {
 }
 
 scripted_radio_t::scripted_radio_t() {
-    std::thread([this] { work(); }).detach();
+    std::thread([this] { confirm_everything(); }).detach();
 }
 
-void scripted_radio_t::work() {
-    std::unique_lock lock(mutex_);
-    for (;;) {
-        changed_.wait(lock, [this] { return !tasks_.empty(); });
-        const std::function<void()> task = std::move(tasks_.front());
-        tasks_.pop_front();
+void scripted_radio_t::confirm_everything() {
+    for (std::unique_lock lock(mutex_);;) {
+        changed_.wait(lock, [this] { return !to_confirm_.empty(); });
+        const HRESULT request = to_confirm_.front();
+        to_confirm_.pop_front();
         lock.unlock();
-        task();
+        result(request, RIL_RESULT_OK, u32(1));
         lock.lock();
     }
 }
 
-void scripted_radio_t::post(std::function<void()> task) {
-    tasks_.push_back(std::move(task));
-    changed_.notify_all();
-}
-
-void scripted_radio_t::run(const std::function<void()>& task) {
-    auto done = std::make_shared<std::promise<void>>();
-    {
-        const std::lock_guard lock(mutex_);
-        post([task, done] {
-            task();
-            done->set_value();
-        });
-    }
-    done->get_future().wait();
-}
-
 void scripted_radio_t::reset() {
-    run([] {});  // what was posted before has been delivered
     const std::lock_guard lock(mutex_);
+    to_confirm_.clear();
     script_ = {};
     attempts_ = {};
     submissions_.clear();
@@ -73,20 +54,14 @@ attempts_t scripted_radio_t::attempts() const {
     return attempts_;
 }
 
-void scripted_radio_t::result_here(HRESULT request, DWORD code, std::string_view data) {
-    std::unique_lock lock(mutex_);
-    const RILRESULTCALLBACK callback = on_result_;
-    lock.unlock();
-    if (callback) {
+void scripted_radio_t::result(HRESULT request, DWORD code, std::string_view data) {
+    if (const RILRESULTCALLBACK callback = on_result_) {
         callback(code, request, data.empty() ? nullptr : data.data(), static_cast<DWORD>(data.size()), 0);
     }
 }
 
-void scripted_radio_t::notify_here(DWORD code, const void* data, DWORD size) {
-    std::unique_lock lock(mutex_);
-    const RILNOTIFYCALLBACK callback = on_notify_;
-    lock.unlock();
-    if (callback) {
+void scripted_radio_t::notify(DWORD code, const void* data, DWORD size) {
+    if (const RILNOTIFYCALLBACK callback = on_notify_) {
         callback(code, data, size, 0);
     }
 }
@@ -112,10 +87,10 @@ HRESULT scripted_radio_t::submit(const RILMESSAGE& message, DWORD options) {
     }
     const HRESULT request = next_request_++;
     submissions_.push_back({message, options, request});
-    changed_.notify_all();
     if (script_.confirm_everything) {
-        post([this, request] { result_here(request, RIL_RESULT_OK, u32(1)); });
+        to_confirm_.push_back(request);
     }
+    changed_.notify_all();
     return request;
 }
 

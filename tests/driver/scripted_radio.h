@@ -1,19 +1,18 @@
 /// A radio in the driver's hands that does what a test says: it records what the driver submits and asks, lets the test
-/// decide how each call returns, and delivers results and notifications from a thread of its own. One for the process.
+/// decide how each call returns, and delivers results and notifications. One for the process.
 ///
-/// Threads: any may call. A delivery returns when the driver's callback has; a wait ends with a test failure after 60
-/// s.
+/// Threads: any may call. A delivery is a call of the driver's callback on the caller's thread, which is never the
+/// driver's; a wait ends with a test failure after 60 s.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <ril.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +28,7 @@ struct submission_t {
 /// What the next calls return, in turn; S_OK stands for success, as does every call after the last one named.
 struct script_t {
     std::deque<HRESULT> sessions{}, submissions{}, questions{};
-    bool confirm_everything = false;  // each submission is confirmed without being told to
+    bool confirm_everything = false;  // each submission is confirmed at once, by a thread of the radio's own
 };
 
 /// Calls of each kind, refused ones included.
@@ -50,21 +49,13 @@ class scripted_radio_t {
     submission_t submission(size_t number) { return await(submissions_, number); }
     HRESULT question(size_t number) { return await(questions_, number); }
 
-    void result(HRESULT request, DWORD code, std::string_view data = {}) {
-        run([&] { result_here(request, code, data); });
-    }
-    void confirm(HRESULT request) { result(request, RIL_RESULT_OK, u32(1)); }
-    void refuse(HRESULT request) { result(request, RIL_RESULT_ERROR, u32(RIL_E_NETWORKTIMEOUT)); }
-    void notify(DWORD code, const void* data, DWORD size) {
-        run([&] { notify_here(code, data, size); });
-    }
+    void result(HRESULT request, DWORD code, std::string_view data = {});
+    /// The result of the submission of this number.
+    void confirm(size_t number) { result(submission(number).request, RIL_RESULT_OK, u32(1)); }
+    void refuse(size_t number) { result(submission(number).request, RIL_RESULT_ERROR, u32(RIL_E_NETWORKTIMEOUT)); }
+    void notify(DWORD code, const void* data, DWORD size);
     void deliver(const RILMESSAGE& message) { notify(RIL_NOTIFY_MESSAGE, &message, sizeof(message)); }
     void system_changed(DWORD type) { notify(RIL_NOTIFY_SYSTEMCHANGED, &type, sizeof(type)); }
-
-    /// Runs a task on the radio's thread and returns when it has run; a task may call the two below.
-    void run(const std::function<void()>& task);
-    void result_here(HRESULT request, DWORD code, std::string_view data);
-    void notify_here(DWORD code, const void* data, DWORD size);
 
     // What the driver calls.
     HRESULT open(RILRESULTCALLBACK on_result, RILNOTIFYCALLBACK on_notify, HRIL* session);
@@ -73,8 +64,7 @@ class scripted_radio_t {
 
   private:
     scripted_radio_t();
-    void work();
-    void post(std::function<void()> task);
+    void confirm_everything();
     template <typename item_t>
     item_t await(const std::vector<item_t>& items, size_t number) {
         std::unique_lock lock(mutex_);
@@ -85,14 +75,14 @@ class scripted_radio_t {
         return {};
     }
 
+    std::atomic<RILRESULTCALLBACK> on_result_ = nullptr;
+    std::atomic<RILNOTIFYCALLBACK> on_notify_ = nullptr;
     mutable std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;
-    std::deque<std::function<void()>> tasks_;
+    std::deque<HRESULT> to_confirm_;
     script_t script_;
     attempts_t attempts_;
     std::vector<submission_t> submissions_;
     std::vector<HRESULT> questions_;
     HRESULT next_request_ = 0x100;
-    RILRESULTCALLBACK on_result_ = nullptr;
-    RILNOTIFYCALLBACK on_notify_ = nullptr;
 };

@@ -126,7 +126,7 @@ TEST_F(dll_test, serves_a_client) {
     const std::string id =
         zpd.request(ZPD_IOCTL_SEND_MESSAGE, text("card") + u8(0) + u8(0) + text16(TEXT("+491711234567")));
     EXPECT_EQ(id, u32(239));
-    radio.refuse(radio.question(1));
+    radio.result(radio.question(1), RIL_RESULT_ERROR, u32(RIL_E_NETWORKTIMEOUT));
     EXPECT_EQ(zpd.request(ZPD_IOCTL_MESSAGE_STATUS, id), u32(1) + u32(ZPD_STATUS_QUEUED) + u32(0));
 
     EXPECT_EQ(zpd.request(ZPD_IOCTL_ACTIVATION, u8(1) + u8(1)), u8(1));
