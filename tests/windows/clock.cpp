@@ -5,29 +5,23 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <mutex>
+#include <set>
 
 #include "platform/linux/injection.h"
 #include "platform/linux/testing.h"
 
 namespace {
 
-using event_t = std::shared_ptr<void>;  // closed when the last who waits for it lets go
-
 std::atomic<uint64_t> moved_by{0};
 
-struct movement_t {
+struct waits_t {
     std::mutex mutex;
-    event_t next = make();  // set by the next movement of the clock
-
-    static event_t make() {
-        return {::CreateEventExW(nullptr, nullptr, CREATE_EVENT_MANUAL_RESET, EVENT_ALL_ACCESS), CloseHandle};
-    }
+    std::set<HANDLE> moved;  // an event of each thread that waits: the clock has been moved
 };
 
-movement_t& movement() {
-    static auto& instance = *new movement_t;  // threads that outlive main may still wait
+waits_t& waits() {
+    static auto& instance = *new waits_t;  // threads that outlive main may still wait
     return instance;
 }
 
@@ -40,10 +34,9 @@ uint64_t tick64() {
 namespace platform::testing {
 
 void advance_clock(uint64_t milliseconds) {
-    const std::lock_guard lock(movement().mutex);
+    const std::lock_guard lock(waits().mutex);
     moved_by.fetch_add(milliseconds);
-    SetEvent(movement().next.get());
-    movement().next = movement_t::make();
+    std::ranges::for_each(waits().moved, SetEvent);
 }
 
 void advance_clock_to(DWORD tick) {
@@ -62,19 +55,19 @@ DWORD interposed::WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
         return WAIT_FAILED;
     }
     const uint64_t begin = tick64();
-    for (;;) {
-        event_t moved;
-        {
-            const std::lock_guard lock(movement().mutex);
-            moved = movement().next;
-        }
-        const uint64_t passed = tick64() - begin;
-        const DWORD left =
-            milliseconds == INFINITE ? INFINITE : milliseconds - std::min<uint64_t>(passed, milliseconds);
-        const HANDLE handles[] = {handle, moved.get()};
-        const DWORD result = WaitForMultipleObjects(2, handles, FALSE, left);
-        if (result != WAIT_OBJECT_0 + 1) {
-            return result;
-        }
+    const HANDLE handles[] = {handle, ::CreateEventExW(nullptr, nullptr, 0, EVENT_ALL_ACCESS)};
+    {
+        const std::lock_guard lock(waits().mutex);
+        waits().moved.insert(handles[1]);
     }
+    DWORD result = 0;
+    do {
+        const uint64_t passed = std::min<uint64_t>(tick64() - begin, milliseconds);
+        const DWORD left = milliseconds == INFINITE ? INFINITE : static_cast<DWORD>(milliseconds - passed);
+        result = WaitForMultipleObjects(2, handles, FALSE, left);
+    } while (result == WAIT_OBJECT_0 + 1);
+    const std::lock_guard lock(waits().mutex);
+    waits().moved.erase(handles[1]);
+    CloseHandle(handles[1]);
+    return result;
 }

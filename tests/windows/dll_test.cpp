@@ -3,11 +3,10 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include <chrono>
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 #include "com/zpd/main.h"
@@ -15,38 +14,23 @@
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
 #include "tests/driver/scripted_radio.h"
-#include "tests/windows/radio.h"
 
 namespace {
-
-bool eventually(const std::function<bool()>& predicate) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!predicate()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 bool is_loaded() {
     return GetModuleHandleW(L"zpd.dll") != nullptr;
 }
 
-/// The library, and what it exports.
-class zpd_t {
-  public:
-    zpd_t() {
-        find(init, "ZPD_Init");
-        find(deinit, "ZPD_Deinit");
-        find(open, "ZPD_Open");
-        find(close, "ZPD_Close");
-        find(iocontrol, "ZPD_IOControl");
-    }
-    void unload() { EXPECT_TRUE(FreeLibrary(module)); }
+template <class object_t>
+object_t* exported(HMODULE module, const char* name) {
+    const FARPROC found = GetProcAddress(module, name);
+    EXPECT_NE(found, nullptr) << name;
+    return reinterpret_cast<object_t*>(reinterpret_cast<void*>(found));
+}
 
-    std::string request(DWORD code, std::string input = {}) {
+/// The library, and what it exports.
+struct zpd_t {
+    std::string request(DWORD code, std::string input = {}) const {
         std::string output(256, '\0');
         DWORD returned = 0;
         EXPECT_TRUE(iocontrol(1, code, reinterpret_cast<BYTE*>(input.data()), static_cast<DWORD>(input.size()),
@@ -54,23 +38,30 @@ class zpd_t {
             << "code " << code << ", error " << GetLastError();
         return output.substr(0, returned);
     }
+    /// The thread that asked the radio for the network's type.
+    HANDLE sender() const {
+        const auto* id = exported<DWORD>(GetModuleHandleW(L"ril.dll"), "asking_thread");
+        return OpenThread(THREAD_SUSPEND_RESUME | SYNCHRONIZE, FALSE, *id);
+    }
+    void unload() const {
+        EXPECT_TRUE(deinit(1));
+        EXPECT_TRUE(FreeLibrary(module));
+    }
 
     const HMODULE module = LoadLibraryW(L"zpd.dll");
-    decltype(&ZPD_Init) init;
-    decltype(&ZPD_Deinit) deinit;
-    decltype(&ZPD_Open) open;
-    decltype(&ZPD_Close) close;
-    decltype(&ZPD_IOControl) iocontrol;
-
-  private:
-    template <class function_t>
-    void find(function_t& function, const char* name) {
-        function = reinterpret_cast<function_t>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-        if (function == nullptr) {
-            throw std::runtime_error(std::string("zpd.dll does not export ") + name);
-        }
-    }
+    decltype(&ZPD_Init) init = exported<decltype(ZPD_Init)>(module, "ZPD_Init");
+    decltype(&ZPD_Deinit) deinit = exported<decltype(ZPD_Deinit)>(module, "ZPD_Deinit");
+    decltype(&ZPD_Open) open = exported<decltype(ZPD_Open)>(module, "ZPD_Open");
+    decltype(&ZPD_Close) close = exported<decltype(ZPD_Close)>(module, "ZPD_Close");
+    decltype(&ZPD_IOControl) iocontrol = exported<decltype(ZPD_IOControl)>(module, "ZPD_IOControl");
 };
+
+/// When the sender has ended, the library is gone.
+void expect_gone_with(HANDLE sender) {
+    EXPECT_EQ(WaitForSingleObject(sender, 60000), WAIT_OBJECT_0);
+    EXPECT_FALSE(is_loaded());
+    CloseHandle(sender);
+}
 
 class dll_test : public ::testing::Test {
   protected:
@@ -89,33 +80,21 @@ std::string file_description() {
     GetFileVersionInfoW(L"zpd.dll", 0, static_cast<DWORD>(information.size()), information.data());
     void* text = nullptr;
     UINT length = 0;
-    if (!VerQueryValueA(information.data(), "\\StringFileInfo\\040904B0\\FileDescription", &text, &length)) {
-        return "(none)";
-    }
-    return static_cast<const char*>(text);
+    const char* const name = "\\StringFileInfo\\040904B0\\FileDescription";
+    return VerQueryValueA(information.data(), name, &text, &length) ? static_cast<const char*>(text) : "(none)";
 }
 
 std::string output_of(const char* command) {
-    std::string output;
+    std::string output(4096, '\0');
     FILE* const pipe = _popen(command, "r");
-    for (int c = 0; (c = fgetc(pipe)) != EOF;) {
-        output += static_cast<char>(c);
-    }
+    output.resize(fread(output.data(), 1, output.size(), pipe));
     _pclose(pipe);
     return output;
 }
 
-std::string only_file_in(const std::filesystem::path& folder) {
-    std::ostringstream octets;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        octets << std::ifstream(entry.path(), std::ios::binary).rdbuf();
-    }
-    return octets.str();
-}
-
 TEST_F(dll_test, serves_a_client) {
     EXPECT_EQ(file_description(), "vcard driver");
-    zpd_t zpd;
+    const zpd_t zpd;
     EXPECT_EQ(zpd.init(TEXT("Drivers\\Active\\1"), nullptr), 1u);
     EXPECT_EQ(zpd.open(1, 0, 0), 1u);
     EXPECT_EQ(zpd.request(ZPD_IOCTL_VERSION), u32(ZPD_INTERFACE_VERSION));
@@ -135,48 +114,46 @@ TEST_F(dll_test, serves_a_client) {
     message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
     RIL_IN_CDMADELIVER& deliver = message.msgInCDMADeliver;
     deliver.cbHdrLength = 6;
-    std::string("\x05\x04\x23\xF4\0\0", 6).copy(reinterpret_cast<char*>(deliver.rgbHdr), 6);
+    std::ranges::copy(std::string("\x05\x04\x23\xF4\0\0", 6), deliver.rgbHdr);
     deliver.cchMsgLength = 4;
-    std::string("CARD").copy(reinterpret_cast<char*>(deliver.rgbMsg), 4);
+    std::ranges::copy(std::string("CARD"), deliver.rgbMsg);
     radio.deliver(message);
-    EXPECT_THAT(only_file_in(home.path() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING"),
-                testing::EndsWith(":empty\nCARD"));
-
+    const std::filesystem::directory_iterator stored(home.path() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING");
+    std::ostringstream octets;
+    octets << std::ifstream(stored->path(), std::ios::binary).rdbuf();
+    EXPECT_THAT(octets.str(), testing::EndsWith(":empty\nCARD"));
     EXPECT_TRUE(zpd.close(1));
-    EXPECT_TRUE(zpd.deinit(1));
+    const HANDLE sender = zpd.sender();
     zpd.unload();
-    EXPECT_TRUE(eventually([] { return !is_loaded(); }));
+    expect_gone_with(sender);
 }
 
 TEST_F(dll_test, comes_and_goes) {
     for (size_t life = 1; life <= 20; ++life) {
-        zpd_t zpd;
+        SCOPED_TRACE(life);
+        const zpd_t zpd;
         EXPECT_EQ(zpd.init(nullptr, nullptr), 1u);
         EXPECT_EQ(zpd.request(ZPD_IOCTL_VERSION), u32(ZPD_INTERFACE_VERSION));
         radio.question(life);
-        EXPECT_TRUE(zpd.deinit(1));
+        const HANDLE sender = zpd.sender();
         zpd.unload();
-        EXPECT_TRUE(eventually([] { return !is_loaded(); })) << "life " << life;
+        expect_gone_with(sender);
     }
 }
 
 // The sender is stopped in its sleep until everybody else has done with the library.
 TEST_F(dll_test, stays_until_the_sender_has_left) {
-    zpd_t zpd;
+    const zpd_t zpd;
     zpd.init(nullptr, nullptr);
     radio.question(1);
     zpd.request(ZPD_IOCTL_VERSION);  // its round has ended
     Sleep(100);                      // and it sleeps, which no event tells: it may hold no lock of the C++ runtime
-    const HANDLE sender = OpenThread(THREAD_SUSPEND_RESUME | SYNCHRONIZE, FALSE, asking_thread);
-    ASSERT_NE(sender, nullptr);
+    const HANDLE sender = zpd.sender();
     EXPECT_EQ(SuspendThread(sender), 0u);
-    zpd.deinit(1);
     zpd.unload();
     EXPECT_TRUE(is_loaded());
     EXPECT_EQ(ResumeThread(sender), 1u);
-    EXPECT_EQ(WaitForSingleObject(sender, 60000), WAIT_OBJECT_0);
-    EXPECT_FALSE(is_loaded());
-    CloseHandle(sender);
+    expect_gone_with(sender);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-/// As interposed/windows.h. Its own error is what the call returns.
+/// As interposed/windows.h.
 #pragma once
 
 #include_next <aygshell.h>
 
-#define SHLaunchApplicationForURI(...) \
-    ZPD_FALLIBLE(fallible_registry, "SHLaunchApplicationForURI", SHLaunchApplicationForURI, __VA_ARGS__)
+#define SHLaunchApplicationForURI(...) ZPD_FALLIBLE("SHLaunchApplicationForURI", SHLaunchApplicationForURI, __VA_ARGS__)
