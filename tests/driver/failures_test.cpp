@@ -77,9 +77,10 @@ TEST_F(failures_test, running_goes_on) {
     phone.start_on(gsm);
     for (const auto& [function, skip, act, told] : cases) {
         SCOPED_TRACE(function);
+        const int times = function == std::string("_wfopen") ? -1 : 1;  // the log may open its file, too
         // Again and again, since the sender calls EventModify at times of its own.
         eventually([&, function = function, skip = skip, act = act, told = told] {
-            platform::testing::fail_calls(function, 5, 1, skip);
+            platform::testing::fail_calls(function, 5, times, skip);
             act(phone);
             return phone.logged(told) > 0;
         });
