@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "com/zpd/daemon/ril_requests.h"
 #include "tests/driver/phone.h"
 
 using testing::ElementsAre;
@@ -102,6 +103,9 @@ TEST_F(failures_test, lost_results) {
     radio.result(0x7778, 3, u32(0x8005001A));
     radio.result(0x7779, 9);
     EXPECT_THAT(phone.status(239), ElementsAre(1)) << "nobody else's";
+    for (int questions = 0; questions < 2; ++questions) {
+        new daemon_t::ril_request_get_current_system_type_t(global_daemon_object, 0x777A);  // its table's
+    }
     phone.stop();
     radio.result(request, 1, "\1\2");
     deliver(phone);
