@@ -1,31 +1,15 @@
 // The AT dialogue of one modem, octet for octet. Transcripts are files in tests/network/dialogues, and a file is a
 // test: after ">" what the host sends, after "<" what must come, and nothing else; "!" has an order of 'zpd fault', or
 // "power-cycle", and "+" the milliseconds that pass.
-#include <algorithm>
 #include <fstream>
 #include <random>
 
 #include "platform/linux/testing.h"
 #include "tests/network/host.h"
+#include "tests/transcript.h"
 
 namespace network {
 namespace {
-
-/// "\r", "\n", "\b" and "\x1a" stand for what they are in C++.
-std::string unescaped(const std::string& text) {
-    std::string octets;
-    for (size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '\\') {
-            octets += text[at];
-        } else if (text[++at] == 'x') {
-            octets += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
-            at += 2;
-        } else {
-            octets += text[at] == 'r' ? '\r' : text[at] == 'n' ? '\n' : '\b';
-        }
-    }
-    return octets;
-}
 
 class transcript : public network_test, public testing::WithParamInterface<std::filesystem::path> {
   protected:
@@ -37,9 +21,9 @@ class transcript : public network_test, public testing::WithParamInterface<std::
     }
     void follow(char mark, const std::string& text) {
         if (mark == '>') {
-            host_->send(unescaped(text));
+            host_->send(text);
         } else if (mark == '<') {
-            host_->expect("", unescaped(text));
+            host_->expect("", text);
         } else if (mark == '+') {
             platform::testing::advance_clock(std::stoul(text));
         } else if (text == "power-cycle") {
@@ -59,19 +43,13 @@ TEST_P(transcript, holds_octet_for_octet) {
     for (std::string line; std::getline(file, line);) {
         SCOPED_TRACE(GetParam().filename().string() + ":" + std::to_string(++number));
         if (!line.starts_with('#')) {
-            follow(line[0], line.substr(std::min<size_t>(2, line.size())));
+            follow(line[0], text_of(line));
         }
     }
     EXPECT_GT(number, 0);
 }
 
-std::vector<std::filesystem::path> files() {
-    const std::filesystem::directory_iterator folder(ZPD_SOURCE "/tests/network/dialogues");
-    return {begin(folder), end(folder)};
-}
-
-INSTANTIATE_TEST_SUITE_P(modem, transcript, testing::ValuesIn(files()),
-                         [](const auto& file) { return file.param.stem().string(); });
+INSTANTIATE_TEST_SUITE_P(modem, transcript, transcripts("network/dialogues"), name_of_transcript);
 
 class dialogue_test : public network_test {};
 

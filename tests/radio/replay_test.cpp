@@ -5,7 +5,7 @@
 
 #include "radio/diagnosis.h"
 #include "tests/radio/session_fixture.h"
-#include "tests/radio/transcript.h"
+#include "tests/transcript.h"
 
 namespace {
 
@@ -25,7 +25,9 @@ recorded_t read_dialogue(const std::filesystem::path& path) {
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
         std::string text = text_of(line);
-        replace_all(text, "{pdu}", pdu);
+        if (const size_t at = text.find("{pdu}"); at != std::string::npos) {
+            text.replace(at, 5, pdu);
+        }
         if (line.starts_with("> ")) {
             recorded.exchanges.emplace_back(text == "^Z" ? ">" : text, "");
         } else if (line.starts_with("< ")) {
@@ -115,6 +117,6 @@ TEST_P(replay, told_by_the_doctor) {
     EXPECT_EQ(found.model, recorded.outcome.at("model"));
 }
 
-INSTANTIATE_TEST_SUITE_P(dialogues, replay, transcripts("dialogues"), name_of_transcript);
+INSTANTIATE_TEST_SUITE_P(dialogues, replay, transcripts("radio/dialogues"), name_of_transcript);
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "tests/radio/session_fixture.h"
-#include "tests/radio/transcript.h"
+#include "tests/transcript.h"
 
 namespace {
 
@@ -227,6 +227,6 @@ TEST_P(scene, is_played) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(radio, scene, transcripts("scenes"), name_of_transcript);
+INSTANTIATE_TEST_SUITE_P(radio, scene, transcripts("radio/scenes"), name_of_transcript);
 
 }  // namespace
