@@ -1,11 +1,11 @@
 // What one incoming datagram costs, from the journal's taking it to its leaving, beside so many others that wait: read
 // the rows of one run against each other. In memory: how fast a disk is, is not the question.
 #include <benchmark/benchmark.h>
-#include <platform/linux/hex.h>
 #include <stdlib.h>
 
 #include <filesystem>
 
+#include "base/hex.h"
 #include "radio/journal.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 std::string arrivals_t::watch() {
     std::error_code failed;

@@ -5,9 +5,9 @@
 #include <optional>
 #include <string>
 
+#include "base/descriptor.h"
+#include "base/end_signals.h"
 #include "cli/inbox_folder.h"
-#include "service/descriptor.h"
-#include "service/end_signals.h"
 
 class arrivals_t {
   public:

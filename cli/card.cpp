@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <system_error>
 
+#include "base/safe_text.h"
+#include "base/text.h"
 #include "cli/file.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/safe_text.h"
-#include "platform/linux/text.h"
 
 namespace {
 

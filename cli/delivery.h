@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "base/end_signals.h"
 #include "cli/output.h"
 #include "client/client.h"
-#include "service/end_signals.h"
 
 /// The datagrams of a message by their status.
 struct tally_t {

@@ -1,6 +1,7 @@
 /// zpd demo: two phones on an emulated network; cards go from one to the other.
 #include <unistd.h>
 
+#include "base/safe_text.h"
 #include "cli/arrivals.h"
 #include "cli/card.h"
 #include "cli/command.h"
@@ -9,7 +10,6 @@
 #include "cli/phone_process.h"
 #include "cli/vcard.h"
 #include "network/network.h"
-#include "platform/linux/safe_text.h"
 
 namespace {
 

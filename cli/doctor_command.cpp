@@ -1,7 +1,7 @@
 /// zpd doctor.
+#include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "platform/linux/safe_text.h"
 #include "service/doctor.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 namespace {
 

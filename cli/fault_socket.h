@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "service/descriptor.h"
+#include "base/descriptor.h"
 
 struct fault_order_t {
     std::string phone;

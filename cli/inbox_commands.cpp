@@ -2,11 +2,11 @@
 #include <ctime>
 #include <fstream>
 
+#include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/inbox_folder.h"
 #include "cli/output.h"
 #include "cli/vcard.h"
-#include "platform/linux/safe_text.h"
 #include "service/incoming.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <tuple>
 
+#include "base/safe_text.h"
+#include "base/text.h"
 #include "cli/file.h"
-#include "platform/linux/safe_text.h"
-#include "platform/linux/text.h"
 
 namespace {
 

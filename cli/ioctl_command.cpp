@@ -2,9 +2,9 @@
 #include <charconv>
 #include <cstdio>
 
+#include "base/hex.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "platform/linux/hex.h"
 #include "service/device_socket.h"
 
 namespace {

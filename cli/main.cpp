@@ -5,9 +5,9 @@
 #include <iostream>
 #include <sstream>
 
+#include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "platform/linux/safe_text.h"
 #include "service/device_socket.h"
 
 namespace {

@@ -1,14 +1,14 @@
 /// zpd network.
 #include <set>
 
+#include "base/end_signals.h"
+#include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/fault_socket.h"
 #include "cli/output.h"
 #include "cli/phone_number.h"
 #include "network/fault_table.h"
 #include "network/network.h"
-#include "platform/linux/safe_text.h"
-#include "service/end_signals.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/linux/safe_text.h"
-#include "platform/linux/text.h"
+#include "base/safe_text.h"
+#include "base/text.h"
 
 namespace {
 

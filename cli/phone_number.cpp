@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/linux/safe_text.h"
+#include "base/safe_text.h"
 
 namespace {
 

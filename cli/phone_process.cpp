@@ -14,7 +14,7 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 namespace {
 

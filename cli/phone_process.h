@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <string>
 
-#include "service/descriptor.h"
-#include "service/end_signals.h"
+#include "base/descriptor.h"
+#include "base/end_signals.h"
 
 class phone_process_t {
   public:

@@ -1,8 +1,8 @@
 /// zpd activation, zpd apps, zpd launch: who uses the service, and whether it stores what it receives.
+#include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/safe_text.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 /// zpd settings, zpd contacts-setting.
+#include "base/hex.h"
+#include "base/safe_text.h"
+#include "base/text.h"
 #include "cli/command.h"
 #include "cli/output.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/hex.h"
-#include "platform/linux/safe_text.h"
-#include "platform/linux/text.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
+#include "base/text.h"
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/text.h"
 #include "service/device_socket.h"
 
 namespace client {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 #include "service/device_socket.h"
 
 namespace client {

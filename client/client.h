@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "client/errors.h"
-#include "service/descriptor.h"
 #include "service/packet.h"
 
 namespace client {

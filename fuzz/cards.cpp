@@ -2,13 +2,13 @@
 // shown of them.
 #include <algorithm>
 
+#include "base/safe_text.h"
+#include "base/text.h"
 #include "cli/inbox_folder.h"
 #include "cli/phone_number.h"
 #include "cli/vcard.h"
 #include "com/sms/sms.h"
 #include "fuzz/fuzz.h"
-#include "platform/linux/safe_text.h"
-#include "platform/linux/text.h"
 
 namespace {
 

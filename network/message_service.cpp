@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "base/hex.h"
 #include "platform/linux/clock.h"
-#include "platform/linux/hex.h"
 
 namespace network {
 

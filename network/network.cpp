@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/text.h"
 #include "network/fault_table.h"
 #include "network/phone.h"
 #include "platform/linux/clock.h"
-#include "platform/linux/text.h"
 
 namespace network {
 

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 namespace network {
 

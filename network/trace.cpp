@@ -8,7 +8,7 @@
 #include <chrono>
 #include <utility>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 namespace network {
 

@@ -1,9 +1,9 @@
 #include "radio/at_values.h"
 
-#include <platform/linux/hex.h>
-
 #include <algorithm>
 #include <charconv>
+
+#include "base/hex.h"
 
 namespace radio {
 

@@ -1,11 +1,11 @@
 #include "radio/journal.h"
 
 #include <fmt/format.h>
-#include <platform/linux/hex.h>
-#include <platform/linux/text.h>
 
 #include <utility>
 
+#include "base/hex.h"
+#include "base/text.h"
 #include "radio/incomplete_messages.h"
 #include "radio/warning.h"
 

@@ -9,8 +9,6 @@
 /// handed over, so that no step of the modem's comes between the driver's return and that.
 #pragma once
 
-#include <platform/linux/sqlite.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -22,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/sqlite.h"
 #include "radio/ril_message.h"
 
 namespace radio {

@@ -3,12 +3,11 @@
 /// The owner is one thread; only `lost`, `wake` and `begin_ending` may be called from others.
 #pragma once
 
-#include <platform/linux/clock.h>
-
 #include <atomic>
 #include <functional>
 #include <string>
 
+#include "platform/linux/clock.h"
 #include "radio/at_dialogue.h"
 #include "radio/tty.h"
 

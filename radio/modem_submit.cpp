@@ -1,7 +1,7 @@
 // Outgoing messages: AT+CMGS, 3GPP TS 27.005 4.3.
 #include <fmt/format.h>
-#include <platform/linux/hex.h>
 
+#include "base/hex.h"
 #include "radio/modem.h"
 #include "radio/warning.h"
 

@@ -2,11 +2,11 @@
 #include "radio/ril_message.h"
 
 #include <fmt/format.h>
-#include <platform/linux/text.h>
 
 #include <algorithm>
 #include <chrono>
 
+#include "base/text.h"
 #include "radio/ril_message_fields.h"
 
 namespace radio {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <platform/linux/text.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -18,6 +17,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/text.h"
 #include "radio/warning.h"
 
 namespace radio {

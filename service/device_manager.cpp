@@ -11,17 +11,17 @@
 #include <span>
 #include <thread>
 
+#include "base/end_signals.h"
+#include "base/safe_text.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
 #include "platform/linux/registry.h"
-#include "platform/linux/safe_text.h"
 #include "radio/at_values.h"
 #include "radio/limits.h"
 #include "radio/modem_port.h"
 #include "service/device_server.h"
 #include "service/device_socket.h"
-#include "service/end_signals.h"
 #include "service/instance_lock.h"
 #include "service/listener.h"
 

@@ -8,7 +8,7 @@
 #include <list>
 #include <thread>
 
-#include "service/descriptor.h"
+#include "base/descriptor.h"
 #include "service/listener.h"
 
 class device_server_t {

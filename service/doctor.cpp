@@ -1,6 +1,6 @@
 #include "service/doctor.h"
 
-#include "service/end_signals.h"
+#include "base/end_signals.h"
 
 radio::diagnosis_t examine_modem(const std::string& tty) {
     const end_signals_t signals;

@@ -8,7 +8,7 @@
 #include <array>
 #include <cerrno>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "service/descriptor.h"
+#include "base/descriptor.h"
 
 class instance_lock_t {
   public:

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/linux/text.h"
+#include "base/text.h"
 #include "service/device_socket.h"
 
 namespace {

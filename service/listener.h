@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "service/descriptor.h"
+#include "base/descriptor.h"
 #include "service/instance_lock.h"
 
 class listener_t {

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/text.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
-#include "platform/linux/text.h"
 
 namespace {
 

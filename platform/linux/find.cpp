@@ -10,13 +10,13 @@
 #include <string>
 #include <string_view>
 
+#include "base/text.h"
 #include "platform/linux/file_time.h"
 #include "platform/linux/handles.h"
 #include "platform/linux/home.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/paths.h"
-#include "platform/linux/text.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "base/text.h"
 #include "platform/linux/home.h"
-#include "platform/linux/text.h"
 
 namespace platform {
 namespace {

@@ -8,12 +8,12 @@
 #include <string>
 #include <string_view>
 
+#include "base/text.h"
 #include "platform/linux/handles.h"
 #include "platform/linux/home.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/paths.h"
 #include "platform/linux/registry_database.h"
-#include "platform/linux/text.h"
 
 namespace {
 

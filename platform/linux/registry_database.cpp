@@ -4,9 +4,9 @@
 #include <cstring>
 #include <limits>
 
+#include "base/safe_text.h"
+#include "base/text.h"
 #include "platform/linux/clock.h"
-#include "platform/linux/safe_text.h"
-#include "platform/linux/text.h"
 
 namespace platform {
 namespace {

@@ -27,7 +27,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/sqlite.h"
+#include "base/sqlite.h"
 
 namespace platform {
 

@@ -15,9 +15,9 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/text.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
-#include "platform/linux/text.h"
 #include "platform/linux/thread.h"
 
 namespace {

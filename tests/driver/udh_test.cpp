@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include "base/hex.h"
 #include "com/sms/sms.h"
 #include "com/sms/sms_udh.h"
-#include "platform/linux/hex.h"
 #include "tests/driver/captured_log.h"
 #include "tests/driver/phone.h"
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "base/hex.h"
 #include "network/network.h"
-#include "platform/linux/hex.h"
 #include "radio/tpdu.h"
 #include "tests/network/at_host.h"
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <vector>
 
-#include "platform/linux/sqlite.h"
-#include "platform/linux/text.h"
+#include "base/sqlite.h"
+#include "base/text.h"
 #include "tests/platform/fixture.h"
 
 using octets_t = std::vector<BYTE>;

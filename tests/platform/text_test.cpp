@@ -1,8 +1,8 @@
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 #include <digest.h>
 
-#include "platform/linux/hex.h"
+#include "base/hex.h"
 #include "tests/platform/fixture.h"
 
 using namespace std::string_literals;

@@ -1,12 +1,12 @@
 // TPDUs and CDMA messages against the octets of vectors.txt, against random damage, and what their fields mean.
 #include <gtest/gtest.h>
-#include <platform/linux/hex.h>
 
 #include <algorithm>
 #include <fstream>
 #include <map>
 #include <random>
 
+#include "base/hex.h"
 #include "radio/cdma.h"
 #include "radio/tpdu.h"
 

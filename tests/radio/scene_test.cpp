@@ -1,6 +1,4 @@
 // What the radio makes of a modem's behaviour: scenes/*.txt, played step by step. The form is told in README.md.
-#include <platform/linux/sqlite.h>
-
 #include <fstream>
 #include <functional>
 #include <map>
@@ -9,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include "base/sqlite.h"
 #include "tests/radio/session_fixture.h"
 #include "tests/transcript.h"
 

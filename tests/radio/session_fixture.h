@@ -4,9 +4,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <platform/linux/hex.h>
 #include <platform/linux/testing.h>
-#include <platform/linux/text.h>
 #include <ril.h>
 #include <unistd.h>
 
@@ -21,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/hex.h"
+#include "base/text.h"
 #include "radio/limits.h"
 #include "radio/modem_port.h"
 #include "radio/tpdu.h"

@@ -10,9 +10,9 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "base/hex.h"
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/hex.h"
 #include "service/device_socket.h"
 #include "tests/system/phones.h"
 

@@ -1,10 +1,10 @@
 // What the commands make of text: names on cards, text for a terminal, phone numbers, stored files, packets.
 #include <gtest/gtest.h>
 
+#include "base/safe_text.h"
 #include "cli/inbox_folder.h"
 #include "cli/phone_number.h"
 #include "cli/vcard.h"
-#include "platform/linux/safe_text.h"
 #include "service/device_socket.h"
 #include "service/packet.h"
 

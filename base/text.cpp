@@ -1,4 +1,4 @@
-#include "platform/linux/text.h"
+#include "base/text.h"
 
 #include <cstdint>
 #include <system_error>

@@ -1,4 +1,4 @@
-#include "platform/linux/safe_text.h"
+#include "base/safe_text.h"
 
 #include <array>
 #include <cstdint>

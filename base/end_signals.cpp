@@ -1,4 +1,4 @@
-#include "service/end_signals.h"
+#include "base/end_signals.h"
 
 #include <poll.h>
 #include <sys/signalfd.h>

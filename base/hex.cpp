@@ -1,4 +1,4 @@
-#include "platform/linux/hex.h"
+#include "base/hex.h"
 
 namespace platform {
 namespace {

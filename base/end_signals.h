@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-#include "service/descriptor.h"
+#include "base/descriptor.h"
 
 class end_signals_t {
   public:
