@@ -5,7 +5,7 @@
 #include "base/hex.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace {
 

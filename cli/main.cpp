@@ -8,7 +8,7 @@
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "base/text.h"
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace client {
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace client {
 

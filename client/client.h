@@ -10,7 +10,7 @@
 
 #include "base/descriptor.h"
 #include "client/errors.h"
-#include "service/packet.h"
+#include "device/packet.h"
 
 namespace client {
 

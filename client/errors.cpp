@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "com/zpd/zpd_ioctl.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace client {
 

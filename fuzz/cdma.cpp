@@ -1,5 +1,5 @@
 // CDMA point-to-point messages: what is accepted is encoded to a message that is equal when it is decoded again.
-#include "radio/cdma.h"
+#include "air/cdma.h"
 
 #include "fuzz/fuzz.h"
 

@@ -1,10 +1,10 @@
 // Packets of the device socket: what is accepted is put together to the same octets again.
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 #include <algorithm>
 
+#include "device/packet.h"
 #include "fuzz/fuzz.h"
-#include "service/packet.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace device_socket;

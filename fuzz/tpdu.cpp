@@ -1,5 +1,5 @@
 // TPDUs and PDUs off the air: what is accepted is encoded to the same octets again (3GPP TS 23.040 9.2).
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
 #include <algorithm>
 

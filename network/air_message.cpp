@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "radio/cdma.h"
-#include "radio/gsm_alphabet.h"
+#include "air/cdma.h"
+#include "air/gsm_alphabet.h"
 
 namespace network {
 

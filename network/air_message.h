@@ -6,7 +6,7 @@
 /// on its side: it could only be garbled.
 #pragma once
 
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
 namespace network {
 

@@ -12,10 +12,10 @@
 #include <string>
 #include <string_view>
 
+#include "air/tpdu.h"
 #include "network/air_message.h"
 #include "network/faults.h"
 #include "network/trace.h"
-#include "radio/tpdu.h"
 
 namespace network {
 

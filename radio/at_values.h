@@ -12,8 +12,8 @@
 #include <tuple>
 #include <vector>
 
+#include "air/tpdu.h"
 #include "radio/result_codes.h"
-#include "radio/tpdu.h"
 
 namespace radio {
 

@@ -6,7 +6,7 @@
 
 #include <optional>
 
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
 namespace radio {
 

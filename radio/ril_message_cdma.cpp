@@ -5,7 +5,7 @@
 // octet.
 #include <utility>
 
-#include "radio/cdma.h"
+#include "air/cdma.h"
 #include "radio/ril_message_fields.h"
 
 namespace radio {

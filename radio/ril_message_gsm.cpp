@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "radio/gsm_alphabet.h"
+#include "air/gsm_alphabet.h"
 #include "radio/ril_message_fields.h"
 
 namespace radio {

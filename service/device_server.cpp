@@ -11,8 +11,8 @@
 #include <system_error>
 
 #include "com/zpd/main.h"
-#include "service/device_socket.h"
-#include "service/packet.h"
+#include "device/device_socket.h"
+#include "device/packet.h"
 
 namespace {
 

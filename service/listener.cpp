@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "base/text.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // What crosses between GSM and CDMA besides the octets of cards, and what does not.
 #include "network/air_message.h"
 
-#include "radio/cdma.h"
+#include "air/cdma.h"
 #include "tests/network/host.h"
 
 namespace network {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "air/tpdu.h"
 #include "base/hex.h"
 #include "network/network.h"
-#include "radio/tpdu.h"
 #include "tests/network/at_host.h"
 
 namespace network {

@@ -6,9 +6,9 @@
 #include <map>
 #include <random>
 
+#include "air/cdma.h"
+#include "air/tpdu.h"
 #include "base/hex.h"
-#include "radio/cdma.h"
-#include "radio/tpdu.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Messages of the driver as octets for the modem, and card datagrams as the driver gets them.
-#include "radio/cdma.h"
+#include "air/cdma.h"
 #include "radio/ril_message.h"
 #include "tests/radio/session_fixture.h"
 

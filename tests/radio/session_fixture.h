@@ -19,11 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "air/tpdu.h"
 #include "base/hex.h"
 #include "base/text.h"
 #include "radio/limits.h"
 #include "radio/modem_port.h"
-#include "radio/tpdu.h"
 #include "tests/driver/home.h"
 #include "tests/radio/scripted_modem.h"
 

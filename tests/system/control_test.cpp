@@ -13,7 +13,7 @@
 #include "base/hex.h"
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 #include "tests/system/phones.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include "cli/inbox_folder.h"
 #include "cli/phone_number.h"
 #include "cli/vcard.h"
-#include "service/device_socket.h"
-#include "service/packet.h"
+#include "device/device_socket.h"
+#include "device/packet.h"
 
 namespace {
 

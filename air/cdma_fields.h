@@ -1,8 +1,8 @@
 /// Inside the codec of CDMA messages: the layout that the transport layer and the bearer data share, and the fields.
 #pragma once
 
-#include "radio/bits.h"
-#include "radio/cdma.h"
+#include "air/bits.h"
+#include "air/cdma.h"
 
 namespace cdma {
 

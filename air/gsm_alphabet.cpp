@@ -1,4 +1,4 @@
-#include "radio/gsm_alphabet.h"
+#include "air/gsm_alphabet.h"
 
 #include <array>
 

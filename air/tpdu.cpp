@@ -1,7 +1,7 @@
 // SMS-SUBMIT and SMS-DELIVER, 3GPP TS 23.040 9.2.2.
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
-#include "radio/tpdu_fields.h"
+#include "air/tpdu_fields.h"
 
 namespace tpdu {
 

@@ -1,6 +1,6 @@
-#include "service/packet.h"
+#include "device/packet.h"
 
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 namespace device_socket {
 

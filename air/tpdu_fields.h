@@ -1,7 +1,7 @@
 /// Inside the TPDU codec: a reader over octets that remembers failure, and the fields that several TPDUs share.
 #pragma once
 
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
 namespace tpdu {
 

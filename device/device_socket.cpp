@@ -1,4 +1,4 @@
-#include "service/device_socket.h"
+#include "device/device_socket.h"
 
 #include <unistd.h>
 

@@ -2,7 +2,7 @@
 /// thread-safe.
 #pragma once
 
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
 namespace cdma {
 

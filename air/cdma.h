@@ -7,7 +7,7 @@
 /// held nothing else.
 #pragma once
 
-#include "radio/tpdu.h"
+#include "air/tpdu.h"
 
 namespace cdma {
 

@@ -1,5 +1,5 @@
 // TP-User-Data, 3GPP TS 23.040 9.2.3.24: its length, its header and the port addressing elements of that.
-#include "radio/tpdu_fields.h"
+#include "air/tpdu_fields.h"
 
 namespace tpdu {
 

@@ -1,7 +1,7 @@
 // Bearer data, 3GPP2 C.S0015 4.5: the subparameters of submit and deliver messages.
 #include <utility>
 
-#include "radio/cdma_fields.h"
+#include "air/cdma_fields.h"
 
 namespace cdma {
 

@@ -1,7 +1,7 @@
 // Address parameters, 3GPP2 C.S0015 3.4.3.3: digits of four bits, or characters of eight with a type and a plan.
 #include <algorithm>
 
-#include "radio/cdma_fields.h"
+#include "air/cdma_fields.h"
 
 namespace cdma {
 

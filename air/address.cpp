@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <array>
 
-#include "radio/gsm_alphabet.h"
-#include "radio/tpdu_fields.h"
+#include "air/gsm_alphabet.h"
+#include "air/tpdu_fields.h"
 
 namespace tpdu {
 

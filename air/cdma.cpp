@@ -1,7 +1,7 @@
 // The transport layer: SMS point-to-point messages, 3GPP2 C.S0015 3.4.2.1.
-#include "radio/cdma.h"
+#include "air/cdma.h"
 
-#include "radio/cdma_fields.h"
+#include "air/cdma_fields.h"
 
 namespace cdma {
 
