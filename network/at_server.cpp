@@ -6,7 +6,7 @@
 #include <cctype>
 #include <utility>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 
 namespace network {
 
@@ -133,7 +133,7 @@ void at_server_t::run(std::string_view commands) {
 
 void at_server_t::begin_prompt() {
     if (faults_.late_prompt > 0) {
-        prompt_at_ = platform::tick64() + faults_.late_prompt;
+        prompt_at_ = base::tick64() + faults_.late_prompt;
     } else {
         output_ += faults_.prompt;
     }
@@ -147,7 +147,7 @@ std::optional<uint64_t> at_server_t::deadline() const {
 }
 
 void at_server_t::pass_deadline() {
-    const uint64_t now = platform::tick64();
+    const uint64_t now = base::tick64();
     while (!late_results_.empty() && late_results_.front().at <= now) {
         (entering_text_ ? held_ : output_) += late_results_.front().octets;
         late_results_.pop_front();
@@ -184,8 +184,7 @@ void at_server_t::end_text() {
     at_lines_t lines;
     const at_result_t result = commands_.execute_text(text, lines);
     if (faults_.late_results > 0) {
-        late_results_.push_back(
-            {platform::tick64() + faults_.late_results, lines_octets(lines) + result_octets(result)});
+        late_results_.push_back({base::tick64() + faults_.late_results, lines_octets(lines) + result_octets(result)});
         finish(at_nothing);
         return;
     }

@@ -47,7 +47,7 @@ class at_server_t {
     bool congested() const { return output_.size() >= max_output; }
     /// Whether the next octet may be taken.
     bool ready() const { return !prompt_at_ && !congested(); }
-    /// When, on platform::tick64, something that is said late is due.
+    /// When, on base::tick64, something that is said late is due.
     std::optional<uint64_t> deadline() const;
     /// To be called at or after the deadline.
     void pass_deadline();

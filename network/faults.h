@@ -41,7 +41,7 @@ struct coverage_t {
 
 enum class echo_t { as_asked, always, off_at_start };
 
-/// Times are in milliseconds of platform::tick64.
+/// Times are in milliseconds of base::tick64.
 struct faults_t {
     // Submissions.
     unsigned refusals = 0;  // so many of the next are refused with this +CMS ERROR (3GPP TS 27.005 3.2.5)

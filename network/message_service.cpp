@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "base/clock.h"
 #include "base/hex.h"
-#include "platform/linux/clock.h"
 
 namespace network {
 
@@ -278,7 +278,7 @@ receiver_t::taken_t message_service_t::deliver_directly(const air_message_t& mes
     if (settings_.service == 0) {
         return taken_t::acknowledged;
     }
-    acknowledge_until_ = platform::tick64() + acknowledgement_limit;
+    acknowledge_until_ = base::tick64() + acknowledgement_limit;
     return taken_t::pending;
 }
 

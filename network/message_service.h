@@ -35,7 +35,7 @@ class message_service_t : public receiver_t {
         return coverage_.on_cdma() ? air_form_t::cdma_point_to_point : air_form_t::gsm_tpdu;
     }
     taken_t deliver(const air_message_t& message) override;
-    /// When, on platform::tick64, the host must have acknowledged a direct delivery.
+    /// When, on base::tick64, the host must have acknowledged a direct delivery.
     std::optional<uint64_t> deadline() const { return acknowledge_until_; }
     /// To be called at or after the deadline.
     void pass_deadline();

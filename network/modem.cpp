@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 
 namespace network {
 
@@ -105,7 +105,7 @@ std::optional<uint64_t> modem_t::deadline() const {
 }
 
 void modem_t::pass_deadline() {
-    const uint64_t now = platform::tick64();
+    const uint64_t now = base::tick64();
     if (messages_.deadline().value_or(UINT64_MAX) <= now) {
         messages_.pass_deadline();
     }

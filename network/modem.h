@@ -23,7 +23,7 @@ class modem_t : public at_commands_t {
 
     at_server_t& dialogue() { return dialogue_; }
     message_service_t& messages() { return messages_; }
-    /// When, on platform::tick64, pass_deadline has something to do.
+    /// When, on base::tick64, pass_deadline has something to do.
     std::optional<uint64_t> deadline() const;
     void pass_deadline();
     faults_t& faults() { return faults_; }

@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "network/fault_table.h"
 #include "network/phone.h"
-#include "platform/linux/clock.h"
 
 namespace network {
 
@@ -138,7 +138,7 @@ std::string network_t::trace(const fs::path& file) {
 /// after the commands, so that a phone that sends to itself is told of the arrival after the result of its submission.
 /// And what a host reads is in the statistics already.
 void network_t::serve() {
-    const platform::clock_watch_t clock_watch([this] { tasks_.wake(); });
+    const base::clock_watch_t clock_watch([this] { tasks_.wake(); });
     while (!ending_) {
         wait();
         tasks_.do_all();
@@ -181,7 +181,7 @@ int network_t::time_to_wait() const {
         limit = std::min(limit, phone->deadline().value_or(UINT64_MAX));
     }
     constexpr uint64_t longest = 60'000;
-    const uint64_t now = platform::tick64();
+    const uint64_t now = base::tick64();
     return limit == UINT64_MAX ? -1 : static_cast<int>(std::min(limit - std::min(limit, now), longest));
 }
 

@@ -2,7 +2,7 @@
 
 #include <poll.h>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 
 namespace network {
 
@@ -53,7 +53,7 @@ void phone_t::hang_up(std::optional<uint64_t> milliseconds) {
     input_.clear();
     return_at_.reset();
     if (milliseconds) {
-        return_at_ = platform::tick64() + *milliseconds;
+        return_at_ = base::tick64() + *milliseconds;
     }
 }
 
@@ -64,7 +64,7 @@ std::optional<uint64_t> phone_t::deadline() const {
 void phone_t::pass_deadline() {
     if (plugged_in()) {
         modem_.pass_deadline();
-    } else if (return_at_ && *return_at_ <= platform::tick64()) {
+    } else if (return_at_ && *return_at_ <= base::tick64()) {
         std::string error;  // what stands in the link's place may be gone the next time
         if (!plug_in(&error)) {
             hang_up(retry_after);

@@ -26,7 +26,7 @@ class phone_t {
 
     /// Powers the modem on, on a new tty. False, with the reason in `error`, when tty or link cannot be made.
     bool plug_in(std::string* error);
-    /// Takes the tty and its link away, for so many milliseconds of platform::tick64, or until plug_in. The next tty
+    /// Takes the tty and its link away, for so many milliseconds of base::tick64, or until plug_in. The next tty
     /// has another name.
     void hang_up(std::optional<uint64_t> milliseconds);
     bool plugged_in() const { return pty_ != nullptr; }
@@ -44,7 +44,7 @@ class phone_t {
     void write();
     /// Whether execute has more to do at once.
     bool has_input() { return !input_.empty() && modem_.dialogue().ready(); }
-    /// When, on platform::tick64, pass_deadline has something to do.
+    /// When, on base::tick64, pass_deadline has something to do.
     std::optional<uint64_t> deadline() const;
     void pass_deadline();
     void host_closed();

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <ctime>
 
+#include "base/clock.h"
 #include "network/result_codes.h"
-#include "platform/linux/clock.h"
 
 namespace network {
 
@@ -64,7 +64,7 @@ unsigned service_centre_t::submit(const std::string& originator, const submissio
     if (attached != attached_.end() && !delivery_of(deliver, identifier, attached->second.phone->form())) {
         return cause_facility_not_subscribed;
     }
-    queues_[submit.destination.text].messages.push_back({std::move(deliver), identifier, platform::tick64()});
+    queues_[submit.destination.text].messages.push_back({std::move(deliver), identifier, base::tick64()});
     ++statistics_.submitted;
     ++statistics_.waiting;
     return 0;
@@ -140,7 +140,7 @@ void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
 /// What is held back to be reordered is turned round when enough of it has come.
 bool service_centre_t::may_deliver(const faults_t& faults, queue_t& queue) {
     std::deque<waiting_t>& messages = queue.messages;
-    if (messages.empty() || messages.front().since + faults.delay > platform::tick64()) {
+    if (messages.empty() || messages.front().since + faults.delay > base::tick64()) {
         return false;
     }
     if (queue.released == 0 && faults.reordered > 0) {
@@ -161,7 +161,7 @@ std::optional<uint64_t> service_centre_t::deadline() const {
             continue;
         }
         const uint64_t due = queue->second.messages.front().since + attached.faults->delay;
-        if (due > platform::tick64() && due < earliest.value_or(UINT64_MAX)) {  // else it waits for something else
+        if (due > base::tick64() && due < earliest.value_or(UINT64_MAX)) {  // else it waits for something else
             earliest = due;
         }
     }

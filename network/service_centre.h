@@ -59,7 +59,7 @@ class service_centre_t {
     void acknowledge(const std::string& number, bool accepted);
     /// Offers every attached phone what waits for it.
     void deliver_waiting();
-    /// When, on platform::tick64, the next message that is delayed is due.
+    /// When, on base::tick64, the next message that is delayed is due.
     std::optional<uint64_t> deadline() const;
     const statistics_t& statistics() const { return statistics_; }
     /// What passes to and from the phones; their modems write it.
@@ -80,7 +80,7 @@ class service_centre_t {
     struct waiting_t {
         tpdu::deliver_t deliver;
         uint16_t identifier = 0;
-        uint64_t since = 0;     // platform::tick64
+        uint64_t since = 0;     // base::tick64
         bool repeated = false;  // it has been delivered and comes again
     };
     struct queue_t {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 
 namespace network {
 
@@ -15,16 +15,16 @@ void sim_t::set_pin(std::string pin) {
 void sim_t::set_busy(uint64_t milliseconds, unsigned code) {
     busy_for_ = milliseconds;
     busy_code_ = code;
-    busy_until_ = platform::tick64() + busy_for_;
+    busy_until_ = base::tick64() + busy_for_;
 }
 
 void sim_t::power_on() {
     locked_ = !pin_.empty();
-    busy_until_ = platform::tick64() + busy_for_;
+    busy_until_ = base::tick64() + busy_for_;
 }
 
 bool sim_t::busy() const {
-    return platform::tick64() < busy_until_;
+    return base::tick64() < busy_until_;
 }
 
 std::string_view sim_t::state() const {

@@ -15,7 +15,7 @@ class sim_t {
     /// Asks for this PIN from now on, and again after each power-on; an empty one is no PIN. All tries are given anew.
     void set_pin(std::string pin);
     /// From now on, and after each power-on and each right PIN, it is busy for so many milliseconds of
-    /// platform::tick64; the message service then answers with `code`.
+    /// base::tick64; the message service then answers with `code`.
     void set_busy(uint64_t milliseconds, unsigned code);
     void power_on();
 

@@ -25,7 +25,7 @@ std::string modem_t::start(const modem_options_t& options) {
     options_ = options;
     lasting_path_ = link_to(options_.tty, options_.links);
     began_at_ = std::time(nullptr);
-    began_at_tick_ = platform::tick64();
+    began_at_tick_ = base::tick64();
     std::string error = journal_.open(journal_file(platform::home()),
                                       {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
                                        .datagrams = value_of(limit_t::journal_size)});
@@ -74,7 +74,7 @@ void modem_t::run() {
             return;
         } else if (lost() && !loss_told_) {
             tell_loss();
-        } else if (const uint64_t next = lost() ? next_look_ : next_listing_; platform::tick64() < next) {
+        } else if (const uint64_t next = lost() ? next_look_ : next_listing_; base::tick64() < next) {
             link_.wait(next);
         } else if (lost()) {
             look_again();
@@ -172,7 +172,7 @@ void modem_t::tell_loss() {
     warn(fmt::format("the modem on {} has hung up; it is looked for there{} until it is back", options_.tty, also));
     publish_system_type();
     back_off_ = milliseconds(limit_t::reopening);
-    next_look_ = platform::tick64() + back_off_;
+    next_look_ = base::tick64() + back_off_;
 }
 
 // That the tty is not there yet is no news; that the modem on it cannot be set up is, once a reason.
@@ -190,7 +190,7 @@ void modem_t::look_again() {
         }
     }
     back_off_ = std::min(back_off_ * 2, milliseconds(limit_t::reopening_most));
-    next_look_ = platform::tick64() + back_off_;
+    next_look_ = base::tick64() + back_off_;
 }
 
 }  // namespace radio

@@ -18,7 +18,7 @@ namespace {
 constexpr char escape = 0x1B;
 
 int poll_time(uint64_t until) {
-    const uint64_t now = platform::tick64();
+    const uint64_t now = base::tick64();
     constexpr uint64_t longest = 3'600'000;
     return until <= now ? 0 : static_cast<int>(std::min(until - now, longest));
 }
@@ -40,7 +40,7 @@ void modem_link_t::wake() {
 }
 
 void modem_link_t::begin_ending() {
-    ending_at_ = platform::tick64() + milliseconds(limit_t::ending);
+    ending_at_ = base::tick64() + milliseconds(limit_t::ending);
     wake();
 }
 
@@ -57,8 +57,8 @@ bool modem_link_t::cut_off() const {
 bool modem_link_t::wake_modem() {
     // Results told, in words, and no echo (V.250 6.2.4 to 6.2.6). Whoever refuses that may still answer the other.
     constexpr std::array<const char*, 2> greetings = {"ATQ0V1E0", "AT"};
-    const uint64_t until = platform::tick64() + milliseconds(limit_t::probe);
-    for (size_t i = 0; !cut_off() && !ending() && platform::tick64() < until; ++i) {
+    const uint64_t until = base::tick64() + milliseconds(limit_t::probe);
+    for (size_t i = 0; !cut_off() && !ending() && base::tick64() < until; ++i) {
         // Out of a text entry, should the modem be in one; elsewhere the octet means nothing.
         out_ = escape;
         const reply_t greeted =
@@ -78,8 +78,8 @@ bool modem_link_t::wake_modem() {
 }
 
 bool modem_link_t::pause(limit_t time) {
-    const uint64_t until = platform::tick64() + milliseconds(time);
-    while (!cut_off() && !ending() && platform::tick64() < until) {
+    const uint64_t until = base::tick64() + milliseconds(time);
+    while (!cut_off() && !ending() && base::tick64() < until) {
         pump(until);
     }
     return !cut_off() && !ending();
@@ -113,11 +113,11 @@ reply_t modem_link_t::run(const command_t& command) {
         return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}, .lines = {}};
     }
     out_ += *octets;
-    const uint64_t begun = platform::tick64();
+    const uint64_t begun = base::tick64();
     while (dialogue_.in_progress() && !cut_off()) {
         const uint64_t deadline =
             std::min<uint64_t>(begun + milliseconds(limit_of(command, dialogue_.waits_for_prompt())), ending_at_);
-        if (platform::tick64() >= deadline) {
+        if (base::tick64() >= deadline) {
             break;
         }
         pump(deadline);

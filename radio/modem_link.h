@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 #include "radio/at_dialogue.h"
 #include "radio/tty.h"
 
@@ -76,7 +76,7 @@ class modem_link_t {
     bool out_of_step_ = false;
     std::atomic<bool> lost_ = true;
     std::atomic<uint64_t> ending_at_ = never;
-    platform::clock_watch_t clock_watch_;  // last: it wakes, until it is gone
+    base::clock_watch_t clock_watch_;  // last: it wakes, until it is gone
 };
 
 }  // namespace radio

@@ -53,7 +53,7 @@ bool modem_t::select_memory(const std::string& memory) {
 }
 
 void modem_t::list_all() {
-    next_listing_ = platform::tick64() + milliseconds(limit_t::listing_again);
+    next_listing_ = base::tick64() + milliseconds(limit_t::listing_again);
     journal_.expire(seconds_now());
     if (lost() || link_.ending()) {
         return;
@@ -107,7 +107,7 @@ void modem_t::read_new(const location_t& location) {
     if (message) {
         consider(location, *message, reply.lines.front().pdu, datagrams);
     } else if (!is_empty_place(reply)) {
-        next_listing_ = std::min(next_listing_, platform::tick64() + milliseconds(limit_t::deleting_again));
+        next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit_t::deleting_again));
         warn_unless_lost(
             fmt::format("cannot read message {} of memory {}; it is read later", location.index, location.memory));
     }
@@ -158,7 +158,7 @@ void modem_t::remove(const location_t& location) {
     if (removed) {
         undeleted_.erase(location);
     } else if (undeleted_.insert(location).second) {
-        next_listing_ = std::min(next_listing_, platform::tick64() + milliseconds(limit_t::deleting_again));
+        next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit_t::deleting_again));
         warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it is in the journal, and deleted later",
                                      location.index, location.memory));
     }
@@ -254,7 +254,7 @@ void modem_t::acknowledge(bool safe) {
 
 // Wall-clock time, which the journal outlives a process with; moved by tests with the clock that all waits run on.
 int64_t modem_t::seconds_now() const {
-    return began_at_ + static_cast<int64_t>((platform::tick64() - began_at_tick_) / 1000);
+    return began_at_ + static_cast<int64_t>((base::tick64() - began_at_tick_) / 1000);
 }
 
 }  // namespace radio

@@ -33,7 +33,7 @@ void modem_t::forget() {
 
 std::string modem_t::set_up() {
     forget();
-    sim_deadline_ = platform::tick64() + milliseconds(limit_t::sim_ready);
+    sim_deadline_ = base::tick64() + milliseconds(limit_t::sim_ready);
     sim_wait_told_ = false;
     link_.begin();
     if (!link_.wake_modem()) {

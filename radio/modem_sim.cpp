@@ -68,7 +68,7 @@ bool modem_t::wait_for_sim() {
     if (!std::exchange(sim_wait_told_, true)) {
         warn(fmt::format("the SIM is not ready yet; it is waited for, {} s at most", value_of(limit_t::sim_ready)));
     }
-    return platform::tick64() < sim_deadline_ && link_.pause(limit_t::probe_again);
+    return base::tick64() < sim_deadline_ && link_.pause(limit_t::probe_again);
 }
 
 std::string modem_t::enter_pin() {

@@ -83,7 +83,7 @@ reply_t modem_t::run_submission(const open_submission_t& open, const submission_
                                     .prefixes = {"+CMGS:"},
                                     .entry = platform::to_hex(*pdu),
                                     .is_late = is_late});
-    link_kept_until_ = platform::tick64() + milliseconds(limit_t::link_kept);
+    link_kept_until_ = base::tick64() + milliseconds(limit_t::link_kept);
     return reply;
 }
 
@@ -107,7 +107,7 @@ void modem_t::take_late_result(const std::string& line) {
 
 // 3GPP TS 27.005 3.5.6: the modem itself forgets a 1 after some time without a submission, a 2 never.
 void modem_t::keep_link(bool more_follow) {
-    const bool kept = link_kept_ && (link_keeping_ == 2 || platform::tick64() < link_kept_until_);
+    const bool kept = link_kept_ && (link_keeping_ == 2 || base::tick64() < link_kept_until_);
     if (link_keeping_ != 0 && more_follow && !kept) {
         link_.exchange({.line = fmt::format("AT+CMMS={}", link_keeping_), .limit = limit_t::query});
     } else if (link_keeping_ == 2 && !more_follow && kept) {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
 
@@ -33,8 +33,8 @@ void waitable_t::wake() {
 }
 
 DWORD waitable_t::wait(DWORD milliseconds) {
-    const uint64_t deadline = tick64() + milliseconds;
-    std::optional<clock_watch_t> watch;
+    const uint64_t deadline = base::tick64() + milliseconds;
+    std::optional<base::clock_watch_t> watch;
     if (milliseconds != 0 && milliseconds != INFINITE) {
         watch.emplace([this] { wake(); });
     }
@@ -47,7 +47,7 @@ DWORD waitable_t::wait(DWORD milliseconds) {
             changed.wait(lock);
             continue;
         }
-        const uint64_t now = tick64();
+        const uint64_t now = base::tick64();
         if (now >= deadline) {
             return WAIT_TIMEOUT;
         }

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <limits>
 
+#include "base/clock.h"
 #include "base/safe_text.h"
 #include "base/text.h"
-#include "platform/linux/clock.h"
 
 namespace platform {
 namespace {
@@ -53,9 +53,9 @@ LONG error_of(int result) {
 /// The busy timeout does not cover the switch to the write-ahead log: of processes that make one file at once, all but
 /// the first would fail.
 int make_tables(sqlite3* handle) {
-    const uint64_t until = tick64() + busy_timeout_ms;
+    const uint64_t until = base::tick64() + busy_timeout_ms;
     int result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
-    while ((result & 0xFF) == SQLITE_BUSY && tick64() < until) {
+    while ((result & 0xFF) == SQLITE_BUSY && base::tick64() < until) {
         sqlite3_sleep(1);
         result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
     }

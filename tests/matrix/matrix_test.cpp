@@ -8,7 +8,7 @@
 #include <fstream>
 #include <set>
 
-#include "platform/linux/testing.h"
+#include "base/clock.h"
 #include "radio/limits.h"
 #include "tests/matrix/phone.h"
 #include "tests/network/host.h"
@@ -136,7 +136,7 @@ class matrix : public network::network_test, public testing::WithParamInterface<
         // What could not be deleted is deleted by now.
         for (int listing = 0; listing < 2; ++listing) {
             let_time_pass(1'000);
-            platform::testing::advance_clock(30'000);
+            base::advance_clock(30'000);
         }
         let_time_pass(1'000);
         const std::string log = phone_.log();

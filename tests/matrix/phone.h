@@ -14,10 +14,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/clock.h"
 #include "com/miscio/text.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "platform/linux/testing.h"
 #include "radio/modem_port.h"
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
@@ -27,7 +27,7 @@ inline void let_time_pass(uint64_t milliseconds) {
     constexpr uint64_t step = 30;  // a modem has still a third of a second of ours for what it must do in ten
     for (uint64_t passed = 0; passed < milliseconds; passed += step) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        platform::testing::advance_clock(step);
+        base::advance_clock(step);
     }
 }
 
@@ -70,7 +70,7 @@ class phone_t {
         ZPD_Init(TEXT("Drivers\\BuiltIn\\ZPD"), nullptr);
         started_ = true;
         ASSERT_TRUE(as_time_passes([this] { return log().find("System type: ") != std::string::npos; }));
-        platform::testing::advance_clock(10'000);  // the driver waits so long before it believes it
+        base::advance_clock(10'000);  // the driver waits so long before it believes it
     }
     void stop() {
         radio::detach_modem();

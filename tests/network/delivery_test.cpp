@@ -1,7 +1,7 @@
 // Store and forward between phones, 3GPP TS 23.040, as the hosts see it through 3GPP TS 27.005.
 #include <ctime>
 
-#include "platform/linux/testing.h"
+#include "base/clock.h"
 #include "tests/network/host.h"
 
 namespace network {
@@ -140,10 +140,10 @@ TEST_F(delivery_test, a_direct_delivery_is_acknowledged_or_stored) {
     to->expect("AT+CNMI=2,2\r", "\r\nOK\r\n");
     send(3);
     handed_over(3);
-    platform::testing::advance_clock(14'000);
+    base::advance_clock(14'000);
     to->expect_nothing();
     EXPECT_EQ(network_->statistics().waiting, 1U);
-    platform::testing::advance_clock(1'000);
+    base::advance_clock(1'000);
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
     to->expect("AT+CNMA\r", "\r\n+CMS ERROR: 340\r\n");
     to->send("AT+CMGR=2\r");

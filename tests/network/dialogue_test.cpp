@@ -4,7 +4,7 @@
 #include <fstream>
 #include <random>
 
-#include "platform/linux/testing.h"
+#include "base/clock.h"
 #include "tests/network/host.h"
 #include "tests/transcript.h"
 
@@ -25,7 +25,7 @@ class transcript : public network_test, public testing::WithParamInterface<std::
         } else if (mark == '<') {
             host_->expect("", text);
         } else if (mark == '+') {
-            platform::testing::advance_clock(std::stoul(text));
+            base::advance_clock(std::stoul(text));
         } else if (text == "power-cycle") {
             power_cycle();
         } else {

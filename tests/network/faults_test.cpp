@@ -1,6 +1,6 @@
 // The faults by name: what each makes a host see.
+#include "base/clock.h"
 #include "network/fault_table.h"
-#include "platform/linux/testing.h"
 #include "tests/network/host.h"
 
 namespace network {
@@ -44,7 +44,7 @@ TEST_F(faults_test, deliveries_come_twice_in_reverse_or_late) {
     set_fault(bob, "delay=3600000");
     send({6});
     EXPECT_EQ(stored(*to).size(), 6U);
-    platform::testing::advance_clock(3'600'000);
+    base::advance_clock(3'600'000);
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
     EXPECT_EQ(stored(*to).back(), 6);
 }
@@ -77,13 +77,13 @@ TEST_F(faults_test, results_and_prompts_come_late) {
     submit(*from, submit_to(bob, {1}));
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
     from->expect_nothing();
-    platform::testing::advance_clock(60'000);
+    base::advance_clock(60'000);
     EXPECT_EQ(from->read_until("OK\r\n"), sent(0));
     set_fault(alice, "clear");
     set_fault(alice, "late-prompt=60000");
     from->expect("ATE1\r", "\r\nOK\r\n");
     from->expect("AT+CMGS=14\r\x1b", "AT+CMGS=14\r");  // the escape is not taken before the prompt
-    platform::testing::advance_clock(60'000);
+    base::advance_clock(60'000);
     from->expect("AT\r", "\r\n> \x1b\r\nOK\r\nAT\r\r\nOK\r\n");
 }
 
@@ -93,7 +93,7 @@ TEST_F(faults_test, a_modem_returns_under_another_name) {
     set_fault(bob, "hang-up=5000");
     EXPECT_EQ(from->read_until("OK"), "");
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(network_->link(bob))));
-    platform::testing::advance_clock(5'000);
+    base::advance_clock(5'000);
     set_fault(bob, "return");  // a round: it is there
     EXPECT_NE(std::filesystem::read_symlink(network_->link(bob)), tty);
     host(bob)->expect_nothing();

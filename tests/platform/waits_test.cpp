@@ -2,7 +2,7 @@
 #include <functional>
 #include <thread>
 
-#include "platform/linux/clock.h"
+#include "base/clock.h"
 #include "tests/platform/fixture.h"
 
 using platform::testing::advance_clock;
@@ -77,16 +77,16 @@ TEST(event, wait_runs_on_the_clock_that_tests_move) {
 }
 
 TEST(clock, wraps_under_a_wait_and_never_steps_back) {
-    const uint64_t before = platform::tick64();
+    const uint64_t before = base::tick64();
     HANDLE event = new_event(TRUE);
     advance_clock_to(0xFFFFFFFA);
     EXPECT_GE(GetTickCount(), 0xFFFFFFFA);
     EXPECT_EQ(WaitForSingleObject(event, 20), WAIT_TIMEOUT);
     EXPECT_LT(GetTickCount(), hour);
-    EXPECT_GT(platform::tick64(), before);
+    EXPECT_GT(base::tick64(), before);
     int moves = 0;
     {
-        const platform::clock_watch_t watch([&] { ++moves; });
+        const base::clock_watch_t watch([&] { ++moves; });
         advance_clock_to(0x80000000);
         EXPECT_GE(GetTickCount(), 0x80000000);
     }

@@ -2,11 +2,11 @@
 #include "radio/diagnosis.h"
 
 #include <gmock/gmock.h>
-#include <platform/linux/testing.h>
 
 #include <atomic>
 #include <thread>
 
+#include "base/clock.h"
 #include "tests/radio/scripted_modem.h"
 
 namespace {
@@ -120,7 +120,7 @@ TEST(diagnosis, leaves_the_modem_as_it_was) {
         modem.on("AT+CMGF=?", end == "silence" ? "" : line("+CMGF: (0,1)"));
         std::jthread time([&] {
             if (end == "silence" && modem.heard("AT+CMGF=?")) {
-                platform::testing::advance_clock(10'000);
+                base::advance_clock(10'000);
             }
         });
         const diagnosis_t found =

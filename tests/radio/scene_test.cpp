@@ -7,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include "base/clock.h"
 #include "base/sqlite.h"
 #include "tests/radio/session_fixture.h"
 #include "tests/transcript.h"
@@ -112,7 +113,7 @@ class scene : public session, public testing::WithParamInterface<std::filesystem
         {"says", [this](const step_t& step) { modem.say(filled(step.said.value())); }},
         {"hang", [this](const step_t&) { modem.hang_up(); }},
         {"return", [this](const step_t&) { modem.plug_in(), link(options.tty, modem); }},
-        {"pass", [](const step_t& step) { platform::testing::advance_clock(std::stoul(step.object) * 1000); }},
+        {"pass", [](const step_t& step) { base::advance_clock(std::stoul(step.object) * 1000); }},
         {"journal", [this](const step_t& step) { change_journal(step.object); }},
         {"time", [this](const step_t&) { time_flies_ = true; }},
         {"the", [this](const step_t& step) { recorder.block(driver_waits_ = step.object == "driver waits"); }},

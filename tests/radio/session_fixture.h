@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <platform/linux/testing.h>
 #include <ril.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "air/tpdu.h"
+#include "base/clock.h"
 #include "base/hex.h"
 #include "base/text.h"
 #include "radio/limits.h"
@@ -173,7 +173,7 @@ class session : public testing::Test {
             if (predicate()) {
                 return true;
             }
-            platform::testing::advance_clock(50);
+            base::advance_clock(50);
         }
         return false;
     }

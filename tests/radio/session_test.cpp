@@ -1,6 +1,5 @@
 // The RIL functions over a pseudo-terminal, against a modem that a test scripts.
 #include <fcntl.h>
-#include <platform/linux/testing.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
@@ -13,11 +12,12 @@
 #include <functional>
 #include <future>
 
+#include "base/clock.h"
 #include "tests/radio/session_fixture.h"
 
 namespace {
 
-using platform::testing::advance_clock;
+using base::advance_clock;
 using radio::attach_modem;
 using radio::detach_modem;
 using testing::Contains;

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "base/clock.h"
 #include "tests/radio/session_fixture.h"
 
 namespace {
@@ -28,13 +29,13 @@ class set_up : public session {
     /// The modem does not answer the command in time.
     std::string attach_without(const std::string& command) {
         std::future<std::string> attached = attach_up_to(command);
-        platform::testing::advance_clock(300'000);
+        base::advance_clock(300'000);
         return attached.get();
     }
     std::string attach_as_time_passes() {
         auto attached = std::async(std::launch::async, [this] { return attach_now(); });
         while (attached.wait_for(std::chrono::milliseconds(2)) != std::future_status::ready) {
-            platform::testing::advance_clock(100);
+            base::advance_clock(100);
         }
         return attached.get();
     }
@@ -169,7 +170,7 @@ TEST_F(set_up, modem_that_returns_under_another_name_is_found) {
     link(options.tty, stranger);
     modem.hang_up();
     recorder.events(1);
-    platform::testing::advance_clock(5000);
+    base::advance_clock(5000);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("under " + lasting.native()));
     modem.plug_in();
     link(lasting, modem);

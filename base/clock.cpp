@@ -1,6 +1,4 @@
-#include "platform/linux/clock.h"
-
-#include <windows.h>
+#include "base/clock.h"
 
 #include <atomic>
 #include <chrono>
@@ -8,9 +6,8 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/testing.h"
+namespace base {
 
-namespace platform {
 namespace {
 
 // What tests have added to the host's monotonic clock. It only grows.
@@ -44,8 +41,6 @@ clock_watch_t::~clock_watch_t() {
     watches().moved.erase(this);
 }
 
-namespace testing {
-
 void advance_clock(uint64_t milliseconds) {
     const std::lock_guard lock(watches().mutex);
     moved_by.fetch_add(milliseconds);
@@ -54,13 +49,4 @@ void advance_clock(uint64_t milliseconds) {
     }
 }
 
-void advance_clock_to(DWORD tick) {
-    advance_clock(static_cast<DWORD>(tick - GetTickCount()));
-}
-
-}  // namespace testing
-}  // namespace platform
-
-DWORD GetTickCount() {
-    return static_cast<DWORD>(platform::tick64());
-}
+}  // namespace base

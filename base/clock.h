@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <functional>
 
-namespace platform {
+namespace base {
 
-/// Milliseconds; GetTickCount shows the low 32 bits. Starts at 1 or more.
+/// Milliseconds. Starts at 1 or more.
 uint64_t tick64();
 
 /// Calls `moved` each time a test moves the clock, for waits that sleep in the kernel (poll) to look again. The
@@ -19,4 +19,7 @@ class clock_watch_t {
     clock_watch_t& operator=(const clock_watch_t&) = delete;
 };
 
-}  // namespace platform
+/// For tests only: moves tick64 forward; timed waits whose time has come then end.
+void advance_clock(uint64_t milliseconds);
+
+}  // namespace base
