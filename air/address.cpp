@@ -5,7 +5,7 @@
 #include "air/gsm_alphabet.h"
 #include "air/tpdu_fields.h"
 
-namespace tpdu {
+namespace air {
 
 namespace {
 
@@ -202,4 +202,4 @@ std::optional<octets_t> encode_pdu(const pdu_t& pdu) {
     return out;
 }
 
-}  // namespace tpdu
+}  // namespace air

@@ -4,12 +4,12 @@
 
 #include "air/tpdu.h"
 
-namespace cdma {
+namespace air::cdma {
 
 /// Reads from the front. A read past the end gives 0 and `failed()` from then on, so that a decoder checks once.
 class bit_reader_t {
   public:
-    explicit bit_reader_t(tpdu::octets_view_t octets) : octets_(octets) {}
+    explicit bit_reader_t(octets_view_t octets) : octets_(octets) {}
 
     /// The next `count` bits, at most 16.
     uint16_t bits(size_t count) {
@@ -31,7 +31,7 @@ class bit_reader_t {
     [[nodiscard]] size_t left() const { return failed_ ? 0 : octets_.size() * 8 - next_; }
 
   private:
-    tpdu::octets_view_t octets_;
+    octets_view_t octets_;
     size_t next_ = 0;
     bool failed_ = false;
 };
@@ -48,11 +48,11 @@ class bit_writer_t {
             octets_.back() |= static_cast<uint8_t>((value >> bit & 1U) << (7 - size_ % 8));
         }
     }
-    [[nodiscard]] const tpdu::octets_t& octets() const { return octets_; }
+    [[nodiscard]] const octets_t& octets() const { return octets_; }
 
   private:
-    tpdu::octets_t octets_;
+    octets_t octets_;
     size_t size_ = 0;
 };
 
-}  // namespace cdma
+}  // namespace air::cdma

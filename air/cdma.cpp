@@ -3,7 +3,7 @@
 
 #include "air/cdma_fields.h"
 
-namespace cdma {
+namespace air::cdma {
 
 namespace {
 
@@ -26,10 +26,10 @@ uint8_t address_parameter(message_type_t type) {
 /// The parameters of a message, each the last of its kind.
 struct parameters_t {
     std::optional<uint16_t> teleservice;
-    std::optional<tpdu::address_t> originating;
-    std::optional<tpdu::address_t> destination;
+    std::optional<address_t> originating;
+    std::optional<address_t> destination;
     std::optional<uint8_t> reply_sequence;
-    std::optional<tpdu::octets_view_t> bearer_data;
+    std::optional<octets_view_t> bearer_data;
 };
 
 bool read_parameter(const parameter_t& parameter, parameters_t& read) {
@@ -58,7 +58,7 @@ bool read_parameter(const parameter_t& parameter, parameters_t& read) {
 
 }  // namespace
 
-std::optional<parameter_t> next_parameter(tpdu::octets_view_t& octets) {
+std::optional<parameter_t> next_parameter(octets_view_t& octets) {
     constexpr size_t before = 2;
     if (octets.size() < before || octets.size() - before < octets[1]) {
         return std::nullopt;
@@ -68,7 +68,7 @@ std::optional<parameter_t> next_parameter(tpdu::octets_view_t& octets) {
     return parameter;
 }
 
-bool append_parameter(uint8_t identifier, tpdu::octets_view_t octets, tpdu::octets_t& out) {
+bool append_parameter(uint8_t identifier, octets_view_t octets, octets_t& out) {
     if (octets.size() > UINT8_MAX) {
         return false;
     }
@@ -77,7 +77,7 @@ bool append_parameter(uint8_t identifier, tpdu::octets_view_t octets, tpdu::octe
     return true;
 }
 
-std::optional<message_t> decode(tpdu::octets_view_t octets) {
+std::optional<message_t> decode(octets_view_t octets) {
     if (octets.empty() || octets[0] != point_to_point) {
         return std::nullopt;
     }
@@ -102,12 +102,12 @@ std::optional<message_t> decode(tpdu::octets_view_t octets) {
     return message;
 }
 
-std::optional<tpdu::octets_t> encode(const message_t& message) {
+std::optional<octets_t> encode(const message_t& message) {
     bit_writer_t teleservice;
     teleservice.bits(message.teleservice, teleservice_bits);
     bit_writer_t address;
-    const std::optional<tpdu::octets_t> bearer_data = bearer_data_of(message);
-    tpdu::octets_t out = {point_to_point};
+    const std::optional<octets_t> bearer_data = bearer_data_of(message);
+    octets_t out = {point_to_point};
     if (!bearer_data || !write_address(message.address, address) ||
         !append_parameter(parameter_teleservice, teleservice.octets(), out) ||
         !append_parameter(address_parameter(message.type), address.octets(), out)) {
@@ -121,4 +121,4 @@ std::optional<tpdu::octets_t> encode(const message_t& message) {
     return append_parameter(parameter_bearer_data, *bearer_data, out) ? std::optional(out) : std::nullopt;
 }
 
-}  // namespace cdma
+}  // namespace air::cdma

@@ -9,7 +9,7 @@
 
 #include "air/tpdu.h"
 
-namespace cdma {
+namespace air::cdma {
 
 /// Wireless messaging, the teleservice of short messages between people (C.S0015 3.4.3.1).
 inline constexpr uint16_t teleservice_wmt = 4098;
@@ -20,7 +20,7 @@ enum class encoding_t : uint8_t { octets = 0, ascii = 2 };
 /// User data, C.S0015 4.5.2.
 struct user_data_t {
     encoding_t encoding = encoding_t::octets;
-    tpdu::octets_t characters;  // an octet each
+    octets_t characters;  // an octet each
 
     bool operator==(const user_data_t&) const = default;
 };
@@ -33,13 +33,13 @@ enum class message_type_t : uint8_t { deliver = 1, submit = 2 };
 struct message_t {
     message_type_t type = message_type_t::submit;
     uint16_t teleservice = teleservice_wmt;
-    tpdu::address_t address;                // originating (deliver) or destination (submit)
+    address_t address;                      // originating (deliver) or destination (submit)
     std::optional<uint8_t> reply_sequence;  // bearer reply option: the transport layer is to acknowledge
     uint16_t identifier = 0;                // MESSAGE_ID
     bool header_indicator = false;          // HEADER_IND: the characters begin with a header and its length octet
     std::optional<user_data_t> user_data;   // none also for another encoding
-    std::optional<tpdu::timestamp_t> service_centre_time;
-    std::optional<tpdu::timestamp_t> validity_absolute;
+    std::optional<timestamp_t> service_centre_time;
+    std::optional<timestamp_t> validity_absolute;
     std::optional<uint8_t> validity_relative;
     std::optional<uint8_t> priority;      // 0 normal to 3 emergency
     std::optional<uint8_t> privacy;       // 0 not restricted to 3 secret
@@ -48,9 +48,9 @@ struct message_t {
     bool operator==(const message_t&) const = default;
 };
 
-std::optional<message_t> decode(tpdu::octets_view_t octets);
+std::optional<message_t> decode(octets_view_t octets);
 /// None when a field does not fit its place: too long an address, too many characters, a time that has no
 /// digits for it.
-std::optional<tpdu::octets_t> encode(const message_t& message);
+std::optional<octets_t> encode(const message_t& message);
 
-}  // namespace cdma
+}  // namespace air::cdma

@@ -3,7 +3,7 @@
 
 #include "air/cdma_fields.h"
 
-namespace cdma {
+namespace air::cdma {
 
 namespace {
 
@@ -43,15 +43,15 @@ std::string read_characters(bit_reader_t& reader) {
 }
 
 // The types of a number are those of 3GPP TS 23.040, but for the one that CDMA has no use for.
-tpdu::number_type_t number_type(uint16_t bits) {
-    const auto type = static_cast<tpdu::number_type_t>(bits);
-    return type == tpdu::number_type_t::alphanumeric ? tpdu::number_type_t::reserved : type;
+number_type_t number_type(uint16_t bits) {
+    const auto type = static_cast<number_type_t>(bits);
+    return type == number_type_t::alphanumeric ? number_type_t::reserved : type;
 }
 
 }  // namespace
 
-tpdu::address_t read_address(bit_reader_t& reader) {
-    tpdu::address_t address;
+address_t read_address(bit_reader_t& reader) {
+    address_t address;
     const bool as_characters = reader.bits(1) != 0;  // DIGIT_MODE
     const bool data_network = reader.bits(1) != 0;   // NUMBER_MODE
     if (!as_characters) {
@@ -60,7 +60,7 @@ tpdu::address_t read_address(bit_reader_t& reader) {
     }
     address.type = number_type(reader.bits(type_bits));
     if (data_network) {
-        address.type = tpdu::number_type_t::alphanumeric;
+        address.type = number_type_t::alphanumeric;
     } else {
         address.numbering_plan = static_cast<uint8_t>(reader.bits(plan_bits));
     }
@@ -68,9 +68,9 @@ tpdu::address_t read_address(bit_reader_t& reader) {
     return address;
 }
 
-bool write_address(const tpdu::address_t& address, bit_writer_t& writer) {
-    const bool data_network = address.type == tpdu::number_type_t::alphanumeric;
-    const bool is_dtmf = address.type == tpdu::number_type_t::unknown && address.numbering_plan == 1 &&
+bool write_address(const address_t& address, bit_writer_t& writer) {
+    const bool data_network = address.type == number_type_t::alphanumeric;
+    const bool is_dtmf = address.type == number_type_t::unknown && address.numbering_plan == 1 &&
                          address.text.find_first_not_of(dtmf_digits) == std::string::npos;
     if (address.text.size() > UINT8_MAX || !std::ranges::all_of(address.text, printable)) {
         return false;
@@ -94,4 +94,4 @@ bool write_address(const tpdu::address_t& address, bit_writer_t& writer) {
     return true;
 }
 
-}  // namespace cdma
+}  // namespace air::cdma

@@ -3,7 +3,7 @@
 
 #include "air/cdma_fields.h"
 
-namespace cdma {
+namespace air::cdma {
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr uint8_t subparameter_user_data = 0x01;
 
 constexpr struct {
     uint8_t identifier;
-    std::optional<tpdu::timestamp_t> message_t::*member;
+    std::optional<timestamp_t> message_t::*member;
 } time_rows[] = {
     {0x03, &message_t::service_centre_time},
     {0x04, &message_t::validity_absolute},
@@ -69,8 +69,8 @@ void read_user_data(bit_reader_t& reader, message_t& message) {
 }
 
 // Six octets of two decimal digits each.
-tpdu::timestamp_t read_time(bit_reader_t& reader) {
-    tpdu::timestamp_t time;
+timestamp_t read_time(bit_reader_t& reader) {
+    timestamp_t time;
     for (uint8_t* field : {&time.year, &time.month, &time.day, &time.hour, &time.minute, &time.second}) {
         const uint16_t tens = reader.bits(4);
         const uint16_t units = reader.bits(4);
@@ -82,7 +82,7 @@ tpdu::timestamp_t read_time(bit_reader_t& reader) {
     return time;
 }
 
-bool write_time(const tpdu::timestamp_t& time, bit_writer_t& writer) {
+bool write_time(const timestamp_t& time, bit_writer_t& writer) {
     bool fits = true;
     for (const uint8_t field : {time.year, time.month, time.day, time.hour, time.minute, time.second}) {
         fits = fits && field < 100;
@@ -112,7 +112,7 @@ bool read_subparameter(const parameter_t& subparameter, message_t& message) {
     return !reader.failed();
 }
 
-bool append_message_identifier(const message_t& message, tpdu::octets_t& out) {
+bool append_message_identifier(const message_t& message, octets_t& out) {
     bit_writer_t writer;
     writer.bits(static_cast<uint8_t>(message.type), message_type_bits);
     writer.bits(message.identifier, message_identifier_bits);
@@ -121,7 +121,7 @@ bool append_message_identifier(const message_t& message, tpdu::octets_t& out) {
     return append_parameter(subparameter_message_identifier, writer.octets(), out);
 }
 
-bool append_user_data(const user_data_t& user_data, tpdu::octets_t& out) {
+bool append_user_data(const user_data_t& user_data, octets_t& out) {
     const std::optional<size_t> width = character_bits(user_data.encoding);
     if (!width || user_data.characters.size() > UINT8_MAX) {
         return false;
@@ -138,12 +138,12 @@ bool append_user_data(const user_data_t& user_data, tpdu::octets_t& out) {
     return append_parameter(subparameter_user_data, writer.octets(), out);
 }
 
-bool append_time(uint8_t identifier, const tpdu::timestamp_t& time, tpdu::octets_t& out) {
+bool append_time(uint8_t identifier, const timestamp_t& time, octets_t& out) {
     bit_writer_t writer;
     return write_time(time, writer) && append_parameter(identifier, writer.octets(), out);
 }
 
-bool append_number(uint8_t identifier, uint8_t value, size_t bits, tpdu::octets_t& out) {
+bool append_number(uint8_t identifier, uint8_t value, size_t bits, octets_t& out) {
     bit_writer_t writer;
     writer.bits(value, bits);
     return value >> bits == 0 && append_parameter(identifier, writer.octets(), out);
@@ -151,7 +151,7 @@ bool append_number(uint8_t identifier, uint8_t value, size_t bits, tpdu::octets_
 
 }  // namespace
 
-bool read_bearer_data(tpdu::octets_view_t octets, message_t& message) {
+bool read_bearer_data(octets_view_t octets, message_t& message) {
     bool has_type = false;
     while (!octets.empty()) {
         const std::optional<parameter_t> subparameter = next_parameter(octets);
@@ -163,12 +163,12 @@ bool read_bearer_data(tpdu::octets_view_t octets, message_t& message) {
     return has_type;
 }
 
-std::optional<tpdu::octets_t> bearer_data_of(const message_t& message) {
-    tpdu::octets_t out;
+std::optional<octets_t> bearer_data_of(const message_t& message) {
+    octets_t out;
     bool fits = append_message_identifier(message, out);
     fits = fits && (!message.user_data || append_user_data(*message.user_data, out));
     for (const auto& row : time_rows) {
-        const std::optional<tpdu::timestamp_t>& time = message.*row.member;
+        const std::optional<timestamp_t>& time = message.*row.member;
         fits = fits && (!time || append_time(row.identifier, *time, out));
     }
     for (const auto& row : number_rows) {
@@ -178,4 +178,4 @@ std::optional<tpdu::octets_t> bearer_data_of(const message_t& message) {
     return fits ? std::optional(out) : std::nullopt;
 }
 
-}  // namespace cdma
+}  // namespace air::cdma

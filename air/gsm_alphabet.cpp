@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace gsm_alphabet {
+namespace air::gsm_alphabet {
 
 namespace {
 
@@ -102,4 +102,4 @@ std::vector<uint8_t> pack(std::span<const uint8_t> septets) {
     return octets;
 }
 
-}  // namespace gsm_alphabet
+}  // namespace air::gsm_alphabet

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace gsm_alphabet {
+namespace air::gsm_alphabet {
 
 /// `septets` values of 0..127.
 std::string to_utf8(std::span<const uint8_t> septets);
@@ -22,4 +22,4 @@ std::optional<std::vector<uint8_t>> from_utf8(std::string_view text);
 std::vector<uint8_t> unpack(std::span<const uint8_t> octets, size_t count);
 std::vector<uint8_t> pack(std::span<const uint8_t> septets);
 
-}  // namespace gsm_alphabet
+}  // namespace air::gsm_alphabet

@@ -3,7 +3,7 @@
 
 #include "air/tpdu_fields.h"
 
-namespace tpdu {
+namespace air {
 
 namespace {
 
@@ -160,4 +160,4 @@ std::optional<octets_t> encode(const deliver_t& deliver) {
     return out;
 }
 
-}  // namespace tpdu
+}  // namespace air

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tpdu {
+namespace air {
 
 using octets_t = std::vector<uint8_t>;
 using octets_view_t = std::span<const uint8_t>;
@@ -144,4 +144,4 @@ struct pdu_t {
 std::optional<pdu_t> decode_pdu(octets_view_t octets);
 std::optional<octets_t> encode_pdu(const pdu_t& pdu);
 
-}  // namespace tpdu
+}  // namespace air

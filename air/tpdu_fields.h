@@ -3,7 +3,7 @@
 
 #include "air/tpdu.h"
 
-namespace tpdu {
+namespace air {
 
 /// Reads octets from the front. A read past the end gives 0 and `failed()` from then on, so that a decoder checks once.
 class reader_t {
@@ -39,4 +39,4 @@ void read_user_data(reader_t& reader, uint8_t data_coding, uint8_t& length, octe
 /// False for a length that disagrees with the data or exceeds 140 octets.
 bool write_user_data(uint8_t data_coding, uint8_t length, octets_view_t user_data, octets_t& out);
 
-}  // namespace tpdu
+}  // namespace air

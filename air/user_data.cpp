@@ -1,7 +1,7 @@
 // TP-User-Data, 3GPP TS 23.040 9.2.3.24: its length, its header and the port addressing elements of that.
 #include "air/tpdu_fields.h"
 
-namespace tpdu {
+namespace air {
 
 namespace {
 
@@ -118,4 +118,4 @@ std::optional<concatenation_t> concatenation(octets_view_t header) {
     return found;
 }
 
-}  // namespace tpdu
+}  // namespace air

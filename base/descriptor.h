@@ -5,6 +5,8 @@
 
 #include <utility>
 
+namespace base {
+
 class descriptor_t {
   public:
     descriptor_t() = default;
@@ -29,3 +31,5 @@ class descriptor_t {
   private:
     int descriptor_ = -1;
 };
+
+}  // namespace base

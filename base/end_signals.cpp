@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+namespace base {
+
 end_signals_t::end_signals_t() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -27,3 +29,5 @@ bool end_signals_t::wait(int milliseconds) const {
     } while (count < 0 && errno == EINTR);
     return count != 0;
 }
+
+}  // namespace base

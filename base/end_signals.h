@@ -7,6 +7,8 @@
 
 #include "base/descriptor.h"
 
+namespace base {
+
 class end_signals_t {
   public:
     end_signals_t();
@@ -19,3 +21,5 @@ class end_signals_t {
   private:
     descriptor_t descriptor_;
 };
+
+}  // namespace base

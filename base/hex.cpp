@@ -1,6 +1,6 @@
 #include "base/hex.h"
 
-namespace platform {
+namespace base {
 namespace {
 
 std::optional<uint8_t> digit_value(char digit) {
@@ -46,4 +46,4 @@ std::optional<std::vector<uint8_t>> from_hex(std::string_view text) {
     return octets;
 }
 
-}  // namespace platform
+}  // namespace base

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
-namespace platform {
+namespace base {
 
 namespace {
 
@@ -108,4 +108,4 @@ std::string escaped_lines(std::string_view text) {
     return escaped(text, true);
 }
 
-}  // namespace platform
+}  // namespace base

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace base {
 
 /// The length of the well-formed UTF-8 sequence (Unicode 15 table 3-7) that begins `text`; 0 when none does.
 size_t utf8_sequence(std::string_view text);
@@ -16,4 +16,4 @@ std::string escaped(std::string_view text);
 /// The same on many lines: line ends (also CR LF) and tabs stay.
 std::string escaped_lines(std::string_view text);
 
-}  // namespace platform
+}  // namespace base

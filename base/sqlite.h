@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::sqlite {
+namespace base::sqlite {
 
 struct close_t {
     void operator()(sqlite3* connection) const { sqlite3_close_v2(connection); }
@@ -75,4 +75,4 @@ class execution_t {
     sqlite3_stmt* statement;
 };
 
-}  // namespace platform::sqlite
+}  // namespace base::sqlite

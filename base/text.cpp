@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <system_error>
 
-namespace platform {
+namespace base {
 namespace {
 
 constexpr char32_t replacement = 0xFFFD;
@@ -122,4 +122,4 @@ std::string errno_text(int error) {
     return std::generic_category().message(error);
 }
 
-}  // namespace platform
+}  // namespace base

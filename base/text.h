@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace base {
 
 std::string to_utf8(std::u16string_view text);
 std::u16string to_utf16(std::string_view text);
@@ -13,4 +13,4 @@ std::u16string to_utf16(std::string_view text);
 /// "No such file or directory"; safe in any thread.
 std::string errno_text(int error);
 
-}  // namespace platform
+}  // namespace base

@@ -12,15 +12,15 @@ namespace {
 
 /// The first datagram of a message of two, or, with `parts` 1, a message of its own; each of another sender.
 radio::arrival_t arrival(uint32_t sender, uint8_t parts) {
-    tpdu::deliver_t deliver;
-    deliver.originator = {tpdu::number_type_t::international, 1, std::to_string(10'000'000 + sender)};
-    deliver.data_coding = tpdu::data_coding_8bit;
+    air::deliver_t deliver;
+    deliver.originator = {air::number_type_t::international, 1, std::to_string(10'000'000 + sender)};
+    deliver.data_coding = air::data_coding_8bit;
     deliver.header_indicator = true;
-    deliver.user_data = *platform::from_hex("0B050423F423F40003010001");
+    deliver.user_data = *base::from_hex("0B050423F423F40003010001");
     deliver.user_data[10] = parts;
-    deliver.user_data.resize(tpdu::max_user_data, 'x');
-    deliver.user_data_length = tpdu::max_user_data;
-    tpdu::octets_t octets = *tpdu::encode(deliver);
+    deliver.user_data.resize(air::max_user_data, 'x');
+    deliver.user_data_length = air::max_user_data;
+    air::octets_t octets = *air::encode(deliver);
     radio::card_datagram_t card = *radio::card_datagram_of(radio::technology_t::gsm, octets);
     return {radio::technology_t::gsm, std::move(octets), std::move(card)};
 }

@@ -13,9 +13,9 @@
 std::string arrivals_t::watch() {
     std::error_code failed;
     std::filesystem::create_directories(inbox_.path(), failed);
-    events_ = descriptor_t(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    events_ = base::descriptor_t(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (inotify_add_watch(events_.get(), inbox_.path().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
-        return fmt::format("cannot watch {}: {}", inbox_.path().native(), platform::errno_text(errno));
+        return fmt::format("cannot watch {}: {}", inbox_.path().native(), base::errno_text(errno));
     }
     return {};
 }
@@ -33,7 +33,7 @@ bool arrivals_t::read_events() {
     return length > 0;
 }
 
-std::optional<stored_card_t> arrivals_t::next(const end_signals_t& signals, std::chrono::seconds limit) {
+std::optional<stored_card_t> arrivals_t::next(const base::end_signals_t& signals, std::chrono::seconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     for (;;) {
         while (!names_.empty()) {

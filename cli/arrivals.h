@@ -16,7 +16,7 @@ class arrivals_t {
     /// Makes the folder, if need be, and watches it. Returns an empty text, or why it cannot.
     [[nodiscard]] std::string watch();
     /// The next card whose file is written and closed; none when the time is over or a signal comes.
-    std::optional<stored_card_t> next(const end_signals_t& signals, std::chrono::seconds limit);
+    std::optional<stored_card_t> next(const base::end_signals_t& signals, std::chrono::seconds limit);
 
     const inbox_folder_t& inbox() const { return inbox_; }
 
@@ -25,6 +25,6 @@ class arrivals_t {
     bool read_events();
 
     inbox_folder_t inbox_;
-    descriptor_t events_;
+    base::descriptor_t events_;
     std::vector<std::string> names_;
 };

@@ -20,7 +20,7 @@ size_t limit(const card_options_t& options) {
 }  // namespace
 
 std::string card_t::label() const {
-    return platform::escaped(std::filesystem::path(path).filename().native());
+    return base::escaped(std::filesystem::path(path).filename().native());
 }
 
 std::string size_and_limit(size_t size, const card_options_t& options) {
@@ -29,9 +29,9 @@ std::string size_and_limit(size_t size, const card_options_t& options) {
 }
 
 std::string read_card(card_t* card, const card_options_t& options) {
-    const std::string shown = platform::escaped(card->path);
+    const std::string shown = base::escaped(card->path);
     if (const int error = read_file(card->path, ZPD_CARD_MAX_SHORT_REFERENCE, &card->octets); error != 0) {
-        return fmt::format("cannot read the card {}: {}", shown, platform::errno_text(error));
+        return fmt::format("cannot read the card {}: {}", shown, base::errno_text(error));
     }
     if (card->octets.empty()) {
         return fmt::format("the card {} is empty", shown);
@@ -42,7 +42,7 @@ std::string read_card(card_t* card, const card_options_t& options) {
         const size_t size = failed ? card->octets.size() : std::max<size_t>(on_disk, card->octets.size());
         return fmt::format("the card {} is too long: {}", shown, size_and_limit(size, options));
     }
-    if (!options.binary && !platform::is_utf8(card->octets)) {
+    if (!options.binary && !base::is_utf8(card->octets)) {
         return fmt::format("the card {} is not valid UTF-8; send it as it is with --binary", shown);
     }
     return {};

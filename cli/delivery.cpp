@@ -148,7 +148,7 @@ std::string describe(const tally_t& tally) {
 }
 
 delivery_t watch_delivery(client::client_t& client, uint32_t id, const std::string& label, progress_t& progress,
-                          const end_signals_t& signals) {
+                          const base::end_signals_t& signals) {
     explainer_t explainer(client, id, label, progress);
     delivery_t delivery;
     for (;;) {

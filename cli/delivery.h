@@ -40,4 +40,4 @@ struct delivery_t {
 /// Shows the progress, and what it waits for, each line begun with `label`. A message that the radio refuses again and
 /// again is retried by the driver for ever: so it ends on a signal, too.
 delivery_t watch_delivery(client::client_t& client, uint32_t id, const std::string& label, progress_t& progress,
-                          const end_signals_t& signals);
+                          const base::end_signals_t& signals);

@@ -87,7 +87,7 @@ struct transfer_t {
 /// The running demonstration. What is started is ended by the destructors, whatever happens.
 class demo_t {
   public:
-    demo_t(const demo_folder_t& folder, const end_signals_t& signals, network::network_t& network, bool json)
+    demo_t(const demo_folder_t& folder, const base::end_signals_t& signals, network::network_t& network, bool json)
         : signals_(signals),
           json_(json),
           progress_(json),
@@ -154,7 +154,7 @@ class demo_t {
     std::string transfer(client::client_t& client, const std::string& label) {
         transfer_t& transfer = transfers_.back();
         const std::string& octets = transfer.card->octets;
-        const auto id = client.send({.octets = octets, .is_utf8 = platform::is_utf8(octets)}, receiver_number);
+        const auto id = client.send({.octets = octets, .is_utf8 = base::is_utf8(octets)}, receiver_number);
         if (!id) {
             return id.failure().text;
         }
@@ -185,8 +185,8 @@ class demo_t {
     static std::string as_line(const transfer_t& transfer) {
         const stored_card_t& card = *transfer.stored;
         return fmt::format("  {}  {:>6} octets  {}  {}  ({})", card.name, card.octets.size(),
-                           transfer.is_identical() ? "identical" : "DIFFERENT",
-                           platform::escaped(card_name(card.octets)), transfer.card->label());
+                           transfer.is_identical() ? "identical" : "DIFFERENT", base::escaped(card_name(card.octets)),
+                           transfer.card->label());
     }
 
     ordered_json as_json(const transfer_t& transfer) const {
@@ -200,7 +200,7 @@ class demo_t {
                 {"identical", transfer.is_identical()}};
     }
 
-    const end_signals_t& signals_;
+    const base::end_signals_t& signals_;
     const bool json_;
     progress_t progress_;
     phone_process_t sender_;
@@ -230,7 +230,7 @@ int run_demo(const demo_options_t& options, bool json) {
     if (!cards) {
         return exit_failed;
     }
-    const end_signals_t signals;
+    const base::end_signals_t signals;
     demo_folder_t folder;
     std::string error = folder.make(options.directory);
     if (!error.empty()) {

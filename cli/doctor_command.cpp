@@ -12,7 +12,7 @@ using radio::diagnosis_t;
 /// A line of the report; none for what the modem did not tell.
 void say_about(const char* subject, const std::string& text) {
     if (!text.empty()) {
-        say("{:<16}{}", subject, platform::escaped(text));
+        say("{:<16}{}", subject, base::escaped(text));
     }
 }
 
@@ -53,9 +53,9 @@ void say_report(const diagnosis_t& found) {
         say_about("it offers", offer);
     }
     for (const radio::finding_t& finding : found.findings) {
-        say("{}: {}", finding.hinders ? "hindrance" : "warning", platform::escaped(finding.text));
+        say("{}: {}", finding.hinders ? "hindrance" : "warning", base::escaped(finding.text));
         if (!finding.advice.empty()) {
-            say("    {}", platform::escaped(finding.advice));
+            say("    {}", base::escaped(finding.advice));
         }
     }
     say_line(found.usable() ? "cards can be sent and received" : "cards cannot be sent and received");

@@ -24,7 +24,7 @@ const sockaddr* generic(const sockaddr_un& address) {
 }
 
 /// The socket in a directory that is open, so that a long path does not matter.
-sockaddr_un address_in(const descriptor_t& directory) {
+sockaddr_un address_in(const base::descriptor_t& directory) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     fmt::format_to_n(address.sun_path, sizeof address.sun_path - 1, "/proc/self/fd/{}/{}", directory.get(),
@@ -32,12 +32,12 @@ sockaddr_un address_in(const descriptor_t& directory) {
     return address;
 }
 
-descriptor_t open_directory(const std::filesystem::path& directory) {
-    return descriptor_t(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+base::descriptor_t open_directory(const std::filesystem::path& directory) {
+    return base::descriptor_t(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-descriptor_t new_socket() {
-    descriptor_t socket_of(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+base::descriptor_t new_socket() {
+    base::descriptor_t socket_of(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     const timeval limit{patience, 0};
     setsockopt(socket_of.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(socket_of.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -83,13 +83,13 @@ fault_socket_t::~fault_socket_t() {
 
 std::string fault_socket_t::open(const std::filesystem::path& directory) {
     path_ = directory / socket_name;
-    const descriptor_t folder = open_directory(directory);
+    const base::descriptor_t folder = open_directory(directory);
     const sockaddr_un address = address_in(folder);
-    descriptor_t listener = new_socket();
+    base::descriptor_t listener = new_socket();
     unlink(path_.c_str());
     if (fchmod(listener.get(), 0600) != 0 || bind(listener.get(), generic(address), sizeof address) != 0 ||
         listen(listener.get(), backlog) != 0) {
-        return fmt::format("cannot take orders at {}: {}", path_.native(), platform::errno_text(errno));
+        return fmt::format("cannot take orders at {}: {}", path_.native(), base::errno_text(errno));
     }
     listener_ = std::move(listener);
     return {};
@@ -101,7 +101,7 @@ void fault_socket_t::serve(const std::function<std::string(const fault_order_t&)
         if (poll(waits.data(), waits.size(), -1) <= 0 || (waits[0].revents & POLLIN) == 0) {
             continue;
         }
-        const descriptor_t connection(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const base::descriptor_t connection(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         const timeval limit{patience, 0};
         setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         const std::optional<fault_order_t> order = read_order(receive_packet(connection.get()));
@@ -110,17 +110,17 @@ void fault_socket_t::serve(const std::function<std::string(const fault_order_t&)
 }
 
 std::string send_order(const std::filesystem::path& directory, const fault_order_t& order) {
-    const descriptor_t folder = open_directory(directory);
+    const base::descriptor_t folder = open_directory(directory);
     const sockaddr_un address = address_in(folder);
-    const descriptor_t connection = new_socket();
+    const base::descriptor_t connection = new_socket();
     if (!folder || connect(connection.get(), generic(address), sizeof address) != 0) {
         const int error = errno;
         return error == ENOENT || error == ECONNREFUSED || error == ENOTDIR
                    ? fmt::format("no network runs in {}; 'zpd network' starts one", directory.native())
-                   : fmt::format("cannot reach the network in {}: {}", directory.native(), platform::errno_text(error));
+                   : fmt::format("cannot reach the network in {}: {}", directory.native(), base::errno_text(error));
     }
     if (!send_packet(connection.get(), {{"phone", order.phone}, {"faults", order.faults}})) {
-        return fmt::format("the network in {} takes no orders: {}", directory.native(), platform::errno_text(errno));
+        return fmt::format("the network in {} takes no orders: {}", directory.native(), base::errno_text(errno));
     }
     const nlohmann::json reply = receive_packet(connection.get());
     const bool understood = reply.is_object() && reply.contains("error") && reply["error"].is_string();

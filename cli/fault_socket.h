@@ -33,7 +33,7 @@ class fault_socket_t {
 
   private:
     std::filesystem::path path_;
-    descriptor_t listener_;
+    base::descriptor_t listener_;
 };
 
 /// Has the network in the directory carry out the order. Returns an empty text, or what failed.

@@ -43,7 +43,7 @@ int tell(const std::vector<std::string>& errors) {
 
 void tell_if_none(const inbox_folder_t& inbox, bool none) {
     if (none) {
-        progress_t(true).note(platform::escaped(fmt::format("no cards in {}", inbox.path().native())));
+        progress_t(true).note(base::escaped(fmt::format("no cards in {}", inbox.path().native())));
     }
 }
 
@@ -61,7 +61,7 @@ int list(const context_t& context) {
     }
     for (const stored_card_t& card : cards) {
         say("{}  {}  {:<16} {:>6}  {}", card.name.substr(0, shown_name_digits), local_time(card.time),
-            platform::escaped(card.sender), card.octets.size(), platform::escaped(card_name(card.octets)));
+            base::escaped(card.sender), card.octets.size(), base::escaped(card_name(card.octets)));
     }
     tell_if_none(inbox, cards.empty() && errors.empty());
     return status;
@@ -94,8 +94,8 @@ int show(const context_t& context, const std::string& prefix) {
         say_json(value);
         return exit_done;
     }
-    say("From: {}\nReceived: {}\nName: {}\n", platform::escaped(card->sender), local_time(card->time), card->name);
-    say_line(platform::escaped_lines(card->octets));
+    say("From: {}\nReceived: {}\nName: {}\n", base::escaped(card->sender), local_time(card->time), card->name);
+    say_line(base::escaped_lines(card->octets));
     return exit_done;
 }
 
@@ -162,14 +162,14 @@ int list_incomplete(const context_t& context) {
                             {"received", message.received},
                             {"datagrams", message.datagrams}});
         } else {
-            say("{}  {:<16} {} of {} datagrams", local_time(since), platform::escaped(message.sender), message.received,
+            say("{}  {:<16} {} of {} datagrams", local_time(since), base::escaped(message.sender), message.received,
                 message.datagrams);
         }
     }
     if (context.json) {
         say_json({{"incomplete", list}});
     } else if (messages.empty()) {
-        progress_t(true).note(platform::escaped(fmt::format("no incomplete messages in {}", context.home.native())));
+        progress_t(true).note(base::escaped(fmt::format("no incomplete messages in {}", context.home.native())));
     }
     return exit_done;
 }

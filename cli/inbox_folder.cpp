@@ -76,7 +76,7 @@ inbox_folder_t::file_t inbox_folder_t::read(const std::string& name, stored_card
         return file_t::gone;
     }
     if (failed != 0) {
-        *error = fmt::format("cannot read the stored card {}: {}", file(name).native(), platform::errno_text(failed));
+        *error = fmt::format("cannot read the stored card {}: {}", file(name).native(), base::errno_text(failed));
         return file_t::unreadable;
     }
     auto parsed = parse_stored_card(name, content);
@@ -129,7 +129,7 @@ std::optional<std::string> inbox_folder_t::find(std::string_view prefix, std::st
     if (wanted.empty() || wanted.size() > name_length || !is_hex(wanted)) {
         *error =
             fmt::format("'{}' is no name of a stored card: these are 32 hexadecimal digits, or the first few of them",
-                        platform::escaped(prefix));
+                        base::escaped(prefix));
         return std::nullopt;
     }
     error->clear();

@@ -18,7 +18,7 @@ int fail_usage(const std::string& text) {
 }
 
 int no_command(const std::string& name) {
-    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", platform::escaped(name)));
+    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", base::escaped(name)));
 }
 
 void add_help_command(CLI::App& app, context_t& context) {
@@ -78,13 +78,13 @@ int explain(const CLI::App& app, const CLI::ParseError& error) {
     }
     std::ostringstream text;  // with the words of the command line in it
     const int status = app.exit(error, std::cout, text);
-    std::fputs(platform::escaped_lines(text.str()).c_str(), stderr);
+    std::fputs(base::escaped_lines(text.str()).c_str(), stderr);
     return status == 0 ? exit_done : exit_usage;
 }
 
 int run(int argc, char** argv) {
     context_t context{
-        .device = std::string(device_socket::default_device), .home = default_home(), .json = false, .run = nullptr};
+        .device = std::string(device::default_device), .home = default_home(), .json = false, .run = nullptr};
     CLI::App app("Exchange contact cards with phones, by SMS, over a modem.", "zpd");
     add_commands(app, context);
     try {

@@ -81,7 +81,7 @@ int run_network(const network_options_t& options) {
         fail(fmt::format("--phones: the phone {} is there twice", number));
         return exit_usage;
     }
-    const end_signals_t signals;
+    const base::end_signals_t signals;
     std::string error;
     const auto network = network::network_t::start(options.directory, options.phones, &error);
     if (!network) {
@@ -99,9 +99,9 @@ int run_network(const network_options_t& options) {
         return fail(error);
     }
     for (const std::string& phone : options.phones) {
-        say_line(platform::escaped(network->link(number_of(phone)).native()));
+        say_line(base::escaped(network->link(number_of(phone)).native()));
     }
-    say("ready: {} in {}", counted(options.phones.size(), "modem"), platform::escaped(options.directory.native()));
+    say("ready: {} in {}", counted(options.phones.size(), "modem"), base::escaped(options.directory.native()));
     orders.serve([&](const fault_order_t& order) { return set_faults(*network, order); }, signals.descriptor());
     return exit_done;
 }

@@ -28,7 +28,7 @@ void say_json(const nlohmann::ordered_json& value) {
 }
 
 int fail(std::string_view text) {
-    std::fputs(fmt::format("zpd: {}\n", platform::escaped(text)).c_str(), stderr);
+    std::fputs(fmt::format("zpd: {}\n", base::escaped(text)).c_str(), stderr);
     return exit_failed;
 }
 
@@ -39,7 +39,7 @@ int finish(int status) {
     if (status != exit_done || write_error == 0 || write_error == EPIPE) {
         return status;
     }
-    return fail(fmt::format("cannot write the result: {}", platform::errno_text(write_error)));
+    return fail(fmt::format("cannot write the result: {}", base::errno_text(write_error)));
 }
 
 std::string counted(size_t count, std::string_view noun) {
@@ -58,7 +58,7 @@ size_t terminal_columns() {
 std::string_view first_octets(std::string_view text, size_t count) {
     size_t length = 0;
     while (length < text.size()) {
-        const size_t next = length + std::max<size_t>(platform::utf8_sequence(text.substr(length)), 1);
+        const size_t next = length + std::max<size_t>(base::utf8_sequence(text.substr(length)), 1);
         if (next > count) {
             break;
         }

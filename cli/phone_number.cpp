@@ -13,7 +13,7 @@ constexpr size_t shown = 40;
 
 std::string check_number(std::string_view number) {
     const std::string_view digits = number.starts_with('+') ? number.substr(1) : number;
-    const std::string start = platform::escaped(number.substr(0, shown)) + (number.size() > shown ? "..." : "");
+    const std::string start = base::escaped(number.substr(0, shown)) + (number.size() > shown ? "..." : "");
     if (digits.empty()) {
         return "the phone number is empty; write digits, with + before an international number";
     }

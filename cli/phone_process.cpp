@@ -41,13 +41,13 @@ std::string phone_process_t::start() {
         return fmt::format("cannot make the folder {}: {}", settings_.home.native(), failed.message());
     }
     const std::filesystem::path log_file = settings_.home / "service.log";
-    const descriptor_t log(open(log_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    const base::descriptor_t log(open(log_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     std::array<int, 2> ends{};
     if (!log || pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return fmt::format("cannot write {}: {}", log_file.native(), platform::errno_text(errno));
+        return fmt::format("cannot write {}: {}", log_file.native(), base::errno_text(errno));
     }
-    output_ = descriptor_t(ends[0]);
-    const descriptor_t child_output(ends[1]);
+    output_ = base::descriptor_t(ends[0]);
+    const base::descriptor_t child_output(ends[1]);
 
     std::vector<std::string> words{
         "zpd", "serve", "--modem", settings_.modem, "--home", settings_.home.native(), "--device", settings_.device};
@@ -67,9 +67,9 @@ std::string phone_process_t::start() {
         become(parent, arguments.data(), child_output.get(), log.get());
     }
     if (process_ < 0) {
-        return fmt::format("cannot start a service: {}", platform::errno_text(errno));
+        return fmt::format("cannot start a service: {}", base::errno_text(errno));
     }
-    handle_ = descriptor_t(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
+    handle_ = base::descriptor_t(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
     return {};
 }
 
@@ -88,7 +88,7 @@ void phone_process_t::become(pid_t parent, char* const* arguments, int output, i
     _exit(127);
 }
 
-std::string phone_process_t::wait_until_ready(const end_signals_t& signals, std::chrono::seconds limit) {
+std::string phone_process_t::wait_until_ready(const base::end_signals_t& signals, std::chrono::seconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     std::string said;
     while (said.find('\n') == std::string::npos) {

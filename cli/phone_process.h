@@ -25,7 +25,7 @@ class phone_process_t {
 
     /// Each returns an empty text, or what failed.
     [[nodiscard]] std::string start();
-    [[nodiscard]] std::string wait_until_ready(const end_signals_t& signals, std::chrono::seconds limit);
+    [[nodiscard]] std::string wait_until_ready(const base::end_signals_t& signals, std::chrono::seconds limit);
 
     const settings_t& settings() const { return settings_; }
 
@@ -36,6 +36,6 @@ class phone_process_t {
 
     settings_t settings_;
     pid_t process_ = -1;
-    descriptor_t handle_;  // of the process
-    descriptor_t output_;
+    base::descriptor_t handle_;  // of the process
+    base::descriptor_t output_;
 };

@@ -137,7 +137,7 @@ class sender_t {
     const send_options_t& options_;
     const bool json_;
     progress_t progress_;
-    const end_signals_t signals_;
+    const base::end_signals_t signals_;
     ordered_json messages_ = ordered_json::array();
     bool stop_ = false;  // the next card would fare no better
 };

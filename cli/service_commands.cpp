@@ -31,7 +31,7 @@ int list_applications(client_t& client, bool json) {
     }
     for (const std::string& name : *names) {
         if (!json) {
-            say_line(platform::escaped(name));
+            say_line(base::escaped(name));
         }
     }
     return exit_done;
@@ -49,7 +49,7 @@ int add_application(client_t& client, const std::string& name, bool json) {
     if (status == exit_done) {
         say("registered. Its folder is Applications/Install/{} in the phone's home: when no registered application\n"
             "has one, the list is emptied and the activation goes off at the next start or received card.",
-            platform::escaped(name));
+            base::escaped(name));
     }
     return status;
 }
@@ -65,7 +65,7 @@ int launch(client_t& client, const std::string& uri) {
         return fail(
             fmt::format("no application could be started for {}; the service needs xdg-open and an application "
                         "for such URIs (error {})",
-                        platform::escaped(uri), ZPD_ERROR_LAUNCH_FAILED));
+                        base::escaped(uri), ZPD_ERROR_LAUNCH_FAILED));
     }
     return done(launched);
 }

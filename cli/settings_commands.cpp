@@ -50,12 +50,12 @@ int settings(client_t& client, const settings_t& changes, bool json) {
 
 std::string shown_value(const client::contacts_value_t& value) {
     const client::octets_t octets(value.octets.begin(), value.octets.end());
-    device_socket::reader_t reader(octets);
+    device::reader_t reader(octets);
     if (value.type == type_u32 && octets.size() == 4) {
         return std::to_string(*reader.u32());
     }
     if (value.type != type_text) {
-        return platform::to_hex(octets);
+        return base::to_hex(octets);
     }
     std::u16string text;
     for (size_t index = 0; index + 1 < octets.size(); index += 2) {
@@ -64,13 +64,13 @@ std::string shown_value(const client::contacts_value_t& value) {
     while (text.ends_with(u'\0')) {
         text.pop_back();
     }
-    return platform::to_utf8(text);
+    return base::to_utf8(text);
 }
 
 int contacts_setting(client_t& client, const std::string& name, bool json) {
     const auto value = client.contacts_setting(name);
     if (!value && value.failure().code == ZPD_ERROR_NOT_FOUND) {
-        return fail(fmt::format("the contacts settings have no value {}", platform::escaped(name)));
+        return fail(fmt::format("the contacts settings have no value {}", base::escaped(name)));
     }
     if (!value && value.failure().code == ZPD_ERROR_ACCESS) {
         return fail("the contacts settings cannot be read: this phone may have none (error 5)");
@@ -80,12 +80,10 @@ int contacts_setting(client_t& client, const std::string& name, bool json) {
     }
     const client::octets_t octets(value->octets.begin(), value->octets.end());
     if (json) {
-        say_json({{"name", name},
-                  {"type", value->type},
-                  {"value", shown_value(*value)},
-                  {"octets", platform::to_hex(octets)}});
+        say_json(
+            {{"name", name}, {"type", value->type}, {"value", shown_value(*value)}, {"octets", base::to_hex(octets)}});
     } else {
-        say_line(platform::escaped(shown_value(*value)));
+        say_line(base::escaped(shown_value(*value)));
     }
     return exit_done;
 }

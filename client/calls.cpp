@@ -7,8 +7,8 @@ namespace client {
 
 namespace {
 
-using device_socket::reader_t;
-using device_socket::writer_t;
+using device::reader_t;
+using device::writer_t;
 
 constexpr uint8_t query = 0;
 constexpr uint8_t set = 1;
@@ -48,7 +48,7 @@ writer_t encode_card(const outgoing_card_t& card) {
 }  // namespace
 
 answer_t<octets_t> client_t::call(uint32_t code, const writer_t& input) {
-    auto reply = ioctl(code, input.octets(), device_socket::max_output);
+    auto reply = ioctl(code, input.octets(), device::max_output);
     if (!reply) {
         return reply.failure();
     }
@@ -117,11 +117,11 @@ answer_t<done_t> client_t::clear_applications() {
 }
 
 answer_t<done_t> client_t::launch(std::string_view uri) {
-    return command(ZPD_IOCTL_LAUNCH_APP, writer_t().string16(platform::to_utf16(uri)));
+    return command(ZPD_IOCTL_LAUNCH_APP, writer_t().string16(base::to_utf16(uri)));
 }
 
 answer_t<uint32_t> client_t::send(const outgoing_card_t& card, std::string_view number) {
-    const writer_t input = encode_card(card).string16(platform::to_utf16(number));
+    const writer_t input = encode_card(card).string16(base::to_utf16(number));
     const auto reply = ioctl(ZPD_IOCTL_SEND_MESSAGE, input.octets(), 4);
     if (!reply) {
         return reply.failure();
@@ -226,7 +226,7 @@ answer_t<uint32_t> client_t::incoming_dir_size(std::optional<uint32_t> files) {
 }
 
 answer_t<contacts_value_t> client_t::contacts_setting(std::string_view name) {
-    const auto output = call(ZPD_IOCTL_PIM_CONTACTS_VAR, writer_t().string16(platform::to_utf16(name)));
+    const auto output = call(ZPD_IOCTL_PIM_CONTACTS_VAR, writer_t().string16(base::to_utf16(name)));
     if (!output) {
         return output.failure();
     }

@@ -30,7 +30,7 @@ failure_t cannot_connect(std::string_view device, const std::string& path, int e
                         "you may not use device {} ({}); who runs it can let a group in with: zpd serve --group NAME",
                         device, path)};
         default:
-            return {0, fmt::format("cannot connect to device {} ({}): {}", device, path, platform::errno_text(error))};
+            return {0, fmt::format("cannot connect to device {} ({}): {}", device, path, base::errno_text(error))};
     }
 }
 
@@ -45,14 +45,14 @@ bool is_trusted(int socket) {
 }  // namespace
 
 answer_t<client_t> client_t::connect(std::string_view device) {
-    const std::string path = device_socket::path_of(device).native();
+    const std::string path = device::path_of(device).native();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
         return failure_t{0, fmt::format("{} is too long for a socket's path", path)};
     }
     std::memcpy(address.sun_path, path.data(), path.size());
-    descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    base::descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     const auto* generic = reinterpret_cast<const sockaddr*>(&address);  // NOLINT: how the socket interface takes it
     if (::connect(socket.get(), generic, sizeof address) != 0) {
         return cannot_connect(device, path, errno);
@@ -68,12 +68,12 @@ answer_t<client_t> client_t::connect(std::string_view device) {
 
 answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity) {
     // A service that refuses a client says why before it closes, whether our packet got there or not.
-    send_packet(encode(device_socket::request_t{code, output_capacity, input}));
+    send_packet(encode(device::request_t{code, output_capacity, input}));
     const auto packet = receive_packet();
     if (!packet) {
         return packet.failure();
     }
-    auto reply = device_socket::decode_reply(*packet);
+    auto reply = device::decode_reply(*packet);
     if (!reply) {
         return failure_t{0, fmt::format("{} answered what is no reply of a ZPD device", path_)};
     }
@@ -89,7 +89,7 @@ bool client_t::send_packet(const octets_t& packet) const {
 }
 
 answer_t<octets_t> client_t::receive_packet() const {
-    octets_t packet(device_socket::reply_header + device_socket::max_output);
+    octets_t packet(device::reply_header + device::max_output);
     ssize_t length = 0;
     bool reset = false;
     for (;;) {
@@ -105,7 +105,7 @@ answer_t<octets_t> client_t::receive_packet() const {
         if (errno == ECONNRESET && !reset) {
             reset = true;
         } else if (errno != EINTR) {
-            return failure_t{0, fmt::format("the service at {} is gone: {}", path_, platform::errno_text(errno))};
+            return failure_t{0, fmt::format("the service at {} is gone: {}", path_, base::errno_text(errno))};
         }
     }
     if (length == 0) {

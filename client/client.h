@@ -14,9 +14,9 @@
 
 namespace client {
 
-using device_socket::octets_t;
-using device_socket::octets_view_t;
-using device_socket::reply_t;
+using device::octets_t;
+using device::octets_view_t;
+using device::reply_t;
 
 struct outgoing_card_t {
     std::string_view octets;
@@ -72,16 +72,16 @@ class client_t {
     answer_t<contacts_value_t> contacts_setting(std::string_view name);
 
   private:
-    client_t(descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
+    client_t(base::descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
 
     bool send_packet(const octets_t& packet) const;
     answer_t<octets_t> receive_packet() const;
     /// The output of a request that must succeed.
-    answer_t<octets_t> call(uint32_t code, const device_socket::writer_t& input);
-    answer_t<done_t> command(uint32_t code, const device_socket::writer_t& input);
-    answer_t<uint32_t> call_u32(uint32_t code, const device_socket::writer_t& input);
+    answer_t<octets_t> call(uint32_t code, const device::writer_t& input);
+    answer_t<done_t> command(uint32_t code, const device::writer_t& input);
+    answer_t<uint32_t> call_u32(uint32_t code, const device::writer_t& input);
 
-    descriptor_t socket_;
+    base::descriptor_t socket_;
     std::string path_;
 };
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-namespace device_socket {
+namespace device {
 
 namespace {
 
@@ -27,4 +27,4 @@ std::filesystem::path path_of(std::string_view device) {
     return runtime_folder() / device;
 }
 
-}  // namespace device_socket
+}  // namespace device

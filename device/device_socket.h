@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <string_view>
 
-namespace device_socket {
+namespace device {
 
 inline constexpr size_t max_input = 65536;
 inline constexpr size_t max_output = 65536;
@@ -30,4 +30,4 @@ inline constexpr std::string_view default_device = "ZPD1";
 /// runtime folder ($XDG_RUNTIME_DIR/zpd, else /tmp/zpd-<uid>).
 std::filesystem::path path_of(std::string_view device);
 
-}  // namespace device_socket
+}  // namespace device

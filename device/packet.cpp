@@ -2,7 +2,7 @@
 
 #include "device/device_socket.h"
 
-namespace device_socket {
+namespace device {
 
 std::optional<octets_view_t> reader_t::take(size_t count) {
     if (count > left_.size()) {
@@ -112,4 +112,4 @@ std::optional<reply_t> decode_reply(octets_view_t packet) {
     return reply_t{*result != 0, *last_error, octets_t(output.begin(), output.end())};
 }
 
-}  // namespace device_socket
+}  // namespace device

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace device_socket {
+namespace device {
 
 using octets_t = std::vector<uint8_t>;
 using octets_view_t = std::span<const uint8_t>;
@@ -66,4 +66,4 @@ octets_t encode(const reply_t& reply);
 /// None for a packet that is too short, or whose count disagrees with its length.
 std::optional<reply_t> decode_reply(octets_view_t packet);
 
-}  // namespace device_socket
+}  // namespace device

@@ -41,9 +41,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         cut(text, is_utf8, false);
         cut(text, is_utf8, true);
     }
-    const std::string shown = platform::escaped(card_name(text));
+    const std::string shown = base::escaped(card_name(text));
     must(std::ranges::none_of(shown, acts_on_a_terminal));
-    must(platform::to_utf8(platform::to_utf16(shown)) == shown);
+    must(base::to_utf8(base::to_utf16(shown)) == shown);
     if (check_number(text).empty()) {
         must(text.size() <= 21 && std::ranges::none_of(text, acts_on_a_terminal));
     }

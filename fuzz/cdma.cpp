@@ -4,10 +4,10 @@
 #include "fuzz/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (const auto message = cdma::decode({data, size})) {
-        const auto octets = cdma::encode(*message);
+    if (const auto message = air::cdma::decode({data, size})) {
+        const auto octets = air::cdma::encode(*message);
         must(octets.has_value());
-        must(cdma::decode(*octets) == message);
+        must(air::cdma::decode(*octets) == message);
     }
     return 0;
 }

@@ -7,7 +7,7 @@
 #include "fuzz/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    using namespace device_socket;
+    using namespace device;
     const octets_view_t packet(data, size);
     if (const auto request = decode_request(packet)) {
         must(std::ranges::equal(encode(*request), packet));

@@ -8,9 +8,9 @@
 namespace {
 
 template <typename message_t>
-void there_and_back(const std::optional<message_t>& message, tpdu::octets_view_t octets) {
+void there_and_back(const std::optional<message_t>& message, air::octets_view_t octets) {
     if (message) {
-        const auto again = tpdu::encode(*message);
+        const auto again = air::encode(*message);
         must(again && std::ranges::equal(*again, octets.first(again->size())));
     }
 }
@@ -18,22 +18,22 @@ void there_and_back(const std::optional<message_t>& message, tpdu::octets_view_t
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const tpdu::octets_view_t octets(data, size);
-    there_and_back(tpdu::decode_submit(octets), octets);
-    const auto deliver = tpdu::decode_deliver(octets);
+    const air::octets_view_t octets(data, size);
+    there_and_back(air::decode_submit(octets), octets);
+    const auto deliver = air::decode_deliver(octets);
     there_and_back(deliver, octets);
     if (deliver) {
-        const std::string number = tpdu::number_from_address(deliver->originator);
+        const std::string number = air::number_from_address(deliver->originator);
         must(std::ranges::none_of(number, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }));
     }
-    if (const auto parts = tpdu::split_user_data(octets)) {
-        tpdu::destination_port(parts->header);
-        const auto place = tpdu::concatenation(parts->header);
+    if (const auto parts = air::split_user_data(octets)) {
+        air::destination_port(parts->header);
+        const auto place = air::concatenation(parts->header);
         must(!place ||
              (place->part >= 1 && place->part <= place->parts && place->offset + place->width <= parts->header.size()));
     }
-    if (const auto pdu = tpdu::decode_pdu(octets)) {
-        const auto again = tpdu::encode_pdu(*pdu);
+    if (const auto pdu = air::decode_pdu(octets)) {
+        const auto again = air::encode_pdu(*pdu);
         must(again && std::ranges::equal(*again, octets));
     }
     return 0;

@@ -14,20 +14,20 @@ enum class air_form_t : uint8_t { gsm_tpdu, cdma_point_to_point };
 
 struct air_message_t {
     air_form_t form = air_form_t::gsm_tpdu;
-    tpdu::octets_t octets;
+    air::octets_t octets;
 };
 
 /// What a phone submits.
 struct submission_t {
     air_form_t form = air_form_t::gsm_tpdu;
-    tpdu::submit_t submit;
+    air::submit_t submit;
     uint16_t reference = 0;  // TP-MR, or the identifier of a CDMA message
 };
 /// None when it is no message to submit, or holds what does not cross.
 std::optional<submission_t> submission_of(const air_message_t& message);
 
 /// `identifier` is the message's in CDMA. None when it holds what does not cross.
-std::optional<air_message_t> delivery_of(const tpdu::deliver_t& deliver, uint16_t identifier, air_form_t form);
+std::optional<air_message_t> delivery_of(const air::deliver_t& deliver, uint16_t identifier, air_form_t form);
 
 bool is_delivery(const air_message_t& message);
 

@@ -124,7 +124,7 @@ at_result_t message_service_t::csca(const at_command_t& command, at_lines_t& lin
     const at_parameters_t parameters(command.value);
     const std::optional<std::string> text = parameters.text(0);
     const std::optional<unsigned> type = parameters.number_or(1, 255, 129);
-    if (!text || !type || !tpdu::address_from_number(*text)) {
+    if (!text || !type || !air::address_from_number(*text)) {
         return cms_invalid_pdu_parameter;
     }
     service_centre_number_ = (*type == 145 && !text->starts_with('+') ? "+" : "") + *text;
@@ -186,9 +186,9 @@ at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& l
 
 /// None when the text is no PDU of the length that was announced.
 std::optional<air_message_t> message_service_t::entered(std::string_view text) const {
-    std::optional<tpdu::octets_t> octets = platform::from_hex(text);
+    std::optional<air::octets_t> octets = base::from_hex(text);
     if (octets && form() == air_form_t::gsm_tpdu) {
-        std::optional<tpdu::pdu_t> pdu = tpdu::decode_pdu(*octets);
+        std::optional<air::pdu_t> pdu = air::decode_pdu(*octets);
         octets = pdu ? std::optional(std::move(pdu->tpdu)) : std::nullopt;
     }
     const bool whole = octets && octets->size() == entry_.length;
@@ -203,7 +203,7 @@ at_result_t message_service_t::submit(air_message_t message, submission_t submis
     }
     if (message.form == air_form_t::gsm_tpdu && submission.reference == 0) {
         submission.reference = submission.submit.message_reference = next_reference_++;
-        message.octets = tpdu::encode(submission.submit).value_or(message.octets);
+        message.octets = air::encode(submission.submit).value_or(message.octets);
     }
     service_centre_.trace().write(message, trace_direction_t::from_phone);
     if (faults_.refusals > 0) {
@@ -306,11 +306,11 @@ void message_service_t::end_pending(bool accepted) {
 /// A service centre address stands before a TPDU only.
 std::string message_service_t::pdu_text(const air_message_t& message) {
     if (message.form == air_form_t::cdma_point_to_point) {
-        return platform::to_hex(message.octets);
+        return base::to_hex(message.octets);
     }
-    const auto centre = tpdu::address_from_number(service_centre_t::own_number);
-    const auto pdu = tpdu::encode_pdu({centre.value_or(tpdu::address_t{}), message.octets});
-    return platform::to_hex(pdu.value_or(tpdu::octets_t{}));
+    const auto centre = air::address_from_number(service_centre_t::own_number);
+    const auto pdu = air::encode_pdu({centre.value_or(air::address_t{}), message.octets});
+    return base::to_hex(pdu.value_or(air::octets_t{}));
 }
 
 }  // namespace network

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 bool is_number(std::string_view number) {
-    return tpdu::address_from_number(number).has_value();
+    return air::address_from_number(number).has_value();
 }
 
 }  // namespace
@@ -61,13 +61,13 @@ bool network_t::take_directory(std::string* error) {
     fs::create_directories(directory_, failure);
     directory_lock_ = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory_lock_ < 0) {
-        *error = fmt::format("cannot use the directory {}: {}", directory_.string(), platform::errno_text(errno));
+        *error = fmt::format("cannot use the directory {}: {}", directory_.string(), base::errno_text(errno));
         return false;
     }
     if (flock(directory_lock_, LOCK_EX | LOCK_NB) != 0) {
-        *error = errno == EWOULDBLOCK ? fmt::format("another network runs in {}", directory_.string())
-                                      : fmt::format("cannot lock the directory {}: {}", directory_.string(),
-                                                    platform::errno_text(errno));
+        *error = errno == EWOULDBLOCK
+                     ? fmt::format("another network runs in {}", directory_.string())
+                     : fmt::format("cannot lock the directory {}: {}", directory_.string(), base::errno_text(errno));
         return false;
     }
     return true;
@@ -83,7 +83,7 @@ bool network_t::plug_in(std::string_view plan, std::string* error) {
     }
     if (!is_number(number)) {
         *error = fmt::format("\"{}\" is no phone number: up to {} digits are wanted, with an optional + before them",
-                             number, tpdu::max_address_digits);
+                             number, air::max_address_digits);
         return false;
     }
     phone_t* known = find(number);

@@ -34,7 +34,7 @@ std::unique_ptr<pty_t> pty_t::open(std::string* error) {
         slave = ::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     }
     if (slave < 0) {
-        *error = "cannot make a pseudo-terminal: " + platform::errno_text(errno);
+        *error = "cannot make a pseudo-terminal: " + base::errno_text(errno);
         if (master >= 0) {
             ::close(master);
         }

@@ -13,11 +13,11 @@ namespace {
 constexpr long seconds_a_quarter = 900;
 
 /// TP-Service-Centre-Time-Stamp: local time, 3GPP TS 23.040 9.2.3.11.
-tpdu::timestamp_t timestamp_now() {
+air::timestamp_t timestamp_now() {
     const time_t now = std::time(nullptr);
     tm local{};
     localtime_r(&now, &local);
-    tpdu::timestamp_t stamp;
+    air::timestamp_t stamp;
     stamp.year = static_cast<uint8_t>(local.tm_year % 100);
     stamp.month = static_cast<uint8_t>(local.tm_mon + 1);
     stamp.day = static_cast<uint8_t>(local.tm_mday);
@@ -35,21 +35,21 @@ std::string digits_of(std::string_view number) {
 }
 
 unsigned service_centre_t::submit(const std::string& originator, const submission_t& submission) {
-    const tpdu::submit_t& submit = submission.submit;
+    const air::submit_t& submit = submission.submit;
     const bool on_cdma = submission.form == air_form_t::cdma_point_to_point;
-    const std::optional<tpdu::address_t> from = tpdu::address_from_number(originator);
-    if (!from || submit.destination.type == tpdu::number_type_t::alphanumeric || submit.destination.text.empty()) {
+    const std::optional<air::address_t> from = air::address_from_number(originator);
+    if (!from || submit.destination.type == air::number_type_t::alphanumeric || submit.destination.text.empty()) {
         return cause_unidentified_subscriber;
     }
     if (statistics_.waiting >= max_waiting) {
         return cause_congestion;
     }
     const bool repetition = is_repetition(digits_of(originator), {submit.destination.text, submission.reference,
-                                                                  on_cdma ? submit.user_data : tpdu::octets_t{}});
+                                                                  on_cdma ? submit.user_data : air::octets_t{}});
     if (repetition && (submit.reject_duplicates || on_cdma)) {
         return on_cdma ? 0 : cause_duplicate;
     }
-    tpdu::deliver_t deliver;
+    air::deliver_t deliver;
     deliver.reply_path = submit.reply_path;
     deliver.originator = *from;
     deliver.protocol_identifier = submit.protocol_identifier;

@@ -78,7 +78,7 @@ class service_centre_t {
         bool pending = false;
     };
     struct waiting_t {
-        tpdu::deliver_t deliver;
+        air::deliver_t deliver;
         uint16_t identifier = 0;
         uint64_t since = 0;     // base::tick64
         bool repeated = false;  // it has been delivered and comes again
@@ -90,7 +90,7 @@ class service_centre_t {
     struct remembered_t {
         std::string destination;
         uint16_t reference = 0;
-        tpdu::octets_t user_data;  // on CDMA
+        air::octets_t user_data;  // on CDMA
 
         bool operator==(const remembered_t&) const = default;
     };

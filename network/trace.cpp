@@ -27,25 +27,25 @@ constexpr uint16_t tag_dissector = 12;
 constexpr uint16_t tag_direction = 35;
 
 template <typename number_t>
-void append_low_first(tpdu::octets_t& to, number_t number) {
+void append_low_first(air::octets_t& to, number_t number) {
     for (size_t i = 0; i < sizeof number; ++i) {
         to.push_back(static_cast<uint8_t>(number >> (8 * i)));
     }
 }
 
 template <typename number_t>
-void append_high_first(tpdu::octets_t& to, number_t number) {
+void append_high_first(air::octets_t& to, number_t number) {
     for (size_t i = sizeof number; i > 0; --i) {
         to.push_back(static_cast<uint8_t>(number >> (8 * (i - 1))));
     }
 }
 
 /// The tags, then the message.
-tpdu::octets_t exported_pdu(std::string_view dissector, trace_direction_t direction, tpdu::octets_view_t message) {
+air::octets_t exported_pdu(std::string_view dissector, trace_direction_t direction, air::octets_view_t message) {
     constexpr size_t alignment = 4;
     std::string name(dissector);
     name.resize((name.size() + alignment - 1) / alignment * alignment);
-    tpdu::octets_t pdu;
+    air::octets_t pdu;
     append_high_first(pdu, tag_dissector);
     append_high_first(pdu, static_cast<uint16_t>(name.size()));
     pdu.insert(pdu.end(), name.begin(), name.end());
@@ -69,9 +69,9 @@ trace_t::~trace_t() {
 std::string trace_t::open(const std::filesystem::path& file) {
     file_ = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (file_ < 0) {
-        return fmt::format("cannot write the trace {}: {}", file.native(), platform::errno_text(errno));
+        return fmt::format("cannot write the trace {}: {}", file.native(), base::errno_text(errno));
     }
-    tpdu::octets_t header;
+    air::octets_t header;
     append_low_first(header, magic);
     append_low_first(header, major_version);
     append_low_first(header, minor_version);
@@ -86,12 +86,12 @@ void trace_t::write(const air_message_t& message, trace_direction_t direction) {
     if (file_ < 0) {
         return;
     }
-    const tpdu::octets_t pdu =
+    const air::octets_t pdu =
         exported_pdu(message.form == air_form_t::gsm_tpdu ? "gsm_sms" : "ansi_637_trans", direction, message.octets);
     constexpr uint64_t a_second = 1'000'000;
     const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
     const auto now = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count());
-    tpdu::octets_t record;
+    air::octets_t record;
     append_low_first(record, static_cast<uint32_t>(now / a_second));
     append_low_first(record, static_cast<uint32_t>(now % a_second));
     append_low_first(record, static_cast<uint32_t>(pdu.size()));
@@ -100,7 +100,7 @@ void trace_t::write(const air_message_t& message, trace_direction_t direction) {
     write(record);
 }
 
-void trace_t::write(const tpdu::octets_t& octets) {
+void trace_t::write(const air::octets_t& octets) {
     if (::write(file_, octets.data(), octets.size()) != static_cast<ssize_t>(octets.size())) {
         ::close(std::exchange(file_, -1));  // what follows a torn record could not be read
     }

@@ -27,7 +27,7 @@ class trace_t {
     void write(const air_message_t& message, trace_direction_t direction);
 
   private:
-    void write(const tpdu::octets_t& octets);
+    void write(const air::octets_t& octets);
 
     int file_ = -1;
 };

@@ -225,15 +225,15 @@ std::optional<size_t> delivered_length(std::string_view line) {
     return values.empty() ? std::nullopt : length_at(values, values.size() - 1);
 }
 
-std::optional<tpdu::octets_t> tpdu_of_line(std::string_view pdu, size_t length) {
-    std::optional<tpdu::octets_t> octets = platform::from_hex(pdu);
+std::optional<air::octets_t> tpdu_of_line(std::string_view pdu, size_t length) {
+    std::optional<air::octets_t> octets = base::from_hex(pdu);
     if (!octets) {
         return std::nullopt;
     }
     if (octets->size() == length) {
         return octets;
     }
-    std::optional<tpdu::pdu_t> whole = tpdu::decode_pdu(*octets);
+    std::optional<air::pdu_t> whole = air::decode_pdu(*octets);
     if (!whole || whole->tpdu.size() != length) {
         return std::nullopt;
     }

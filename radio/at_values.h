@@ -85,7 +85,7 @@ std::optional<stored_message_t> listed_message(std::string_view line);
 std::optional<size_t> delivered_length(std::string_view line);
 /// The TPDU of a PDU line with the length that its header line told. A modem that leaves the service centre address
 /// away is understood. None when it is no PDU of that length.
-std::optional<tpdu::octets_t> tpdu_of_line(std::string_view pdu, size_t length);
+std::optional<air::octets_t> tpdu_of_line(std::string_view pdu, size_t length);
 
 /// The first value of +CPMS=?: the memories that messages can be read from.
 std::vector<std::string> readable_memories(std::string_view line);

@@ -13,7 +13,7 @@ namespace radio {
 
 namespace {
 
-using platform::sqlite::execution_t;
+using base::sqlite::execution_t;
 
 // FULL: a commit is on the disk when it returns. A message is its text and generation: 0, save when it began while an
 // older one of the same text was incomplete. The driver tells messages apart by sender, alias and parts alone.
@@ -50,7 +50,7 @@ constexpr std::string_view incomplete_query =
 std::string sender_of(const RILMESSAGE& message) {
     const RILADDRESS& address = message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.raOrigAddress
                                                                          : message.msgInCDMADeliver.raOrigAddress;
-    return platform::to_utf8(address.wszAddress);
+    return base::to_utf8(address.wszAddress);
 }
 
 // What the driver tells messages apart by.
@@ -65,7 +65,7 @@ struct journal_t::place_t {
     std::string message;
     std::string sender;
     int64_t generation = 0;
-    tpdu::concatenation_t concatenation;
+    air::concatenation_t concatenation;
     uint16_t alias = 0;  // the reference that the driver gets
     bool taken = false;  // by the same datagram, sent once more
 };
@@ -131,11 +131,11 @@ bool journal_t::prepare() {
 }
 
 // Each is prepared once.
-const platform::sqlite::statement_t& journal_t::statement(std::string_view text) {
+const base::sqlite::statement_t& journal_t::statement(std::string_view text) {
     const auto known = statements_.find(text);
     return known != statements_.end()
                ? known->second
-               : statements_.emplace(text, platform::sqlite::prepare(connection_.get(), text)).first->second;
+               : statements_.emplace(text, base::sqlite::prepare(connection_.get(), text)).first->second;
 }
 
 bool journal_t::take(std::span<const arrival_t> arrivals, int64_t now) {
@@ -201,9 +201,9 @@ std::optional<journal_t::place_t> journal_t::place_of(const arrival_t& arrival) 
     if (found != SQLITE_DONE) {
         return place.taken ? std::optional(place) : std::nullopt;
     }
-    const std::optional<tpdu::concatenation_t> concatenation = tpdu::concatenation(arrival.card.header);
+    const std::optional<air::concatenation_t> concatenation = air::concatenation(arrival.card.header);
     if (!concatenation) {
-        place.message = platform::to_hex(arrival.card.identity);
+        place.message = base::to_hex(arrival.card.identity);
         return place;
     }
     place.concatenation = *concatenation;
@@ -427,9 +427,9 @@ std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::pat
     }
     sqlite3* handle = nullptr;
     int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
-    const platform::sqlite::connection_t connection(handle);
-    const platform::sqlite::statement_t statement =
-        result == SQLITE_OK ? platform::sqlite::prepare(handle, incomplete_query) : nullptr;
+    const base::sqlite::connection_t connection(handle);
+    const base::sqlite::statement_t statement =
+        result == SQLITE_OK ? base::sqlite::prepare(handle, incomplete_query) : nullptr;
     execution_t query(statement);
     while ((result = query.step()) == SQLITE_ROW) {
         messages.push_back({query.text(2), query.number(3), static_cast<size_t>(query.number(4)),

@@ -28,7 +28,7 @@ namespace radio {
 /// A datagram as the modem gave it, and what can be told of it.
 struct arrival_t {
     technology_t technology;
-    tpdu::octets_t octets;
+    air::octets_t octets;
     card_datagram_t card;
 };
 
@@ -44,7 +44,7 @@ class journal_t {
     struct entry_t {
         int64_t id;  // rises in the order of arrival
         technology_t technology;
-        tpdu::octets_t octets;
+        air::octets_t octets;
         /// For the driver, in place of that of the header: it tells messages apart by sender, reference and parts
         /// alone, and would mix two that the header tells apart, or one with the rest of another that was dropped.
         uint16_t reference;
@@ -93,18 +93,18 @@ class journal_t {
     template <typename steps_t>
     bool transaction(const steps_t& steps);
     bool fail();
-    const platform::sqlite::statement_t& statement(std::string_view text);
+    const base::sqlite::statement_t& statement(std::string_view text);
 
     std::mutex mutex_;  // guards all below
-    platform::sqlite::connection_t connection_;
-    std::map<std::string, platform::sqlite::statement_t, std::less<>> statements_;  // by their texts
+    base::sqlite::connection_t connection_;
+    std::map<std::string, base::sqlite::statement_t, std::less<>> statements_;  // by their texts
     std::filesystem::path file_;
     bounds_t bounds_;
     int64_t next_id_ = 1;
-    size_t datagrams_ = 0;                  // in the file
-    std::set<std::string> dropped_;         // since the session began: what the driver still has parts of
-    std::vector<int64_t> not_left_;         // handed over, which could not be written
-    std::set<tpdu::octets_t> told_copies_;  // by identity
+    size_t datagrams_ = 0;                 // in the file
+    std::set<std::string> dropped_;        // since the session began: what the driver still has parts of
+    std::vector<int64_t> not_left_;        // handed over, which could not be written
+    std::set<air::octets_t> told_copies_;  // by identity
     bool failure_told_ = false;
 };
 

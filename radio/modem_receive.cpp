@@ -126,7 +126,7 @@ void modem_t::consider(const location_t& location, const stored_message_t& messa
 
 // None for anything that is no card datagram.
 std::optional<arrival_t> modem_t::arrival_of(const std::string& pdu, size_t length) const {
-    std::optional<tpdu::octets_t> octets = tpdu_of_line(pdu, length);
+    std::optional<air::octets_t> octets = tpdu_of_line(pdu, length);
     std::optional<card_datagram_t> card = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
     if (!card) {
         return std::nullopt;

@@ -31,8 +31,8 @@ bool is_open(const reply_t& reply) {
 }
 
 // Only a GSM modem takes a service centre address before the message.
-std::optional<tpdu::octets_t> pdu_of(technology_t technology, const tpdu::octets_t& message) {
-    return technology == technology_t::gsm ? tpdu::encode_pdu({{}, message}) : message;
+std::optional<air::octets_t> pdu_of(technology_t technology, const air::octets_t& message) {
+    return technology == technology_t::gsm ? air::encode_pdu({{}, message}) : message;
 }
 
 }  // namespace
@@ -68,8 +68,8 @@ void modem_t::answer_submission(const session_pointer_t& session, HRESULT reques
 }
 
 reply_t modem_t::run_submission(const open_submission_t& open, const submission_t& submission, bool more_follow) {
-    const std::optional<tpdu::octets_t> message = with_reference(submission, open.reference, open.unknown);
-    const std::optional<tpdu::octets_t> pdu = message ? pdu_of(submission.technology, *message) : std::nullopt;
+    const std::optional<air::octets_t> message = with_reference(submission, open.reference, open.unknown);
+    const std::optional<air::octets_t> pdu = message ? pdu_of(submission.technology, *message) : std::nullopt;
     if (!pdu) {
         return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}};
     }
@@ -81,7 +81,7 @@ reply_t modem_t::run_submission(const open_submission_t& open, const submission_
     reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
                                     .limit = limit_t::submission,
                                     .prefixes = {"+CMGS:"},
-                                    .entry = platform::to_hex(*pdu),
+                                    .entry = base::to_hex(*pdu),
                                     .is_late = is_late});
     link_kept_until_ = base::tick64() + milliseconds(limit_t::link_kept);
     return reply;

@@ -58,18 +58,18 @@ bool open_submissions_t::mark_sent(uint16_t told) {
 }
 
 // Only an SMS-SUBMIT has them. A CDMA message that goes out again has the identifier that it had.
-std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uint16_t reference,
-                                             bool reject_duplicates) {
+std::optional<air::octets_t> with_reference(const submission_t& submission, uint16_t reference,
+                                            bool reject_duplicates) {
     if (submission.technology != technology_t::gsm) {
         return submission.octets;
     }
-    std::optional<tpdu::submit_t> submit = tpdu::decode_submit(submission.octets);
+    std::optional<air::submit_t> submit = air::decode_submit(submission.octets);
     if (!submit) {
         return std::nullopt;
     }
     submit->message_reference = static_cast<uint8_t>(reference);
     submit->reject_duplicates = reject_duplicates;
-    return tpdu::encode(*submit);
+    return air::encode(*submit);
 }
 
 }  // namespace radio

@@ -14,7 +14,7 @@
 namespace radio {
 
 struct open_submission_t {
-    tpdu::octets_t octets;   // as the driver handed them in
+    air::octets_t octets;    // as the driver handed them in
     uint16_t reference = 0;  // TP-MR, or the identifier of a CDMA message
     bool unknown = false;    // it went out once, and nobody knows what became of it
     bool sent = false;       // its result came late
@@ -46,7 +46,6 @@ class open_submissions_t {
 };
 
 /// What goes on the air. None when the octets are none of a message.
-std::optional<tpdu::octets_t> with_reference(const submission_t& submission, uint16_t reference,
-                                             bool reject_duplicates);
+std::optional<air::octets_t> with_reference(const submission_t& submission, uint16_t reference, bool reject_duplicates);
 
 }  // namespace radio

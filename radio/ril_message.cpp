@@ -13,13 +13,13 @@ namespace radio {
 
 namespace {
 
-DWORD address_type(tpdu::number_type_t type) {
+DWORD address_type(air::number_type_t type) {
     switch (type) {
-        case tpdu::number_type_t::international:
+        case air::number_type_t::international:
             return RIL_ADDRTYPE_INTERNATIONAL;
-        case tpdu::number_type_t::national:
+        case air::number_type_t::national:
             return RIL_ADDRTYPE_NATIONAL;
-        case tpdu::number_type_t::alphanumeric:
+        case air::number_type_t::alphanumeric:
             return RIL_ADDRTYPE_ALPHANUM;
         default:
             return RIL_ADDRTYPE_UNKNOWN;
@@ -28,35 +28,35 @@ DWORD address_type(tpdu::number_type_t type) {
 
 }  // namespace
 
-std::optional<tpdu::address_t> destination_of(const RILADDRESS& address) {
+std::optional<air::address_t> destination_of(const RILADDRESS& address) {
     const WCHAR* const end = std::find(address.wszAddress, address.wszAddress + MAXLENGTH_ADDRESS, WCHAR{0});
     const std::u16string_view number(address.wszAddress, end);
     if (number.size() == MAXLENGTH_ADDRESS) {
         return std::nullopt;
     }
-    std::optional<tpdu::address_t> destination = tpdu::address_from_number(platform::to_utf8(number));
+    std::optional<air::address_t> destination = air::address_from_number(base::to_utf8(number));
     const bool international = (address.dwParams & RIL_PARAM_A_TYPE) && address.dwType == RIL_ADDRTYPE_INTERNATIONAL;
     if (destination && international) {
-        destination->type = tpdu::number_type_t::international;
+        destination->type = air::number_type_t::international;
     }
     return destination;
 }
 
-void set_origin(const tpdu::address_t& originator, RILADDRESS& address) {
+void set_origin(const air::address_t& originator, RILADDRESS& address) {
     address.cbSize = sizeof address;
     address.dwParams = RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS;
     address.dwType = address_type(originator.type);
     address.dwNumPlan = originator.numbering_plan == 1 ? RIL_NUMPLAN_TELEPHONE : RIL_NUMPLAN_UNKNOWN;
-    const std::u16string number = platform::to_utf16(tpdu::number_from_address(originator));
+    const std::u16string number = base::to_utf16(air::number_from_address(originator));
     std::copy_n(number.begin(), std::min<size_t>(number.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
 }
 
-std::string sender_of(const tpdu::address_t& originator) {
+std::string sender_of(const air::address_t& originator) {
     return fmt::format("{}:{}", static_cast<int>(originator.type), originator.text);
 }
 
 // The service centre's local time as UTC, in this century.
-bool set_time(const tpdu::timestamp_t& stamp, SYSTEMTIME& time) {
+bool set_time(const air::timestamp_t& stamp, SYSTEMTIME& time) {
     using namespace std::chrono;
     const year_month_day date = year(2000 + stamp.year) / month(stamp.month) / day(stamp.day);
     if (!date.ok() || stamp.hour > 23 || stamp.minute > 59 || stamp.second > 59) {
@@ -77,9 +77,9 @@ bool set_time(const tpdu::timestamp_t& stamp, SYSTEMTIME& time) {
     return true;
 }
 
-std::optional<tpdu::user_data_parts_t> card_parts(tpdu::octets_view_t user_data) {
-    const std::optional<tpdu::user_data_parts_t> parts = tpdu::split_user_data(user_data);
-    return parts && tpdu::destination_port(parts->header) == card_port ? parts : std::nullopt;
+std::optional<air::user_data_parts_t> card_parts(air::octets_view_t user_data) {
+    const std::optional<air::user_data_parts_t> parts = air::split_user_data(user_data);
+    return parts && air::destination_port(parts->header) == card_port ? parts : std::nullopt;
 }
 
 std::optional<submission_t> submission_of(const RILMESSAGE& message) {
@@ -96,12 +96,12 @@ std::optional<submission_t> submission_of(const RILMESSAGE& message) {
     }
 }
 
-std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::octets_view_t octets) {
+std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets) {
     return technology == technology_t::gsm ? gsm_card_datagram_of(octets) : cdma_card_datagram_of(octets);
 }
 
 void change_reference(card_datagram_t& datagram, uint16_t reference) {
-    const std::optional<tpdu::concatenation_t> concatenation = tpdu::concatenation(datagram.header);
+    const std::optional<air::concatenation_t> concatenation = air::concatenation(datagram.header);
     if (!concatenation) {
         return;
     }

@@ -25,7 +25,7 @@ enum class technology_t : uint8_t { gsm, cdma };
 /// What AT+CMGS sends: an SMS-SUBMIT, or a CDMA point-to-point message of that type.
 struct submission_t {
     technology_t technology = technology_t::gsm;
-    tpdu::octets_t octets;
+    air::octets_t octets;
     uint16_t reference = 0;  // of a CDMA message, its identifier
 };
 /// None when the message is none that can go on the air: of a wrong size or type, a destination that is no number, more
@@ -35,15 +35,15 @@ std::optional<submission_t> submission_of(const RILMESSAGE& message);
 
 /// Octets, or a text in the 7-bit alphabet, whose header addresses the port of contact cards.
 struct card_datagram_t {
-    RILMESSAGE message;       // as the driver expects it; the time is left out when it is no date
-    std::string sender;       // type of number and digits: tells senders apart
-    tpdu::octets_t header;    // without its length octet
-    tpdu::octets_t body;      // a text in UTF-8
-    tpdu::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
+    RILMESSAGE message;      // as the driver expects it; the time is left out when it is no date
+    std::string sender;      // type of number and digits: tells senders apart
+    air::octets_t header;    // without its length octet
+    air::octets_t body;      // a text in UTF-8
+    air::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
 };
 /// Of the octets that a modem delivers: an SMS-DELIVER, or a CDMA point-to-point message of that type. None for
 /// anything that is no card datagram.
-std::optional<card_datagram_t> card_datagram_of(technology_t technology, tpdu::octets_view_t octets);
+std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets);
 
 /// Gives the driver, in `message`, this reference in place of the header's, which must not need more octets.
 void change_reference(card_datagram_t& datagram, uint16_t reference);

@@ -16,7 +16,7 @@ namespace {
 // gives all datagrams of a card the identifier of the card. The part makes them differ, and a datagram that is sent
 // again keeps its own.
 uint16_t identifier_of(const RIL_OUT_CDMASUBMIT& out) {
-    const std::optional<tpdu::concatenation_t> place = tpdu::concatenation({out.rgbHdr, out.cbHdrLength});
+    const std::optional<air::concatenation_t> place = air::concatenation({out.rgbHdr, out.cbHdrLength});
     return static_cast<uint16_t>(out.dwMsgID << 8 | (place ? place->part : 0));
 }
 
@@ -31,7 +31,7 @@ std::optional<uint8_t> display_mode_of(DWORD number) {
     return number == RIL_MSGDISPLAYMODE_IMMEDIATE ? std::optional<uint8_t>(0) : std::nullopt;
 }
 
-RILMESSAGE message_of(const cdma::message_t& deliver, const tpdu::user_data_parts_t& parts) {
+RILMESSAGE message_of(const air::cdma::message_t& deliver, const air::user_data_parts_t& parts) {
     RILMESSAGE message{};
     message.cbSize = sizeof message;
     message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS;
@@ -54,39 +54,40 @@ RILMESSAGE message_of(const cdma::message_t& deliver, const tpdu::user_data_part
 }
 
 // Each transmission of a message may ask for an acknowledgement under another number.
-tpdu::octets_t identity_of(cdma::message_t deliver) {
+air::octets_t identity_of(air::cdma::message_t deliver) {
     deliver.reply_sequence.reset();
-    return cdma::encode(deliver).value_or(tpdu::octets_t());
+    return air::cdma::encode(deliver).value_or(air::octets_t());
 }
 
 }  // namespace
 
 std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
     const RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
-    const std::optional<tpdu::address_t> destination = destination_of(out.raDestAddress);
-    std::optional<tpdu::octets_t> user_data = user_data_of(out, has_header(message, out));
+    const std::optional<air::address_t> destination = destination_of(out.raDestAddress);
+    std::optional<air::octets_t> user_data = user_data_of(out, has_header(message, out));
     if (!destination || !user_data || out.dwTeleservice != RIL_MSGTELESERVICE_MESSAGING) {
         return std::nullopt;
     }
-    cdma::message_t submit;
+    air::cdma::message_t submit;
     submit.address = *destination;
     submit.identifier = identifier_of(out);
     submit.header_indicator = has_header(message, out);
-    submit.user_data = {cdma::encoding_t::octets, std::move(*user_data)};
+    submit.user_data = {air::cdma::encoding_t::octets, std::move(*user_data)};
     submit.validity_relative = validity_seven_days;
     submit.priority = level_of(out.dwMsgPriority, RIL_MSGPRIORITY_NORMAL);
     submit.privacy = level_of(out.dwMsgPrivacy, RIL_MSGPRIVACYCLASS_NOTRESTRICTED);
     submit.display_mode = display_mode_of(out.dwMsgDisplayMode);
-    std::optional<tpdu::octets_t> octets = cdma::encode(submit);
+    std::optional<air::octets_t> octets = air::cdma::encode(submit);
     return octets ? std::optional(submission_t{technology_t::cdma, std::move(*octets), submit.identifier})
                   : std::nullopt;
 }
 
-std::optional<card_datagram_t> cdma_card_datagram_of(tpdu::octets_view_t octets) {
-    const std::optional<cdma::message_t> deliver = cdma::decode(octets);
-    const bool holds_header = deliver && deliver->type == cdma::message_type_t::deliver && deliver->header_indicator &&
-                              deliver->user_data && deliver->user_data->encoding == cdma::encoding_t::octets;
-    const std::optional<tpdu::user_data_parts_t> parts =
+std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets) {
+    const std::optional<air::cdma::message_t> deliver = air::cdma::decode(octets);
+    const bool holds_header = deliver && deliver->type == air::cdma::message_type_t::deliver &&
+                              deliver->header_indicator && deliver->user_data &&
+                              deliver->user_data->encoding == air::cdma::encoding_t::octets;
+    const std::optional<air::user_data_parts_t> parts =
         holds_header ? card_parts(deliver->user_data->characters) : std::nullopt;
     if (!parts) {
         return std::nullopt;

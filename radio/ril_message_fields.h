@@ -9,27 +9,27 @@ namespace radio {
 
 // ril_message_gsm.cpp
 std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message);
-std::optional<card_datagram_t> gsm_card_datagram_of(tpdu::octets_view_t octets);
+std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets);
 // ril_message_cdma.cpp
 std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message);
-std::optional<card_datagram_t> cdma_card_datagram_of(tpdu::octets_view_t octets);
+std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets);
 
 /// None for a text that is no number.
-std::optional<tpdu::address_t> destination_of(const RILADDRESS& address);
-void set_origin(const tpdu::address_t& originator, RILADDRESS& address);
-std::string sender_of(const tpdu::address_t& originator);
+std::optional<air::address_t> destination_of(const RILADDRESS& address);
+void set_origin(const air::address_t& originator, RILADDRESS& address);
+std::string sender_of(const air::address_t& originator);
 /// The service centre's local time as UTC, in this century. False when it is no date.
-bool set_time(const tpdu::timestamp_t& stamp, SYSTEMTIME& time);
+bool set_time(const air::timestamp_t& stamp, SYSTEMTIME& time);
 
 /// The header and the body of an outgoing message as user data. None over 140 octets.
 template <class submit_t>
-std::optional<tpdu::octets_t> user_data_of(const submit_t& out, bool has_header) {
-    if (out.cbHdrLength > MAXLENGTH_HDR || out.cbBodyLength > tpdu::max_user_data) {
+std::optional<air::octets_t> user_data_of(const submit_t& out, bool has_header) {
+    if (out.cbHdrLength > MAXLENGTH_HDR || out.cbBodyLength > air::max_user_data) {
         return std::nullopt;
     }
-    const tpdu::octets_view_t body(out.rgbMsg, out.cbBodyLength);
-    return has_header ? tpdu::join_user_data({out.rgbHdr, out.cbHdrLength}, body)
-                      : tpdu::octets_t(body.begin(), body.end());
+    const air::octets_view_t body(out.rgbMsg, out.cbBodyLength);
+    return has_header ? air::join_user_data({out.rgbHdr, out.cbHdrLength}, body)
+                      : air::octets_t(body.begin(), body.end());
 }
 template <class submit_t>
 bool has_header(const RILMESSAGE& message, const submit_t& out) {
@@ -37,11 +37,11 @@ bool has_header(const RILMESSAGE& message, const submit_t& out) {
 }
 
 /// Header and body of 8-bit user data; none unless the header addresses the port of contact cards.
-std::optional<tpdu::user_data_parts_t> card_parts(tpdu::octets_view_t user_data);
+std::optional<air::user_data_parts_t> card_parts(air::octets_view_t user_data);
 
 /// The same into an incoming message: what a length octet can tell fits.
 template <class deliver_t>
-void set_user_data(const tpdu::user_data_parts_t& parts, deliver_t& in) {
+void set_user_data(const air::user_data_parts_t& parts, deliver_t& in) {
     in.cbHdrLength = static_cast<DWORD>(parts.header.size());
     in.cchMsgLength = static_cast<DWORD>(parts.body.size());
     std::ranges::copy(parts.header, in.rgbHdr);

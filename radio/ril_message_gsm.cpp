@@ -17,12 +17,12 @@ std::optional<uint8_t> data_coding_of(const RILMESSAGE& message) {
     const RILMSGDCS& coding = message.msgOutSubmit.rmdDataCoding;
     const bool valid = (message.dwParams & RIL_PARAM_M_DATACODING) && (coding.dwParams & RIL_PARAM_MDCS_ALPHABET);
     if (!valid || coding.dwAlphabet == RIL_DCSALPHABET_8BIT) {
-        return tpdu::data_coding_8bit;
+        return air::data_coding_8bit;
     }
     return coding.dwAlphabet == RIL_DCSALPHABET_UCS2 ? std::optional(data_coding_ucs2) : std::nullopt;
 }
 
-RILMESSAGE message_of(const tpdu::deliver_t& deliver, const tpdu::user_data_parts_t& parts) {
+RILMESSAGE message_of(const air::deliver_t& deliver, const air::user_data_parts_t& parts) {
     RILMESSAGE message{};
     message.cbSize = sizeof message;
     message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM_M_ORIGADDRESS | RIL_PARAM_M_PROTOCOLID |
@@ -46,18 +46,18 @@ RILMESSAGE message_of(const tpdu::deliver_t& deliver, const tpdu::user_data_part
 }
 
 // Septets that begin at any bit.
-std::string text_at(tpdu::octets_view_t octets, size_t bit, size_t count) {
+std::string text_at(air::octets_view_t octets, size_t bit, size_t count) {
     std::vector<uint8_t> septets;
     for (; count > 0 && bit + 7 <= octets.size() * 8; --count, bit += 7) {
         const unsigned high = bit / 8 + 1 < octets.size() ? octets[bit / 8 + 1] : 0;
         septets.push_back(static_cast<uint8_t>((octets[bit / 8] | high << 8) >> bit % 8 & 0x7F));
     }
-    return gsm_alphabet::to_utf8(septets);
+    return air::gsm_alphabet::to_utf8(septets);
 }
 
 // The text begins at the first septet boundary after the header (3GPP TS 23.040 9.2.3.24). Gammu 1.42 puts the text of
 // AT+CMGS=118 "0B050423F400000003D80101 202C1E93..." two bits after it: a card is told by its first line.
-std::string text_of(const tpdu::deliver_t& deliver, size_t header_octets) {
+std::string text_of(const air::deliver_t& deliver, size_t header_octets) {
     constexpr std::string_view first_line = "BEGIN:VCARD";
     const size_t begin = (header_octets * 8 + 6) / 7;
     const size_t count = deliver.user_data_length - std::min<size_t>(begin, deliver.user_data_length);
@@ -72,52 +72,52 @@ std::string text_of(const tpdu::deliver_t& deliver, size_t header_octets) {
 
 // A text in the 7-bit alphabet, as some phones send a short card, becomes the octets of its UTF-8: the driver takes
 // octets and nothing else.
-std::optional<tpdu::octets_t> body_of(const tpdu::deliver_t& deliver, const tpdu::user_data_parts_t& parts) {
-    const tpdu::alphabet_t alphabet = tpdu::alphabet_of(deliver.data_coding);
-    if (alphabet == tpdu::alphabet_t::octets8) {
-        return tpdu::octets_t(parts.body.begin(), parts.body.end());
+std::optional<air::octets_t> body_of(const air::deliver_t& deliver, const air::user_data_parts_t& parts) {
+    const air::alphabet_t alphabet = air::alphabet_of(deliver.data_coding);
+    if (alphabet == air::alphabet_t::octets8) {
+        return air::octets_t(parts.body.begin(), parts.body.end());
     }
-    if (alphabet != tpdu::alphabet_t::gsm7) {
+    if (alphabet != air::alphabet_t::gsm7) {
         return std::nullopt;
     }
     const std::string text = text_of(deliver, parts.header.size() + 1);
-    return text.size() <= MAXLENGTH_MSG ? std::optional(tpdu::octets_t(text.begin(), text.end())) : std::nullopt;
+    return text.size() <= MAXLENGTH_MSG ? std::optional(air::octets_t(text.begin(), text.end())) : std::nullopt;
 }
 
 // The bit that more messages wait differs between copies of one message.
-tpdu::octets_t identity_of(tpdu::deliver_t deliver) {
+air::octets_t identity_of(air::deliver_t deliver) {
     deliver.more_messages = false;
-    return tpdu::encode(deliver).value_or(tpdu::octets_t());
+    return air::encode(deliver).value_or(air::octets_t());
 }
 
 }  // namespace
 
 std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message) {
     const RIL_OUT_SUBMIT& out = message.msgOutSubmit;
-    const std::optional<tpdu::address_t> destination = destination_of(out.raDestAddress);
+    const std::optional<air::address_t> destination = destination_of(out.raDestAddress);
     const std::optional<uint8_t> data_coding = data_coding_of(message);
-    std::optional<tpdu::octets_t> user_data = user_data_of(out, has_header(message, out));
+    std::optional<air::octets_t> user_data = user_data_of(out, has_header(message, out));
     if (!destination || !data_coding || !user_data) {
         return std::nullopt;
     }
-    tpdu::submit_t submit;
+    air::submit_t submit;
     submit.destination = *destination;
     submit.data_coding = *data_coding;
     submit.validity_period = validity_seven_days;
     submit.header_indicator = has_header(message, out);
     submit.user_data_length = static_cast<uint8_t>(user_data->size());
     submit.user_data = std::move(*user_data);
-    std::optional<tpdu::octets_t> octets = tpdu::encode(submit);
+    std::optional<air::octets_t> octets = air::encode(submit);
     return octets ? std::optional(submission_t{technology_t::gsm, std::move(*octets), 0}) : std::nullopt;
 }
 
-std::optional<card_datagram_t> gsm_card_datagram_of(tpdu::octets_view_t octets) {
-    const std::optional<tpdu::deliver_t> deliver = tpdu::decode_deliver(octets);
+std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets) {
+    const std::optional<air::deliver_t> deliver = air::decode_deliver(octets);
     if (!deliver || !deliver->header_indicator) {
         return std::nullopt;
     }
-    std::optional<tpdu::user_data_parts_t> parts = card_parts(deliver->user_data);
-    const std::optional<tpdu::octets_t> body = parts ? body_of(*deliver, *parts) : std::nullopt;
+    std::optional<air::user_data_parts_t> parts = card_parts(deliver->user_data);
+    const std::optional<air::octets_t> body = parts ? body_of(*deliver, *parts) : std::nullopt;
     if (!body) {
         return std::nullopt;
     }

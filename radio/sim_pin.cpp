@@ -96,7 +96,7 @@ pin_file_t read_pin(const std::filesystem::path& path) {
     const file_t file(path, O_RDONLY | O_NONBLOCK);
     struct stat status {};
     if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0) {
-        return {{}, fmt::format("cannot read the PIN's file {}: {}", path.native(), platform::errno_text(errno))};
+        return {{}, fmt::format("cannot read the PIN's file {}: {}", path.native(), base::errno_text(errno))};
     }
     if (!S_ISREG(status.st_mode)) {
         return {{}, fmt::format("the PIN's file {} is no file", path.native())};
@@ -137,7 +137,7 @@ std::string mark_pin(const std::string& pin) {
         marks->push_back(hashed);
     }
     if (!marks || hashed.empty() || !write_durably(pin_marks(), fmt::format("{}\n", fmt::join(*marks, "\n")))) {
-        return fmt::format("cannot write {}: {}", pin_marks().native(), platform::errno_text(errno));
+        return fmt::format("cannot write {}: {}", pin_marks().native(), base::errno_text(errno));
     }
     return {};
 }

@@ -27,7 +27,7 @@ namespace {
 const std::filesystem::path lock_folder = "/run/lock";
 
 std::string failure(const std::string& path, const char* attempt, int error) {
-    return fmt::format("cannot {} {}: {}", attempt, path, platform::errno_text(error));
+    return fmt::format("cannot {} {}: {}", attempt, path, base::errno_text(error));
 }
 
 std::string held(const std::string& path, const std::string& holder) {

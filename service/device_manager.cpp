@@ -106,8 +106,8 @@ class attached_modem_t {
 };
 
 /// Attaches the modem. One of `signals` ends the wait for a modem that does not answer.
-std::string attach(const radio::modem_options_t& modem, const end_signals_t& signals) {
-    const descriptor_t over(eventfd(0, EFD_CLOEXEC));
+std::string attach(const radio::modem_options_t& modem, const base::end_signals_t& signals) {
+    const base::descriptor_t over(eventfd(0, EFD_CLOEXEC));
     std::thread watcher([&] {
         std::array<pollfd, 2> ready{pollfd{signals.descriptor(), POLLIN, 0}, {over.get(), POLLIN, 0}};
         while (poll(ready.data(), ready.size(), -1) < 0 && errno == EINTR) {
@@ -123,11 +123,11 @@ std::string attach(const radio::modem_options_t& modem, const end_signals_t& sig
 }
 
 int fail(const std::string& error) {
-    std::fputs(fmt::format("zpd serve: {}\n", platform::escaped(error)).c_str(), stderr);
+    std::fputs(fmt::format("zpd serve: {}\n", base::escaped(error)).c_str(), stderr);
     return 1;
 }
 
-int serve_driver(const serve_options_t& options, const listener_t& listener, const end_signals_t& signals) {
+int serve_driver(const serve_options_t& options, const listener_t& listener, const base::end_signals_t& signals) {
     if (options.activate) {
         if (const std::string error = preset_activation(); !error.empty()) {
             return fail(error);
@@ -145,7 +145,7 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
     device_server_t server(listener, driver.device());
     const std::string ready =
         fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native());
-    std::fputs((platform::escaped(ready) + '\n').c_str(), stdout);
+    std::fputs((base::escaped(ready) + '\n').c_str(), stdout);
     std::fflush(stdout);
     server.serve(signals.descriptor());
     radio::detach_modem();  // before the driver goes: what came after it would be lost, and gone from the modem too
@@ -180,7 +180,7 @@ std::string check_announcement(const std::string& text) {
 
 int serve(const serve_options_t& options) {
     umask(0077);  // what a phone receives is its user's alone
-    const end_signals_t signals;
+    const base::end_signals_t signals;
     if (const std::string error = platform::set_home(options.home); !error.empty()) {
         return fail(error);
     }

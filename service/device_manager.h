@@ -9,7 +9,7 @@
 struct serve_options_t {
     radio::modem_options_t modem;
     std::filesystem::path home;  // the phone's home folder
-    std::string device;          // name or path, see device_socket::path_of
+    std::string device;          // name or path, see device::path_of
     std::string group;           // whose members may use the device too; empty for none
     bool activate = false;       // switch the storing of received cards on
 };

@@ -16,12 +16,12 @@
 
 namespace {
 
-using device_socket::octets_t;
-using device_socket::octets_view_t;
-using device_socket::reply_t;
+using device::octets_t;
+using device::octets_view_t;
+using device::reply_t;
 
 /// One control request, on the driver.
-reply_t control(DWORD open, const device_socket::request_t& request) {
+reply_t control(DWORD open, const device::request_t& request) {
     octets_t input(request.input.begin(), request.input.end());
     reply_t reply;
     reply.output.resize(request.output_capacity);
@@ -93,7 +93,7 @@ void device_server_t::serve(int end) {
 }
 
 void device_server_t::accept_one() {
-    descriptor_t socket(accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
+    base::descriptor_t socket(accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!socket) {
         // Out of descriptors or memory: nothing tells when there are some again, and the client waits in the queue.
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
@@ -104,19 +104,19 @@ void device_server_t::accept_one() {
     if (!listener_.may_use(socket.get())) {
         send_reply(socket.get(), refusal(ERROR_ACCESS_DENIED));
     } else if (connections_.size() >= max_connections) {
-        send_reply(socket.get(), refusal(device_socket::error_busy));
+        send_reply(socket.get(), refusal(device::error_busy));
     } else {
         start(std::move(socket));
     }
 }
 
-void device_server_t::start(descriptor_t socket) {
+void device_server_t::start(base::descriptor_t socket) {
     connection_t& connection = connections_.emplace_back();
     connection.socket = std::move(socket);
     try {
         connection.thread = std::thread([this, &connection] { run(connection); });
     } catch (const std::system_error&) {
-        send_reply(connection.socket.get(), refusal(device_socket::error_busy));
+        send_reply(connection.socket.get(), refusal(device::error_busy));
         connections_.pop_back();
     }
 }
@@ -124,10 +124,10 @@ void device_server_t::start(descriptor_t socket) {
 void device_server_t::run(connection_t& connection) {
     const int socket = connection.socket.get();
     const DWORD open = ZPD_Open(device_, 0, 0);
-    octets_t buffer(device_socket::request_header + device_socket::max_input + 1);
+    octets_t buffer(device::request_header + device::max_input + 1);
     while (const auto packet = receive(socket, buffer)) {
-        const auto request = device_socket::decode_request(*packet);
-        if (!send_reply(socket, request ? control(open, *request) : refusal(device_socket::error_malformed))) {
+        const auto request = device::decode_request(*packet);
+        if (!send_reply(socket, request ? control(open, *request) : refusal(device::error_malformed))) {
             break;
         }
     }

@@ -13,7 +13,7 @@
 
 class device_server_t {
   public:
-    /// Clients at once; a further one gets one reply with device_socket::error_busy and is closed.
+    /// Clients at once; a further one gets one reply with device::error_busy and is closed.
     static constexpr size_t max_connections = 64;
 
     /// `device` is the handle that ZPD_Init returned.
@@ -25,18 +25,18 @@ class device_server_t {
 
   private:
     struct connection_t {
-        descriptor_t socket;
+        base::descriptor_t socket;
         std::atomic<bool> over = false;
         std::thread thread;
     };
 
     void accept_one();
-    void start(descriptor_t socket);
+    void start(base::descriptor_t socket);
     void run(connection_t& connection);
     void reap();
 
     const listener_t& listener_;
     const uint32_t device_;
-    descriptor_t wake_;  // an eventfd: some connection is over
+    base::descriptor_t wake_;  // an eventfd: some connection is over
     std::list<connection_t> connections_;
 };

@@ -3,6 +3,6 @@
 #include "base/end_signals.h"
 
 radio::diagnosis_t examine_modem(const std::string& tty) {
-    const end_signals_t signals;
+    const base::end_signals_t signals;
     return radio::diagnose(tty, [&signals] { return signals.wait(0); });
 }

@@ -38,22 +38,22 @@ instance_lock_t::~instance_lock_t() {
 
 std::string instance_lock_t::take(const std::filesystem::path& file, const std::string& what) {
     for (;;) {
-        descriptor_t opened(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        base::descriptor_t opened(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
         if (!opened) {
-            return fmt::format("cannot open the lock file {}: {}", file.native(), platform::errno_text(errno));
+            return fmt::format("cannot open the lock file {}: {}", file.native(), base::errno_text(errno));
         }
         if (flock(opened.get(), LOCK_EX | LOCK_NB) != 0) {
             if (errno == EWOULDBLOCK) {
                 return fmt::format("{} by {}", what, holder(opened.get()));
             }
-            return fmt::format("cannot lock {}: {}", file.native(), platform::errno_text(errno));
+            return fmt::format("cannot lock {}: {}", file.native(), base::errno_text(errno));
         }
         if (!is_at(opened.get(), file)) {
             continue;
         }
         const std::string id = fmt::format("{}\n", getpid());
         if (ftruncate(opened.get(), 0) != 0 || pwrite(opened.get(), id.data(), id.size(), 0) < 0) {
-            return fmt::format("cannot write the lock file {}: {}", file.native(), platform::errno_text(errno));
+            return fmt::format("cannot write the lock file {}: {}", file.native(), base::errno_text(errno));
         }
         file_ = file;
         descriptor_ = std::move(opened);

@@ -21,5 +21,5 @@ class instance_lock_t {
 
   private:
     std::filesystem::path file_;
-    descriptor_t descriptor_;
+    base::descriptor_t descriptor_;
 };

@@ -34,7 +34,7 @@ std::optional<sockaddr_un> address_of(const std::filesystem::path& path) {
 std::string make_runtime_folder(const std::filesystem::path& folder, std::optional<gid_t> group) {
     if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
         return fmt::format("cannot make the folder {} for the device's socket: {}", folder.native(),
-                           platform::errno_text(errno));
+                           base::errno_text(errno));
     }
     struct stat status {};
     if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid()) {
@@ -44,7 +44,7 @@ std::string make_runtime_folder(const std::filesystem::path& folder, std::option
             folder.native());
     }
     if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0)) {
-        return fmt::format("cannot open {} to the group: {}", folder.native(), platform::errno_text(errno));
+        return fmt::format("cannot open {} to the group: {}", folder.native(), base::errno_text(errno));
     }
     return {};
 }
@@ -70,14 +70,14 @@ bool peer_is_in_group(int connection, gid_t group) {
 
 /// An empty text when nobody listens there.
 std::string served_already(const std::string& device, const sockaddr_un& address) {
-    const descriptor_t probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const base::descriptor_t probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (connect(probe.get(), generic(address), sizeof address) != 0) {
         if (errno == ECONNREFUSED || errno == ENOENT) {
             return {};
         }
         if (errno != EAGAIN) {  // a listener whose queue is full
             return fmt::format("cannot look who serves device {} at {}: {}", device, address.sun_path,
-                               platform::errno_text(errno));
+                               base::errno_text(errno));
         }
     }
     const auto server = peer_of(probe.get());
@@ -95,7 +95,7 @@ listener_t::~listener_t() {
 }
 
 std::string listener_t::open(const std::string& device, const std::string& group) {
-    path_ = device_socket::path_of(device);
+    path_ = device::path_of(device);
     if (!group.empty()) {
         const struct group* entry = getgrnam(group.c_str());  // NOLINT(concurrency-mt-unsafe): before any thread
         if (entry == nullptr) {
@@ -134,20 +134,20 @@ std::string listener_t::bind_and_listen() {
         return fmt::format("{} is too long for a socket; name a shorter one with --device", path_.native());
     }
     unlink(path_.c_str());
-    descriptor_ = descriptor_t(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    descriptor_ = base::descriptor_t(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     // The mode must be right from the first moment on, so it comes from the mask.
     const mode_t before = umask(group_ ? 0117 : 0177);
     bound_ = bind(descriptor_.get(), generic(*address), sizeof *address) == 0;
     const int error = errno;
     umask(before);
     if (!bound_) {
-        return fmt::format("cannot make the device's socket {}: {}", path_.native(), platform::errno_text(error));
+        return fmt::format("cannot make the device's socket {}: {}", path_.native(), base::errno_text(error));
     }
     if (group_ && lchown(path_.c_str(), static_cast<uid_t>(-1), *group_) != 0) {
-        return fmt::format("cannot give {} to the group: {}", path_.native(), platform::errno_text(errno));
+        return fmt::format("cannot give {} to the group: {}", path_.native(), base::errno_text(errno));
     }
     if (listen(descriptor_.get(), SOMAXCONN) != 0) {
-        return fmt::format("cannot listen on {}: {}", path_.native(), platform::errno_text(errno));
+        return fmt::format("cannot listen on {}: {}", path_.native(), base::errno_text(errno));
     }
     return {};
 }

@@ -34,6 +34,6 @@ class listener_t {
     std::filesystem::path path_;
     std::optional<gid_t> group_;
     instance_lock_t lock_;
-    descriptor_t descriptor_;
+    base::descriptor_t descriptor_;
     bool bound_ = false;
 };

@@ -46,7 +46,7 @@ int WideCharToMultiByte(DWORD code_page, DWORD flags, LPCWSTR wide, int wide_len
         used_default_char != nullptr) {
         return failed(ERROR_INVALID_PARAMETER, 0);
     }
-    return deliver(platform::to_utf8(input(wide, wide_length)), narrow, narrow_length);
+    return deliver(base::to_utf8(input(wide, wide_length)), narrow, narrow_length);
 }
 
 int MultiByteToWideChar(DWORD code_page, DWORD flags, const char* narrow, int narrow_length, LPWSTR wide,
@@ -57,5 +57,5 @@ int MultiByteToWideChar(DWORD code_page, DWORD flags, const char* narrow, int na
     if (!valid(code_page, flags, narrow, narrow_length, wide, wide_length)) {
         return failed(ERROR_INVALID_PARAMETER, 0);
     }
-    return deliver(platform::to_utf16(input(narrow, narrow_length)), wide, wide_length);
+    return deliver(base::to_utf16(input(narrow, narrow_length)), wide, wide_length);
 }

@@ -72,7 +72,7 @@ bool matches(std::u16string_view pattern, std::u16string_view name) {
 
 /// False for what the platform would not see: a link that leaves the home, an entry that has just gone.
 bool describe(const find_t& find, const std::u16string& name, WIN32_FIND_DATAW& entry) {
-    std::filesystem::path path = find.folder / platform::to_utf8(name);
+    std::filesystem::path path = find.folder / base::to_utf8(name);
     struct stat status {};
     if (!platform::follow_link(find.root, path) || stat(path.c_str(), &status) != 0) {
         return false;
@@ -93,8 +93,8 @@ bool describe(const find_t& find, const std::u16string& name, WIN32_FIND_DATAW& 
 bool advance(find_t& find, WIN32_FIND_DATAW& entry) {
     const std::lock_guard lock(find.mutex);
     while (const dirent* found = readdir(find.directory.get())) {
-        const std::u16string name = platform::to_utf16(found->d_name);
-        const bool spelled = platform::is_file_name(name) && platform::to_utf8(name) == found->d_name;
+        const std::u16string name = base::to_utf16(found->d_name);
+        const bool spelled = platform::is_file_name(name) && base::to_utf8(name) == found->d_name;
         if (spelled && matches(find.pattern, name) && describe(find, name, entry)) {
             return true;
         }

@@ -32,7 +32,8 @@ std::vector<std::u16string_view> path_components(std::u16string_view path) {
 
 bool is_file_name(std::u16string_view component) {
     return !component.empty() && component != u"." && component != u".." &&
-           std::none_of(component.begin(), component.end(), is_forbidden) && to_utf8(component).size() <= NAME_MAX;
+           std::none_of(component.begin(), component.end(), is_forbidden) &&
+           base::to_utf8(component).size() <= NAME_MAX;
 }
 
 bool follow_link(const std::filesystem::path& root, std::filesystem::path& entry) {
@@ -61,7 +62,7 @@ DWORD resolve_path(std::u16string_view path, std::filesystem::path& result) {
         if (!is_file_name(component)) {
             return ERROR_INVALID_NAME;
         }
-        at /= to_utf8(component);
+        at /= base::to_utf8(component);
         if (!follow_link(root, at)) {
             return ERROR_PATH_NOT_FOUND;
         }

@@ -82,7 +82,7 @@ LONG locate(HKEY root, LPCWSTR path, DWORD access, std::shared_ptr<open_key_t>& 
         if (component.size() > longest_key_component) {
             return ERROR_INVALID_PARAMETER;
         }
-        key.path += '\\' + platform::to_utf8(component);
+        key.path += '\\' + base::to_utf8(component);
     }
     return ERROR_SUCCESS;
 }
@@ -100,7 +100,7 @@ LONG key_for(HKEY handle, DWORD access, std::shared_ptr<open_key_t>& key) {
 }
 
 std::string name_text(LPCWSTR name) {
-    return name == nullptr ? std::string() : platform::to_utf8(name);
+    return name == nullptr ? std::string() : base::to_utf8(name);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 namespace platform {
 namespace {
 
-using sqlite::execution_t;
+using base::sqlite::execution_t;
 
 constexpr int busy_timeout_ms = 5000;  // another process writes: it takes milliseconds, unless it hangs
 
@@ -62,7 +62,7 @@ int make_tables(sqlite3* handle) {
     return result;
 }
 
-LONG run(const sqlite::statement_t& statement) {
+LONG run(const base::sqlite::statement_t& statement) {
     return error_of(execution_t(statement).step());
 }
 
@@ -81,7 +81,7 @@ std::vector<uint8_t> number_data(int64_t number) {
 
 /// REG_SZ is UTF-16 with its terminator.
 std::vector<uint8_t> string_data(const std::string& text) {
-    const std::u16string wide = to_utf16(text);
+    const std::u16string wide = base::to_utf16(text);
     std::vector<uint8_t> octets((wide.size() + 1) * sizeof(char16_t));
     std::memcpy(octets.data(), wide.c_str(), octets.size());
     return octets;
@@ -105,7 +105,7 @@ std::string string_text(std::span<const uint8_t> data) {
         std::memcpy(wide.data(), data.data(), wide.size() * sizeof(char16_t));
         wide.pop_back();
     }
-    return to_utf8(wide);
+    return base::to_utf8(wide);
 }
 
 bool equal(const std::vector<uint8_t>& ours, std::span<const uint8_t> theirs) {
@@ -143,7 +143,7 @@ LONG registry_database_t::check(std::string& reason) const {
         reason = "it cannot be written";
         return ERROR_ACCESS_DENIED;
     }
-    const sqlite::statement_t statement = sqlite::prepare(handle, "PRAGMA quick_check(1)");
+    const base::sqlite::statement_t statement = base::sqlite::prepare(handle, "PRAGMA quick_check(1)");
     if (statement == nullptr) {
         return error_of(sqlite3_errcode(handle));
     }
@@ -161,7 +161,7 @@ LONG registry_database_t::told(LONG error, const std::string& what) const {
     if (error != ERROR_SUCCESS) {
         const std::string text =
             what + " cannot be written to the registry " + path.native() + ": " + sqlite3_errmsg(connection.get());
-        std::fputs(("zpd: " + escaped(text) + '\n').c_str(), stderr);
+        std::fputs(("zpd: " + base::escaped(text) + '\n').c_str(), stderr);
     }
     return error;
 }
@@ -172,7 +172,7 @@ LONG registry_database_t::prepare() {
     if (const int result = make_tables(handle); result != SQLITE_OK) {
         return error_of(result);
     }
-    const std::pair<sqlite::statement_t*, const char*> texts[] = {
+    const std::pair<base::sqlite::statement_t*, const char*> texts[] = {
         {&key_query, "SELECT key FROM registry WHERE key = ?1 LIMIT 1"},
         {&key_insert, "INSERT INTO registry (key) VALUES (?1)"},
         {&value_query, "SELECT type, data FROM registry WHERE key = ?1 AND name = ?2"},
@@ -184,7 +184,7 @@ LONG registry_database_t::prepare() {
         {&rollback, "ROLLBACK"},
     };
     for (const auto& [statement, text] : texts) {
-        *statement = sqlite::prepare(handle, text);
+        *statement = base::sqlite::prepare(handle, text);
         if (*statement == nullptr) {
             return error_of(sqlite3_errcode(handle));
         }

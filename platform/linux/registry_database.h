@@ -61,8 +61,8 @@ class registry_database_t {
 
     std::filesystem::path path;
     std::mutex mutex;  // guards the connection and its statements
-    sqlite::connection_t connection;
-    sqlite::statement_t key_query, key_insert, value_query, value_update, begin, commit, rollback;
+    base::sqlite::connection_t connection;
+    base::sqlite::statement_t key_query, key_insert, value_query, value_update, begin, commit, rollback;
 };
 
 }  // namespace platform

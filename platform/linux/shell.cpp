@@ -99,7 +99,7 @@ DWORD SHLaunchApplicationForURI(BSTR uri, HANDLE* output) {
     if (const auto error = platform::injected_failure(__func__)) {
         return *error;
     }
-    const std::string text = uri == nullptr ? std::string() : platform::to_utf8(uri);
+    const std::string text = uri == nullptr ? std::string() : base::to_utf8(uri);
     if (!is_launchable(text)) {
         return ERROR_INVALID_PARAMETER;
     }

@@ -13,7 +13,7 @@ using testing::ElementsAre;
 namespace {
 
 std::string unhex(const std::string& digits) {
-    const auto octets = platform::from_hex(digits).value();
+    const auto octets = base::from_hex(digits).value();
     return {octets.begin(), octets.end()};
 }
 

@@ -127,7 +127,7 @@ class matrix : public network::network_test, public testing::WithParamInterface<
         std::ofstream(pin_file) << "4711\n";
         std::filesystem::permissions(pin_file, std::filesystem::perms::owner_read);
         // None of them is a card: a plain text, a flash one, one in UCS2, and a push for another port.
-        for (const uint8_t coding : {uint8_t{0x00}, uint8_t{0x10}, uint8_t{0x08}, tpdu::data_coding_8bit}) {
+        for (const uint8_t coding : {uint8_t{0x00}, uint8_t{0x10}, uint8_t{0x08}, air::data_coding_8bit}) {
             send_text(coding);
         }
         ASSERT_NO_FATAL_FAILURE(phone_.start({.tty = network_->link(ours), .pin_file = pin_file}));
@@ -161,15 +161,15 @@ class matrix : public network::network_test, public testing::WithParamInterface<
         expect_ok(reply, line);
         return reply;
     }
-    std::vector<tpdu::deliver_t> listed(host_t& host, const std::string& line) {
+    std::vector<air::deliver_t> listed(host_t& host, const std::string& line) {
         const std::string reply = command(host, line);
-        std::vector<tpdu::deliver_t> messages;
+        std::vector<air::deliver_t> messages;
         for (size_t at = 0; (at = reply.find("+CMGL:", at)) != std::string::npos; ++at) {
             messages.push_back(network::delivered(reply.substr(at)));
         }
         return messages;
     }
-    void submit(const tpdu::submit_t& message) {
+    void submit(const air::submit_t& message) {
         network::submit(*peer_, message);
         EXPECT_NE(peer_->read_until("OK\r\n"), "");
     }
@@ -178,13 +178,13 @@ class matrix : public network::network_test, public testing::WithParamInterface<
         if (!GetParam().texts) {
             return;
         }
-        tpdu::submit_t message = network::submit_to(ours, {0x06, 0x05, 0x04, 0x0B, 0x84, 0x23, 0xF0, coding});
+        air::submit_t message = network::submit_to(ours, {0x06, 0x05, 0x04, 0x0B, 0x84, 0x23, 0xF0, coding});
         message.data_coding = coding;
-        message.header_indicator = coding == tpdu::data_coding_8bit;
+        message.header_indicator = coding == air::data_coding_8bit;
         message.user_data.push_back(static_cast<uint8_t>(++texts_));
         message.user_data.push_back(0);
         message.user_data_length = static_cast<uint8_t>(
-            message.user_data.size() * (tpdu::alphabet_of(coding) == tpdu::alphabet_t::gsm7 ? 8 : 7) / 7);
+            message.user_data.size() * (air::alphabet_of(coding) == air::alphabet_t::gsm7 ? 8 : 7) / 7);
         left_.insert(message.user_data);
         submit(message);
     }
@@ -192,14 +192,14 @@ class matrix : public network::network_test, public testing::WithParamInterface<
     /// The peer sends it, with a text in between.
     void put_in(const std::string& card, size_t datagrams) {
         for (size_t i = 0; i < datagrams; ++i) {
-            tpdu::octets_t header = {0x05, 0x04, 0x23, 0xF4, 0x00, 0x00};
+            air::octets_t header = {0x05, 0x04, 0x23, 0xF4, 0x00, 0x00};
             if (datagrams > 1) {
                 header.insert(header.end(), {0x00, 0x03, static_cast<uint8_t>(serial_), static_cast<uint8_t>(datagrams),
                                              static_cast<uint8_t>(i + 1)});
             }
             const std::string body = card.substr(i * body_octets, body_octets);
-            const tpdu::octets_t octets(body.begin(), body.end());
-            tpdu::submit_t message = network::submit_to(ours, tpdu::join_user_data(header, octets).value());
+            const air::octets_t octets(body.begin(), body.end());
+            air::submit_t message = network::submit_to(ours, air::join_user_data(header, octets).value());
             message.header_indicator = true;
             submit(message);
             if (i == datagrams / 2) {
@@ -210,10 +210,10 @@ class matrix : public network::network_test, public testing::WithParamInterface<
     /// What lies on the peer's modem put together; each datagram once.
     std::string take_out() {
         std::map<unsigned, std::string> bodies;
-        for (const tpdu::deliver_t& datagram : listed(*peer_, "AT+CMGL=4")) {
-            const auto [header, body] = tpdu::split_user_data(datagram.user_data).value();
-            EXPECT_EQ(tpdu::destination_port(header), 9204);
-            const unsigned part = tpdu::concatenation(header).value_or(tpdu::concatenation_t{}).part;
+        for (const air::deliver_t& datagram : listed(*peer_, "AT+CMGL=4")) {
+            const auto [header, body] = air::split_user_data(datagram.user_data).value();
+            EXPECT_EQ(air::destination_port(header), 9204);
+            const unsigned part = air::concatenation(header).value_or(air::concatenation_t{}).part;
             EXPECT_TRUE(bodies.emplace(part, std::string(body.begin(), body.end())).second) << part << " came twice";
         }
         std::string card;
@@ -228,9 +228,9 @@ class matrix : public network::network_test, public testing::WithParamInterface<
         order({"clear"});
         host_t host(network_->link(ours));
         command(host, "\x1b\rATZ");
-        std::set<tpdu::octets_t> found;
+        std::set<air::octets_t> found;
         for (const std::string memory : {"ME", "SM"}) {
-            for (const tpdu::deliver_t& text : listed(host, "ATE0+CPMS=\"" + memory + "\";+CMGL=4")) {
+            for (const air::deliver_t& text : listed(host, "ATE0+CPMS=\"" + memory + "\";+CMGL=4")) {
                 found.insert(text.user_data);
             }
         }
@@ -239,7 +239,7 @@ class matrix : public network::network_test, public testing::WithParamInterface<
 
     phone_t phone_;
     std::unique_ptr<host_t> peer_;
-    std::set<tpdu::octets_t> left_;  // the texts
+    std::set<air::octets_t> left_;  // the texts
     unsigned texts_ = 0;
     size_t serial_ = 0;
 };

@@ -21,11 +21,11 @@ class delivery_test : public network_test {
 };
 
 TEST_F(delivery_test, a_message_crosses_octet_for_octet) {
-    tpdu::octets_t user_data = {6, 0x05, 4, 0x23, 0xF4, 0, 0};
-    for (unsigned i = 0; user_data.size() < tpdu::max_user_data; ++i) {
+    air::octets_t user_data = {6, 0x05, 4, 0x23, 0xF4, 0, 0};
+    for (unsigned i = 0; user_data.size() < air::max_user_data; ++i) {
         user_data.push_back(static_cast<uint8_t>(i * 37));
     }
-    tpdu::submit_t message = submit_to(bob, user_data);
+    air::submit_t message = submit_to(bob, user_data);
     message.header_indicator = true;
     message.validity_period = 0xAD;
     const auto from = host(alice);
@@ -38,10 +38,10 @@ TEST_F(delivery_test, a_message_crosses_octet_for_octet) {
     to->send("AT+CMGR=1\r");
     const std::string reply = to->read_until("OK\r\n");
     EXPECT_TRUE(reply.starts_with("\r\n+CMGR: 0,,159\r\n0691990900"));  // unread; the service centre's address first
-    const tpdu::deliver_t arrived = delivered(reply);
-    tpdu::deliver_t expected;
-    expected.originator = tpdu::address_from_number(alice).value();
-    expected.data_coding = tpdu::data_coding_8bit;
+    const air::deliver_t arrived = delivered(reply);
+    air::deliver_t expected;
+    expected.originator = air::address_from_number(alice).value();
+    expected.data_coding = air::data_coding_8bit;
     expected.header_indicator = true;
     expected.user_data_length = 140;
     expected.user_data = user_data;
@@ -49,7 +49,7 @@ TEST_F(delivery_test, a_message_crosses_octet_for_octet) {
     EXPECT_EQ(arrived, expected);
 
     tm stamp{};  // local time with its offset: as a moment it is now
-    const tpdu::timestamp_t& time = arrived.service_centre_time;
+    const air::timestamp_t& time = arrived.service_centre_time;
     stamp.tm_year = 100 + time.year;
     stamp.tm_mon = time.month - 1;
     stamp.tm_mday = time.day;
@@ -86,8 +86,8 @@ TEST_F(delivery_test, a_message_waits_for_a_phone_that_comes_later) {
     const auto to = host("4930555");
     for (const uint8_t index : {1, 2, 3}) {
         to->send("AT+CMGR=" + std::to_string(index) + "\r");
-        const tpdu::deliver_t message = delivered(to->read_until("OK\r\n"));
-        EXPECT_EQ(message.user_data, tpdu::octets_t{static_cast<uint8_t>(index == 1 ? 8 : 7)});
+        const air::deliver_t message = delivered(to->read_until("OK\r\n"));
+        EXPECT_EQ(message.user_data, air::octets_t{static_cast<uint8_t>(index == 1 ? 8 : 7)});
         EXPECT_EQ(message.more_messages, index != 3);  // TP-MMS
     }
 }
@@ -104,7 +104,7 @@ TEST_F(delivery_test, a_full_memory_leaves_the_message_at_the_service_centre) {
     to->expect("AT+CPMS?\r", "\r\n+CPMS: \"ME\",2,2,\"ME\",2,2,\"ME\",2,2\r\n\r\nOK\r\n");
     to->expect("AT+CMGD=1\r", "\r\nOK\r\n\r\n+CMTI: \"ME\",1\r\n");
     to->send("AT+CMGR=1\r");
-    EXPECT_EQ(delivered(to->read_until("OK\r\n")).user_data, tpdu::octets_t{3});
+    EXPECT_EQ(delivered(to->read_until("OK\r\n")).user_data, air::octets_t{3});
     to->expect("AT+CMGD=?\r", "\r\n+CMGD: (1,2),(0-4)\r\n\r\nOK\r\n");
     to->expect("AT+CMGD=1,1;+CMGD=?\r", "\r\n+CMGD: (2),(0-4)\r\n\r\nOK\r\n");  // unread ones stay
 }
@@ -123,7 +123,7 @@ TEST_F(delivery_test, a_direct_delivery_is_acknowledged_or_stored) {
     const auto handed_over = [&](uint8_t octet) {
         const std::string line = to->read_until("\r\n+CMT: ,20\r\n");
         EXPECT_EQ(line, "\r\n+CMT: ,20\r\n");
-        EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, tpdu::octets_t{octet});
+        EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, air::octets_t{octet});
     };
     send(1);
     handed_over(1);
@@ -135,7 +135,7 @@ TEST_F(delivery_test, a_direct_delivery_is_acknowledged_or_stored) {
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 2));
     to->expect("AT+CNMI?\r", "\r\n+CNMI: 2,0,0,0,0\r\n\r\nOK\r\n");
     to->send("AT+CMGR=1\r");
-    EXPECT_EQ(delivered(to->read_until("OK\r\n")).user_data, tpdu::octets_t{2});
+    EXPECT_EQ(delivered(to->read_until("OK\r\n")).user_data, air::octets_t{2});
 
     to->expect("AT+CNMI=2,2\r", "\r\nOK\r\n");
     send(3);
@@ -147,7 +147,7 @@ TEST_F(delivery_test, a_direct_delivery_is_acknowledged_or_stored) {
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
     to->expect("AT+CNMA\r", "\r\n+CMS ERROR: 340\r\n");
     to->send("AT+CMGR=2\r");
-    EXPECT_EQ(delivered(to->read_until("OK\r\n")).user_data, tpdu::octets_t{3});
+    EXPECT_EQ(delivered(to->read_until("OK\r\n")).user_data, air::octets_t{3});
 }
 
 TEST_F(delivery_test, without_phase_2_plus_nothing_is_to_be_acknowledged) {
@@ -156,7 +156,7 @@ TEST_F(delivery_test, without_phase_2_plus_nothing_is_to_be_acknowledged) {
     send(2);
     for (const uint8_t octet : {1, 2}) {
         to->read_until("+CMT: ,20\r\n");
-        EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, tpdu::octets_t{octet});
+        EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, air::octets_t{octet});
     }
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 2));
     to->expect("AT+CNMI=0\r", "\r\nOK\r\n");  // mode 0 tells the host nothing

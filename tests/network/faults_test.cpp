@@ -9,7 +9,7 @@ namespace {
 class faults_test : public network_test {
   protected:
     /// Alice sends Bob a message of each octet.
-    void send(const tpdu::octets_t& octets) {
+    void send(const air::octets_t& octets) {
         const auto from = host(alice);
         for (const uint8_t octet : octets) {
             submit(*from, submit_to(bob, {octet}));
@@ -17,8 +17,8 @@ class faults_test : public network_test {
         }
     }
     /// The octets of all that lies on Bob's modem.
-    tpdu::octets_t stored(host_t& host) {
-        tpdu::octets_t octets;
+    air::octets_t stored(host_t& host) {
+        air::octets_t octets;
         host.send("AT+CMGL=4\r");
         const std::string reply = host.read_until("\r\nOK\r\n");
         for (size_t at = 0; (at = reply.find("+CMGL:", at)) != std::string::npos; ++at) {
@@ -33,13 +33,13 @@ TEST_F(faults_test, deliveries_come_twice_in_reverse_or_late) {
     set_fault(bob, "reorder=3");
     send({1, 2, 3, 4});
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 3));
-    EXPECT_EQ(stored(*to), (tpdu::octets_t{3, 2, 1})) << "the fourth waits for its like";
+    EXPECT_EQ(stored(*to), (air::octets_t{3, 2, 1})) << "the fourth waits for its like";
     set_fault(bob, "clear");
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
     set_fault(bob, "duplicate");
     send({5});
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 6));
-    EXPECT_EQ(stored(*to), (tpdu::octets_t{3, 2, 1, 4, 5, 5}));
+    EXPECT_EQ(stored(*to), (air::octets_t{3, 2, 1, 4, 5, 5}));
     set_fault(bob, "clear");
     set_fault(bob, "delay=3600000");
     send({6});
@@ -63,12 +63,12 @@ TEST_F(faults_test, arrivals_are_told_wrongly_twice_or_not_at_all) {
     set_fault(bob, "both-ways");
     send({3});
     to->expect("", "\r\n+CMTI: \"ME\",3\r\n\r\n+CMT: ,20\r\n");
-    EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, tpdu::octets_t{3});
+    EXPECT_EQ(delivered("\r\n" + to->read_until("\r\n")).user_data, air::octets_t{3});
     set_fault(bob, "fail-deletes=2");
     for (const std::string result : {"+CMS ERROR: 320", "+CMS ERROR: 320", "OK"}) {
         to->expect("AT+CMGD=2\r", "\r\n" + result + "\r\n");
     }
-    EXPECT_EQ(stored(*to), (tpdu::octets_t{1, 3}));
+    EXPECT_EQ(stored(*to), (air::octets_t{1, 3}));
 }
 
 TEST_F(faults_test, results_and_prompts_come_late) {
@@ -102,7 +102,7 @@ TEST_F(faults_test, a_modem_returns_under_another_name) {
 // 3GPP TS 23.040 9.2.3.25: TP-RD, with the TP-MR that the host gives.
 TEST_F(faults_test, a_repetition_is_rejected_on_demand) {
     const auto from = host(alice);
-    tpdu::submit_t message = submit_to(bob, {1});
+    air::submit_t message = submit_to(bob, {1});
     message.message_reference = 77;
     submit(*from, message);
     EXPECT_EQ(from->read_until("OK\r\n"), sent(77));

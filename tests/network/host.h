@@ -60,20 +60,20 @@ class network_test : public testing::Test {
     std::unique_ptr<network_t> network_;
 };
 
-inline tpdu::submit_t submit_to(const std::string& number, tpdu::octets_t user_data) {
-    tpdu::submit_t submit;
-    submit.destination = tpdu::address_from_number(number).value();
-    submit.data_coding = tpdu::data_coding_8bit;
+inline air::submit_t submit_to(const std::string& number, air::octets_t user_data) {
+    air::submit_t submit;
+    submit.destination = air::address_from_number(number).value();
+    submit.data_coding = air::data_coding_8bit;
     submit.user_data_length = static_cast<uint8_t>(user_data.size());
     submit.user_data = std::move(user_data);
     return submit;
 }
 
 /// The two steps of AT+CMGS, after which the result follows.
-inline void submit(host_t& host, const tpdu::submit_t& submit) {
-    const tpdu::octets_t octets = tpdu::encode(submit).value();
+inline void submit(host_t& host, const air::submit_t& submit) {
+    const air::octets_t octets = air::encode(submit).value();
     host.expect("AT+CMGS=" + std::to_string(octets.size()) + "\r", "\r\n> ");
-    host.send("00" + platform::to_hex(octets) + "\x1a");
+    host.send("00" + base::to_hex(octets) + "\x1a");
 }
 
 inline std::string sent(unsigned reference) {
@@ -81,13 +81,13 @@ inline std::string sent(unsigned reference) {
 }
 
 /// The SMS-DELIVER in the last line but `lines_after` of a reply.
-inline tpdu::deliver_t delivered(const std::string& reply) {
+inline air::deliver_t delivered(const std::string& reply) {
     const size_t begin = reply.find("\r\n0") + 2;
-    const auto octets = platform::from_hex(reply.substr(begin, reply.find("\r\n", begin) - begin));
-    const auto pdu = octets ? tpdu::decode_pdu(*octets) : std::nullopt;
-    const auto deliver = pdu ? tpdu::decode_deliver(pdu->tpdu) : std::nullopt;
+    const auto octets = base::from_hex(reply.substr(begin, reply.find("\r\n", begin) - begin));
+    const auto pdu = octets ? air::decode_pdu(*octets) : std::nullopt;
+    const auto deliver = pdu ? air::decode_deliver(pdu->tpdu) : std::nullopt;
     EXPECT_TRUE(deliver) << reply;
-    return deliver.value_or(tpdu::deliver_t{});
+    return deliver.value_or(air::deliver_t{});
 }
 
 }  // namespace network

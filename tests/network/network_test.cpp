@@ -168,8 +168,8 @@ TEST_F(network_test, traces_what_passes) {
     std::ifstream stream(file, std::ios::binary);
     const std::string octets{std::istreambuf_iterator<char>(stream), {}};
     const auto hex = [&](size_t at, size_t count) {
-        return platform::to_hex(
-            tpdu::octets_t(octets.begin() + static_cast<long>(at), octets.begin() + static_cast<long>(at + count)));
+        return base::to_hex(
+            air::octets_t(octets.begin() + static_cast<long>(at), octets.begin() + static_cast<long>(at + count)));
     };
     ASSERT_EQ(octets.size(), 24U + 16 + 24 + 14 + 16 + 24 + 20);
     EXPECT_EQ(hex(0, 24), "D4C3B2A1020004000000000000000000FFFF0000FC000000");

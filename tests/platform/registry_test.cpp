@@ -42,8 +42,8 @@ class registry_test_t : public home_test_t {
     std::string ask(const std::string& query) const {
         sqlite3* connection = nullptr;
         sqlite3_open((box / "home" / "registry.sqlite").c_str(), &connection);
-        const platform::sqlite::connection_t owner(connection);
-        const auto statement = platform::sqlite::prepare(connection, query);
+        const base::sqlite::connection_t owner(connection);
+        const auto statement = base::sqlite::prepare(connection, query);
         std::string row;
         if (statement != nullptr && sqlite3_step(statement.get()) == SQLITE_ROW) {
             for (int i = 0; i < sqlite3_column_count(statement.get()); ++i) {
@@ -206,7 +206,7 @@ TEST_F(registry_test_t, answers_with_an_error_where_the_file_is_no_registry) {
 
     const HKEY made = create(TEXT("K"));
     for (int value = 0; value < 100; ++value) {
-        set(made, (u"v" + platform::to_utf16(std::to_string(value))).c_str(), REG_BINARY, octets_t(200, 1));
+        set(made, (u"v" + base::to_utf16(std::to_string(value))).c_str(), REG_BINARY, octets_t(200, 1));
     }
     ask("PRAGMA wal_checkpoint(TRUNCATE)");
     ask("DROP INDEX registry_keys");  // what cannot be told to the caller is told to people

@@ -16,8 +16,8 @@ TEST(text, of_well_formed_utf_8_goes_both_ways) {
         {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0010FFFF"},
     };
     for (const auto& [narrow, wide] : rows) {
-        EXPECT_EQ(platform::to_utf16(narrow), wide);
-        EXPECT_EQ(platform::to_utf8(wide), narrow);
+        EXPECT_EQ(base::to_utf16(narrow), wide);
+        EXPECT_EQ(base::to_utf8(wide), narrow);
     }
 }
 
@@ -32,7 +32,7 @@ TEST(text, has_u_fffd_for_what_is_ill_formed) {
         {"\xE0\xA0\0"s, u"\uFFFD\0"s},
     };
     for (const auto& [narrow, wide] : narrow_rows) {
-        EXPECT_EQ(platform::to_utf16(narrow), wide) << testing::PrintToString(narrow);
+        EXPECT_EQ(base::to_utf16(narrow), wide) << testing::PrintToString(narrow);
     }
     const std::pair<std::u16string, std::string> lone_surrogates[] = {
         {{0xD800}, "\uFFFD"},
@@ -42,7 +42,7 @@ TEST(text, has_u_fffd_for_what_is_ill_formed) {
         {{0xDBFF, u'a'}, "\uFFFDa"},
     };
     for (const auto& [wide, narrow] : lone_surrogates) {
-        EXPECT_EQ(platform::to_utf8(wide), narrow);
+        EXPECT_EQ(base::to_utf8(wide), narrow);
     }
 }
 
@@ -72,17 +72,17 @@ TEST(code_page, tells_the_size_and_delivers_only_what_fits) {
 }
 
 TEST(hex, goes_both_ways_and_refuses_the_rest) {
-    EXPECT_EQ(platform::to_hex(std::vector<uint8_t>{0x00, 0x9A, 0xFF}), "009AFF");
-    EXPECT_EQ(platform::from_hex("009aFF"), (std::vector<uint8_t>{0x00, 0x9A, 0xFF}));
-    EXPECT_EQ(platform::from_hex(""), std::vector<uint8_t>{});
+    EXPECT_EQ(base::to_hex(std::vector<uint8_t>{0x00, 0x9A, 0xFF}), "009AFF");
+    EXPECT_EQ(base::from_hex("009aFF"), (std::vector<uint8_t>{0x00, 0x9A, 0xFF}));
+    EXPECT_EQ(base::from_hex(""), std::vector<uint8_t>{});
     for (const char* text : {"0", "0g", "/0", ":0", "@0", "G0", "`0", " 0"}) {
-        EXPECT_EQ(platform::from_hex(text), std::nullopt) << text;
+        EXPECT_EQ(base::from_hex(text), std::nullopt) << text;
     }
 }
 
 TEST(digest, agrees_with_rfc_1321) {  // A.5
-    EXPECT_EQ(platform::to_hex(md5_digest("", 0)), "D41D8CD98F00B204E9800998ECF8427E");
-    EXPECT_EQ(platform::to_hex(md5_digest("abc", 3)), "900150983CD24FB0D6963F7D28E17F72");
+    EXPECT_EQ(base::to_hex(md5_digest("", 0)), "D41D8CD98F00B204E9800998ECF8427E");
+    EXPECT_EQ(base::to_hex(md5_digest("abc", 3)), "900150983CD24FB0D6963F7D28E17F72");
 }
 
 TEST(system_time, becomes_a_file_time_or_is_refused) {

@@ -12,9 +12,9 @@
 
 namespace {
 
-using namespace tpdu;
-using platform::from_hex;
-using platform::to_hex;
+using namespace air;
+using base::from_hex;
+using base::to_hex;
 
 /// The octets decoded and encoded again: none where they do not decode, empty where they do not encode.
 template <auto decode>
@@ -25,7 +25,7 @@ std::optional<octets_t> round_trip(const octets_t& octets) {
 const std::map<std::string, std::optional<octets_t> (*)(const octets_t&)> round_trips = {
     {"deliver", round_trip<decode_deliver>},
     {"submit", round_trip<decode_submit>},
-    {"cdma", round_trip<cdma::decode>},
+    {"cdma", round_trip<air::cdma::decode>},
 };
 
 struct vector_t {
@@ -171,20 +171,20 @@ TEST(tpdu, alphabets) {  // 3GPP TS 23.038 4
 // A subaddress, a subparameter of another year, user data once more in another alphabet, reserved bits set.
 TEST(cdma, what_is_unknown_is_skipped) {
     const auto message =
-        cdma::decode(*from_hex("000002100202040126F2800302FFFF081300031000777701120103000A080104204820AC"));
+        air::cdma::decode(*from_hex("000002100202040126F2800302FFFF081300031000777701120103000A080104204820AC"));
     ASSERT_TRUE(message);
     EXPECT_EQ(message->identifier, 7);
     EXPECT_FALSE(message->user_data);
 }
 
 TEST(cdma, what_does_not_fit_is_not_encoded) {
-    const std::initializer_list<void (*)(cdma::message_t&)> changes = {
+    const std::initializer_list<void (*)(air::cdma::message_t&)> changes = {
         [](auto& message) { message.address.text.assign(256, '1'); },
         [](auto& message) { message.address.text = "1\r"; },
         [](auto& message) { message.user_data->characters.resize(256); },
         [](auto& message) { message.user_data->characters.resize(240); },
         [](auto& message) {
-            message.user_data = {cdma::encoding_t::ascii, {0x80}};
+            message.user_data = {air::cdma::encoding_t::ascii, {0x80}};
         },
         [](auto& message) { message.priority = 4; },
         [](auto& message) { message.validity_absolute = {.year = 100}; },
@@ -192,7 +192,7 @@ TEST(cdma, what_does_not_fit_is_not_encoded) {
     const std::vector<vector_t> valid = vectors(true);
     const auto submitted = std::ranges::find(valid, "cdma", &vector_t::kind);
     for (const auto change : changes) {
-        cdma::message_t message = *cdma::decode(submitted->octets);
+        air::cdma::message_t message = *air::cdma::decode(submitted->octets);
         change(message);
         EXPECT_FALSE(encode(message));
     }

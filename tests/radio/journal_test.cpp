@@ -28,10 +28,10 @@ class journal : public testing::Test {
     /// As tests/radio/session_fixture.h has it, of a sender and a second of his.
     static arrival_t arrival(const std::string& body, const std::string& place, const std::string& from = "1234",
                              uint8_t second = 0) {
-        tpdu::deliver_t deliver = incoming(body, place);
+        air::deliver_t deliver = incoming(body, place);
         deliver.originator.text = from;
         deliver.service_centre_time.second = second;
-        tpdu::octets_t octets = *tpdu::encode(deliver);
+        air::octets_t octets = *air::encode(deliver);
         radio::card_datagram_t card = *radio::card_datagram_of(radio::technology_t::gsm, octets);
         return {radio::technology_t::gsm, std::move(octets), std::move(card)};
     }
@@ -50,7 +50,7 @@ class journal : public testing::Test {
         radio::card_datagram_t card = *radio::card_datagram_of(entry.technology, entry.octets);
         radio::change_reference(card, entry.reference);
         const RIL_IN_DELIVER& in = card.message.msgInDeliver;
-        return tpdu::concatenation({in.rgbHdr, in.cbHdrLength})->reference;
+        return air::concatenation({in.rgbHdr, in.cbHdrLength})->reference;
     }
     void hand_over_all() {
         for (const journal_t::entry_t& entry : kept->next(0, 1000)) {

@@ -5,21 +5,21 @@
 
 namespace {
 
-using platform::to_hex;
+using base::to_hex;
 using radio::card_datagram_of;
 using radio::submission_of;
 using radio::technology_t;
 
-tpdu::octets_t octets_of(std::string hex) {
+air::octets_t octets_of(std::string hex) {
     std::erase(hex, ' ');
-    return *platform::from_hex(hex);
+    return *base::from_hex(hex);
 }
 
 // What both kinds have.
 template <typename in_t>
 std::string described(const in_t& in) {
     const SYSTEMTIME& time = in.stSCReceiveTime;
-    return fmt::format("{} at {}-{}-{} {}:{}:{}, {}: {}", platform::to_utf8(in.raOrigAddress.wszAddress), time.wYear,
+    return fmt::format("{} at {}-{}-{} {}:{}:{}, {}: {}", base::to_utf8(in.raOrigAddress.wszAddress), time.wYear,
                        time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond,
                        to_hex({in.rgbHdr, in.cbHdrLength}), std::string(in.rgbMsg, in.rgbMsg + in.cchMsgLength));
 }
@@ -74,9 +74,9 @@ TEST(message, card_datagrams_as_the_driver_gets_them) {
 
 TEST(message, only_card_datagrams_are_taken_and_their_copies_known) {
     const auto identity_of = [](const auto& change, technology_t technology = technology_t::cdma) {
-        cdma::message_t message = *cdma::decode(octets_of(cdma_deliver));
+        air::cdma::message_t message = *air::cdma::decode(octets_of(cdma_deliver));
         change(message);
-        const auto datagram = card_datagram_of(technology, *cdma::encode(message));
+        const auto datagram = card_datagram_of(technology, *air::cdma::encode(message));
         return datagram ? to_hex(datagram->identity) : "none";
     };
     const std::string identity = identity_of([](auto&) {});
@@ -84,18 +84,18 @@ TEST(message, only_card_datagrams_are_taken_and_their_copies_known) {
     EXPECT_EQ(identity_of([](auto& message) { message.reply_sequence.reset(); }), identity);
     EXPECT_NE(identity_of([](auto& message) { message.identifier = 1; }), identity);
     EXPECT_EQ(identity_of([](auto&) {}, technology_t::gsm), "none");
-    for (void (*const change)(cdma::message_t&) : std::initializer_list<void (*)(cdma::message_t&)>{
+    for (void (*const change)(air::cdma::message_t&) : std::initializer_list<void (*)(air::cdma::message_t&)>{
              [](auto& message) { message.header_indicator = false; },
              [](auto& message) { message.user_data->characters[4] = 0xF5; },  // port 9205
              [](auto& message) { message.user_data->characters[0] = 0xFF; },
              [](auto& message) { message.user_data.reset(); },
-             [](auto& message) { message.type = cdma::message_type_t::submit; }}) {
+             [](auto& message) { message.type = air::cdma::message_type_t::submit; }}) {
         EXPECT_EQ(identity_of(change), "none");
     }
-    tpdu::deliver_t copy = incoming("x");
+    air::deliver_t copy = incoming("x");
     copy.more_messages = !copy.more_messages;
-    EXPECT_EQ(card_datagram_of(technology_t::gsm, *tpdu::encode(incoming("x")))->identity,
-              card_datagram_of(technology_t::gsm, *tpdu::encode(copy))->identity);
+    EXPECT_EQ(card_datagram_of(technology_t::gsm, *air::encode(incoming("x")))->identity,
+              card_datagram_of(technology_t::gsm, *air::encode(copy))->identity);
 }
 
 TEST(message, what_does_not_fit_on_cdma_is_no_submission) {

@@ -137,7 +137,7 @@ class scene : public session, public testing::WithParamInterface<std::filesystem
     void change_journal(const std::string& statement) const {
         sqlite3* opened = nullptr;
         sqlite3_open((home.path() / "journal.sqlite").c_str(), &opened);
-        const platform::sqlite::connection_t connection(opened);
+        const base::sqlite::connection_t connection(opened);
         sqlite3_busy_timeout(opened, 5000);
         EXPECT_EQ(sqlite3_exec(opened, statement.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
     }

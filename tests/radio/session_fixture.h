@@ -77,14 +77,14 @@ class recorder_t {
 
 /// A card datagram as the driver hands it to the radio, and as a service centre delivers it.
 inline RILMESSAGE outgoing(const std::string& number, const std::string& body) {
-    const tpdu::octets_t header = *platform::from_hex("050423F423F40003010201");
+    const air::octets_t header = *base::from_hex("050423F423F40003010201");
     RILMESSAGE message{};
     message.cbSize = sizeof message;
     message.dwParams = 0x0D80CA26;
     message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
     message.dwFlags = RIL_MSGFLAG_HEADER;
     RIL_OUT_SUBMIT& out = message.msgOutSubmit;
-    std::ranges::copy(platform::to_utf16(number), out.raDestAddress.wszAddress);
+    std::ranges::copy(base::to_utf16(number), out.raDestAddress.wszAddress);
     out.rmdDataCoding = {sizeof(RILMSGDCS), 9, RIL_DCSTYPE_GENERAL, 0, 0, RIL_DCSALPHABET_8BIT, 0, 0};
     out.cbHdrLength = static_cast<DWORD>(header.size());
     std::ranges::copy(header, out.rgbHdr);
@@ -109,12 +109,12 @@ inline RILMESSAGE outgoing_cdma(const std::string& number, const std::string& bo
     return message;
 }
 /// `place` is reference, of one octet or two, parts and part; without it the datagram is a message of its own.
-inline tpdu::deliver_t incoming(const std::string& body, const std::string& place = {}) {
-    tpdu::deliver_t deliver =
-        *tpdu::decode_deliver(*platform::from_hex("440C919471103254760004621112007151400706050423F423F4"));
+inline air::deliver_t incoming(const std::string& body, const std::string& place = {}) {
+    air::deliver_t deliver =
+        *air::decode_deliver(*base::from_hex("440C919471103254760004621112007151400706050423F423F4"));
     if (!place.empty()) {
         deliver.user_data[0] = static_cast<uint8_t>(8 + place.size() / 2);
-        const tpdu::octets_t element = *platform::from_hex((place.size() == 6 ? "0003" : "0804") + place);
+        const air::octets_t element = *base::from_hex((place.size() == 6 ? "0003" : "0804") + place);
         deliver.user_data.insert(deliver.user_data.end(), element.begin(), element.end());
     }
     deliver.user_data.insert(deliver.user_data.end(), body.begin(), body.end());
@@ -122,9 +122,9 @@ inline tpdu::deliver_t incoming(const std::string& body, const std::string& plac
     return deliver;
 }
 /// "<length>" CR LF "<pdu>", as it ends a +CMGR, +CMGL or +CMT line.
-inline std::string with_pdu(const tpdu::deliver_t& deliver) {
-    const tpdu::octets_t tpdu = *tpdu::encode(deliver);
-    return fmt::format("{}\r\n{}", tpdu.size(), platform::to_hex(*tpdu::encode_pdu({{}, tpdu})));
+inline std::string with_pdu(const air::deliver_t& deliver) {
+    const air::octets_t tpdu = *air::encode(deliver);
+    return fmt::format("{}\r\n{}", tpdu.size(), base::to_hex(*air::encode_pdu({{}, tpdu})));
 }
 
 class session : public testing::Test {

@@ -73,7 +73,7 @@ TEST(values, messages) {
     EXPECT_EQ(delivered_length("+CMT: ,"), std::nullopt);
     EXPECT_EQ(message_reference("+CMGS: 255,\"00\""), 255);
     EXPECT_EQ(message_reference("+CMGS: 65536"), std::nullopt);
-    EXPECT_EQ(tpdu_of_line("02aabb", 3), (tpdu::octets_t{0x02, 0xAA, 0xBB}));  // no service centre address
+    EXPECT_EQ(tpdu_of_line("02aabb", 3), (air::octets_t{0x02, 0xAA, 0xBB}));  // no service centre address
     EXPECT_EQ(tpdu_of_line("0002AABB", 2), std::nullopt);
     EXPECT_EQ(tpdu_of_line("", 2), std::nullopt);
 }

@@ -81,7 +81,7 @@ class raw_connection_t {
                ::send(socket_, packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
     }
     std::string receive() const {
-        std::string packet(device_socket::reply_header + device_socket::max_output, '\0');
+        std::string packet(device::reply_header + device::max_output, '\0');
         packet.resize(static_cast<size_t>(std::max<ssize_t>(0, recv(socket_, packet.data(), packet.size(), 0))));
         return packet;
     }
@@ -108,8 +108,8 @@ TEST_F(control, a_malformed_packet_is_answered_and_the_connection_goes_on) {
     const std::vector<std::string> malformed{
         "x",
         u32(ZPD_IOCTL_VERSION) + "abc",
-        version_request + std::string(device_socket::max_input + 1, 'x'),
-        u32(ZPD_IOCTL_VERSION) + u32(device_socket::max_output + 1),
+        version_request + std::string(device::max_input + 1, 'x'),
+        u32(ZPD_IOCTL_VERSION) + u32(device::max_output + 1),
         u32(ZPD_IOCTL_VERSION) + u32(0xFFFFFFFF),
     };
     for (const std::string& packet : malformed) {

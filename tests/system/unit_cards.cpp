@@ -49,9 +49,9 @@ TEST(text, escaping_keeps_text_and_shows_what_would_act_on_a_terminal) {
         {"a\r\nb", "a\\x0D\\x0Ab"},
     };
     for (const auto& [input, expected] : cases) {
-        EXPECT_EQ(platform::escaped(input), expected);
+        EXPECT_EQ(base::escaped(input), expected);
     }
-    EXPECT_EQ(platform::escaped_lines("a\r\nb\tc\rd\n"), "a\nb\tc\\x0Dd\n");
+    EXPECT_EQ(base::escaped_lines("a\r\nb\tc\rd\n"), "a\nb\tc\\x0Dd\n");
 }
 
 TEST(text, a_phone_number_is_digits_with_an_optional_plus) {
@@ -78,7 +78,7 @@ TEST(text, a_stored_card_is_its_first_line_and_the_octets_after_it) {
 }
 
 TEST(text, packets_come_apart_as_they_were_put_together_and_only_then) {
-    using namespace device_socket;
+    using namespace device;
     const octets_t input{1, 2, 3};
     const octets_t packet = encode(request_t{0x02000004, 7, input});
     EXPECT_EQ(packet, (octets_t{4, 0, 0, 2, 7, 0, 0, 0, 1, 2, 3}));
@@ -99,7 +99,7 @@ TEST(text, packets_come_apart_as_they_were_put_together_and_only_then) {
 }
 
 TEST(text, values_are_read_within_their_buffer) {
-    using namespace device_socket;
+    using namespace device;
     const octets_t octets = writer_t().octet(9).u32(0xFFFFFFF0).octet(1).octets();
     reader_t reader(octets);
     EXPECT_EQ(reader.octet(), 9);
