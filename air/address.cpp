@@ -17,7 +17,7 @@ size_t semi_octets_of(size_t septets) {
     return (septets * 7 + 3) / 4;
 }
 
-std::string read_alphanumeric(reader_t& reader, size_t semi_octets, uint8_t& fill) {
+std::string read_alphanumeric(bit_reader_t& reader, size_t semi_octets, uint8_t& fill) {
     const size_t count = semi_octets * 4 / 7;
     fill = static_cast<uint8_t>(semi_octets - semi_octets_of(count));
     const octets_view_t octets = reader.octets((semi_octets + 1) / 2);
@@ -52,22 +52,7 @@ bool write_alphanumeric(const address_t& address, octets_t& out) {
 
 }  // namespace
 
-uint8_t reader_t::octet() {
-    const octets_view_t one = octets(1);
-    return failed_ ? uint8_t{0} : one[0];
-}
-
-octets_view_t reader_t::octets(size_t count) {
-    if (failed_ || count > rest_.size()) {
-        failed_ = true;
-        return {};
-    }
-    const octets_view_t taken = rest_.first(count);
-    rest_ = rest_.subspan(count);
-    return taken;
-}
-
-std::string read_semi_octets(reader_t& reader, size_t digits) {
+std::string read_semi_octets(bit_reader_t& reader, size_t digits) {
     const octets_view_t octets = reader.octets((digits + 1) / 2);
     std::string text;
     for (size_t i = 0; i < octets.size() * 2; ++i) {
@@ -95,7 +80,7 @@ bool write_semi_octets(std::string_view digits, octets_t& out) {
     return true;
 }
 
-void read_address_type(reader_t& reader, address_t& address) {
+void read_address_type(bit_reader_t& reader, address_t& address) {
     const uint8_t octet = reader.octet();
     if ((octet & type_extension_bit) == 0) {
         reader.fail();
@@ -108,7 +93,7 @@ uint8_t address_type_octet(const address_t& address) {
     return static_cast<uint8_t>(type_extension_bit | static_cast<uint8_t>(address.type) << 4 | address.numbering_plan);
 }
 
-address_t read_address(reader_t& reader) {
+address_t read_address(bit_reader_t& reader) {
     address_t address;
     const uint8_t length = reader.octet();
     if (length > max_address_digits) {
@@ -165,7 +150,7 @@ std::string number_from_address(const address_t& address) {
 }
 
 std::optional<pdu_t> decode_pdu(octets_view_t octets) {
-    reader_t reader(octets);
+    bit_reader_t reader(octets);
     pdu_t pdu;
     const uint8_t length = reader.octet();  // octets that follow, the type octet among them
     if (length > 0) {
@@ -177,7 +162,7 @@ std::optional<pdu_t> decode_pdu(octets_view_t octets) {
         const bool odd = octets[length] >> 4 == filler;
         pdu.service_centre.text = read_semi_octets(reader, digit_octets * 2 - (odd ? 1 : 0));
     }
-    const octets_view_t tpdu = reader.octets(reader.left());
+    const octets_view_t tpdu = reader.octets(reader.left() / 8);
     if (reader.failed() || pdu.service_centre.type == number_type_t::alphanumeric) {
         return std::nullopt;
     }

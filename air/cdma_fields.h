@@ -1,7 +1,6 @@
 /// Inside the codec of CDMA messages: the layout that the transport layer and the bearer data share, and the fields.
 #pragma once
 
-#include "air/bits.h"
 #include "air/cdma.h"
 
 namespace air::cdma {

@@ -23,7 +23,7 @@ constexpr uint8_t bit_reply_path = 0x80;
 
 constexpr uint8_t bit_west = 0x08;  // of the time zone's first semi-octet: negative
 
-uint8_t read_two_digits(reader_t& reader) {
+uint8_t read_two_digits(bit_reader_t& reader) {
     const uint8_t octet = reader.octet();
     const unsigned tens = octet & 0xFU;
     const unsigned units = octet >> 4;
@@ -37,7 +37,7 @@ uint8_t two_digits(uint8_t value) {
     return static_cast<uint8_t>(value % 10 << 4 | value / 10);
 }
 
-void read_time_zone(reader_t& reader, timestamp_t& time) {
+void read_time_zone(bit_reader_t& reader, timestamp_t& time) {
     const uint8_t octet = reader.octet();
     const bool west = (octet & bit_west) != 0;
     const int quarters = (octet & 0x7) * 10 + (octet >> 4);
@@ -48,7 +48,7 @@ void read_time_zone(reader_t& reader, timestamp_t& time) {
     time.minus_zero = west && quarters == 0;
 }
 
-timestamp_t read_timestamp(reader_t& reader) {
+timestamp_t read_timestamp(bit_reader_t& reader) {
     timestamp_t time;
     for (uint8_t* field : {&time.year, &time.month, &time.day, &time.hour, &time.minute, &time.second}) {
         *field = read_two_digits(reader);
@@ -80,7 +80,7 @@ uint8_t flag(bool set, uint8_t bit) {
 }  // namespace
 
 std::optional<submit_t> decode_submit(octets_view_t octets) {
-    reader_t reader(octets);
+    bit_reader_t reader(octets);
     submit_t submit;
     const uint8_t first = reader.octet();
     const uint8_t validity = first & validity_mask;
@@ -124,7 +124,7 @@ std::optional<octets_t> encode(const submit_t& submit) {
 }
 
 std::optional<deliver_t> decode_deliver(octets_view_t octets) {
-    reader_t reader(octets);
+    bit_reader_t reader(octets);
     deliver_t deliver;
     const uint8_t first = reader.octet();
     if ((first & type_mask) != type_deliver || (first & bit_spare)) {

@@ -6,15 +6,12 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "air/octets.h"
 
 namespace air {
-
-using octets_t = std::vector<uint8_t>;
-using octets_view_t = std::span<const uint8_t>;
 
 /// TP-User-Data holds at most 140 octets (3GPP TS 23.040 9.2.3.24).
 inline constexpr size_t max_user_data = 140;

@@ -1,41 +1,26 @@
-/// Inside the TPDU codec: a reader over octets that remembers failure, and the fields that several TPDUs share.
+/// Inside the TPDU codec: the fields that several TPDUs share.
 #pragma once
 
 #include "air/tpdu.h"
 
 namespace air {
 
-/// Reads octets from the front. A read past the end gives 0 and `failed()` from then on, so that a decoder checks once.
-class reader_t {
-  public:
-    explicit reader_t(octets_view_t octets) : rest_(octets) {}
-    uint8_t octet();
-    octets_view_t octets(size_t count);
-    void fail() { failed_ = true; }
-    [[nodiscard]] bool failed() const { return failed_; }
-    [[nodiscard]] size_t left() const { return rest_.size(); }
-
-  private:
-    octets_view_t rest_;
-    bool failed_ = false;
-};
-
 /// Semi-octets, 3GPP TS 23.040 9.1.2.3: the first digit in the low half, 0xF fills an odd count. Fails the reader on a
 /// filler elsewhere.
-std::string read_semi_octets(reader_t& reader, size_t digits);
+std::string read_semi_octets(bit_reader_t& reader, size_t digits);
 /// False when a character is no semi-octet.
 bool write_semi_octets(std::string_view digits, octets_t& out);
 
 /// The type-of-address octet, 9.1.2.5.
-void read_address_type(reader_t& reader, address_t& address);
+void read_address_type(bit_reader_t& reader, address_t& address);
 uint8_t address_type_octet(const address_t& address);
 
 /// An address field of a TPDU: its length in semi-octets first.
-address_t read_address(reader_t& reader);
+address_t read_address(bit_reader_t& reader);
 bool write_address(const address_t& address, octets_t& out);
 
 /// TP-UDL and TP-UD, of the length that the alphabet makes of it; nothing may follow.
-void read_user_data(reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data);
+void read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data);
 /// False for a length that disagrees with the data or exceeds 140 octets.
 bool write_user_data(uint8_t data_coding, uint8_t length, octets_view_t user_data, octets_t& out);
 

@@ -13,7 +13,7 @@ constexpr uint8_t element_ports_16bit = 0x05;          // 9.2.3.24.4: destinatio
 // Calls `is_it` with the elements of a header in turn, up to the one that it is, or to one that is cut off.
 template <typename predicate_t>
 void find_element(octets_view_t header, const predicate_t& is_it) {
-    reader_t reader(header);
+    bit_reader_t reader(header);
     while (reader.left() > 0) {
         const uint8_t identifier = reader.octet();
         const octets_view_t data = reader.octets(reader.octet());
@@ -48,7 +48,7 @@ alphabet_t alphabet_of(uint8_t data_coding) {
     return alphabet_t::gsm7;  // also the reserved groups, as 3GPP TS 23.038 4 asks
 }
 
-void read_user_data(reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data) {
+void read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data) {
     length = reader.octet();
     const size_t count = octets_of(data_coding, length);
     const octets_view_t octets = reader.octets(count);

@@ -46,7 +46,7 @@ void append_utf16(std::u16string& text, char32_t point) {
 /// What a lead octet asks for: the number of octets that follow and the interval of the first of them, which is where
 /// overlong forms, surrogates and values above U+10FFFF are told apart (The Unicode Standard, table 3-7).
 struct lead_t {
-    int following;
+    size_t following;
     uint8_t first_low;
     uint8_t first_high;
 };
@@ -64,32 +64,6 @@ lead_t lead_of(uint8_t octet) {
                 static_cast<uint8_t>(octet == 0xF4 ? 0x8F : 0xBF)};
     }
     return {0, 0, 0};
-}
-
-/// Takes one code point off the front; of an ill-formed sequence its maximal subpart, as U+FFFD (The Unicode Standard,
-/// 3.9, "U+FFFD Substitution of Maximal Subparts").
-char32_t take_utf8(std::string_view& text) {
-    const auto first = static_cast<uint8_t>(text.front());
-    text.remove_prefix(1);
-    if (first < 0x80) {
-        return first;
-    }
-    const lead_t lead = lead_of(first);
-    if (lead.following == 0) {
-        return replacement;
-    }
-    char32_t point = first & (0x3F >> lead.following);
-    for (int i = 0; i < lead.following; ++i) {
-        const uint8_t low = i == 0 ? lead.first_low : 0x80;
-        const uint8_t high = i == 0 ? lead.first_high : 0xBF;
-        const auto octet = static_cast<uint8_t>(text.empty() ? 0 : text.front());
-        if (octet < low || octet > high) {
-            return replacement;
-        }
-        point = point << 6 | (octet & 0x3F);
-        text.remove_prefix(1);
-    }
-    return point;
 }
 
 }  // namespace
@@ -113,9 +87,41 @@ std::u16string to_utf16(std::string_view text) {
     std::u16string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        append_utf16(result, take_utf8(text));
+        const code_point_t first = first_code_point(text);
+        append_utf16(result, first.value);
+        text.remove_prefix(first.length);
     }
     return result;
+}
+
+code_point_t first_code_point(std::string_view text) {
+    const auto octet = static_cast<uint8_t>(text.front());
+    if (octet < 0x80) {
+        return {octet, 1, true};
+    }
+    const lead_t lead = lead_of(octet);
+    char32_t value = octet & (0x3F >> lead.following);
+    for (size_t i = 1; i <= lead.following; ++i) {
+        const uint8_t low = i == 1 ? lead.first_low : 0x80;
+        const uint8_t high = i == 1 ? lead.first_high : 0xBF;
+        const auto next = static_cast<uint8_t>(i < text.size() ? text[i] : 0);
+        if (next < low || next > high) {
+            return {replacement, i, false};
+        }
+        value = value << 6 | (next & 0x3F);
+    }
+    return lead.following == 0 ? code_point_t{replacement, 1, false} : code_point_t{value, lead.following + 1, true};
+}
+
+bool is_utf8(std::string_view text) {
+    while (!text.empty()) {
+        const code_point_t first = first_code_point(text);
+        if (!first.well_formed) {
+            return false;
+        }
+        text.remove_prefix(first.length);
+    }
+    return true;
 }
 
 std::string errno_text(int error) {

@@ -58,7 +58,7 @@ size_t terminal_columns() {
 std::string_view first_octets(std::string_view text, size_t count) {
     size_t length = 0;
     while (length < text.size()) {
-        const size_t next = length + std::max<size_t>(base::utf8_sequence(text.substr(length)), 1);
+        const size_t next = length + base::first_code_point(text.substr(length)).length;
         if (next > count) {
             break;
         }

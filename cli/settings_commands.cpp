@@ -50,7 +50,7 @@ int settings(client_t& client, const settings_t& changes, bool json) {
 
 std::string shown_value(const client::contacts_value_t& value) {
     const client::octets_t octets(value.octets.begin(), value.octets.end());
-    device::reader_t reader(octets);
+    base::reader_t reader(octets);
     if (value.type == type_u32 && octets.size() == 4) {
         return std::to_string(*reader.u32());
     }

@@ -7,8 +7,8 @@ namespace client {
 
 namespace {
 
-using device::reader_t;
-using device::writer_t;
+using base::reader_t;
+using base::writer_t;
 
 constexpr uint8_t query = 0;
 constexpr uint8_t set = 1;

@@ -77,9 +77,9 @@ class client_t {
     bool send_packet(const octets_t& packet) const;
     answer_t<octets_t> receive_packet() const;
     /// The output of a request that must succeed.
-    answer_t<octets_t> call(uint32_t code, const device::writer_t& input);
-    answer_t<done_t> command(uint32_t code, const device::writer_t& input);
-    answer_t<uint32_t> call_u32(uint32_t code, const device::writer_t& input);
+    answer_t<octets_t> call(uint32_t code, const base::writer_t& input);
+    answer_t<done_t> command(uint32_t code, const base::writer_t& input);
+    answer_t<uint32_t> call_u32(uint32_t code, const base::writer_t& input);
 
     base::descriptor_t socket_;
     std::string path_;

@@ -1,12 +1,19 @@
-/// Cursors over fields of any number of bits, the most significant first, as 3GPP2 lays its messages out. Values, not
-/// thread-safe.
+/// Octets, and cursors over fields of any number of bits in them, the most significant first: whole octets in the
+/// TPDUs of 3GPP, fields of few bits in the messages of 3GPP2. Values, not thread-safe.
 #pragma once
 
-#include "air/tpdu.h"
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
 
-namespace air::cdma {
+namespace air {
 
-/// Reads from the front. A read past the end gives 0 and `failed()` from then on, so that a decoder checks once.
+using octets_t = std::vector<uint8_t>;
+using octets_view_t = std::span<const uint8_t>;
+
+/// Reads from the front. A read past the end gives 0, or nothing, and `failed()` from then on, so that a decoder checks
+/// once.
 class bit_reader_t {
   public:
     explicit bit_reader_t(octets_view_t octets) : octets_(octets) {}
@@ -24,6 +31,16 @@ class bit_reader_t {
         return static_cast<uint16_t>(value);
     }
     uint8_t octet() { return static_cast<uint8_t>(bits(8)); }
+    /// A view of whole octets; fails in the middle of one.
+    octets_view_t octets(size_t count) {
+        if (next_ % 8 != 0 || count > left() / 8) {
+            fail();
+            return {};
+        }
+        const octets_view_t taken = octets_.subspan(next_ / 8, count);
+        next_ += count * 8;
+        return taken;
+    }
     void fail() { failed_ = true; }
 
     [[nodiscard]] bool failed() const { return failed_; }
@@ -55,4 +72,4 @@ class bit_writer_t {
     size_t size_ = 0;
 };
 
-}  // namespace air::cdma
+}  // namespace air

@@ -38,7 +38,7 @@ struct vector_t {
 // The blanks there are for the eye.
 std::vector<vector_t> vectors(bool valid) {
     std::vector<vector_t> all;
-    std::ifstream file(ZPD_SOURCE "/tests/radio/vectors.txt");
+    std::ifstream file(ZPD_SOURCE "/tests/air/vectors.txt");
     for (std::string title, hex; std::getline(file, title);) {
         const bool refused = title.starts_with("no ");
         if (title.empty() || title[0] == '#' || !std::getline(file, hex) || refused == valid) {

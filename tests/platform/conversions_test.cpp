@@ -1,50 +1,7 @@
-#include "base/text.h"
-
 #include <digest.h>
 
 #include "base/hex.h"
 #include "tests/platform/fixture.h"
-
-using namespace std::string_literals;
-
-TEST(text, of_well_formed_utf_8_goes_both_ways) {
-    const std::pair<std::string, std::u16string> rows[] = {
-        {"", u""},
-        {"a\0b"s, u"a\0b"s},
-        {"\x7F\xC2\x80\xDF\xBF", u"\x7F\x80\u07FF"},
-        {"\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\u0800\uD7FF\uE000\uFFFF"},
-        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0010FFFF"},
-    };
-    for (const auto& [narrow, wide] : rows) {
-        EXPECT_EQ(base::to_utf16(narrow), wide);
-        EXPECT_EQ(base::to_utf8(wide), narrow);
-    }
-}
-
-TEST(text, has_u_fffd_for_what_is_ill_formed) {
-    // The second to fifth rows are tables 3-8 to 3-11 of The Unicode Standard, section 3.9.
-    const std::pair<std::string, std::u16string> narrow_rows[] = {
-        {"\x80\xFF\x61\xC3", u"\uFFFD\uFFFDa\uFFFD"},
-        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82\x41", std::u16string(8, u'\uFFFD') + u"A"},
-        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF\x41", std::u16string(8, u'\uFFFD') + u"A"},
-        {"\xF4\x91\x92\x93\xFF\x41\x80\xBF\x42", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA\uFFFD\uFFFDB"},
-        {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41", u"\uFFFD\uFFFD\uFFFD\uFFFDA"},
-        {"\xE0\xA0\0"s, u"\uFFFD\0"s},
-    };
-    for (const auto& [narrow, wide] : narrow_rows) {
-        EXPECT_EQ(base::to_utf16(narrow), wide) << testing::PrintToString(narrow);
-    }
-    const std::pair<std::u16string, std::string> lone_surrogates[] = {
-        {{0xD800}, "\uFFFD"},
-        {{0xDFFF}, "\uFFFD"},
-        {{0xDC00, 0xD800}, "\uFFFD\uFFFD"},
-        {{0xD800, 0xD800, 0xDC00}, "\uFFFD\U00010000"},
-        {{0xDBFF, u'a'}, "\uFFFDa"},
-    };
-    for (const auto& [wide, narrow] : lone_surrogates) {
-        EXPECT_EQ(base::to_utf8(wide), narrow);
-    }
-}
 
 TEST(code_page, tells_the_size_and_delivers_only_what_fits) {
     const std::u16string wide = u"\u00E9\U0001F600";
@@ -69,15 +26,6 @@ TEST(code_page, tells_the_size_and_delivers_only_what_fits) {
     EXPECT_EQ(std::u16string(back, 4), wide + u"#");
     EXPECT_EQ(widened(0, 0, 3), std::pair(0, ERROR_INVALID_PARAMETER));
     EXPECT_EQ(widened(CP_UTF8, 8, 3), std::pair(0, ERROR_INVALID_PARAMETER));
-}
-
-TEST(hex, goes_both_ways_and_refuses_the_rest) {
-    EXPECT_EQ(base::to_hex(std::vector<uint8_t>{0x00, 0x9A, 0xFF}), "009AFF");
-    EXPECT_EQ(base::from_hex("009aFF"), (std::vector<uint8_t>{0x00, 0x9A, 0xFF}));
-    EXPECT_EQ(base::from_hex(""), std::vector<uint8_t>{});
-    for (const char* text : {"0", "0g", "/0", ":0", "@0", "G0", "`0", " 0"}) {
-        EXPECT_EQ(base::from_hex(text), std::nullopt) << text;
-    }
 }
 
 TEST(digest, agrees_with_rfc_1321) {  // A.5
