@@ -1,8 +1,9 @@
-/// Owns a file descriptor, and closes it.
+/// Owns a file descriptor, and closes it; errno stays as it was.
 #pragma once
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace base {
@@ -22,9 +23,13 @@ class descriptor_t {
 
     int get() const { return descriptor_; }
     explicit operator bool() const { return descriptor_ >= 0; }
+    /// Gives the ownership up.
+    [[nodiscard]] int release() { return std::exchange(descriptor_, -1); }
     void close() {
         if (descriptor_ >= 0) {
+            const int reason = errno;
             ::close(std::exchange(descriptor_, -1));
+            errno = reason;
         }
     }
 

@@ -1,8 +1,9 @@
 /// zpd doctor.
+#include "base/end_signals.h"
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "service/doctor.h"
+#include "radio/diagnosis.h"
 
 namespace {
 
@@ -113,7 +114,9 @@ void add_doctor_command(CLI::App& app, context_t& context) {
         "Example:\n  zpd doctor --modem /dev/ttyUSB0");
     command->callback([&context, modem] {
         context.run = [&context, modem] {
-            const diagnosis_t found = examine_modem(*modem);
+            // Its end puts back what was changed on the modem.
+            const base::end_signals_t signals;
+            const diagnosis_t found = radio::diagnose(*modem, [&signals] { return signals.wait(0); });
             context.json ? say_json(as_json(found)) : say_report(found);
             return found.usable() ? exit_done : exit_failed;
         };

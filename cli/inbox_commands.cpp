@@ -7,7 +7,7 @@
 #include "cli/inbox_folder.h"
 #include "cli/output.h"
 #include "cli/vcard.h"
-#include "service/incoming.h"
+#include "radio/incomplete_messages.h"
 
 namespace {
 
@@ -149,7 +149,7 @@ int remove(const context_t& context, const std::string& prefix) {
 
 int list_incomplete(const context_t& context) {
     std::string error;
-    const auto messages = incomplete_messages(context.home, &error);
+    const auto messages = radio::incomplete_messages(context.home, &error);
     if (!error.empty()) {
         return fail(error);
     }

@@ -26,17 +26,13 @@ int poll_time(uint64_t until) {
 }  // namespace
 
 modem_link_t::modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited)
-    : tty_(tty), unsolicited_(std::move(unsolicited)), clock_watch_([this] { wake(); }) {}
-
-modem_link_t::wake_event_t::wake_event_t() : descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
-
-modem_link_t::wake_event_t::~wake_event_t() {
-    ::close(descriptor);
-}
+    : tty_(tty),
+      unsolicited_(std::move(unsolicited)),
+      wake_event_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      clock_watch_([this] { wake(); }) {}
 
 void modem_link_t::wake() {
-    const uint64_t one = 1;
-    static_cast<void>(write(wake_event_.descriptor, &one, sizeof one));
+    eventfd_write(wake_event_.get(), 1);
 }
 
 void modem_link_t::begin_ending() {
@@ -139,7 +135,7 @@ void modem_link_t::wait(uint64_t until) {
 
 void modem_link_t::pump(uint64_t until) {
     // A tty that has hung up has no descriptor: poll leaves it out.
-    pollfd descriptors[2] = {{wake_event_.descriptor, POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
+    pollfd descriptors[2] = {{wake_event_.get(), POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
     if (!out_.empty()) {
         descriptors[1].events |= POLLOUT;
     }
@@ -147,8 +143,8 @@ void modem_link_t::pump(uint64_t until) {
         return;
     }
     if (descriptors[0].revents != 0) {
-        uint64_t ignored = 0;
-        static_cast<void>(read(wake_event_.descriptor, &ignored, sizeof ignored));
+        eventfd_t ignored = 0;
+        eventfd_read(wake_event_.get(), &ignored);
     }
     if ((descriptors[1].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL)) != 0) {
         read_some();

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/clock.h"
+#include "base/descriptor.h"
 #include "radio/at_dialogue.h"
 #include "radio/tty.h"
 
@@ -53,14 +54,6 @@ class modem_link_t {
   private:
     static constexpr uint64_t never = UINT64_MAX;
 
-    struct wake_event_t {
-        int descriptor = -1;
-        wake_event_t();
-        ~wake_event_t();
-        wake_event_t(const wake_event_t&) = delete;
-        wake_event_t& operator=(const wake_event_t&) = delete;
-    };
-
     reply_t run(const command_t& command);
     [[nodiscard]] static limit_t limit_of(const command_t& command, bool before_prompt);
     void pump(uint64_t until);
@@ -70,7 +63,7 @@ class modem_link_t {
 
     tty_t& tty_;
     std::function<void(const modem_line_t&)> unsolicited_;
-    wake_event_t wake_event_;
+    base::descriptor_t wake_event_;
     at_dialogue_t dialogue_;
     std::string out_;  // still to be written
     bool out_of_step_ = false;

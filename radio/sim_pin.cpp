@@ -18,30 +18,21 @@
 #include <utility>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "base/text.h"
 
 namespace radio {
 
 namespace {
 
-class file_t {
-  public:
-    file_t(const std::filesystem::path& path, int flags) : descriptor(::open(path.c_str(), flags | O_CLOEXEC, 0600)) {}
-    ~file_t() {
-        if (descriptor >= 0) {
-            ::close(descriptor);
-        }
-    }
-    file_t(const file_t&) = delete;
-    file_t& operator=(const file_t&) = delete;
-
-    const int descriptor;
-};
+base::descriptor_t open_file(const std::filesystem::path& path, int flags) {
+    return base::descriptor_t(open(path.c_str(), flags | O_CLOEXEC, 0600));
+}
 
 // As much as a line of use has.
-std::string first_line(const file_t& file) {
+std::string first_line(const base::descriptor_t& file) {
     std::array<char, 512> text{};
-    const ssize_t count = read(file.descriptor, text.data(), text.size());
+    const ssize_t count = read(file.get(), text.data(), text.size());
     const std::string_view all(text.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
     const std::string_view line = all.substr(0, all.find('\n'));
     return std::string(line.substr(0, line.find('\r')));
@@ -61,25 +52,25 @@ std::string new_hash(const std::string& pin) {
 
 bool write_durably(const std::filesystem::path& path, const std::string& text) {
     const std::filesystem::path temporary = path.native() + ".new";
-    const file_t file(temporary, O_WRONLY | O_CREAT | O_TRUNC);
-    const bool written = write(file.descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    if (!written || fsync(file.descriptor) != 0 || rename(temporary.c_str(), path.c_str()) != 0) {
+    const base::descriptor_t file = open_file(temporary, O_WRONLY | O_CREAT | O_TRUNC);
+    const bool written = write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (!written || fsync(file.get()) != 0 || rename(temporary.c_str(), path.c_str()) != 0) {
         return false;
     }
-    const file_t folder(path.parent_path(), O_RDONLY | O_DIRECTORY);
-    return fsync(folder.descriptor) == 0;
+    const base::descriptor_t folder = open_file(path.parent_path(), O_RDONLY | O_DIRECTORY);
+    return fsync(folder.get()) == 0;
 }
 
 // None when they cannot be read; no file has none.
 std::optional<std::vector<std::string>> read_marks() {
-    const file_t file(pin_marks(), O_RDONLY);
-    if (file.descriptor < 0) {
+    const base::descriptor_t file = open_file(pin_marks(), O_RDONLY);
+    if (!file) {
         return errno == ENOENT ? std::optional(std::vector<std::string>()) : std::nullopt;
     }
     std::string text;
     std::array<char, 512> buffer{};
     ssize_t count = 0;
-    while ((count = read(file.descriptor, buffer.data(), buffer.size())) > 0) {
+    while ((count = read(file.get(), buffer.data(), buffer.size())) > 0) {
         text.append(buffer.data(), static_cast<size_t>(count));
     }
     std::vector<std::string> marks;
@@ -93,9 +84,9 @@ std::optional<std::vector<std::string>> read_marks() {
 }  // namespace
 
 pin_file_t read_pin(const std::filesystem::path& path) {
-    const file_t file(path, O_RDONLY | O_NONBLOCK);
+    const base::descriptor_t file = open_file(path, O_RDONLY | O_NONBLOCK);
     struct stat status {};
-    if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0) {
+    if (!file || fstat(file.get(), &status) != 0) {
         return {{}, fmt::format("cannot read the PIN's file {}: {}", path.native(), base::errno_text(errno))};
     }
     if (!S_ISREG(status.st_mode)) {

@@ -124,8 +124,8 @@ std::string tty_t::open(const std::string& path) {
     if (!S_ISCHR(status.st_mode)) {
         return fmt::format("{} is no tty", path);
     }
-    descriptor_ = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor_ < 0) {
+    descriptor_ = base::descriptor_t(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!descriptor_) {
         return errno == EBUSY ? held(path, "another program, exclusively") : failure(path, "open", errno);
     }
     std::string error = take(path);
@@ -136,17 +136,17 @@ std::string tty_t::open(const std::string& path) {
 }
 
 std::string tty_t::take(const std::string& path) {
-    if (!isatty(descriptor_)) {
+    if (!isatty(descriptor())) {
         return fmt::format("{} is no tty", path);
     }
     const std::filesystem::path lock_file = lock_file_of(path);
     int exclusively = 0;
     // A privileged process opens a tty in exclusive mode all the same, so that the mode is asked for.
-    if (ioctl(descriptor_, TIOCGEXCL, &exclusively) == 0 && exclusively != 0) {
+    if (ioctl(descriptor(), TIOCGEXCL, &exclusively) == 0 && exclusively != 0) {
         const pid_t holder = holder_of(lock_file);
         return held(path, holder != 0 ? name_of(holder) : "another program, exclusively");
     }
-    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(descriptor(), LOCK_EX | LOCK_NB) != 0) {
         const pid_t holder = holder_of(lock_file);
         return held(path, holder != 0 ? name_of(holder) : "another program, which has locked it");
     }
@@ -154,11 +154,11 @@ std::string tty_t::take(const std::string& path) {
     if (!error.empty()) {
         return error;
     }
-    if (!set_raw(descriptor_)) {
+    if (!set_raw(descriptor())) {
         return failure(path, "set up", errno);
     }
-    if (!is_pseudo_terminal(descriptor_)) {
-        exclusive_ = ioctl(descriptor_, TIOCEXCL) == 0;
+    if (!is_pseudo_terminal(descriptor())) {
+        exclusive_ = ioctl(descriptor(), TIOCEXCL) == 0;
     }
     return {};
 }
@@ -207,14 +207,10 @@ void tty_t::close() {
         unlink(lock_file_.c_str());
         lock_file_.clear();
     }
-    if (descriptor_ >= 0) {
-        if (exclusive_) {
-            ioctl(descriptor_, TIOCNXCL);
-            exclusive_ = false;
-        }
-        ::close(descriptor_);
-        descriptor_ = -1;
+    if (std::exchange(exclusive_, false)) {
+        ioctl(descriptor(), TIOCNXCL);
     }
+    descriptor_.close();
 }
 
 }  // namespace radio

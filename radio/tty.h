@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <string>
 
+#include "base/descriptor.h"
+
 namespace radio {
 
 class tty_t {
@@ -22,13 +24,13 @@ class tty_t {
     /// Frees the tty for others. Idempotent.
     void close();
     /// -1 when it is not open.
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
 
   private:
     [[nodiscard]] std::string take(const std::string& path);
     [[nodiscard]] std::string take_lock_file(const std::string& path, const std::filesystem::path& lock_file);
 
-    int descriptor_ = -1;
+    base::descriptor_t descriptor_;
     bool exclusive_ = false;
     std::filesystem::path lock_file_;
     bool warned_ = false;  // that there is no lock file: once, however often the tty is opened

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/descriptor.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/paths.h"
@@ -60,21 +61,15 @@ std::optional<open_mode_t> open_mode(LPCWSTR mode) {
 
 /// Opens a regular file. O_NONBLOCK keeps a FIFO from holding the caller; on regular files it means nothing.
 FILE* open_stream(const std::filesystem::path& path, const open_mode_t& mode) {
-    const int file = open(path.c_str(), mode.flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666);
-    if (file < 0) {
-        return nullptr;
-    }
+    base::descriptor_t file(open(path.c_str(), mode.flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666));
     struct stat status {};
-    FILE* stream = nullptr;
-    if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        file.close();
         errno = EACCES;
-    } else {
-        stream = fdopen(file, mode.stream);
     }
-    if (stream == nullptr) {
-        const int reason = errno;
-        close(file);
-        errno = reason;
+    FILE* const stream = file ? fdopen(file.get(), mode.stream) : nullptr;
+    if (stream != nullptr) {
+        static_cast<void>(file.release());
     }
     return stream;
 }
