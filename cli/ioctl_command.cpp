@@ -5,7 +5,6 @@
 #include "base/hex.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "device/device_socket.h"
 
 namespace {
 
@@ -37,7 +36,7 @@ std::optional<uint32_t> parse_code(std::string_view text) {
 /// One argument cannot hold the digits of 64 KiB on Linux, so they may come on standard input.
 std::string read_standard_input() {
     std::string text;
-    for (int next = std::getchar(); next != EOF && text.size() <= 2 * device::max_input; next = std::getchar()) {
+    for (int next = std::getchar(); next != EOF && text.size() <= 2 * client::max_input; next = std::getchar()) {
         if (next != '\n' && next != '\r') {
             text += static_cast<char>(next);
         }
@@ -47,8 +46,8 @@ std::string read_standard_input() {
 
 int run_ioctl(const context_t& context, const ioctl_options_t& options) {
     const auto input = base::from_hex(options.input == "-" ? read_standard_input() : options.input);
-    if (!input || input->size() > device::max_input) {
-        fail(fmt::format("--in takes an even number of hexadecimal digits, of at most {} octets", device::max_input));
+    if (!input || input->size() > client::max_input) {
+        fail(fmt::format("--in takes an even number of hexadecimal digits, of at most {} octets", client::max_input));
         return exit_usage;
     }
     return with_device(context, [&](client_t& client) {
@@ -88,7 +87,7 @@ void add_ioctl_command(CLI::App& app, context_t& context) {
         ->type_name("HEX");
     command->add_option("--out", options->output, "octets of room for the output")
         ->type_name("N")
-        ->check(CLI::Range(size_t{0}, device::max_output))
+        ->check(CLI::Range(size_t{0}, client::max_output))
         ->capture_default_str();
     add_device_option(command, context);
     add_json_option(command, context);

@@ -8,7 +8,6 @@
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
-#include "device/device_socket.h"
 
 namespace {
 
@@ -84,7 +83,7 @@ int explain(const CLI::App& app, const CLI::ParseError& error) {
 
 int run(int argc, char** argv) {
     context_t context{
-        .device = std::string(device::default_device), .home = default_home(), .json = false, .run = nullptr};
+        .device = std::string(client::default_device), .home = default_home(), .json = false, .run = nullptr};
     CLI::App app("Exchange contact cards with phones, by SMS, over a modem.", "zpd");
     add_commands(app, context);
     try {

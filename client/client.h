@@ -10,10 +10,14 @@
 
 #include "base/descriptor.h"
 #include "client/errors.h"
+#include "device/device_socket.h"
 #include "device/packet.h"
 
 namespace client {
 
+using device::default_device;
+using device::max_input;   // octets of a request
+using device::max_output;  // octets of a reply
 using device::octets_t;
 using device::octets_view_t;
 using device::reply_t;
