@@ -8,14 +8,18 @@
 #include <algorithm>
 #include <cctype>
 
+#include "radio/announcements.h"
 #include "radio/diagnosis_words.h"
+#include "radio/inquiry.h"
+#include "radio/mailbox.h"
 #include "radio/modem_link.h"
+#include "radio/registration_watch.h"
+#include "radio/sim.h"
 
 namespace radio {
 
 namespace {
 
-constexpr int nearly_full = 80;    // per cent
 constexpr int weak_signal = -105;  // dBm
 
 // The number at a place of a line; none where there is none.
@@ -54,7 +58,7 @@ std::string tty_advice(const std::string& path) {
     return {};
 }
 
-class examination_t {
+class examination_t : public inquiry_t {
   public:
     examination_t(const std::string& path, const std::function<bool()>& cancelled)
         : path_(path),
@@ -63,12 +67,12 @@ class examination_t {
 
     diagnosis_t run() {
         if (reach()) {
-            const std::optional<int> error_form = number_in(ask("AT+CMEE?", "+CMEE:").first(), 0);
-            if (error_form == 0) {
-                ask("AT+CMEE=1");
+            const std::optional<reply_t> error_form = ask("AT+CMEE?", "+CMEE:");
+            const bool told_plainly = error_form && number_in(error_form->first(), 0) == 0;
+            if (error_form && (!told_plainly || ask("AT+CMEE=1"))) {
+                examine();
             }
-            examine();
-            if (error_form == 0) {
+            if (told_plainly) {
                 put_back("AT+CMEE=0");
             }
             if (link_.echoes()) {
@@ -76,6 +80,27 @@ class examination_t {
             }
         }
         return std::move(found_);
+    }
+
+    // A refusal is a modem's right; one that falls silent, or a user who has seen enough, ends the examination.
+    std::optional<reply_t> ask(const std::string& line, std::string_view prefix = {}) override {
+        if (cancelled_()) {
+            hinder("the examination was interrupted", {});
+            return std::nullopt;
+        }
+        between_.clear();
+        reply_t reply = link_.exchange(
+            {.line = line, .limit = limit_t::setting, .prefixes = {prefix.empty() ? std::string_view("+") : prefix}});
+        if (reply.outcome == reply_t::outcome_t::lost) {
+            hinder(fmt::format("the modem on {} hung up during {}", path_, line),
+                   "check its cable and its power supply");
+            return std::nullopt;
+        }
+        if (reply.outcome == reply_t::outcome_t::timeout) {
+            hinder(fmt::format("the modem on {} does not answer {}", path_, line), "switch it off and on");
+            return std::nullopt;
+        }
+        return reply;
     }
 
   private:
@@ -93,50 +118,17 @@ class examination_t {
         }
         link_.begin();
         if (!link_.wake_modem()) {
-            hinder(
-                fmt::format("no modem answers on {}: AT got no OK within {} seconds", path_, value_of(limit_t::probe)),
-                "a modem often has several ttys: try the others; or switch it off and on");
+            hinder(no_answer_on(path_), "a modem often has several ttys: try the others; or switch it off and on");
             return false;
         }
         return true;
     }
 
-    void examine() {
-        found_.maker = identity("AT+CGMI");
-        found_.model = identity("AT+CGMM");
-        found_.revision = identity("AT+CGMR");
-        found_.serial_number = identity("AT+CGSN");
-        examine_radio();
-        examine_sim();
-        examine_technology();
-        examine_registration();
-        examine_signal();
-        examine_memories();
-        examine_service();
-        examine_delivery();
-    }
-
-    // A refusal is a modem's right; one that falls silent, or a user who has seen enough, ends the examination.
-    reply_t ask(const std::string& line, std::string_view prefix = "+") {
-        if (!over_ && cancelled_()) {
-            end("the examination was interrupted", {});
-        }
-        if (over_) {
-            return {};
-        }
-        between_.clear();
-        reply_t reply = link_.exchange({.line = line, .limit = limit_t::setting, .prefixes = {prefix}});
-        if (reply.outcome == reply_t::outcome_t::lost) {
-            end(fmt::format("the modem on {} hung up during {}", path_, line), "check its cable and its power supply");
-        } else if (reply.outcome == reply_t::outcome_t::timeout) {
-            end(fmt::format("the modem on {} does not answer {}", path_, line), "switch it off and on");
-        }
-        return reply;
-    }
-
-    void end(std::string text, std::string advice) {
-        over_ = true;
-        hinder(std::move(text), std::move(advice));
+    // Each step tells whether there is a next one.
+    bool examine() {
+        return examine_identity() && examine_radio() && examine_sim() && examine_technology() &&
+               examine_registration() && examine_signal() && examine_memories() && examine_service() &&
+               examine_delivery();
     }
 
     void put_back(const std::string& line) {
@@ -145,97 +137,106 @@ class examination_t {
         }
     }
 
+    bool examine_identity() {
+        return read_identity("AT+CGMI", found_.maker) && read_identity("AT+CGMM", found_.model) &&
+               read_identity("AT+CGMR", found_.revision) && read_identity("AT+CGSN", found_.serial_number);
+    }
+
     // 3GPP TS 27.007 5.1 to 5.4: a bare line; some modems put the command's name before it, or quotation marks around.
-    std::string identity(const std::string& command) {
-        const reply_t reply = ask(command, std::string_view(command).substr(2));
+    bool read_identity(const std::string& command, std::string& text) {
+        const std::optional<reply_t> reply = ask(command, std::string_view(command).substr(2));
         const auto bare = std::ranges::find_if(between_, is_identity);
-        if (!reply.ok() || (reply.lines.empty() && bare == between_.end())) {
-            return {};
+        if (reply && reply->ok() && (!reply->lines.empty() || bare != between_.end())) {
+            text = reply->lines.empty() ? *bare : text_in(reply->first(), 0);
+            std::erase(text, '"');
         }
-        std::string text = reply.lines.empty() ? *bare : text_in(reply.first(), 0);
-        std::erase(text, '"');
-        return text;
+        return reply.has_value();
     }
 
     // 3GPP TS 27.007 8.2
-    void examine_radio() {
-        const std::optional<int> functions = number_in(ask("AT+CFUN?", "+CFUN:").first(), 0);
+    bool examine_radio() {
+        const std::optional<reply_t> reply = ask("AT+CFUN?", "+CFUN:");
+        const std::optional<int> functions = reply ? number_in(reply->first(), 0) : std::nullopt;
         if (functions && *functions != 1) {
             hinder(fmt::format("the modem's radio is switched off (AT+CFUN? says {})", *functions),
                    "switch it on: AT+CFUN=1");
         }
+        return reply.has_value();
     }
 
-    void examine_sim() {
-        const reply_t reply = ask("AT+CPIN?", "+CPIN:");
-        const std::optional<state_words_t> state = sim_words(reply);
-        found_.sim = state ? state->words : reply.first();
-        if (!state || !state->hinders()) {
-            return;
+    bool examine_sim() {
+        const std::optional<reply_t> reply = ask("AT+CPIN?", "+CPIN:");
+        if (!reply) {
+            return false;
         }
+        const std::optional<state_words_t> state = sim_words(*reply);
+        found_.sim = state ? state->words : reply->first();
+        if (!state || !state->hinders()) {
+            return true;
+        }
+        const bool wants_pin = text_in(reply->first(), 0) == "SIM PIN";
+        const std::optional<pin_tries_t> tries = wants_pin ? ask_pin_tries(*this) : pin_tries_t{};
         const std::string text = fmt::format("the SIM cannot be used: {}", state->words);
-        // As the set-up decides (modem_sim.cpp).
-        constexpr int fewest_tries = 2;
-        const std::optional<int> left = text_in(reply.first(), 0) == "SIM PIN" ? pin_tries() : std::nullopt;
-        if (left && *left < fewest_tries) {
-            hinder(fmt::format("{}, {} {} left", text, *left, *left == 1 ? "try" : "tries"),
+        if (tries && tries->too_few()) {
+            hinder(fmt::format("{}, {} left", text, tries->words()),
                    "unlock it in a phone: 'zpd serve' enters no PIN any more");
         } else {
             hinder(text, state->advice);
         }
+        return tries.has_value();
     }
 
-    // 3GPP TS 27.007 8.65
-    std::optional<int> pin_tries() {
-        const reply_t reply = ask("AT+CPINR", "+CPINR:");
-        for (const modem_line_t& line : reply.lines) {
-            if (const std::optional<int> left = tries_left(line.text, "SIM PIN")) {
-                return left;
-            }
-        }
-        return std::nullopt;
-    }
-
-    // As the set-up finds it out (modem_registration.cpp).
-    void examine_technology() {
-        const auto [gsm, cdma] = capabilities(ask("AT+GCAP", "+GCAP:").first());
-        if (cdma || !gsm) {
-            cdma_service_ = cdma_service(ask("AT+CAD?", "+CAD:").first());
-        }
-        on_cdma_ = cdma_service_ == 1 || (cdma && !gsm);
+    bool examine_technology() {
+        const std::optional<networks_t> networks = ask_networks(*this);
+        networks_ = networks.value_or(networks_t{});
+        return networks.has_value();
     }
 
     // Every domain carries messages; the one that is registered counts, else the one that tries.
-    void examine_registration() {
+    bool examine_registration() {
         std::optional<registration_t> best;
         for (const char* name : {"+CREG", "+CEREG", "+C5GREG"}) {
-            const auto one = registration(ask(fmt::format("AT{}?", name), fmt::format("{}:", name)).first());
+            const std::optional<reply_t> reply = ask(fmt::format("AT{}?", name), fmt::format("{}:", name));
+            if (!reply) {
+                return false;
+            }
+            const std::optional<registration_t> one = registration(reply->first());
             if (one && (!best || (!best->registered() && (one->registered() || best->status == 0)))) {
                 best = one;
             }
         }
-        if (!best && cdma_service_) {
-            best = registration_t{*cdma_service_ == 1 ? 1 : 2, std::nullopt};  // it does not tell where
+        if (!best && networks_.cdma_service) {
+            best = registration_t{networks_.on_cdma() ? 1 : 2, std::nullopt};  // it does not tell where
         }
         if (best) {
-            describe(*best);
-        } else if (found_.usable()) {
+            return describe(*best);
+        }
+        if (found_.usable()) {
             hinder("the modem does not tell whether it is registered", "another modem is needed");
         }
+        return true;
     }
 
-    void describe(const registration_t& registration) {
+    bool describe(const registration_t& registration) {
         const state_words_t state = registration_words(registration.status);
         found_.registration = state.words;
         if (!registration.registered()) {
             if (found_.usable()) {
                 hinder(fmt::format("the modem is not registered with a network: {}", state.words), state.advice);
             }
-            return;
+            return true;
         }
-        const std::string line = ask("AT+COPS?", "+COPS:").first();
+        const std::optional<reply_t> operator_reply = ask("AT+COPS?", "+COPS:");
+        if (!operator_reply) {
+            return false;
+        }
+        describe_operator(registration, operator_reply->first());
+        return true;
+    }
+
+    void describe_operator(const registration_t& registration, const std::string& line) {
         found_.operator_name = text_in(line, 2);
-        if (on_cdma_) {
+        if (networks_.on_cdma()) {
             found_.technology = "CDMA";
         } else if (const auto access = registration.access ? registration.access : operator_access(line)) {
             found_.technology = technology_words(*access);
@@ -247,45 +248,60 @@ class examination_t {
     }
 
     // 3GPP TS 27.007 8.5: steps of 2 dBm; 99 is unknown, and other numbers are of other technologies.
-    void examine_signal() {
+    bool examine_signal() {
         constexpr int highest = 31;
-        const std::optional<int> steps = number_in(ask("AT+CSQ", "+CSQ:").first(), 0);
+        const std::optional<reply_t> reply = ask("AT+CSQ", "+CSQ:");
+        const std::optional<int> steps = reply ? number_in(reply->first(), 0) : std::nullopt;
         if (!steps || *steps < 0 || *steps > highest) {
-            return;
+            return reply.has_value();
         }
         found_.signal = 2 * *steps - 113;
         if (*found_.signal <= weak_signal) {
             warn_of(fmt::format("the signal is weak: {} dBm", *found_.signal), "try another place or another antenna");
         }
+        return true;
     }
 
-    void examine_memories() {
-        const std::vector<std::string> readable = readable_memories(offered("AT+CPMS=?", "+CPMS:"));
-        const std::string line = ask("AT+CPMS?", "+CPMS:").first();
-        const std::vector<memory_use_t> in_use = memories_in_use(line);
-        found_.receiving_memory = receiving_memory(line);
+    bool examine_memories() {
+        const std::optional<memories_t> memories = ask_memories(*this);
+        if (!memories) {
+            return false;
+        }
+        note_offer(memories->offered);
+        found_.receiving_memory = memories->receiving;
+        const bool looked = look_into(*memories);
+        std::ranges::for_each(found_.memories, [this](const memory_use_t& memory) { judge(memory); });
+        return looked;
+    }
+
+    // Those that are in use tell their level; each other has to be selected for that.
+    bool look_into(const memories_t& memories) {
+        const std::vector<memory_use_t>& in_use = memories.in_use;
         const std::optional<std::string> selected = in_use.empty() ? std::nullopt : quoted_text(in_use[0].name);
         bool switched = false;
-        for (const std::string& name : memories_to_read(readable, found_.receiving_memory)) {
+        bool answered = true;
+        for (const std::string& name : memories.to_read) {
             const auto told = std::ranges::find(in_use, name, &memory_use_t::name);
             if (told != in_use.end()) {
                 found_.memories.push_back(*told);
-            } else if (selected) {
+            } else if (selected && answered) {
                 switched = true;
-                look_into(name);
+                answered = look_into(name);
             }
         }
         if (switched) {
             put_back("AT+CPMS=" + *selected);
         }
-        std::ranges::for_each(found_.memories, [this](const memory_use_t& memory) { judge(memory); });
+        return answered;
     }
 
-    void look_into(const std::string& name) {
-        const reply_t reply = ask(fmt::format("AT+CPMS=\"{}\"", name), "+CPMS:");
-        if (const std::optional<memory_level_t> level = memory_level(reply.first())) {
+    bool look_into(const std::string& name) {
+        const std::optional<reply_t> reply = ask(fmt::format("AT+CPMS=\"{}\"", name), "+CPMS:");
+        const std::optional<memory_level_t> level = reply ? memory_level(reply->first()) : std::nullopt;
+        if (level) {
             found_.memories.push_back({name, *level});
         }
+        return reply.has_value();
     }
 
     void judge(const memory_use_t& memory) {
@@ -295,45 +311,64 @@ class examination_t {
             "delete some in a phone or with AT+CMGD; an activated service takes the cards out by itself";
         if (used >= total && memory.name == found_.receiving_memory) {
             hinder(text + ": nothing more can be received", advice);
-        } else if (total > 0 && used * 100 >= total * nearly_full) {
+        } else if (is_nearly_full(memory.level)) {
             warn_of(text, advice);
         }
     }
 
-    // 3GPP TS 27.005 3.2.1, 3.2.3 and 3.3.1. What a SIM holds is told only by one that is ready.
-    void examine_service() {
-        if (!may_take(ask("AT+CMGF=?", "+CMGF:").first(), 0)) {
+    // 3GPP TS 27.005 3.2.1, 3.2.3 and 3.3.1.
+    bool examine_service() {
+        const std::optional<reply_t> formats = ask("AT+CMGF=?", "+CMGF:");
+        if (formats && !may_take(formats->first(), 0)) {
             hinder("the modem has no PDU mode (AT+CMGF=?)", "another modem is needed");
         }
-        const std::string service = ask("AT+CSMS?", "+CSMS:").first();
-        if (number_in(service, 1) == 0 || number_in(service, 2) == 0) {
-            hinder(fmt::format("the modem does not {} messages (AT+CSMS?)",
-                               number_in(service, 1) == 0 ? "receive" : "send"),
-                   "ask its maker for another firmware, or the operator for a SIM with SMS");
+        const std::optional<reply_t> service = formats ? ask("AT+CSMS?", "+CSMS:") : std::nullopt;
+        if (!service) {
+            return false;
         }
-        if (on_cdma_) {
-            return;  // such a network has no number of it
+        const std::string line = service->first();
+        if (number_in(line, 1) == 0 || number_in(line, 2) == 0) {
+            hinder(
+                fmt::format("the modem does not {} messages (AT+CSMS?)", number_in(line, 1) == 0 ? "receive" : "send"),
+                "ask its maker for another firmware, or the operator for a SIM with SMS");
         }
-        const reply_t centre = ask("AT+CSCA?", "+CSCA:");
-        found_.service_centre = text_in(centre.first(), 0);
-        if (centre.ok() && found_.service_centre.empty() && found_.usable()) {
+        return networks_.on_cdma() || examine_service_centre();  // a CDMA network has no number of it
+    }
+
+    // What a SIM holds is told only by one that is ready.
+    bool examine_service_centre() {
+        const std::optional<reply_t> centre = ask("AT+CSCA?", "+CSCA:");
+        if (!centre) {
+            return false;
+        }
+        found_.service_centre = text_in(centre->first(), 0);
+        if (centre->ok() && found_.service_centre.empty() && found_.usable()) {
             hinder("the number of the service centre is not set, so nothing can be sent",
                    "ask the operator for it and set it: AT+CSCA=\"+...\"");
         }
+        return true;
     }
 
-    // As the set-up would choose (modem_setup.cpp).
-    void examine_delivery() {
-        const std::string announcements = offered("AT+CNMI=?", "+CNMI:");
-        const std::string services = offered("AT+CSMS=?", "+CSMS:");
-        const bool acknowledged = !services.empty() && may_take(services, 1);
-        const announcement_t choice = choose_announcement(offered_numbers(announcements), acknowledged);
-        offered("AT+CMMS=?", "+CMMS:");
-        if (choice.way == announcement_t::way_t::stored) {
-            found_.delivery = fmt::format("stored and announced (AT+CNMI={})", choice.parameters);
-        } else if (choice.way == announcement_t::way_t::direct) {
-            found_.delivery = fmt::format("delivered directly, each acknowledged (AT+CNMI={})", choice.parameters);
-        } else if (announcements.empty()) {
+    bool examine_delivery() {
+        const std::optional<announcement_offers_t> offers = ask_announcement_offers(*this);
+        const std::optional<reply_t> link_keeping = offers ? ask("AT+CMMS=?", "+CMMS:") : std::nullopt;
+        if (!link_keeping) {
+            return false;
+        }
+        for (const std::string& offer : {offers->announcements, offers->services, link_keeping->first()}) {
+            note_offer(offer);
+        }
+        describe_delivery(*offers);
+        return true;
+    }
+
+    void describe_delivery(const announcement_offers_t& offers) {
+        const announcement_t best = offers.best(offers.may_acknowledge());
+        if (best.way == announcement_t::way_t::stored) {
+            found_.delivery = fmt::format("stored and announced (AT+CNMI={})", best.parameters);
+        } else if (best.way == announcement_t::way_t::direct) {
+            found_.delivery = fmt::format("delivered directly, each acknowledged (AT+CNMI={})", best.parameters);
+        } else if (offers.announcements.empty()) {
             found_.delivery = "not told: AT+CNMI=2,1 and AT+CNMI=1,1 will be tried";
         } else {
             const uint64_t seconds = value_of(limit_t::listing_again);
@@ -343,12 +378,10 @@ class examination_t {
         }
     }
 
-    std::string offered(const std::string& question, std::string_view prefix) {
-        std::string line = ask(question, prefix).first();
+    void note_offer(const std::string& line) {
         if (!line.empty()) {
             found_.offers.push_back(line);
         }
-        return line;
     }
 
     const std::string& path_;
@@ -357,9 +390,7 @@ class examination_t {
     tty_t tty_;
     modem_link_t link_;
     diagnosis_t found_;
-    std::optional<int> cdma_service_;
-    bool on_cdma_ = false;
-    bool over_ = false;
+    networks_t networks_;
 };
 
 }  // namespace

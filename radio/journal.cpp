@@ -6,7 +6,6 @@
 
 #include "base/hex.h"
 #include "base/text.h"
-#include "radio/incomplete_messages.h"
 #include "radio/warning.h"
 
 namespace radio {
@@ -40,11 +39,6 @@ constexpr const char* schema = R"(
 )";
 
 constexpr int busy_timeout_ms = 5000;  // somebody looks into the file with a tool of his own
-
-// Every message that lacks datagrams: its text and generation, then what a person wants to know.
-constexpr std::string_view incomplete_query =
-    "SELECT message, generation, sender, min(came), count(*), parts FROM datagrams "
-    "GROUP BY message, generation HAVING count(*) < parts ORDER BY min(id)";
 
 // The sender as the driver sees him, and a person reads him.
 std::string sender_of(const RILMESSAGE& message) {
@@ -81,12 +75,14 @@ bool journal_t::run(std::string_view text, const values_t&... values) {
 template <typename steps_t>
 bool journal_t::transaction(const steps_t& steps) {
     const size_t before = datagrams_;
+    const int64_t first_id = next_id_;
     if (run("BEGIN IMMEDIATE") && steps() && run("COMMIT")) {
         failure_told_ = false;
         return true;
     }
     sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
     datagrams_ = before;
+    decoded_.erase(decoded_.lower_bound(first_id), decoded_.end());
     return false;
 }
 
@@ -173,6 +169,7 @@ bool journal_t::take_one(const arrival_t& arrival, int64_t now) {
                           place->sender, place->message, place->generation, static_cast<int64_t>(place->alias),
                           static_cast<int64_t>(place->concatenation.part),
                           static_cast<int64_t>(place->concatenation.parts), arrival.card.body);
+    keep_decoded(next_id_, arrival.card);
     next_id_ += 1;
     datagrams_ += 1;
     return done;
@@ -321,13 +318,30 @@ std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
     query.bind(2, static_cast<int64_t>(most));
     std::vector<entry_t> entries;
     while (query.step() == SQLITE_ROW) {
-        const auto octets = query.octets(2);
-        entries.push_back({query.number(0),
-                           static_cast<technology_t>(query.number(1)),
-                           {octets.begin(), octets.end()},
-                           static_cast<uint16_t>(query.number(3))});
+        const int64_t id = query.number(0);
+        std::optional<card_datagram_t> card = decoded(id, static_cast<technology_t>(query.number(1)), query.octets(2));
+        if (!card) {
+            warn(fmt::format("datagram {} of the journal is none; it is left alone", id));
+            continue;
+        }
+        change_reference(*card, static_cast<uint16_t>(query.number(3)));
+        entries.push_back({id, card->message});
     }
     return entries;
+}
+
+// So many as are handed over at once, and some more: what waits longer is read from the file again.
+void journal_t::keep_decoded(int64_t id, const card_datagram_t& card) {
+    constexpr size_t most = 64;
+    if (decoded_.size() == most) {
+        decoded_.erase(decoded_.begin());
+    }
+    decoded_.emplace(id, card);
+}
+
+std::optional<card_datagram_t> journal_t::decoded(int64_t id, technology_t technology, air::octets_view_t octets) {
+    auto kept = decoded_.extract(id);
+    return kept.empty() ? card_datagram_of(technology, octets) : std::optional(std::move(kept.mapped()));
 }
 
 void journal_t::handed_over(int64_t id, int64_t now) {
@@ -368,11 +382,12 @@ void journal_t::expire(int64_t now) {
     transaction([&] {
         std::vector<std::pair<std::string, int64_t>> old;
         {
-            execution_t query(statement(incomplete_query));
+            execution_t query(
+                statement("SELECT message, generation FROM datagrams GROUP BY message, generation "
+                          "HAVING count(*) < parts AND min(came) <= ?1 ORDER BY min(id)"));
+            query.bind(1, now - bounds_.age);
             while (query.step() == SQLITE_ROW) {
-                if (query.number(3) <= now - bounds_.age) {
-                    old.emplace_back(query.text(0), query.number(1));
-                }
+                old.emplace_back(query.text(0), query.number(1));
             }
         }
         for (const auto& [message, generation] : old) {
@@ -415,31 +430,6 @@ std::vector<journal_t::text_t> journal_t::texts() {
 void journal_t::forget_text(int64_t id) {
     const std::lock_guard lock(mutex_);
     static_cast<void>(run("DELETE FROM texts WHERE id = ?1", id));
-}
-
-std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& home, std::string* error) {
-    const std::filesystem::path file = journal_file(home);
-    std::vector<incomplete_message_t> messages;
-    std::error_code failure;
-    const std::filesystem::file_status status = std::filesystem::status(file, failure);
-    if (status.type() == std::filesystem::file_type::not_found) {
-        return messages;
-    }
-    sqlite3* handle = nullptr;
-    int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
-    const base::sqlite::connection_t connection(handle);
-    const base::sqlite::statement_t statement =
-        result == SQLITE_OK ? base::sqlite::prepare(handle, incomplete_query) : nullptr;
-    execution_t query(statement);
-    while ((result = query.step()) == SQLITE_ROW) {
-        messages.push_back({query.text(2), query.number(3), static_cast<size_t>(query.number(4)),
-                            static_cast<size_t>(query.number(5))});
-    }
-    if (result != SQLITE_DONE) {
-        *error = fmt::format("cannot read the journal {}: {}", file.native(),
-                             failure ? failure.message() : std::string(sqlite3_errmsg(handle)));
-    }
-    return messages;
 }
 
 }  // namespace radio

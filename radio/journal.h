@@ -43,11 +43,10 @@ class journal_t {
     };
     struct entry_t {
         int64_t id;  // rises in the order of arrival
-        technology_t technology;
-        air::octets_t octets;
-        /// For the driver, in place of that of the header: it tells messages apart by sender, reference and parts
-        /// alone, and would mix two that the header tells apart, or one with the rest of another that was dropped.
-        uint16_t reference;
+        /// For the driver, with a reference of ours where need be: it tells messages apart by sender, reference and
+        /// parts alone, and would mix two that the header tells apart, or one with the rest of another that was
+        /// dropped.
+        RILMESSAGE message;
     };
     /// A message of another kind that a modem delivered directly and did not take back.
     struct text_t {
@@ -79,6 +78,8 @@ class journal_t {
     struct place_t;
     [[nodiscard]] bool prepare();
     bool take_one(const arrival_t& arrival, int64_t now);
+    void keep_decoded(int64_t id, const card_datagram_t& card);
+    std::optional<card_datagram_t> decoded(int64_t id, technology_t technology, air::octets_view_t octets);
     std::optional<place_t> place_of(const arrival_t& arrival);
     bool find_generation(const arrival_t& arrival, place_t& place);
     bool find_alias(place_t& place);
@@ -101,10 +102,11 @@ class journal_t {
     std::filesystem::path file_;
     bounds_t bounds_;
     int64_t next_id_ = 1;
-    size_t datagrams_ = 0;                 // in the file
-    std::set<std::string> dropped_;        // since the session began: what the driver still has parts of
-    std::vector<int64_t> not_left_;        // handed over, which could not be written
-    std::set<air::octets_t> told_copies_;  // by identity
+    size_t datagrams_ = 0;                        // in the file
+    std::set<std::string> dropped_;               // since the session began: what the driver still has parts of
+    std::vector<int64_t> not_left_;               // handed over, which could not be written
+    std::map<int64_t, card_datagram_t> decoded_;  // what came just now, until it is handed over: by id
+    std::set<air::octets_t> told_copies_;         // by identity
     bool failure_told_ = false;
 };
 

@@ -13,8 +13,8 @@ namespace {
 
 // docs/radio.md shows this table.
 constexpr limit_row_t rows[] = {
-    {limit_t::probe, "first-answer", 5, "s", 1, 300, "a modem that is there answers AT within a second"},
-    {limit_t::probe_again, "repeat", 1, "s", 0, 0, "a modem that was just switched on loses octets"},
+    {limit_t::first_answer, "first-answer", 5, "s", 1, 300, "a modem that is there answers AT within a second"},
+    {limit_t::repeat, "repeat", 1, "s", 0, 0, "a modem that was just switched on loses octets"},
     {limit_t::settling, "settling", 1, "s", 0, 0, "late answers to earlier commands have come by then"},
     {limit_t::setting, "setting", 10, "s", 2, 300, "settings may touch the SIM, which is busy after a start"},
     {limit_t::sim_ready, "sim-ready", 60, "s", 1, 600, "a SIM with many files is read for half a minute"},
@@ -27,11 +27,12 @@ constexpr limit_row_t rows[] = {
     {limit_t::journal_size, "journal-size", 10'000, "datagrams", 255, 1'000'000, "40 of the largest cards"},
     {limit_t::prompt, "prompt", 20, "s", 5, 300, "the modem only has to switch to text entry"},
     {limit_t::submission, "submission", 300, "s", 10, 3'600, "the network's own repetitions end before that"},
-    {limit_t::unknown_submissions, "unknown", 32, "datagrams", 0, 0, "more than the driver ever has in flight"},
+    {limit_t::unknown_submissions, "unknown-submissions", 32, "datagrams", 0, 0,
+     "more than the driver ever has in flight"},
     {limit_t::link_kept, "link-kept", 1, "s", 0, 0, "AT+CMMS=1 lasts for 1 to 5 s without a submission"},
     {limit_t::reopening, "reopening", 1, "s", 0, 0, "a USB modem that restarts is away for some seconds"},
     {limit_t::reopening_most, "reopening-most", 30, "s", 0, 0, "a person who plugs it in waits for it"},
-    {limit_t::ending, "end", 2, "s", 0, 0, "what was handed over is deleted before the tty is freed"},
+    {limit_t::end, "end", 2, "s", 0, 0, "what was handed over is deleted before the tty is freed"},
 };
 
 constexpr bool in_order() {

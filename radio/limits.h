@@ -12,8 +12,8 @@
 namespace radio {
 
 enum class limit_t : uint8_t {
-    probe,
-    probe_again,
+    first_answer,
+    repeat,
     settling,
     setting,
     sim_ready,
@@ -30,7 +30,7 @@ enum class limit_t : uint8_t {
     link_kept,
     reopening,
     reopening_most,
-    ending,
+    end,
 };
 
 struct limit_row_t {

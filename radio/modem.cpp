@@ -1,21 +1,25 @@
-// The modem's thread: jobs, unsolicited lines, a modem that goes away, and the end.
 #include "radio/modem.h"
 
 #include <fmt/format.h>
-#include <platform/linux/home.h>
 
 #include <algorithm>
-#include <ctime>
 #include <utility>
 
+#include "base/clock.h"
+#include "radio/limits.h"
 #include "radio/warning.h"
 
 namespace radio {
 
-constexpr int64_t seconds_a_day = 86'400;
-
 modem_t::modem_t(callbacks_t& callbacks)
-    : callbacks_(callbacks), link_(tty_, [this](const modem_line_t& line) { take_unsolicited(line); }) {}
+    : callbacks_(callbacks),
+      link_(tty_, [this](const modem_line_t& line) { take_unsolicited(line); }),
+      jobs_([this] { link_.wake(); }),
+      sim_(options_),
+      registration_(link_, jobs_, [this](DWORD type) { tell_system_type(type); }),
+      announcements_(link_, options_),
+      mailbox_(link_, callbacks, jobs_, announcements_, registration_),
+      submitter_(link_, callbacks, registration_) {}
 
 modem_t::~modem_t() {
     stop();
@@ -24,11 +28,7 @@ modem_t::~modem_t() {
 std::string modem_t::start(const modem_options_t& options) {
     options_ = options;
     lasting_path_ = link_to(options_.tty, options_.links);
-    began_at_ = std::time(nullptr);
-    began_at_tick_ = base::tick64();
-    std::string error = journal_.open(journal_file(platform::home()),
-                                      {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
-                                       .datagrams = value_of(limit_t::journal_size)});
+    std::string error = mailbox_.open();
     if (error.empty()) {
         error = tty_.open(options_.tty);
     }
@@ -41,23 +41,6 @@ std::string modem_t::start(const modem_options_t& options) {
     return error;
 }
 
-std::string modem_t::connect() {
-    if (std::string error = set_up(); !error.empty()) {
-        link_.hang_up();
-        return error;
-    }
-    // Told after it can be used: the driver submits as soon as it hears of a network.
-    link_.connected();
-    publish_system_type();
-    return {};
-}
-
-// The path that was given may be another device's by now.
-std::string modem_t::present_path() const {
-    const bool is_another = !lasting_path_.empty() && !link_to(options_.tty, options_.links).empty();
-    return is_another || std::filesystem::exists(lasting_path_) ? lasting_path_ : options_.tty;
-}
-
 void modem_t::stop() {
     if (thread_.joinable()) {
         link_.begin_ending();
@@ -68,44 +51,20 @@ void modem_t::stop() {
 
 void modem_t::run() {
     while (true) {
-        if (const job_t job = next_job()) {
+        if (const job_queue_t::job_t job = jobs_.next()) {
             job();
         } else if (link_.ending()) {
             return;
         } else if (lost() && !loss_told_) {
             tell_loss();
-        } else if (const uint64_t next = lost() ? next_look_ : next_listing_; base::tick64() < next) {
+        } else if (const uint64_t next = lost() ? next_look_ : mailbox_.next_listing(); base::tick64() < next) {
             link_.wait(next);
         } else if (lost()) {
             look_again();
         } else {
-            check_announcement();
-            list_all();
+            look_after();
         }
     }
-}
-
-void modem_t::post(job_t job) {
-    {
-        const std::lock_guard lock(mutex_);
-        jobs_.push_back(std::move(job));
-    }
-    link_.wake();
-}
-
-modem_t::job_t modem_t::next_job() {
-    const std::lock_guard lock(mutex_);
-    if (jobs_.empty()) {
-        return {};
-    }
-    job_t job = std::move(jobs_.front());
-    jobs_.pop_front();
-    return job;
-}
-
-session_pointer_t modem_t::session() {
-    const std::lock_guard lock(mutex_);
-    return session_;
 }
 
 void modem_t::set_session(session_pointer_t session) {
@@ -113,45 +72,46 @@ void modem_t::set_session(session_pointer_t session) {
         const std::lock_guard lock(mutex_);
         session_ = session;
     }
-    post([this, session = std::move(session)] { begin_receiving(session); });
+    jobs_.post([this, session = std::move(session)] { mailbox_.set_receiver(session); });
 }
 
 void modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
-    post([this, session = std::move(session), request, submission = std::move(submission), more_follow] {
-        answer_submission(session, request, submission, more_follow);
+    jobs_.post([this, session = std::move(session), request, submission = std::move(submission), more_follow] {
+        submitter_.submit(session, request, submission, more_follow);
     });
 }
 
 // An error carries no data: a caller that takes any DWORD for a system type would read a network out of its bits.
 void modem_t::query_system_type(session_pointer_t session, HRESULT request) {
-    post([this, session = std::move(session), request] {
-        query_registration();
+    jobs_.post([this, session = std::move(session), request] {
+        registration_.query();
         if (lost() || link_.ending()) {
             callbacks_.result(session, RIL_RESULT_ERROR, request, std::nullopt);
         } else {
-            callbacks_.result(session, RIL_RESULT_OK, request, system_type_);
+            callbacks_.result(session, RIL_RESULT_OK, request, registration_.system_type());
         }
     });
+}
+
+void modem_t::tell_system_type(DWORD type) {
+    const std::lock_guard lock(mutex_);
+    if (session_ && (session_->classes & RIL_NCLASS_NETWORK)) {
+        callbacks_.system_changed(session_, type);
+    }
 }
 
 // Called in the middle of exchanges: what needs the modem becomes a job.
 void modem_t::take_unsolicited(const modem_line_t& line) {
     const std::string& text = line.text;
     if (text.starts_with("+CMTI:")) {
-        const std::optional<location_t> location = new_message(text);
-        if (!location) {
-            warn("odd announcement, listing all messages: " + text);
-        }
-        post([this, location] { location ? read_new(*location) : list_all(); });
+        jobs_.post([this, text] { mailbox_.read_new(text); });
     } else if (text.starts_with("+CMT:")) {
-        post([this, line] { take_delivery(line); });
+        jobs_.post([this, line] { mailbox_.take_delivery(line); });
     } else if (text.starts_with("+CDS:")) {
-        post([this] { acknowledge(true); });
-    } else if (text.starts_with("+CREG:") || text.starts_with("+CEREG:") || text.starts_with("+C5GREG:")) {
-        take_registration(text);
+        jobs_.post([this] { mailbox_.acknowledge(true); });
     } else if (text.starts_with("+CMGS:")) {
-        take_late_result(text);
-    } else {
+        submitter_.take_late_result(text);
+    } else if (!registration_.take(text)) {
         warn_of_unknown(text);
     }
 }
@@ -164,13 +124,70 @@ void modem_t::warn_of_unknown(const std::string& line) {
     }
 }
 
+std::string modem_t::connect() {
+    if (std::string error = set_up(); !error.empty()) {
+        link_.hang_up();
+        return error;
+    }
+    // Told after it can be used: the driver submits as soon as it hears of a network.
+    link_.connected();
+    registration_.publish();
+    return {};
+}
+
+std::string modem_t::set_up() {
+    registration_.forget();
+    announcements_.forget();
+    mailbox_.forget();
+    submitter_.forget();
+    link_.begin();
+    if (!link_.wake_modem()) {
+        return no_answer_on(options_.tty);
+    }
+    setup_inquiry_t inquiry(link_, options_.tty);
+    return set_up(inquiry) ? std::string() : inquiry.failure();
+}
+
+// What the rest relies on, each step on those before it.
+bool modem_t::set_up(setup_inquiry_t& inquiry) {
+    if (!inquiry.ask("AT+CMEE=1") || !registration_.set_up_technology(inquiry) ||
+        !sim_.set_up(inquiry, !registration_.only_cdma())) {
+        return false;
+    }
+    const std::optional<reply_t> pdu_mode = inquiry.ask("AT+CMGF=0");
+    if (!pdu_mode) {
+        return false;
+    }
+    if (!pdu_mode->ok()) {
+        return inquiry.fail_modem("refuses PDU mode (AT+CMGF=0)");
+    }
+    return mailbox_.set_up(inquiry) && announcements_.set_up(inquiry) && submitter_.set_up(inquiry) &&
+           registration_.set_up(inquiry);
+}
+
+void modem_t::look_after() {
+    if (announcements_.have_stopped()) {
+        warn("the modem has stopped to announce new messages; it is set up again");
+        if (const std::string error = connect(); !error.empty() && !link_.ending()) {
+            warn(error);
+        }
+    }
+    mailbox_.list_all();
+}
+
+// The path that was given may be another device's by now.
+std::string modem_t::present_path() const {
+    const bool is_another = !lasting_path_.empty() && !link_to(options_.tty, options_.links).empty();
+    return is_another || std::filesystem::exists(lasting_path_) ? lasting_path_ : options_.tty;
+}
+
 void modem_t::tell_loss() {
     loss_told_ = true;
     told_failures_.clear();
     const std::string also =
         lasting_path_.empty() || lasting_path_ == options_.tty ? "" : " and under " + lasting_path_;
     warn(fmt::format("the modem on {} has hung up; it is looked for there{} until it is back", options_.tty, also));
-    publish_system_type();
+    registration_.publish();
     back_off_ = milliseconds(limit_t::reopening);
     next_look_ = base::tick64() + back_off_;
 }
@@ -182,7 +199,7 @@ void modem_t::look_again() {
         if (error.empty()) {
             loss_told_ = false;
             warn(fmt::format("the modem on {} is back", options_.tty));
-            list_all();
+            mailbox_.list_all();
             return;
         }
         if (!link_.ending() && told_failures_.insert(error).second) {

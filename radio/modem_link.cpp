@@ -36,7 +36,7 @@ void modem_link_t::wake() {
 }
 
 void modem_link_t::begin_ending() {
-    ending_at_ = base::tick64() + milliseconds(limit_t::ending);
+    ending_at_ = base::tick64() + milliseconds(limit_t::end);
     wake();
 }
 
@@ -53,12 +53,12 @@ bool modem_link_t::cut_off() const {
 bool modem_link_t::wake_modem() {
     // Results told, in words, and no echo (V.250 6.2.4 to 6.2.6). Whoever refuses that may still answer the other.
     constexpr std::array<const char*, 2> greetings = {"ATQ0V1E0", "AT"};
-    const uint64_t until = base::tick64() + milliseconds(limit_t::probe);
+    const uint64_t until = base::tick64() + milliseconds(limit_t::first_answer);
     for (size_t i = 0; !cut_off() && !ending() && base::tick64() < until; ++i) {
         // Out of a text entry, should the modem be in one; elsewhere the octet means nothing.
         out_ = escape;
         const reply_t greeted =
-            run({.line = greetings[i % greetings.size()], .limit = limit_t::probe_again, .any_form = true});
+            run({.line = greetings[i % greetings.size()], .limit = limit_t::repeat, .any_form = true});
         if (greeted.ok()) {
             // The answers to all repetitions of AT come before this line. A modem without it has had the time to send
             // them.
@@ -67,7 +67,7 @@ bool modem_link_t::wake_modem() {
             return reply.outcome != reply_t::outcome_t::lost;
         }
         if (greeted.outcome == reply_t::outcome_t::error) {
-            pause(limit_t::probe_again);
+            pause(limit_t::repeat);
         }
     }
     return false;
@@ -174,6 +174,10 @@ void modem_link_t::write_some() {
     } else if (count < 0 && errno != EAGAIN && errno != EINTR) {
         hang_up();
     }
+}
+
+std::string no_answer_on(const std::string& tty) {
+    return fmt::format("no modem answers on {}: AT got no OK within {} seconds", tty, value_of(limit_t::first_answer));
 }
 
 void modem_link_t::hang_up() {

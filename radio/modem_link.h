@@ -45,9 +45,11 @@ class modem_link_t {
     /// The tty has hung up, and every exchange ends as lost; or the modem is not set up yet. Such a modem's time-outs
     /// are not warned of: there is one who tells them.
     [[nodiscard]] bool lost() const { return lost_; }
+    /// The tty has not hung up since it was opened.
+    [[nodiscard]] bool is_open() const { return tty_.descriptor() >= 0; }
 
     void wake();
-    /// Whatever runs or begins from now on has `limit_t::ending` altogether; a set-up ends at once.
+    /// Whatever runs or begins from now on has `limit_t::end` altogether; a set-up ends at once.
     void begin_ending();
     [[nodiscard]] bool ending() const { return ending_at_ != never; }
 
@@ -71,5 +73,8 @@ class modem_link_t {
     std::atomic<uint64_t> ending_at_ = never;
     base::clock_watch_t clock_watch_;  // last: it wakes, until it is gone
 };
+
+/// "no modem answers on …", of wake_modem that was false.
+std::string no_answer_on(const std::string& tty);
 
 }  // namespace radio

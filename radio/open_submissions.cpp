@@ -11,22 +11,22 @@ namespace radio {
 open_submissions_t::open_submissions_t() : last_reference_(static_cast<uint8_t>(std::random_device()())) {}
 
 uint16_t open_submissions_t::next_reference(const submission_t& submission) {
-    if (submission.technology == technology_t::cdma) {
-        return submission.reference;
+    if (const auto* const cdma = std::get_if<air::cdma::message_t>(&submission.message)) {
+        return cdma->identifier;
     }
     last_reference_ = last_reference_ == 255 ? 1 : static_cast<uint8_t>(last_reference_ + 1);
     return last_reference_;
 }
 
 open_submission_t& open_submissions_t::begin(const submission_t& submission) {
-    const auto at = std::ranges::find(all_, submission.octets, &open_submission_t::octets);
+    const auto at = std::ranges::find(all_, submission, &open_submission_t::submission);
     if (at != all_.end()) {
         return *at;
     }
     if (all_.size() == value_of(limit_t::unknown_submissions)) {
         all_.pop_front();
     }
-    return all_.emplace_back(open_submission_t{submission.octets, next_reference(submission)});
+    return all_.emplace_back(open_submission_t{submission, next_reference(submission)});
 }
 
 void open_submissions_t::close(const open_submission_t& submission) {
@@ -55,21 +55,6 @@ bool open_submissions_t::mark_sent(uint16_t told) {
     }
     candidates.front()->sent = true;
     return true;
-}
-
-// Only an SMS-SUBMIT has them. A CDMA message that goes out again has the identifier that it had.
-std::optional<air::octets_t> with_reference(const submission_t& submission, uint16_t reference,
-                                            bool reject_duplicates) {
-    if (submission.technology != technology_t::gsm) {
-        return submission.octets;
-    }
-    std::optional<air::submit_t> submit = air::decode_submit(submission.octets);
-    if (!submit) {
-        return std::nullopt;
-    }
-    submit->message_reference = static_cast<uint8_t>(reference);
-    submit->reject_duplicates = reject_duplicates;
-    return air::encode(*submit);
 }
 
 }  // namespace radio

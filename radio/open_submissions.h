@@ -14,17 +14,17 @@
 namespace radio {
 
 struct open_submission_t {
-    air::octets_t octets;    // as the driver handed them in
-    uint16_t reference = 0;  // TP-MR, or the identifier of a CDMA message
-    bool unknown = false;    // it went out once, and nobody knows what became of it
-    bool sent = false;       // its result came late
+    submission_t submission;  // as the driver handed it in
+    uint16_t reference = 0;   // TP-MR, or the identifier of a CDMA message
+    bool unknown = false;     // it went out once, and nobody knows what became of it
+    bool sent = false;        // its result came late
 };
 
 class open_submissions_t {
   public:
     open_submissions_t();
 
-    /// The one with these octets, or a new one with the next reference: 1 to 255, one after the other, from a random
+    /// The one of an equal message, or a new one with the next reference: 1 to 255, one after the other, from a random
     /// one on, so that a reference of an earlier process is not met at once. A CDMA message has its own. Valid until it
     /// is closed or the next one begun.
     open_submission_t& begin(const submission_t& submission);
@@ -44,8 +44,5 @@ class open_submissions_t {
     uint8_t last_reference_;
     bool modem_counts_ = false;
 };
-
-/// What goes on the air. None when the octets are none of a message.
-std::optional<air::octets_t> with_reference(const submission_t& submission, uint16_t reference, bool reject_duplicates);
 
 }  // namespace radio

@@ -243,6 +243,12 @@ bool is_duplicate(const final_result_t& result) {
     return result.kind == final_result_t::kind_t::cms_error && result.code == duplicate;
 }
 
+bool tells_no_reason(const final_result_t& result) {
+    using enum final_result_t::kind_t;
+    return result.kind == error || (result.kind == cms_error && result.code == unknown_cms_error) ||
+           (result.kind == cme_error && result.code == unknown_cme_error);
+}
+
 bool leaves_open(const final_result_t& result) {
     using enum final_result_t::kind_t;
     constexpr int cms_network_timeout = 332;

@@ -37,6 +37,8 @@ bool not_ready_yet(const final_result_t& result);
 bool lacks_sim(const final_result_t& result);
 /// The service centre has the message already (TP-FCS "SM rejected - duplicate SM", 3GPP TS 23.040 9.2.3.22).
 bool is_duplicate(const final_result_t& result);
+/// A refusal that may stand for anything: ERROR, or a code for what is unknown.
+bool tells_no_reason(const final_result_t& result);
 /// The network did not tell in time what became of the message.
 bool leaves_open(const final_result_t& result);
 

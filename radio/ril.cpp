@@ -5,9 +5,9 @@
 #include <mutex>
 #include <utility>
 
+#include "radio/attach_modem.h"
 #include "radio/callbacks.h"
 #include "radio/modem.h"
-#include "radio/modem_port.h"
 #include "radio/ril_message.h"
 
 namespace {

@@ -96,6 +96,15 @@ std::optional<submission_t> submission_of(const RILMESSAGE& message) {
     }
 }
 
+std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference, bool reject_duplicates) {
+    if (auto* const submit = std::get_if<air::submit_t>(&submission.message)) {
+        submit->message_reference = static_cast<uint8_t>(reference);
+        submit->reject_duplicates = reject_duplicates;
+        return air::encode(*submit);
+    }
+    return air::cdma::encode(std::get<air::cdma::message_t>(submission.message));
+}
+
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets) {
     return technology == technology_t::gsm ? gsm_card_datagram_of(octets) : cdma_card_datagram_of(octets);
 }

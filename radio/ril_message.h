@@ -5,7 +5,9 @@
 #include <ril.h>
 
 #include <optional>
+#include <variant>
 
+#include "air/cdma.h"
 #include "air/tpdu.h"
 
 namespace radio {
@@ -22,16 +24,23 @@ inline constexpr uint8_t validity_seven_days = 166 + 7;
 /// The kind of network that a message is for; its octets are coded accordingly.
 enum class technology_t : uint8_t { gsm, cdma };
 
-/// What AT+CMGS sends: an SMS-SUBMIT, or a CDMA point-to-point message of that type.
+/// What AT+CMGS sends: an SMS-SUBMIT, whose reference is still to be set, or a CDMA point-to-point message of that
+/// type, which has an identifier of its own.
 struct submission_t {
-    technology_t technology = technology_t::gsm;
-    air::octets_t octets;
-    uint16_t reference = 0;  // of a CDMA message, its identifier
+    std::variant<air::submit_t, air::cdma::message_t> message;
+
+    [[nodiscard]] technology_t technology() const {
+        return std::holds_alternative<air::submit_t>(message) ? technology_t::gsm : technology_t::cdma;
+    }
+    bool operator==(const submission_t&) const = default;
 };
 /// None when the message is none that can go on the air: of a wrong size or type, a destination that is no number, more
 /// than 140 octets of user data, of another CDMA teleservice than that for people's messages, or a GSM one coded in the
 /// 7-bit alphabet (the message carries octets).
 std::optional<submission_t> submission_of(const RILMESSAGE& message);
+/// What goes on the air, an SMS-SUBMIT under this reference and, if so, with duplicates to be rejected. None when a
+/// field does not fit its place; submission_of gives no such message.
+std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference, bool reject_duplicates);
 
 /// Octets, or a text in the 7-bit alphabet, whose header addresses the port of contact cards.
 struct card_datagram_t {

@@ -77,9 +77,7 @@ std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
     submit.priority = level_of(out.dwMsgPriority, RIL_MSGPRIORITY_NORMAL);
     submit.privacy = level_of(out.dwMsgPrivacy, RIL_MSGPRIVACYCLASS_NOTRESTRICTED);
     submit.display_mode = display_mode_of(out.dwMsgDisplayMode);
-    std::optional<air::octets_t> octets = air::cdma::encode(submit);
-    return octets ? std::optional(submission_t{technology_t::cdma, std::move(*octets), submit.identifier})
-                  : std::nullopt;
+    return submission_t{std::move(submit)};
 }
 
 std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets) {

@@ -107,8 +107,7 @@ std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message) {
     submit.header_indicator = has_header(message, out);
     submit.user_data_length = static_cast<uint8_t>(user_data->size());
     submit.user_data = std::move(*user_data);
-    std::optional<air::octets_t> octets = air::encode(submit);
-    return octets ? std::optional(submission_t{technology_t::gsm, std::move(*octets), 0}) : std::nullopt;
+    return submission_t{std::move(submit)};
 }
 
 std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets) {

@@ -20,7 +20,7 @@
 #include "platform/linux/registry.h"
 #include "radio/at_values.h"
 #include "radio/limits.h"
-#include "radio/modem_port.h"
+#include "radio/attach_modem.h"
 #include "service/device_server.h"
 #include "service/instance_lock.h"
 #include "service/listener.h"

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "radio/modem_port.h"
+#include "radio/attach_modem.h"
 
 struct serve_options_t {
     radio::modem_options_t modem;

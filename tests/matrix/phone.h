@@ -18,7 +18,7 @@
 #include "com/miscio/text.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
-#include "radio/modem_port.h"
+#include "radio/attach_modem.h"
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
 

@@ -40,16 +40,14 @@ class journal : public testing::Test {
     bodies_t bodies() {
         bodies_t all;
         for (const journal_t::entry_t& entry : kept->next(0, 1000)) {
-            const auto card = radio::card_datagram_of(entry.technology, entry.octets);
-            all.emplace_back(card->body.begin(), card->body.end());
+            const RIL_IN_DELIVER& in = entry.message.msgInDeliver;
+            all.emplace_back(in.rgbMsg, in.rgbMsg + in.cchMsgLength);
         }
         return all;
     }
     uint16_t reference_for_driver(size_t position) {
-        const journal_t::entry_t entry = kept->next(0, 1000)[position];
-        radio::card_datagram_t card = *radio::card_datagram_of(entry.technology, entry.octets);
-        radio::change_reference(card, entry.reference);
-        const RIL_IN_DELIVER& in = card.message.msgInDeliver;
+        const RILMESSAGE message = kept->next(0, 1000)[position].message;
+        const RIL_IN_DELIVER& in = message.msgInDeliver;
         return air::concatenation({in.rgbHdr, in.cbHdrLength})->reference;
     }
     void hand_over_all() {

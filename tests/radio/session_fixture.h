@@ -23,7 +23,7 @@
 #include "base/hex.h"
 #include "base/text.h"
 #include "radio/limits.h"
-#include "radio/modem_port.h"
+#include "radio/attach_modem.h"
 #include "tests/driver/home.h"
 #include "tests/radio/scripted_modem.h"
 

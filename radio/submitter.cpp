@@ -1,8 +1,13 @@
-// Outgoing messages: AT+CMGS, 3GPP TS 27.005 4.3.
+#include "radio/submitter.h"
+
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <vector>
+
+#include "base/clock.h"
 #include "base/hex.h"
-#include "radio/modem.h"
+#include "radio/limits.h"
 #include "radio/warning.h"
 
 namespace radio {
@@ -30,26 +35,45 @@ bool is_open(const reply_t& reply) {
     return reply.entry_sent && (reply.outcome == timeout || reply.outcome == lost || leaves_open(reply.result));
 }
 
+// The modem, or the network, refused the message itself, and did not say why.
+bool is_unexplained(const reply_t& reply) {
+    return reply.entry_sent && reply.outcome == reply_t::outcome_t::error && tells_no_reason(reply.result);
+}
+
 // Only a GSM modem takes a service centre address before the message.
 std::optional<air::octets_t> pdu_of(technology_t technology, const air::octets_t& message) {
     return technology == technology_t::gsm ? air::encode_pdu({{}, message}) : message;
 }
 
+bool offers(const std::vector<std::vector<int>>& offered, int value) {
+    return std::ranges::find(offered[0], value) != offered[0].end();
+}
+
 }  // namespace
 
-void modem_t::answer_submission(const session_pointer_t& session, HRESULT request, const submission_t& submission,
-                                bool more_follow) {
-    const auto failed = [&](DWORD error) { callbacks_.result(session, RIL_RESULT_ERROR, request, error); };
-    if (link_.ending() || submission.technology != technology_) {
-        failed(static_cast<DWORD>(RIL_E_RADIONOTPRESENT));
-        return;
+void submitter_t::forget() {
+    link_keeping_ = 0;
+    link_kept_ = false;
+}
+
+// 1 keeps the link until the next pause, 2 until it is switched off (3GPP TS 27.005 3.5.6).
+bool submitter_t::set_up(setup_inquiry_t& inquiry) {
+    const std::optional<reply_t> reply = inquiry.ask("AT+CMMS=?", "+CMMS:");
+    if (reply && reply->ok()) {
+        const std::vector<std::vector<int>> offered = offered_numbers(reply->first());
+        link_keeping_ = offered.empty() || offers(offered, 1) ? 1 : offers(offered, 2) ? 2 : 0;
     }
-    if (!link_.recover()) {  // with it comes a late result of the same datagram
-        failed(static_cast<DWORD>(lost() ? RIL_E_RADIONOTPRESENT : RIL_E_NETWORKTIMEOUT));
+    return reply.has_value();
+}
+
+void submitter_t::submit(const session_pointer_t& session, HRESULT request, const submission_t& submission,
+                         bool more_follow) {
+    if (const DWORD hindrance = what_hinders(submission); hindrance != 0) {
+        callbacks_.result(session, RIL_RESULT_ERROR, request, hindrance);
         return;
     }
     open_submission_t& open = open_.begin(submission);
-    const reply_t reply = open.sent ? reply_t{} : run_submission(open, submission, more_follow);
+    const reply_t reply = open.sent ? reply_t{} : run(open, more_follow);
     // With its reference told the message is on its way, whether or not an OK follows.
     if (reply.ok() || !reply.lines.empty() || (open.unknown && is_duplicate(reply.result)) || open.sent) {
         const uint16_t told = message_reference(reply.first()).value_or(open.reference);
@@ -59,17 +83,35 @@ void modem_t::answer_submission(const session_pointer_t& session, HRESULT reques
         callbacks_.result(session, RIL_RESULT_OK, request, told);
         return;
     }
-    open.unknown = open.unknown || is_open(reply);
+    tell_refusal(open, reply);
+    keep_or_close(open, reply);
+    callbacks_.result(session, RIL_RESULT_ERROR, request, radio_error(reply));
+}
+
+// A radio error, or 0 when the message can go out. With the dialogue brought back comes a late result of the same
+// datagram.
+DWORD submitter_t::what_hinders(const submission_t& submission) {
+    if (link_.ending() || submission.technology() != registration_.technology()) {
+        return static_cast<DWORD>(RIL_E_RADIONOTPRESENT);
+    }
+    if (!link_.recover()) {
+        return static_cast<DWORD>(link_.lost() ? RIL_E_RADIONOTPRESENT : RIL_E_NETWORKTIMEOUT);
+    }
+    return 0;
+}
+
+// One that nobody knows of goes out again under its reference. A repetition that is refused without a reason may have
+// been refused as a duplicate or for anything else: it goes out anew, for a copy is better than a loss.
+void submitter_t::keep_or_close(open_submission_t& open, const reply_t& reply) {
+    open.unknown = (open.unknown && !is_unexplained(reply)) || is_open(reply);
     if (!open.unknown) {
         open_.close(open);
     }
-    tell_refusal(reply);
-    failed(radio_error(reply));
 }
 
-reply_t modem_t::run_submission(const open_submission_t& open, const submission_t& submission, bool more_follow) {
-    const std::optional<air::octets_t> message = with_reference(submission, open.reference, open.unknown);
-    const std::optional<air::octets_t> pdu = message ? pdu_of(submission.technology, *message) : std::nullopt;
+reply_t submitter_t::run(const open_submission_t& open, bool more_follow) {
+    const std::optional<air::octets_t> message = encoded(open.submission, open.reference, open.unknown);
+    const std::optional<air::octets_t> pdu = message ? pdu_of(open.submission.technology(), *message) : std::nullopt;
     if (!pdu) {
         return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}};
     }
@@ -88,8 +130,10 @@ reply_t modem_t::run_submission(const open_submission_t& open, const submission_
 }
 
 // Once a code, until a datagram gets through: the driver hands a refused one in again.
-void modem_t::tell_refusal(const reply_t& reply) {
-    if (reply.outcome == reply_t::outcome_t::error) {
+void submitter_t::tell_refusal(const open_submission_t& open, const reply_t& reply) {
+    if (open.unknown && is_unexplained(reply)) {
+        warn("a repetition was refused without a reason; it goes out anew, and may arrive twice");
+    } else if (reply.outcome == reply_t::outcome_t::error) {
         if (told_refusals_.insert({reply.result.kind, reply.result.code}).second) {
             warn("a datagram was refused, " + described(reply.result));
         }
@@ -98,7 +142,7 @@ void modem_t::tell_refusal(const reply_t& reply) {
     }
 }
 
-void modem_t::take_late_result(const std::string& line) {
+void submitter_t::take_late_result(const std::string& line) {
     const std::optional<uint16_t> reference = message_reference(line);
     if (reference && open_.mark_sent(*reference)) {
         warn("a datagram that nobody knew of has been sent");
@@ -106,7 +150,7 @@ void modem_t::take_late_result(const std::string& line) {
 }
 
 // 3GPP TS 27.005 3.5.6: the modem itself forgets a 1 after some time without a submission, a 2 never.
-void modem_t::keep_link(bool more_follow) {
+void submitter_t::keep_link(bool more_follow) {
     const bool kept = link_kept_ && (link_keeping_ == 2 || base::tick64() < link_kept_until_);
     if (link_keeping_ != 0 && more_follow && !kept) {
         link_.exchange({.line = fmt::format("AT+CMMS={}", link_keeping_), .limit = limit_t::query});

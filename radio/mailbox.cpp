@@ -1,12 +1,12 @@
-// Incoming messages. Card datagrams go into the journal, are deleted from the modem, and are handed over from there;
-// all others stay on the modem.
+#include "radio/mailbox.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "radio/modem.h"
-#include "radio/ril_message.h"
+#include "platform/linux/home.h"
+#include "radio/limits.h"
 #include "radio/warning.h"
 
 namespace radio {
@@ -21,16 +21,59 @@ bool is_empty_place(const reply_t& reply) {
 
 }  // namespace
 
+std::optional<memories_t> ask_memories(inquiry_t& inquiry) {
+    const std::optional<reply_t> offered = inquiry.ask("AT+CPMS=?", "+CPMS:");
+    const std::optional<reply_t> in_use = offered ? inquiry.ask("AT+CPMS?", "+CPMS:") : std::nullopt;
+    if (!in_use) {
+        return std::nullopt;
+    }
+    memories_t memories{offered->first(), memories_in_use(in_use->first()), receiving_memory(in_use->first()), {}};
+    memories.to_read = memories_to_read(readable_memories(memories.offered), memories.receiving);
+    return memories;
+}
+
+bool is_nearly_full(const memory_level_t& level) {
+    constexpr int per_cent = 80;
+    return level.total > 0 && level.used * 100 >= level.total * per_cent;
+}
+
+mailbox_t::mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs,
+                     const announcements_t& announcements, const registration_watch_t& registration)
+    : link_(link),
+      announcements_(announcements),
+      registration_(registration),
+      handover_(journal_, callbacks, jobs, clock_) {}
+
+std::string mailbox_t::open() {
+    constexpr int64_t seconds_a_day = 86'400;
+    return journal_.open(journal_file(platform::home()),
+                         {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
+                          .datagrams = value_of(limit_t::journal_size)});
+}
+
+void mailbox_t::forget() {
+    memories_.clear();
+    selected_.clear();
+}
+
+bool mailbox_t::set_up(setup_inquiry_t& inquiry) {
+    std::optional<memories_t> memories = ask_memories(inquiry);
+    if (memories) {
+        memories_ = std::move(memories->to_read);
+    }
+    return memories.has_value();
+}
+
 // What fails because the modem is away is not worth a line each: its loss is told, and all is done again when it is
 // back.
-void modem_t::warn_unless_lost(const std::string& text) {
-    if (!lost()) {
+void mailbox_t::warn_unless_lost(const std::string& text) const {
+    if (!link_.lost()) {
         warn(text);
     }
 }
 
-bool modem_t::select_memory(const std::string& memory) {
-    if (memories_.empty() || memory == selected_memory_) {
+bool mailbox_t::select(const std::string& memory) {
+    if (memories_.empty() || memory == selected_) {
         return true;
     }
     const std::optional<std::string> name = quoted_text(memory);
@@ -42,20 +85,19 @@ bool modem_t::select_memory(const std::string& memory) {
     if (!reply.ok()) {
         return false;
     }
-    selected_memory_ = memory;
-    constexpr int nearly_full = 80;  // per cent
+    selected_ = memory;
     const std::optional<memory_level_t> level = memory_level(reply.first());
-    if (level && level->total > 0 && level->used * 100 >= level->total * nearly_full) {
+    if (level && is_nearly_full(*level)) {
         warn(fmt::format("the message memory {} holds {} of {} messages; a full one receives nothing", memory,
                          level->used, level->total));
     }
     return true;
 }
 
-void modem_t::list_all() {
+void mailbox_t::list_all() {
     next_listing_ = base::tick64() + milliseconds(limit_t::listing_again);
-    journal_.expire(seconds_now());
-    if (lost() || link_.ending()) {
+    journal_.expire(clock_.seconds());
+    if (link_.lost() || link_.ending()) {
         return;
     }
     give_texts_back();
@@ -67,9 +109,9 @@ void modem_t::list_all() {
     }
 }
 
-void modem_t::list(const std::string& memory) {
+void mailbox_t::list(const std::string& memory) {
     constexpr const char* all_messages = "AT+CMGL=4";
-    if (!select_memory(memory)) {
+    if (!select(memory)) {
         warn_unless_lost("cannot select the message memory " + memory);
         return;
     }
@@ -78,7 +120,7 @@ void modem_t::list(const std::string& memory) {
     if (!reply.ok()) {
         warn_unless_lost("cannot list the message memory " + memory);
     }
-    std::vector<stored_datagram_t> datagrams;
+    datagrams_t datagrams;
     for (const modem_line_t& line : reply.lines) {
         if (const std::optional<stored_message_t> message = listed_message(line.text)) {
             consider({memory, message->index}, *message, line.pdu, datagrams);
@@ -89,11 +131,20 @@ void modem_t::list(const std::string& memory) {
     take(datagrams);
 }
 
-void modem_t::read_new(const location_t& location) {
-    if (lost() || link_.ending()) {
+void mailbox_t::read_new(const std::string& line) {
+    if (const std::optional<location_t> location = new_message(line)) {
+        read(*location);
         return;
     }
-    if (!select_memory(location.memory)) {
+    warn("odd announcement, listing all messages: " + line);
+    list_all();
+}
+
+void mailbox_t::read(const location_t& location) {
+    if (link_.lost() || link_.ending()) {
+        return;
+    }
+    if (!select(location.memory)) {
         warn_unless_lost("cannot select the message memory " + location.memory + ", listing all messages");
         list_all();
         return;
@@ -103,110 +154,72 @@ void modem_t::read_new(const location_t& location) {
                                           .prefixes = {"+CMGR:"},
                                           .pdu_follows = true});
     const std::optional<stored_message_t> message = read_message(reply.first());
-    std::vector<stored_datagram_t> datagrams;
+    datagrams_t datagrams;
     if (message) {
         consider(location, *message, reply.lines.front().pdu, datagrams);
     } else if (!is_empty_place(reply)) {
-        next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit_t::deleting_again));
+        look_again_soon();
         warn_unless_lost(
             fmt::format("cannot read message {} of memory {}; it is read later", location.index, location.memory));
     }
     take(datagrams);
 }
 
-void modem_t::consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
-                       std::vector<stored_datagram_t>& datagrams) const {
+void mailbox_t::consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
+                         datagrams_t& datagrams) const {
     if (!message.received) {
         return;
     }
     if (std::optional<arrival_t> arrival = arrival_of(pdu, message.length)) {
-        datagrams.push_back({location, std::move(*arrival)});
+        datagrams.locations.push_back(location);
+        datagrams.arrivals.push_back(std::move(*arrival));
     }
 }
 
 // None for anything that is no card datagram.
-std::optional<arrival_t> modem_t::arrival_of(const std::string& pdu, size_t length) const {
+std::optional<arrival_t> mailbox_t::arrival_of(const std::string& pdu, size_t length) const {
     std::optional<air::octets_t> octets = tpdu_of_line(pdu, length);
-    std::optional<card_datagram_t> card = octets ? card_datagram_of(technology_, *octets) : std::nullopt;
+    const technology_t technology = registration_.technology();
+    std::optional<card_datagram_t> card = octets ? card_datagram_of(technology, *octets) : std::nullopt;
     if (!card) {
         return std::nullopt;
     }
-    return arrival_t{technology_, std::move(*octets), std::move(*card)};
+    return arrival_t{technology, std::move(*octets), std::move(*card)};
 }
 
 // The modem forgets what the journal has, and nothing else.
-void modem_t::take(const std::vector<stored_datagram_t>& datagrams) {
-    std::vector<arrival_t> arrivals;
-    arrivals.reserve(datagrams.size());
-    for (const stored_datagram_t& datagram : datagrams) {
-        arrivals.push_back(datagram.arrival);
-    }
-    if (arrivals.empty() || !journal_.take(arrivals, seconds_now())) {
+void mailbox_t::take(const datagrams_t& datagrams) {
+    if (datagrams.arrivals.empty() || !journal_.take(datagrams.arrivals, clock_.seconds())) {
         return;
     }
-    hand_over_next();
-    for (const stored_datagram_t& datagram : datagrams) {
-        remove(datagram.location);
+    handover_.go_on();
+    for (const location_t& location : datagrams.locations) {
+        remove(location);
     }
 }
 
 // What stays is found again by the next listing, which the journal then knows.
-void modem_t::remove(const location_t& location) {
+void mailbox_t::remove(const location_t& location) {
     const bool removed =
-        select_memory(location.memory) &&
+        select(location.memory) &&
         link_.exchange({.line = fmt::format("AT+CMGD={}", location.index), .limit = limit_t::storage}).ok();
     if (removed) {
         undeleted_.erase(location);
     } else if (undeleted_.insert(location).second) {
-        next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit_t::deleting_again));
+        look_again_soon();
         warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it is in the journal, and deleted later",
                                      location.index, location.memory));
     }
 }
 
-void modem_t::begin_receiving(session_pointer_t session) {
-    receiver_ = session && (session->classes & RIL_NCLASS_MESSAGE) ? std::move(session) : nullptr;
-    handed_over_ = 0;
-    with_driver_ = 0;
-    journal_.begin_session();
-    hand_over_next();
-}
-
-// So many at a time, however many wait.
-void modem_t::hand_over_next() {
-    constexpr size_t most_with_driver = 32;
-    if (!receiver_ || with_driver_ >= most_with_driver) {
-        return;
-    }
-    for (const journal_t::entry_t& entry : journal_.next(handed_over_, most_with_driver - with_driver_)) {
-        handed_over_ = entry.id;
-        std::optional<card_datagram_t> card = card_datagram_of(entry.technology, entry.octets);
-        if (!card) {
-            warn(fmt::format("datagram {} of the journal is none; it is left alone", entry.id));
-            continue;
-        }
-        change_reference(*card, entry.reference);
-        with_driver_ += 1;
-        callbacks_.message(receiver_, card->message, [this, session = receiver_, id = entry.id](bool handed_over) {
-            if (handed_over) {
-                journal_.handed_over(id, seconds_now());
-            }
-            post([this, session] { make_room(session); });
-        });
-    }
-}
-
-void modem_t::make_room(const session_pointer_t& session) {
-    if (session == receiver_) {
-        with_driver_ -= 1;
-        hand_over_next();
-    }
+void mailbox_t::look_again_soon() {
+    next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit_t::deleting_again));
 }
 
 // Direct delivery: everything is acknowledged once it is safe, also what cannot be decoded, or the modem would deliver
 // nothing more. A header line whose PDU got lost on the line is not. Messages that are not ours go where they would
 // have lain without us; writing them there may take longer than the network waits.
-void modem_t::take_delivery(const modem_line_t& line) {
+void mailbox_t::take_delivery(const modem_line_t& line) {
     if (line.pdu.empty()) {
         warn("a delivered message came without its PDU, the network is to repeat it: " + line.text);
         acknowledge(false);
@@ -214,16 +227,16 @@ void modem_t::take_delivery(const modem_line_t& line) {
     }
     const size_t length = delivered_length(line.text).value_or(0);
     if (const std::optional<arrival_t> arrival = arrival_of(line.pdu, length)) {
-        acknowledge(journal_.take({&*arrival, 1}, seconds_now()));
-        hand_over_next();
+        acknowledge(journal_.take({&*arrival, 1}, clock_.seconds()));
+        handover_.go_on();
     } else {
-        acknowledge(journal_.keep_text(length, line.pdu, seconds_now()));
+        acknowledge(journal_.keep_text(length, line.pdu, clock_.seconds()));
         give_texts_back();
     }
 }
 
 // A modem that refuses one is not asked again before the next listing.
-void modem_t::give_texts_back() {
+void mailbox_t::give_texts_back() {
     for (const journal_t::text_t& text : journal_.texts()) {
         if (!put_on_modem(text.length, text.pdu)) {
             return;
@@ -233,7 +246,7 @@ void modem_t::give_texts_back() {
 }
 
 // Write message to memory, 3GPP TS 27.005 4.4: as received, unread.
-bool modem_t::put_on_modem(size_t length, const std::string& pdu) {
+bool mailbox_t::put_on_modem(size_t length, const std::string& pdu) {
     const command_t command = {
         .line = fmt::format("AT+CMGW={},0", length), .limit = limit_t::storage, .prefixes = {"+CMGW:"}, .entry = pdu};
     const bool put = link_.exchange(command).ok();
@@ -245,16 +258,14 @@ bool modem_t::put_on_modem(size_t length, const std::string& pdu) {
 }
 
 // Without an acknowledgement, or with a negative one (2), the network keeps the message (3GPP TS 27.005 4.7).
-void modem_t::acknowledge(bool safe) {
-    if (acknowledges_ && !link_.exchange({.line = safe ? "AT+CNMA" : "AT+CNMA=2", .limit = limit_t::storage}).ok() &&
-        safe) {
+void mailbox_t::acknowledge(bool safe) {
+    if (!announcements_.are_acknowledged()) {
+        return;
+    }
+    const command_t command = {.line = safe ? "AT+CNMA" : "AT+CNMA=2", .limit = limit_t::storage};
+    if (!link_.exchange(command).ok() && safe) {
         warn_unless_lost("the modem refused the acknowledgement of a delivered message");
     }
-}
-
-// Wall-clock time, which the journal outlives a process with; moved by tests with the clock that all waits run on.
-int64_t modem_t::seconds_now() const {
-    return began_at_ + static_cast<int64_t>((base::tick64() - began_at_tick_) / 1000);
 }
 
 }  // namespace radio

@@ -1,0 +1,92 @@
+/// Incoming messages: the memories of the modem that hold some (3GPP TS 27.005 3.2.2), their listing, and what is
+/// delivered directly. Card datagrams go into the journal, are deleted from the modem, and are handed over from there;
+/// all others stay on the modem. Used on the modem's thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/clock.h"
+#include "radio/announcements.h"
+#include "radio/at_values.h"
+#include "radio/handover.h"
+#include "radio/journal.h"
+#include "radio/registration_watch.h"
+#include "radio/setup_inquiry.h"
+
+namespace radio {
+
+/// The message memories, as the modem tells of them.
+struct memories_t {
+    std::string offered;               // the reply line
+    std::vector<memory_use_t> in_use;  // for reading, for writing, for what is received
+    std::string receiving;             // where new messages go; empty when there is none
+    std::vector<std::string> to_read;  // those that may hold messages; empty when there is no choice
+};
+/// None when the inquiry is over.
+std::optional<memories_t> ask_memories(inquiry_t& inquiry);
+
+/// Nothing more fits soon: time to say so.
+bool is_nearly_full(const memory_level_t& level);
+
+class mailbox_t {
+  public:
+    /// All outlive the object.
+    mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, const announcements_t& announcements,
+              const registration_watch_t& registration);
+
+    /// Opens the journal; once, and before all else. Returns an empty text, or what failed and why.
+    [[nodiscard]] std::string open();
+    /// What was known of a modem that is set up anew; not what is still to be deleted from it.
+    void forget();
+    [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
+
+    /// Who gets the cards from now on; null for nobody.
+    void set_receiver(session_pointer_t session) { handover_.begin(std::move(session)); }
+
+    /// All memories, whatever has been announced of them.
+    void list_all();
+    /// When, on tick64, they are to be listed again.
+    [[nodiscard]] uint64_t next_listing() const { return next_listing_; }
+    /// +CMTI
+    void read_new(const std::string& line);
+    /// +CMT with its PDU.
+    void take_delivery(const modem_line_t& line);
+    /// Of something that was delivered directly: it is safe; or the network is to keep it.
+    void acknowledge(bool safe);
+
+  private:
+    struct datagrams_t {
+        std::vector<location_t> locations;
+        std::vector<arrival_t> arrivals;  // at the same positions
+    };
+    void list(const std::string& memory);
+    void read(const location_t& location);
+    bool select(const std::string& memory);
+    void consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
+                  datagrams_t& datagrams) const;
+    [[nodiscard]] std::optional<arrival_t> arrival_of(const std::string& pdu, size_t length) const;
+    void take(const datagrams_t& datagrams);
+    void remove(const location_t& location);
+    void look_again_soon();
+    void give_texts_back();
+    bool put_on_modem(size_t length, const std::string& pdu);
+    void warn_unless_lost(const std::string& text) const;
+
+    modem_link_t& link_;
+    const announcements_t& announcements_;
+    const registration_watch_t& registration_;
+    const base::wall_clock_t clock_;  // the journal outlives a process
+    journal_t journal_;
+    handover_t handover_;
+    std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
+    std::string selected_;
+    std::set<location_t> undeleted_;  // which the modem refused to delete
+    bool refused_text_told_ = false;
+    uint64_t next_listing_ = 0;
+};
+
+}  // namespace radio

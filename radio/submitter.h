@@ -1,0 +1,50 @@
+/// Outgoing messages: AT+CMGS, 3GPP TS 27.005 4.3, with the link kept between those that follow one another (3.5.6),
+/// and each datagram whose result stayed away told from the others. Used on the modem's thread.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "radio/callbacks.h"
+#include "radio/open_submissions.h"
+#include "radio/registration_watch.h"
+#include "radio/ril_message.h"
+#include "radio/setup_inquiry.h"
+
+namespace radio {
+
+class submitter_t {
+  public:
+    /// All outlive the object.
+    submitter_t(modem_link_t& link, callbacks_t& callbacks, const registration_watch_t& registration)
+        : link_(link), callbacks_(callbacks), registration_(registration) {}
+
+    /// What was known of a modem that is set up anew; not the datagrams that nobody knows of.
+    void forget();
+    [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
+
+    /// Sends a message, and has the session told what became of it. `more_follow`: the next one is about to come.
+    void submit(const session_pointer_t& session, HRESULT request, const submission_t& submission, bool more_follow);
+    /// +CMGS that came too late for its own submission.
+    void take_late_result(const std::string& line);
+
+  private:
+    [[nodiscard]] DWORD what_hinders(const submission_t& submission);
+    reply_t run(const open_submission_t& open, bool more_follow);
+    void keep_or_close(open_submission_t& open, const reply_t& reply);
+    void tell_refusal(const open_submission_t& open, const reply_t& reply);
+    void keep_link(bool more_follow);
+
+    modem_link_t& link_;
+    callbacks_t& callbacks_;
+    const registration_watch_t& registration_;
+    open_submissions_t open_;
+    std::set<std::pair<final_result_t::kind_t, int>> told_refusals_;
+    int link_keeping_ = 0;  // what to set +CMMS to; 0 when it cannot be
+    bool link_kept_ = false;
+    uint64_t link_kept_until_ = 0;  // tick64
+};
+
+}  // namespace radio
