@@ -15,7 +15,7 @@ namespace {
 
 // Read already: an OK alone, or +CMS ERROR: 321, invalid memory index.
 bool is_empty_place(const reply_t& reply) {
-    constexpr final_result_t invalid_index = {final_result_t::kind_t::cms_error, 321};
+    const final_result_t invalid_index = {final_result_t::kind_t::cms_error, 321};
     return reply.ok() ? reply.lines.empty() : reply.result == invalid_index;
 }
 

@@ -1,5 +1,5 @@
-/// Final result codes: 3GPP TS 27.007 5.6 and 9.2, 3GPP TS 27.005 3.2.5, in numbers and in words, and what each means
-/// for a person. Pure functions.
+/// Final result codes as a modem sends them, V.250 5.7.1 and air/result_codes.h, in numbers and in words, and what a
+/// person can do about each. Pure functions.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,8 @@ namespace radio {
 struct final_result_t {
     enum class kind_t { ok, error, cms_error, cme_error };
     kind_t kind = kind_t::ok;
-    int code = 0;  // of cms_error and cme_error
+    int code = 0;         // of cms_error and cme_error; of words that no standard has it is "unknown"
+    std::string words{};  // those, as the modem sent them
 
     bool operator==(const final_result_t&) const = default;
 };
@@ -19,16 +20,7 @@ std::optional<final_result_t> final_result(std::string_view line);
 /// The same from a modem that answers in digits (V.250 6.2.6): "0" and "4".
 std::optional<final_result_t> numeric_result(std::string_view line);
 
-/// When a request that ended so may succeed.
-enum class retry_t { now, later, after_network, never };
-
-struct meaning_t {
-    std::string_view text;
-    retry_t retry = retry_t::later;
-    std::string_view advice;  // what a person can do; empty for nothing but wait
-};
-meaning_t meaning_of(const final_result_t& result);
-/// "SIM busy (+CME ERROR: 14)", with the advice behind it, where there is one.
+/// For a person: "SIM busy (+CME ERROR: 14)", with advice behind it, where there is some; or the modem's own words.
 std::string described(const final_result_t& result);
 
 /// The SIM, or the modem's own start, is not finished yet: the same command succeeds a little later.

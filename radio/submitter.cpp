@@ -129,13 +129,13 @@ reply_t submitter_t::run(const open_submission_t& open, bool more_follow) {
     return reply;
 }
 
-// Once a code, until a datagram gets through: the driver hands a refused one in again.
+// Once a reason, until a datagram gets through: the driver hands a refused one in again.
 void submitter_t::tell_refusal(const open_submission_t& open, const reply_t& reply) {
     if (open.unknown && is_unexplained(reply)) {
         warn("a repetition was refused without a reason; it goes out anew, and may arrive twice");
     } else if (reply.outcome == reply_t::outcome_t::error) {
-        if (told_refusals_.insert({reply.result.kind, reply.result.code}).second) {
-            warn("a datagram was refused, " + described(reply.result));
+        if (const std::string reason = described(reply.result); told_refusals_.insert(reason).second) {
+            warn("a datagram was refused, " + reason);
         }
     } else if (is_open(reply) && !link_.ending()) {
         warn("nobody knows whether a datagram was sent; a repetition will bear the same reference");

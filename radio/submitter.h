@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <set>
 #include <string>
-#include <utility>
 
 #include "radio/callbacks.h"
 #include "radio/open_submissions.h"
@@ -41,7 +40,7 @@ class submitter_t {
     callbacks_t& callbacks_;
     const registration_watch_t& registration_;
     open_submissions_t open_;
-    std::set<std::pair<final_result_t::kind_t, int>> told_refusals_;
+    std::set<std::string> told_refusals_;
     int link_keeping_ = 0;  // what to set +CMMS to; 0 when it cannot be
     bool link_kept_ = false;
     uint64_t link_kept_until_ = 0;  // tick64

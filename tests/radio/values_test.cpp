@@ -14,10 +14,14 @@ TEST(values, final_results) {
         {"+CMS ERROR:38", {{kind_t::cms_error, 38}}},  // no blank
         {"+CMS ERROR: SIM busy", {{kind_t::cms_error, 314}}},
         {"+CMS ERROR: (U)SIM PIN required", {{kind_t::cms_error, 311}}},
-        {"+CMS ERROR: something else", {{kind_t::cms_error, 500}}},
-        {"+CMS ERROR: -1", {{kind_t::cms_error, 500}}},
+        {"+CMS ERROR: sm rejected - duplicate sm", {{kind_t::cms_error, 197}}},
+        {"+CMS ERROR: PH-USIM PIN REQUIRED", {{kind_t::cms_error, 312}}},
+        {"+CMS ERROR: Out of credit\x9B", {{kind_t::cms_error, 500, "Out of credit\x9B"}}},  // of no standard
+        {"+CMS ERROR: -1", {{kind_t::cms_error, 500, "-1"}}},
+        {"+CMS ERROR: ", {{kind_t::cms_error, 500}}},
         {"+CME ERROR: 14", {{kind_t::cme_error, 14}}},
         {"+CME ERROR: SIM busy", {{kind_t::cme_error, 14}}},
+        {"+CME ERROR: Congestion", {{kind_t::cme_error, 100, "Congestion"}}},  // not of this family
         {"+CMS ERROR: Please wait, init or command", {{kind_t::cms_error, 515}}},
         {"COMMAND NOT SUPPORT", {{kind_t::error, 0}}},
         {"OKAY", std::nullopt},
@@ -25,6 +29,20 @@ TEST(values, final_results) {
     };
     for (const auto& [line, result] : rows) {
         EXPECT_EQ(final_result(line), result) << line;
+    }
+}
+
+TEST(values, final_results_for_people) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"+CMS ERROR: 38", "Network out of order (+CMS ERROR: 38)"},
+        {"+CME ERROR: SIM failure",
+         "SIM failure (+CME ERROR: 13): check that a SIM is in the modem, the right way round"},
+        {"+CMS ERROR: 513", "unknown to the standard (+CMS ERROR: 513): the modem's manual has the code"},
+        {"+CMS ERROR: Out of credit\x9B", "Out of credit\\x9B (+CMS ERROR: unknown)"},
+        {"ERROR", "refused without a reason"},
+    };
+    for (const auto& [line, text] : rows) {
+        EXPECT_EQ(described(*final_result(line)), text);
     }
 }
 
