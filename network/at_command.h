@@ -19,6 +19,9 @@ struct at_command_t {
 /// Takes the next command off the front of a command line (without "AT" and its end). None when the line is malformed.
 std::optional<at_command_t> next_command(std::string_view& line);
 
+/// The highest value of a parameter whose range the command itself checks.
+inline constexpr unsigned any_number = 65'535;
+
 /// Parameters separated by commas; numbers are decimal digits, texts stand in quotes.
 class at_parameters_t {
   public:

@@ -78,8 +78,7 @@ bool set_storage(phone_t* phone, std::string_view value) {
     constexpr uint64_t most = 1000;
     const auto places = number(value, most);
     if (places && phone != nullptr) {
-        phone->modem().messages().set_places("ME", *places);
-        phone->modem().messages().set_places("SM", *places);
+        phone->modem().messages().memories().set_places(*places);
     }
     return places.has_value();
 }
@@ -205,7 +204,7 @@ bool clear(phone_t* phone, std::string_view value) {
     }
     modem_t& modem = phone->modem();
     modem.faults() = {};
-    modem.messages().set_default_places();
+    modem.messages().memories().set_default_places();
     modem.sim() = {};
     modem.set_coverage({.technology = modem.own_technology()});
     return come_back(phone, value);

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "base/clock.h"
-#include "base/hex.h"
+#include "network/message_pdu.h"
 
 namespace network {
 
@@ -30,14 +30,14 @@ struct message_service_t::command_t {
 // +CMGD's list depends on the memory: the command itself answers.
 const message_service_t::command_t message_service_t::commands[] = {
     {"+CSMS", "", &message_service_t::csms, &capabilities_t::service},
-    {"+CPMS", "", &message_service_t::cpms, &capabilities_t::memories},
+    {"+CPMS", "", &message_service_t::of_memories<&message_memories_t::cpms>, &capabilities_t::memories},
     {"+CMGF", "(0)", &message_service_t::cmgf},
     {"+CSCA", "", &message_service_t::csca},
     {"+CNMI", "", &message_service_t::cnmi, &capabilities_t::indications},
     {"+CMMS", "", &message_service_t::cmms, &capabilities_t::more_messages},
-    {"+CMGL", "(0-4)", &message_service_t::cmgl},
-    {"+CMGR", "", &message_service_t::cmgr},
-    {"+CMGD", "", &message_service_t::cmgd},
+    {"+CMGL", "(0-4)", &message_service_t::of_memories<&message_memories_t::cmgl>},
+    {"+CMGR", "", &message_service_t::of_memories<&message_memories_t::cmgr>},
+    {"+CMGD", "", &message_service_t::of_memories<&message_memories_t::cmgd>},
     {"+CMGS", "", &message_service_t::cmgs},
     {"+CMGW", "", &message_service_t::cmgw},
     {"+CNMA", "(0-2)", &message_service_t::cnma},
@@ -51,7 +51,7 @@ message_service_t::message_service_t(std::string number, service_centre_t& servi
       coverage_(coverage),
       sim_(sim),
       faults_(faults),
-      memories_{{{"ME", message_store_t(me_places)}, {"SM", message_store_t(sm_places)}}},
+      memories_(faults),
       service_centre_number_(service_centre_t::own_number) {}
 
 std::optional<at_result_t> message_service_t::execute(const at_command_t& command, at_lines_t& lines) {
@@ -84,9 +84,7 @@ void message_service_t::list_commands(at_lines_t& lines) {
 void message_service_t::reset_settings() {
     end_pending(false);
     settings_ = {};
-    if (!offers(faults_.offers->memories, 2, "\"ME\"")) {
-        settings_.memory_of.fill(memory_named("SM").value_or(0));
-    }
+    memories_.reset_settings();
 }
 
 /// Message service, 3.2.1. Service 1 makes the host acknowledge what it is handed directly.
@@ -175,24 +173,25 @@ at_result_t message_service_t::cmgs(const at_command_t& command, at_lines_t& /*l
     return at_enter_text;
 }
 
+/// Write a message to the memory, 4.4: received ones (<stat> 0 and 1) or such as are to be sent.
+at_result_t message_service_t::cmgw(const at_command_t& command, at_lines_t& /*lines*/) {
+    const at_parameters_t parameters(command.value);
+    const std::optional<unsigned> length = parameters.number(0, 255);
+    const std::optional<unsigned> status = parameters.number_or(1, 3, 2);
+    if (command.form != at_form_t::set || !length || *length == 0 || !status) {
+        return cms_invalid_pdu_parameter;
+    }
+    entry_ = {true, *length, static_cast<message_status_t>(*status)};
+    return at_enter_text;
+}
+
 at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& lines) {
-    const std::optional<air_message_t> message = entered(text);
+    const std::optional<air_message_t> message = message_of_pdu(text, form(), entry_.length);
     if (message && entry_.for_storage) {
-        return store_text(*message, lines);
+        return memories_.write({entry_.status, *message}, lines);
     }
     const std::optional<submission_t> submission = message ? submission_of(*message) : std::nullopt;
     return submission ? submit(*message, *submission, lines) : cms_invalid_pdu_parameter;
-}
-
-/// None when the text is no PDU of the length that was announced.
-std::optional<air_message_t> message_service_t::entered(std::string_view text) const {
-    std::optional<air::octets_t> octets = base::from_hex(text);
-    if (octets && form() == air_form_t::gsm_tpdu) {
-        std::optional<air::pdu_t> pdu = air::decode_pdu(*octets);
-        octets = pdu ? std::optional(std::move(pdu->tpdu)) : std::nullopt;
-    }
-    const bool whole = octets && octets->size() == entry_.length;
-    return whole ? std::optional(air_message_t{form(), std::move(*octets)}) : std::nullopt;
 }
 
 /// A message reference that the host has given is kept; 0 stands for the modem's own count. A CDMA message has an
@@ -259,13 +258,13 @@ receiver_t::taken_t message_service_t::receive(const air_message_t& message) {
 }
 
 receiver_t::taken_t message_service_t::store_delivery(const air_message_t& message, bool announce) {
-    const std::optional<size_t> place = store(2).put({message_status_t::unread, message});
+    const auto place = memories_.store_received(message);
     if (!place) {
         return taken_t::not_now;
     }
     if (announce && !faults_.unannounced) {
-        dialogue_.unsolicited(fmt::format("+CMTI: \"{}\",{}", memories_[settings_.memory_of[2]].name,
-                                          faults_.wrong_index ? "-1" : std::to_string(*place)));
+        dialogue_.unsolicited(
+            fmt::format("+CMTI: \"{}\",{}", place->memory, faults_.wrong_index ? "-1" : std::to_string(place->index)));
     }
     return taken_t::acknowledged;
 }
@@ -301,16 +300,6 @@ void message_service_t::end_pending(bool accepted) {
         settings_.indications[route] = 0;
     }
     service_centre_.acknowledge(number_, accepted);
-}
-
-/// A service centre address stands before a TPDU only.
-std::string message_service_t::pdu_text(const air_message_t& message) {
-    if (message.form == air_form_t::cdma_point_to_point) {
-        return base::to_hex(message.octets);
-    }
-    const auto centre = air::address_from_number(service_centre_t::own_number);
-    const auto pdu = air::encode_pdu({centre.value_or(air::address_t{}), message.octets});
-    return base::to_hex(pdu.value_or(air::octets_t{}));
 }
 
 }  // namespace network

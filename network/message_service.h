@@ -1,6 +1,6 @@
 /// The message service of a modem, 3GPP TS 27.005 in PDU mode; on CDMA a PDU is a whole point-to-point message. Its
-/// message memories, submission, and the three ways of reception (stored silently, stored and indicated, handed to the
-/// host directly). Not thread-safe.
+/// settings, submission, and the three ways of reception (stored silently, stored and indicated, handed to the host
+/// directly). Not thread-safe.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 #include "network/at_server.h"
 #include "network/faults.h"
-#include "network/message_store.h"
+#include "network/message_memories.h"
 #include "network/service_centre.h"
 #include "network/sim.h"
 
@@ -40,26 +40,14 @@ class message_service_t : public receiver_t {
     /// To be called at or after the deadline.
     void pass_deadline();
 
-    /// Places of a message memory; what is stored beyond them is lost. False when there is no such memory.
-    bool set_places(std::string_view memory, size_t places);
-    void set_default_places();
+    message_memories_t& memories() { return memories_; }
 
   private:
-    static constexpr size_t me_places = 100;
-    static constexpr size_t sm_places = 20;
-    /// Highest number of a parameter whose range the command itself checks.
-    static constexpr unsigned any_number = 65'535;
-
-    struct memory_t {
-        std::string_view name;
-        message_store_t store;
-    };
     struct command_t;
     static const command_t commands[];
 
     struct settings_t {
         unsigned service = 0;                   // +CSMS
-        std::array<size_t, 3> memory_of{};      // +CPMS: indices into memories_
         std::array<unsigned, 5> indications{};  // +CNMI: <mode>, <mt>, <bm>, <ds>, <bfr>
         unsigned more_messages = 0;             // +CMMS
     };
@@ -70,32 +58,26 @@ class message_service_t : public receiver_t {
         message_status_t status = message_status_t::unsent;
     };
 
-    // message_service.cpp, and message_storage.cpp: what is about the memories
     at_result_t csms(const at_command_t& command, at_lines_t& lines);
-    at_result_t cpms(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgf(const at_command_t& command, at_lines_t& lines);
     at_result_t csca(const at_command_t& command, at_lines_t& lines);
     at_result_t cnmi(const at_command_t& command, at_lines_t& lines);
     at_result_t cmms(const at_command_t& command, at_lines_t& lines);
-    at_result_t cmgl(const at_command_t& command, at_lines_t& lines);
-    at_result_t cmgr(const at_command_t& command, at_lines_t& lines);
-    at_result_t cmgd(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgs(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgw(const at_command_t& command, at_lines_t& lines);
     at_result_t cnma(const at_command_t& command, at_lines_t& lines);
+    // A command that is about the memories alone.
+    template <auto run>
+    at_result_t of_memories(const at_command_t& command, at_lines_t& lines) {
+        return (memories_.*run)(command, lines);
+    }
 
-    message_store_t& store(size_t use) { return memories_[settings_.memory_of[use]].store; }
-    std::optional<size_t> memory_named(std::string_view name) const;
-    static void show(stored_message_t& message, const std::string& begin, at_lines_t& lines);
-    std::optional<air_message_t> entered(std::string_view text) const;
     at_result_t submit(air_message_t message, submission_t submission, at_lines_t& lines);
-    at_result_t store_text(const air_message_t& message, at_lines_t& lines);
     taken_t receive(const air_message_t& message);
     taken_t store_delivery(const air_message_t& message, bool announce);
     taken_t deliver_directly(const air_message_t& message);
     void hand_over(const air_message_t& message);
     void end_pending(bool accepted);
-    static std::string pdu_text(const air_message_t& message);
 
     const std::string number_;
     service_centre_t& service_centre_;
@@ -103,7 +85,7 @@ class message_service_t : public receiver_t {
     const coverage_t& coverage_;
     const sim_t& sim_;
     faults_t& faults_;
-    std::array<memory_t, 2> memories_;
+    message_memories_t memories_;
     settings_t settings_;
     std::string service_centre_number_;  // +CSCA; kept over a power cycle, as on a SIM
     entry_t entry_;

@@ -19,11 +19,11 @@ struct stored_message_t {
     air_message_t message;
 };
 
-class message_store_t {
+class message_places_t {
   public:
-    explicit message_store_t(size_t places) : places_(places) {}
+    explicit message_places_t(size_t count) : places_(count) {}
 
-    size_t places() const { return places_.size(); }
+    size_t count() const { return places_.size(); }
     size_t used() const {
         return static_cast<size_t>(
             std::count_if(places_.begin(), places_.end(), [](const auto& place) { return place.has_value(); }));
@@ -41,7 +41,8 @@ class message_store_t {
     stored_message_t* at(size_t index) { return exists(index) && places_[index - 1] ? &*places_[index - 1] : nullptr; }
     bool exists(size_t index) const { return index >= 1 && index <= places_.size(); }
     void erase(size_t index) { places_[index - 1].reset(); }
-    void set_places(size_t count) { places_.resize(count); }
+    /// What is stored beyond them is lost.
+    void set_count(size_t count) { places_.resize(count); }
 
   private:
     std::vector<std::optional<stored_message_t>> places_;
