@@ -11,12 +11,8 @@ namespace network {
 
 task_queue_t::task_queue_t() : event_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
-task_queue_t::~task_queue_t() {
-    ::close(event_);
-}
-
 void task_queue_t::wake() const {
-    eventfd_write(event_, 1);
+    eventfd_write(fd(), 1);
 }
 
 void task_queue_t::run(const std::function<void()>& task) {
@@ -29,7 +25,7 @@ void task_queue_t::run(const std::function<void()>& task) {
 
 void task_queue_t::do_all() {
     eventfd_t count = 0;
-    eventfd_read(event_, &count);
+    eventfd_read(fd(), &count);
     const std::lock_guard lock(mutex_);
     for (waiting_task_t* waiting : waiting_) {
         (*waiting->task)();
@@ -41,21 +37,15 @@ void task_queue_t::do_all() {
 
 tty_watch_t::tty_watch_t() : watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
-tty_watch_t::~tty_watch_t() {
-    if (watch_ >= 0) {
-        ::close(watch_);
-    }
-}
-
 int tty_watch_t::add(const std::string& tty) const {
-    return inotify_add_watch(watch_, tty.c_str(), IN_CLOSE);
+    return inotify_add_watch(fd(), tty.c_str(), IN_CLOSE);
 }
 
 std::vector<int> tty_watch_t::closed() const {
     std::vector<int> ids;
     std::array<char, 4096> octets;
     ssize_t count = 0;
-    while ((count = ::read(watch_, octets.data(), octets.size())) > 0) {
+    while ((count = ::read(fd(), octets.data(), octets.size())) > 0) {
         for (size_t at = 0; at < static_cast<size_t>(count);) {
             inotify_event event{};
             std::memcpy(&event, octets.data() + at, sizeof event);

@@ -8,15 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "base/descriptor.h"
+
 namespace network {
 
 /// Work that other threads have done on the network's thread, to which all modems belong.
 class task_queue_t {
   public:
     task_queue_t();
-    ~task_queue_t();
-    task_queue_t(const task_queue_t&) = delete;
-    task_queue_t& operator=(const task_queue_t&) = delete;
 
     /// Any thread but the network's: returns when the task has been done.
     void run(const std::function<void()>& task);
@@ -24,7 +23,7 @@ class task_queue_t {
     void wake() const;
 
     /// The network's thread: readable when there is work.
-    int fd() const { return event_; }
+    int fd() const { return event_.get(); }
     void do_all();
 
   private:
@@ -33,7 +32,7 @@ class task_queue_t {
         bool done = false;
     };
 
-    const int event_;
+    const base::descriptor_t event_;
     std::mutex mutex_;
     std::condition_variable done_;
     std::vector<waiting_task_t*> waiting_;  // guarded by mutex_; each lives on its run's stack
@@ -44,18 +43,15 @@ class task_queue_t {
 class tty_watch_t {
   public:
     tty_watch_t();
-    ~tty_watch_t();
-    tty_watch_t(const tty_watch_t&) = delete;
-    tty_watch_t& operator=(const tty_watch_t&) = delete;
 
-    int fd() const { return watch_; }
+    int fd() const { return watch_.get(); }
     /// An id for the tty, or -1. The watch ends with the tty.
     int add(const std::string& tty) const;
     /// The ids of the ttys closed since the last call.
     std::vector<int> closed() const;
 
   private:
-    const int watch_;
+    const base::descriptor_t watch_;
 };
 
 }  // namespace network

@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -50,21 +49,18 @@ network_t::~network_t() {
         thread_.join();
     }
     phones_.clear();
-    if (directory_lock_ >= 0) {
-        ::close(directory_lock_);
-    }
 }
 
 /// A lock on the directory itself: a killed network leaves nothing to clean up.
 bool network_t::take_directory(std::string* error) {
     std::error_code failure;
     fs::create_directories(directory_, failure);
-    directory_lock_ = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory_lock_ < 0) {
+    directory_lock_ = base::descriptor_t(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory_lock_) {
         *error = fmt::format("cannot use the directory {}: {}", directory_.string(), base::errno_text(errno));
         return false;
     }
-    if (flock(directory_lock_, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(directory_lock_.get(), LOCK_EX | LOCK_NB) != 0) {
         *error = errno == EWOULDBLOCK
                      ? fmt::format("another network runs in {}", directory_.string())
                      : fmt::format("cannot lock the directory {}: {}", directory_.string(), base::errno_text(errno));

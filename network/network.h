@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "network/event_loop.h"
 #include "network/service_centre.h"
 
@@ -70,7 +71,7 @@ class network_t {
     void publish_statistics();
 
     const std::filesystem::path directory_;
-    int directory_lock_ = -1;
+    base::descriptor_t directory_lock_;
 
     // Of the network's thread, once it runs.
     service_centre_t service_centre_;

@@ -27,47 +27,39 @@ void make_raw(int tty) {
 
 std::unique_ptr<pty_t> pty_t::open(std::string* error) {
     std::array<char, 64> name{};
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    int slave = -1;
-    if (master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0 &&
-        ptsname_r(master, name.data(), name.size()) == 0) {
-        slave = ::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    base::descriptor_t master(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    base::descriptor_t slave;
+    if (master && grantpt(master.get()) == 0 && unlockpt(master.get()) == 0 &&
+        ptsname_r(master.get(), name.data(), name.size()) == 0) {
+        slave = base::descriptor_t(::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     }
-    if (slave < 0) {
+    if (!slave) {
         *error = "cannot make a pseudo-terminal: " + base::errno_text(errno);
-        if (master >= 0) {
-            ::close(master);
-        }
         return nullptr;
     }
-    make_raw(slave);
-    return std::unique_ptr<pty_t>(new pty_t(master, slave, name.data()));
-}
-
-pty_t::~pty_t() {
-    ::close(slave_);
-    ::close(master_);
+    make_raw(slave.get());
+    return std::unique_ptr<pty_t>(new pty_t(std::move(master), std::move(slave), name.data()));
 }
 
 void pty_t::read(std::string& into) const {
     std::array<char, 4096> octets;
-    const ssize_t count = ::read(master_, octets.data(), octets.size());
+    const ssize_t count = ::read(master_.get(), octets.data(), octets.size());
     if (count > 0) {
         into.append(octets.data(), static_cast<size_t>(count));
     }
 }
 
 void pty_t::write(std::string& from) const {
-    const ssize_t count = from.empty() ? 0 : ::write(master_, from.data(), from.size());
+    const ssize_t count = from.empty() ? 0 : ::write(master_.get(), from.data(), from.size());
     if (count > 0) {
         from.erase(0, static_cast<size_t>(count));
     }
 }
 
 void pty_t::forget_host() const {
-    ioctl(slave_, TIOCNXCL);
-    make_raw(slave_);
-    tcflush(slave_, TCIFLUSH);
+    ioctl(slave_.get(), TIOCNXCL);
+    make_raw(slave_.get());
+    tcflush(slave_.get(), TCIFLUSH);
 }
 
 }  // namespace network

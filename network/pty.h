@@ -1,9 +1,12 @@
 /// A pseudo-terminal as a modem has it: it stays while no host has it open, and a host that closes it, or dies, leaves
-/// nothing behind for the next one. Not thread-safe.
+/// nothing behind for the next one. When it ends, a host that still has it open sees it hung up. Not thread-safe.
 #pragma once
 
 #include <memory>
 #include <string>
+#include <utility>
+
+#include "base/descriptor.h"
 
 namespace network {
 
@@ -11,13 +14,9 @@ class pty_t {
   public:
     /// Null, with the reason in `error`, when the system has no more of them.
     static std::unique_ptr<pty_t> open(std::string* error);
-    /// A host that still has the tty open sees it hung up.
-    ~pty_t();
-    pty_t(const pty_t&) = delete;
-    pty_t& operator=(const pty_t&) = delete;
 
     /// The modem's end, not blocking.
-    int fd() const { return master_; }
+    int fd() const { return master_.get(); }
     /// The tty for the host.
     const std::string& name() const { return name_; }
 
@@ -30,10 +29,11 @@ class pty_t {
     void forget_host() const;
 
   private:
-    pty_t(int master, int slave, std::string name) : master_(master), slave_(slave), name_(std::move(name)) {}
+    pty_t(base::descriptor_t master, base::descriptor_t slave, std::string name)
+        : master_(std::move(master)), slave_(std::move(slave)), name_(std::move(name)) {}
 
-    const int master_;
-    const int slave_;  // held open: without it the last host's close would hang the modem's end up
+    const base::descriptor_t master_;
+    const base::descriptor_t slave_;  // held open: without it the last host's close would hang the modem's end up
     const std::string name_;
 };
 

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <utility>
 
 #include "base/text.h"
 
@@ -60,15 +59,9 @@ air::octets_t exported_pdu(std::string_view dissector, trace_direction_t directi
 
 }  // namespace
 
-trace_t::~trace_t() {
-    if (file_ >= 0) {
-        ::close(file_);
-    }
-}
-
 std::string trace_t::open(const std::filesystem::path& file) {
-    file_ = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (file_ < 0) {
+    file_ = base::descriptor_t(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!file_) {
         return fmt::format("cannot write the trace {}: {}", file.native(), base::errno_text(errno));
     }
     air::octets_t header;
@@ -79,11 +72,11 @@ std::string trace_t::open(const std::filesystem::path& file) {
     append_low_first(header, longest_record);
     append_low_first(header, upper_pdu);
     write(header);
-    return file_ >= 0 ? "" : fmt::format("cannot write the trace {}", file.native());
+    return file_ ? "" : fmt::format("cannot write the trace {}", file.native());
 }
 
 void trace_t::write(const air_message_t& message, trace_direction_t direction) {
-    if (file_ < 0) {
+    if (!file_) {
         return;
     }
     const air::octets_t pdu =
@@ -101,8 +94,8 @@ void trace_t::write(const air_message_t& message, trace_direction_t direction) {
 }
 
 void trace_t::write(const air::octets_t& octets) {
-    if (::write(file_, octets.data(), octets.size()) != static_cast<ssize_t>(octets.size())) {
-        ::close(std::exchange(file_, -1));  // what follows a torn record could not be read
+    if (::write(file_.get(), octets.data(), octets.size()) != static_cast<ssize_t>(octets.size())) {
+        file_.close();  // what follows a torn record could not be read
     }
 }
 

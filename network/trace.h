@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "base/descriptor.h"
 #include "network/air_message.h"
 
 namespace network {
@@ -15,11 +16,6 @@ enum class trace_direction_t { to_phone = 0, from_phone = 1 };
 
 class trace_t {
   public:
-    trace_t() = default;
-    ~trace_t();
-    trace_t(const trace_t&) = delete;
-    trace_t& operator=(const trace_t&) = delete;
-
     /// Begins the file anew; once. Returns an empty text, or what failed.
     [[nodiscard]] std::string open(const std::filesystem::path& file);
     /// Each record is written at once, so that the file can be read meanwhile. Without a file, or once a write has
@@ -29,7 +25,7 @@ class trace_t {
   private:
     void write(const air::octets_t& octets);
 
-    int file_ = -1;
+    base::descriptor_t file_;
 };
 
 }  // namespace network
