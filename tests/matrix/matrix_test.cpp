@@ -9,6 +9,7 @@
 #include <set>
 
 #include "base/clock.h"
+#include "network/fault_table.h"
 #include "radio/limits.h"
 #include "tests/matrix/phone.h"
 #include "tests/network/host.h"
@@ -41,13 +42,14 @@ const row_t rows[] = {
     {"refused_without_codes", {"errors=plain"}, {"refuse=38x2"}, {}, "ERROR"},
     {"refused_in_words", {"errors=verbose"}, {"refuse=42x2"}, {}, "42"},
     {"result_lost", {}, {"lose-results=1"}, {}, "nobody knows whether"},
+    {"result_lost_in_words", {"errors=verbose"}, {"lose-results=1"}, {}, "nobody knows whether"},
     {"result_late", {}, {"late-results=700"}, {}, ""},
     {"result_too_late", {}, {"late-results=15000"}, {"late-results=0"}, "nobody knows whether"},
     {"everything_twice", {"duplicate"}, {}, {}, "came again"},
     {"reversed", {}, {"reorder={}"}, {}, ""},
     {"delayed", {"delay=3000"}, {}, {}, ""},
     {"no_network", {}, {"registration=searching"}, {"registration=home"}, "System type: GSM: no"},
-    {"denied", {}, {"registration=denied"}, {"registration=home"}, "System type: GSM: no"},
+    {"denied", {}, {"registration=denied"}, {"clear"}, "System type: GSM: no"},
     {"roaming", {"registration=roaming"}, {}, {}, ""},
     {"umts", {"technology=umts"}, {}, {}, ""},
     {"lte", {"technology=lte"}, {}, {}, ""},
@@ -273,6 +275,20 @@ TEST_P(matrix, a_card_arrives_once) {
         ASSERT_TRUE(came) << testing::PrintToString(phone_.stored());
     }
     EXPECT_THAT(phone_.stored(), testing::UnorderedElementsAreArray(received)) << "in the end";
+}
+
+TEST(matrix_rows, have_every_fault) {
+    std::set<std::string, std::less<>> ordered;
+    for (const row_t& row : rows) {
+        for (const auto* orders : {&row.start, &row.before, &row.after}) {
+            for (const std::string& order : *orders) {
+                ordered.insert(order.substr(0, order.find('=')));
+            }
+        }
+    }
+    for (const network::fault_t& fault : network::fault_table()) {
+        EXPECT_TRUE(ordered.contains(fault.name)) << fault.name;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(modem, matrix, testing::ValuesIn(rows), [](const auto& row) { return row.param.name; });
