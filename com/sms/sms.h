@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "com/miscio/octets.h"
 #include "com/sms/sms_udh.h"
 
 /// The sizes of the datagrams that a card is cut into: one of up to 133 octets, or several of up to 128 (8-bit

@@ -6,12 +6,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
-/// Octets of a header, of an element, of user data.
-using octet_string_t = std::string;
-using octet_view_t = std::string_view;
+#include "com/miscio/octets.h"
 
 /// Information element identifiers, 3GPP TS 23.040 9.2.3.24.
 enum udh_ie_type_t : uint32_t {

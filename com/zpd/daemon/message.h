@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "com/miscio/octets.h"
 #include "com/miscio/text.h"
-#include "com/sms/sms_udh.h"
 #include "com/zpd/zpd_ioctl.h"
 
 class abstract_state_t;
