@@ -40,11 +40,15 @@ enum flags_t : uint32_t {
     flag_function = 0x8,
     flag_thread_number = 0x10,
     flag_thread = 0x20,
-    flags_monotonic = 0x3C0,
+    flag_monotonic = 0x40,
+    flag_monotonic_milliseconds = 0x80,
+    flag_monotonic_microseconds = 0x100,
+    flag_monotonic_nanoseconds = 0x200,
     flag_date = 0x400,
     flag_time = 0x800,
     flag_time_milliseconds = 0x1000,
     flag_time_microseconds = 0x2000,
+    flags_reserved = 0x84000,  // in the default set, without effect
     flag_process_name = 0x8000,
     flag_time_zone = 0x10000,
     flag_gmt_offset = 0x20000,
@@ -53,7 +57,19 @@ enum flags_t : uint32_t {
     flag_file_keep_backlog = 0x200000,
     flag_file_wait_for_permission = 0x800000,
 };
-inline constexpr uint32_t default_flags = 0x000FCC7F;
+
+/// Groups of a line.
+inline constexpr uint32_t flags_monotonic =
+    flag_monotonic | flag_monotonic_milliseconds | flag_monotonic_microseconds | flag_monotonic_nanoseconds;
+inline constexpr uint32_t flags_zone = flag_time_zone | flag_gmt_offset;
+inline constexpr uint32_t flags_time = flag_time | flag_time_milliseconds | flag_time_microseconds;
+inline constexpr uint32_t flags_first_group = flags_monotonic | flags_zone | flag_date | flags_time | flag_process_name;
+static_assert(flags_first_group == 0x3BFC0);
+
+inline constexpr uint32_t default_flags = flag_header_line | flag_message | flag_location | flag_function |
+                                          flag_thread_number | flag_thread | flag_monotonic | flag_date | flag_time |
+                                          flag_process_name | flags_zone | flag_level | flags_reserved;
+static_assert(default_flags == 0x000FCC7F);
 
 /// The logging switch. Every call site tests it before it does anything else.
 extern std::atomic<bool> logging_enabled;
@@ -128,7 +144,10 @@ class abstract_log_t {
 /// The debug-output sink. In this build it deliberately writes nothing.
 class log_retail final : public abstract_log_t {
   public:
-    static constexpr uint32_t retail_flags = default_flags & 0xFFFC7C2E;
+    static constexpr uint32_t retail_flags =
+        default_flags &
+        ~uint32_t{flag_header_line | flag_thread_number | flags_monotonic | flag_process_name | flags_zone};
+    static_assert(retail_flags == 0x000C4C2E);
     explicit log_retail(object_t& object);
     ~log_retail() override;
     log_retail(const log_retail&) = delete;

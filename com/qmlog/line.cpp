@@ -65,13 +65,13 @@ struct line_t {
 };
 
 std::string monotonic_text(uint32_t flags) {
+    constexpr uint32_t milliseconds = flag_monotonic | flag_monotonic_milliseconds;
+    constexpr uint32_t microseconds = milliseconds | flag_monotonic_microseconds;
     // The platform has no monotonic clock: the text stands for it, and its fractions are empty.
-    std::string result = "monotonic=n/a";
     const uint32_t precision = flags & flags_monotonic;
-    if (precision == 0xC0 || precision == 0x1C0 || precision == 0x3C0) {
-        result += text(".%s", "");
-    }
-    return result;
+    const bool has_fraction = precision == milliseconds || precision == microseconds ||
+                              precision == (microseconds | flag_monotonic_nanoseconds);
+    return has_fraction ? "monotonic=n/a." : "monotonic=n/a";
 }
 
 std::string zone_text(uint32_t flags) {
@@ -80,55 +80,47 @@ std::string zone_text(uint32_t flags) {
         result += "TZ=n/a";
     }
     if ((flags & flag_gmt_offset) != 0) {
-        result += text("%sGMT%s", (flags & flag_time_zone) != 0 ? "," : "", "");
+        result += (flags & flag_time_zone) != 0 ? ",GMT" : "GMT";  // the offset's text is empty
     }
     return result + ")";
 }
 
 std::string time_text(uint32_t flags, record_t& record) {
     constexpr uint32_t milliseconds = flag_time | flag_time_milliseconds;
-    constexpr uint32_t microseconds = milliseconds | flag_time_microseconds;
     std::string result = record.time();
-    if ((flags & microseconds) == microseconds) {
+    if ((flags & flags_time) == flags_time) {
         result += "." + record.microseconds();
-    } else if ((flags & microseconds) == milliseconds) {
+    } else if ((flags & flags_time) == milliseconds) {
         result += "." + record.milliseconds();
     }
     return result;
 }
 
 void append_groups(line_t& line, uint32_t flags, record_t& record) {
-    if ((flags & 0x3BFC0) != 0) {
+    if ((flags & flags_first_group) != 0) {
         line.text += "[";
         if ((flags & flags_monotonic) != 0) {
             line.element(monotonic_text(flags));
         }
-        if ((flags & (flag_time_zone | flag_gmt_offset)) != 0) {
+        if ((flags & flags_zone) != 0) {
             line.element(zone_text(flags));
         }
         if ((flags & flag_date) != 0) {
             line.element(record.date());
         }
-        if ((flags & (flag_time | flag_time_milliseconds | flag_time_microseconds)) != 0) {
+        if ((flags & flags_time) != 0) {
             line.element(time_text(flags, record));
         }
         if ((flags & flag_process_name) != 0) {
-            line.text += text("%s'%s'", line.separator, record.process_name().c_str());
-            line.separator = " ";
+            line.element("'" + record.process_name() + "'");
         }
         line.text += "]";
     }
     if ((flags & (flag_thread | flag_thread_number)) != 0) {
         const uint32_t thread = GetCurrentThreadId();
-        line.text += text("%s[", line.separator);
-        line.separator = " ";
-        if ((flags & flag_thread) != 0) {
-            line.text += text("0x%X", thread);
-        }
-        if ((flags & flag_thread_number) != 0) {
-            line.text += text(",0x%X", thread);
-        }
-        line.text += "]";
+        const std::string name = (flags & flag_thread) != 0 ? text("0x%X", thread) : "";
+        const std::string number = (flags & flag_thread_number) != 0 ? text(",0x%X", thread) : "";
+        line.element("[" + name + number + "]");
     }
 }
 
@@ -221,12 +213,10 @@ void abstract_log_t::log(record_t& record) {
         }
     }
     if (with_location) {
-        line.text += text("%sat %s:%d", line.separator, file_name(place.file), place.line);
-        line.separator = " ";
+        line.element(text("at %s:%d", file_name(place.file), place.line));
     }
     if (with_function) {
-        line.text += text("%sin %s", line.separator, place.function);
-        line.separator = " ";
+        line.element(std::string("in ") + place.function);
     }
     if (with_message && with_place) {
         line.text += ":";
