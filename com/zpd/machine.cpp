@@ -3,9 +3,9 @@
 #include <cstdio>
 
 #include "com/miscio/text.h"
-#include "com/zpd/daemon/daemon.h"
+#include "com/zpd/daemon/message.h"
 
-machine_t::machine_t(daemon_t* owner)
+machine_t::machine_t(machine_owner_t* owner)
     : daemon(owner),
       state_queued(std::make_unique<state_queued_t>(this)),
       state_dispatcher(std::make_unique<state_dispatcher_t>(this)),

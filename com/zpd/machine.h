@@ -10,11 +10,25 @@
 #include "com/qmlog/api2.h"
 #include "com/zpd/state.h"
 
-class daemon_t;
+/// What the states ask of the daemon that they belong to.
+class machine_owner_t {
+  public:
+    /// Hands a datagram to the radio: true when a request is pending, whose result comes back through
+    /// state_rilled_t::process_ril_result.
+    virtual bool request_ril(datagram_t* datagram) = 0;
+    virtual void wake_sender() = 0;
+    virtual void set_last_send_failed(bool failed) = 0;
+    /// Frees the record with this id that has no live datagram left.
+    virtual void delete_message(uint32_t id) = 0;
+
+  protected:
+    ~machine_owner_t() = default;
+};
 
 class machine_t {
   public:
-    explicit machine_t(daemon_t* owner);
+    /// `owner` outlives every call but the destructor.
+    explicit machine_t(machine_owner_t* owner);
     ~machine_t();
     machine_t(const machine_t&) = delete;
     machine_t& operator=(const machine_t&) = delete;
@@ -26,7 +40,7 @@ class machine_t {
     /// Logs what QUEUED, RILLED and WAITING hold, at most 20 datagrams each; use it through ZPD_DUMP_STATES.
     void dump_states(const qmlog::place_t& place) const;
 
-    daemon_t* const daemon;
+    machine_owner_t* const daemon;
     const std::unique_ptr<state_queued_t> state_queued;
     const std::unique_ptr<state_dispatcher_t> state_dispatcher;
     const std::unique_ptr<state_rilled_t> state_rilled;
@@ -37,7 +51,7 @@ class machine_t {
     const std::unique_ptr<state_ripped_t> state_ripped;
     const std::unique_ptr<state_retry_t> state_retry;
     const std::unique_ptr<state_deferred_t> state_deferred;
-    const std::set<abstract_state_t*> states;
+    const std::set<abstract_state_t*> states;  // all of them; nobody reads it, deliberately
 };
 
 /// The dump, as coming from where this stands.

@@ -2,7 +2,7 @@
 
 #include "com/miscio/text.h"
 #include "com/qmlog/api2.h"
-#include "com/zpd/daemon/daemon.h"
+#include "com/zpd/daemon/message.h"
 #include "com/zpd/machine.h"
 
 void abstract_state_t::enter(datagram_t* datagram) {

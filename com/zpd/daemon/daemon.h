@@ -19,6 +19,7 @@
 
 #include "com/miscio/buffer-server.h"
 #include "com/miscio/mkdir.h"
+#include "com/miscio/octets.h"
 #include "com/miscio/reg.h"
 #include "com/miscio/signal.h"
 #include "com/qmlog/log_file.h"
@@ -54,7 +55,8 @@ struct sender_thread_t {
     uint32_t id = 0xFFFFFFFF;
     HANDLE handle = nullptr;
     signal_plain_t* signal = nullptr;
-    bool stop = false;  // read under the control lock
+    bool stop =
+        false;  // read under the control lock; nobody sets it, deliberately: the end of its daemon ends a sender
     // Back-off. Ticks have 64 bits: GetTickCount's 32, and what its wraps have carried.
     bool deadline_armed = false;
     uint64_t deadline = 0;
@@ -67,7 +69,7 @@ struct sender_thread_t {
     uint32_t time_left();
 };
 
-class daemon_t {
+class daemon_t final : public machine_owner_t {
   public:
     /// What ZPD_Init and ZPD_Deinit do.
     static void init();
@@ -82,13 +84,11 @@ class daemon_t {
     daemon_t(const daemon_t&) = delete;
     daemon_t& operator=(const daemon_t&) = delete;
 
-    /// For the state machine. request_ril hands a datagram to the radio: true when a request is pending, whose result
-    /// comes back through state_rilled_t::process_ril_result.
-    bool request_ril(datagram_t* datagram);
-    void wake_sender() { sender_signal->raise(); }
-    void set_last_send_failed(bool failed) { last_send_failed = failed; }
-    /// Frees the record with this id that has no live datagram left.
-    void delete_message(uint32_t id);
+    // For the state machine.
+    bool request_ril(datagram_t* datagram) override;
+    void wake_sender() override { sender_signal->raise(); }
+    void set_last_send_failed(bool failed) override { last_send_failed = failed; }
+    void delete_message(uint32_t id) override;
 
     /// The base of pending radio requests. Owned by the table of the daemon until the result has been processed.
     class abstract_ril_request_t {
@@ -121,7 +121,8 @@ class daemon_t {
     friend void foo_two(daemon_t& daemon, request_t& request);
 
     // lifecycle.cpp
-    static bool keep_running();
+    static bool is_running();
+    static void restore_logging_switch();
     void create_lock();
     void start_sender_thread();
 
@@ -184,13 +185,10 @@ class daemon_t {
     bool save_complete_message(const sms_message_t& message);
     bool check_incoming_directrory_size();
 
-    // services.cpp
+    // applications.cpp
     void activation(request_t& request);
     void application(request_t& request);
     void launch_application(request_t& request);
-
-    // The log file that a former daemon left open: the next one goes on with it, so that no line is written twice.
-    static qmlog::log_file* former_file_log;
 
     qmlog::log_file* file_log = nullptr;
     uint32_t log_enabled = 1;

@@ -11,7 +11,6 @@
 #include "com/zpd/daemon/daemon.h"
 
 daemon_t* global_daemon_object = nullptr;
-qmlog::log_file* daemon_t::former_file_log = nullptr;
 
 namespace {
 
@@ -34,6 +33,9 @@ std::unique_lock<std::shared_mutex> enter_alone() {
     turning_away = false;  // whoever comes from now on waits
     return alone;
 }
+
+/// The log file that a former daemon left open: the next one goes on with it, so that no line is written twice.
+qmlog::log_file* former_file_log = nullptr;
 
 /// What destroyed daemons left behind.
 struct remains_t {
@@ -62,23 +64,28 @@ void daemon_t::init() {
     qmlog::process_log().set_process_name("ZPD");
     QM_NOTICE("START");
     QM_DEBUG("");
-    if (!keep_running()) {
+    // A second start finds the daemon running and leaves it so: it may hold messages and the radio.
+    if (is_running()) {
+        restore_logging_switch();
+    } else {
         const std::unique_lock alone = enter_alone();
         global_daemon_object = new (std::nothrow) daemon_t;
     }
     QM_DEBUG("");
 }
 
-/// A second start finds the daemon running and leaves it so: it may hold messages and the radio. Only the logging
-/// switch, which every start turns on, goes back to what the options say.
-bool daemon_t::keep_running() {
+bool daemon_t::is_running() {
+    return static_cast<bool>(daemon_visit_t());
+}
+
+/// Every start turns the logging switch on: it goes back to what the options say.
+void daemon_t::restore_logging_switch() {
     const daemon_visit_t running;
     if (running) {
         EnterCriticalSection(running->control_lock.get());  // not by a lock_guard_t, whose lines tell of requests
         qmlog::logging_enabled = running->log_enabled != 0;
         LeaveCriticalSection(running->control_lock.get());
     }
-    return static_cast<bool>(running);
 }
 
 void daemon_t::deinit() {
@@ -101,7 +108,7 @@ daemon_t::daemon_t() : file_log(std::exchange(former_file_log, nullptr)) {
     QM_DEBUG("constructor fifth line; daemon_t *this=0x%X", identity(this));
     activation_state = std::make_unique<activation_state_t>(*settings);
     const bool is_active = activation_state->is_active();
-    QM_DEBUG("activation_state: %s", is_active ? "YES" : "NO");
+    QM_DEBUG("activation_state: %s", yes_or_no(is_active, "YES", "NO"));
     incoming_directory = incoming_directory_names;
     create_lock();
     sender_signal = std::make_unique<signal_plain_t>();

@@ -33,8 +33,8 @@ constexpr system_type_t system_types[] = {
     {0x00000338, "RIL_SYSTEMTYPE_GSMUMTS"},      {0x000007FF, "RIL_SYSTEMTYPE_ALL"},
 };
 
-const char* yes_or_no(bool value) {
-    return value ? "YES" : "no";
+const char* availability(bool value) {
+    return yes_or_no(value, "YES");
 }
 
 }  // namespace
@@ -142,11 +142,11 @@ void daemon_t::ril_request_get_current_system_type_t::process_result() {
 void daemon_t::update_system_type(uint32_t system_type) {
     QM_NOTICE("Availability bit mask: data32=0x%08X", system_type);
     for (const auto& [value, name] : system_types) {
-        QM_NOTICE("0x%08X=%-30s --> %s", value, name, yes_or_no((value & system_type) != 0));
+        QM_NOTICE("0x%08X=%-30s --> %s", value, name, availability((value & system_type) != 0));
     }
     gsm_available = (system_type & gsm_types) != 0;
     cdma_available = (system_type & cdma_types) != 0;
-    QM_NOTICE("System type: GSM: %s; CDMA: %s;", yes_or_no(gsm_available), yes_or_no(cdma_available));
+    QM_NOTICE("System type: GSM: %s; CDMA: %s;", availability(gsm_available), availability(cdma_available));
     if (gsm_available || cdma_available) {
         wake_sender();
     }

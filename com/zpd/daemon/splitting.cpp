@@ -6,10 +6,6 @@ namespace {
 
 constexpr uint32_t single_header_size = 7;
 
-const char* yes_or_no(bool value) {
-    return value ? "yes" : "no";
-}
-
 /// The header of datagram number `index` (from 0) of `amount`, encoded: the concatenation element first, then the port.
 octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use_long_ie) {
     sms_udh_t header;
