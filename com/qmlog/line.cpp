@@ -14,7 +14,8 @@ namespace qmlog {
 
 namespace {
 
-/// The format buffer starts on the stack and is doubled until the text fits: a message is never cut.
+/// The format buffer starts on the stack and is doubled until the text fits: a message is never cut. `arguments` can be
+/// used again.
 std::string formatted(const char* format, va_list arguments) {
     char inline_buffer[256];
     std::vector<char> heap_buffer;
@@ -22,7 +23,7 @@ std::string formatted(const char* format, va_list arguments) {
     size_t size = sizeof inline_buffer;
     while (true) {
         va_list copy;
-        va_copy(copy, arguments);
+        va_copy(copy, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): it does not see the constructor's
         const int length = vsnprintf(buffer, size, format, copy);
         va_end(copy);
         if (length < 0) {
@@ -146,11 +147,7 @@ const std::string& record_t::process_name() const {
 }
 
 std::string record_t::message() {
-    va_list copy;
-    va_copy(copy, arguments_);
-    std::string result = formatted(format_, copy);
-    va_end(copy);
-    return result;
+    return formatted(format_, arguments_);
 }
 
 void record_t::capture_time() {
