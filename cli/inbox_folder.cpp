@@ -12,13 +12,12 @@
 #include "base/safe_text.h"
 #include "base/text.h"
 #include "cli/file.h"
+#include "com/zpd/zpd_ioctl.h"
 
 namespace {
 
-constexpr size_t name_length = 32;
-
 bool is_hex(std::string_view text) {
-    return text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    return text.find_first_not_of(ZPD_STORED_NAME_DIGITS) == std::string_view::npos;
 }
 
 std::string lower(std::string_view text) {
@@ -35,8 +34,9 @@ std::optional<stored_card_t> parse_stored_card(std::string name, std::string_vie
     stored_card_t card;
     const char* const end = content.data() + content.size();
     const auto [after_time, error] = std::from_chars(content.data(), end, card.time);
-    const size_t line_end = content.find('\n');
-    if (error != std::errc() || after_time == end || *after_time != ':' || line_end == std::string_view::npos) {
+    const size_t line_end = content.find(ZPD_STORED_AFTER_SENDER);
+    if (error != std::errc() || after_time == end || *after_time != ZPD_STORED_AFTER_TIME ||
+        line_end == std::string_view::npos) {
         return std::nullopt;
     }
     const size_t sender = static_cast<size_t>(after_time - content.data()) + 1;
@@ -50,8 +50,11 @@ std::optional<stored_card_t> parse_stored_card(std::string name, std::string_vie
     return card;
 }
 
-inbox_folder_t::inbox_folder_t(const std::filesystem::path& home)
-    : path_(home / "Application Data" / "PUBLIC" / "VARKON" / "ZPD" / "INCOMING") {}
+inbox_folder_t::inbox_folder_t(const std::filesystem::path& home) : path_(home) {
+    for (const char* const name : {ZPD_INCOMING_DIRECTORY}) {
+        path_ /= name;
+    }
+}
 
 std::vector<std::string> inbox_folder_t::names(std::string* error) const {
     std::vector<std::string> names;
@@ -59,7 +62,7 @@ std::vector<std::string> inbox_folder_t::names(std::string* error) const {
     for (std::filesystem::directory_iterator entry(path_, failed), end; !failed && entry != end;
          entry.increment(failed)) {
         std::string name = entry->path().filename().native();
-        if (name.size() == name_length && is_hex(name)) {
+        if (name.size() == ZPD_STORED_NAME_LENGTH && is_hex(name)) {
             names.push_back(std::move(name));
         }
     }
@@ -126,10 +129,10 @@ std::optional<stored_card_t> inbox_folder_t::load(const std::string& name, std::
 
 std::optional<std::string> inbox_folder_t::find(std::string_view prefix, std::string* error) const {
     const std::string wanted = lower(prefix);
-    if (wanted.empty() || wanted.size() > name_length || !is_hex(wanted)) {
+    if (wanted.empty() || wanted.size() > ZPD_STORED_NAME_LENGTH || !is_hex(wanted)) {
         *error =
-            fmt::format("'{}' is no name of a stored card: these are 32 hexadecimal digits, or the first few of them",
-                        base::escaped(prefix));
+            fmt::format("'{}' is no name of a stored card: these are {} hexadecimal digits, or the first few of them",
+                        base::escaped(prefix), ZPD_STORED_NAME_LENGTH);
         return std::nullopt;
     }
     error->clear();

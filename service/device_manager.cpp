@@ -82,13 +82,12 @@ class loaded_driver_t {
 /// Stores the activation before the driver starts: what waits on the modem comes as soon as it has, and would be
 /// dropped. Empty, or why not.
 std::string preset_activation() {
-    constexpr LPCWSTR settings = TEXT("\\Software\\Varkon\\Drivers\\ZPD\\daemon");
     constexpr std::array<BYTE, 4> active{1, 0, 0, 0};
     HKEY key = nullptr;
-    LONG error =
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, settings, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
+    LONG error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, TEXT(ZPD_SETTINGS_KEY), 0, nullptr, 0, KEY_READ | KEY_WRITE,
+                                 nullptr, &key, nullptr);
     if (error == ERROR_SUCCESS) {
-        error = RegSetValueExW(key, TEXT("activated"), 0, REG_DWORD, active.data(), active.size());
+        error = RegSetValueExW(key, TEXT(ZPD_SETTING_ACTIVATED), 0, REG_DWORD, active.data(), active.size());
         RegCloseKey(key);
     }
     return error == ERROR_SUCCESS ? std::string()

@@ -1,4 +1,5 @@
-/* The control codes of the ZPD device and the encoding of their buffers: all that a client needs to know. Plain C.
+/* The control codes of the ZPD device and the encoding of their buffers, and the paths and names that others share with
+ * the driver: all that a client needs to know. Plain C.
  *
  * Buffers hold values one after another, without padding, little-endian:
  *   octet, flag     1 octet; a flag is false when 0
@@ -100,5 +101,24 @@
 #define ZPD_SERVICE_PORT 0x23F4u
 #define ZPD_CARD_MAX_SHORT_REFERENCE 32640u
 #define ZPD_CARD_MAX_LONG_REFERENCE 32385u
+
+/* Directories, by their names from the top of the object store down, each an initializer's elements: the stored cards
+ * lie in the first, the log file in the second. */
+#define ZPD_INCOMING_DIRECTORY "Application Data", "PUBLIC", "VARKON", "ZPD", "INCOMING"
+#define ZPD_LOG_DIRECTORY "Application Data", "PUBLIC", "VARKON", "ZPD", "LOG"
+#define ZPD_LOG_FILE "zpd.log"
+
+/* A stored card is a file whose name is an MD5 digest (32 hexadecimal digits in lower case). It holds the time of
+ * storing (decimal, seconds since 1970-01-01 UTC), the first mark, the sender's address (UTF-8), the second mark, and
+ * then the card's octets. */
+#define ZPD_STORED_NAME_LENGTH 32u
+#define ZPD_STORED_NAME_DIGITS "0123456789abcdef"
+#define ZPD_STORED_AFTER_TIME ':'
+#define ZPD_STORED_AFTER_SENDER '\n'
+
+/* The registry key of the settings, under HKEY_LOCAL_MACHINE, and the value of it (REG_DWORD, 0 or 1) that may be set
+ * while the driver does not run: whether received cards are stored. */
+#define ZPD_SETTINGS_KEY "\\Software\\Varkon\\Drivers\\ZPD\\daemon"
+#define ZPD_SETTING_ACTIVATED "activated"
 
 #endif

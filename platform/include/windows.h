@@ -9,7 +9,8 @@
 #include <cstdint>
 #include <cstdio>
 
-#define TEXT(text) u##text
+#define TEXT(text) ZPD_WIDE_TEXT(text)  // the argument may be a macro, as in the system's own header
+#define ZPD_WIDE_TEXT(text) u##text
 #define WINAPI
 #define CALLBACK
 

@@ -14,7 +14,7 @@ daemon_t* global_daemon_object = nullptr;
 
 namespace {
 
-constexpr const char* incoming_directory_names[] = {"Application Data", "PUBLIC", "VARKON", "ZPD", "INCOMING", nullptr};
+constexpr const char* incoming_directory_names[] = {ZPD_INCOMING_DIRECTORY, nullptr};
 
 /// Visitors hold it shared; the making and the unmaking of the daemon hold it alone. Never destroyed: threads may come
 /// until the process ends.

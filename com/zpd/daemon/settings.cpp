@@ -7,10 +7,9 @@
 
 namespace {
 
-constexpr const char* settings_path = "\\Software\\Varkon\\Drivers\\ZPD\\daemon";
 constexpr const char* contacts_path = "\\Software\\Microsoft\\Pim\\Contacts\\Settings";
 
-constexpr const char* log_directory_names[] = {"Application Data", "PUBLIC", "VARKON", "ZPD", "LOG", nullptr};
+constexpr const char* log_directory_names[] = {ZPD_LOG_DIRECTORY, nullptr};
 
 constexpr uint32_t max_log_options[] = {1, 7, 7};  // enabled, retail level, file level
 
@@ -39,7 +38,7 @@ uint32_t query_value(HKEY key, const wide_string_t& name, uint32_t capacity, DWO
 }  // namespace
 
 void daemon_t::open_settings() {
-    settings = std::make_unique<reg_t>(HKEY_LOCAL_MACHINE, settings_path);
+    settings = std::make_unique<reg_t>(HKEY_LOCAL_MACHINE, ZPD_SETTINGS_KEY);
     settings->add_uint32("logging_enabled", 0, max_log_options[0], 0);
     settings->add_uint32("log_level_retail", 0, max_log_options[1], 7);
     settings->add_uint32("log_level_file", 0, max_log_options[2], 0);
@@ -84,7 +83,7 @@ void daemon_t::apply_log_options(uint32_t enabled, uint32_t retail_level, uint32
 void daemon_t::update_file_sink(bool wanted) {
     if (wanted && file_log == nullptr) {
         (void)make_directory(log_directory_names);  // without it the file can't be opened, and lines are lost
-        file_log = new qmlog::log_file(qmlog::process_log(), narrow(path_of(log_directory_names)) + "\\zpd.log",
+        file_log = new qmlog::log_file(qmlog::process_log(), narrow(path_of(log_directory_names)) + "\\" ZPD_LOG_FILE,
                                        qmlog::level_debug);
     } else if (!wanted && file_log != nullptr) {
         delete file_log;

@@ -24,8 +24,8 @@ bool daemon_t::save_complete_message(const sms_message_t& message) {
         return false;
     }
     // "%u:%s\n%s" of the time, the address and the data, which may hold any octet.
-    const std::string content =
-        std::to_string(static_cast<uint32_t>(time(nullptr))) + ":" + message.get_address() + "\n" + data;
+    const std::string content = std::to_string(static_cast<uint32_t>(time(nullptr))) + ZPD_STORED_AFTER_TIME +
+                                message.get_address() + ZPD_STORED_AFTER_SENDER + data;
     const wide_string_t path = path_of(incoming_directory) + TEXT("\\") + widen(message.stored_name());
     if (saveas(path, content)) {
         QM_DEBUG("successfully saved message as '%s'", narrow(path).c_str());
