@@ -33,7 +33,7 @@ inline auto transcripts(const std::string& folder) {
     return testing::ValuesIn(paths);
 }
 inline std::string name_of_transcript(const testing::TestParamInfo<std::filesystem::path>& file) {
-    std::string name = file.param.stem();
+    std::string name = file.param.stem().string();
     std::ranges::replace(name, '-', '_');
     return name;
 }

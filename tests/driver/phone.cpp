@@ -248,10 +248,9 @@ std::string part_header(unsigned reference, unsigned amount, unsigned ordinal, b
     return concatenation + u8(amount) + u8(ordinal) + port_header;
 }
 
-lines_t driver_test::expectation(const std::string& folder) {
-    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::ifstream file(ZPD_SOURCE "/tests/driver/" + folder + "/" + name + ".txt");
-    EXPECT_TRUE(file.is_open()) << name;
+lines_t lines_of(const fs::path& path) {
+    std::ifstream file(path);
+    EXPECT_TRUE(file.is_open()) << path;
     lines_t lines;
     for (std::string line; std::getline(file, line);) {
         if (!line.starts_with('#')) {
@@ -262,5 +261,6 @@ lines_t driver_test::expectation(const std::string& folder) {
 }
 
 void driver_test::expect_log() {
-    expect_in_order(phone.log(), expectation("logs"));
+    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    expect_in_order(phone.log(), lines_of(ZPD_SOURCE "/tests/driver/logs/" + name + ".txt"));
 }

@@ -63,6 +63,7 @@ class phone_t {
     /// Starts, answers the first question for the network, and lets the ten seconds after it pass.
     void start_on(DWORD system_type);
     void stop();
+    bool is_running() const { return running_; }
 
     reply_t request(DWORD code, const std::string& input = {}, DWORD capacity = 4096);
     reply_t send(const std::string& card, const wide_string_t& number = TEXT("+491711234567"), bool utf8 = false,
@@ -118,11 +119,12 @@ RILMESSAGE deliver_message(const std::string& header, const std::string& data,
 std::string part_header(unsigned reference, unsigned amount, unsigned ordinal, bool long_reference = false);
 inline const std::string port_header("\x05\x04\x23\xF4\x00\x00", 6);
 
+/// Those that begin with '#' left out.
+lines_t lines_of(const std::filesystem::path& file);
+
 class driver_test : public ::testing::Test {
   protected:
-    /// The lines of FOLDER/NAME.txt in this folder, NAME being the running test's; those that begin with '#' left out.
-    static lines_t expectation(const std::string& folder);
-    /// Compares the phone's log with logs/NAME.txt.
+    /// Compares the phone's log with logs/NAME.txt, NAME being the running test's.
     void expect_log();
 
     phone_t phone;
