@@ -43,6 +43,7 @@ bool saveas(const wide_string_t& path, const std::string& octets) {
     const bool closed = fclose(file) == 0;
     if (!written || !closed) {
         QM_ERROR("failed to write data to '%s'", narrow(path).c_str());
+        DeleteFileW(path.c_str());  // a part of it is worse than none
         return false;
     }
     return true;

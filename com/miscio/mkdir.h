@@ -17,5 +17,6 @@ bool is_directory(const wide_string_t& path);
 /// Makes a directory and those above it that are missing.
 [[nodiscard]] bool make_directory(path_components_t components);
 
-/// Writes a whole file, replacing one that is there. False unless everything was written and the file closed.
+/// Writes a whole file, replacing one that is there. False unless everything was written and the file closed; what
+/// was begun is removed then.
 [[nodiscard]] bool saveas(const wide_string_t& path, const std::string& octets);

@@ -188,6 +188,8 @@ struct WIN32_FIND_DATAW {
 };
 /// ERROR_ALREADY_EXISTS when there is one, ERROR_PATH_NOT_FOUND when its parent is missing.
 BOOL CreateDirectoryW(LPCWSTR path, void* security);
+/// Not for directories: ERROR_ACCESS_DENIED.
+BOOL DeleteFileW(LPCWSTR path);
 /// INVALID_FILE_ATTRIBUTES on failure.
 DWORD GetFileAttributesW(LPCWSTR path);
 /// Enumerates the entries that match a pattern ("\dir\*"); "." and ".." are not listed. INVALID_HANDLE_VALUE when none

@@ -90,6 +90,20 @@ BOOL CreateDirectoryW(LPCWSTR path, void* /*security*/) {
     return TRUE;
 }
 
+BOOL DeleteFileW(LPCWSTR path) {
+    if (const auto error = platform::injected_failure(__func__)) {
+        return failed(*error, FALSE);
+    }
+    std::filesystem::path file;
+    if (const DWORD error = resolve(path, file); error != ERROR_SUCCESS) {
+        return failed(error, FALSE);
+    }
+    if (unlink(file.c_str()) != 0) {
+        return failed(error_on(file, errno), FALSE);
+    }
+    return TRUE;
+}
+
 DWORD GetFileAttributesW(LPCWSTR path) {
     if (const auto error = platform::injected_failure(__func__)) {
         return failed(*error, INVALID_FILE_ATTRIBUTES);

@@ -47,6 +47,7 @@ TEST_F(files_test_t, lets_no_path_out_of_the_home) {
         EXPECT_EQ(platform::host_path(path), "");
         EXPECT_EQ(poisoned([&] { return CreateDirectoryW(path, nullptr); }), std::pair(FALSE, error));
         EXPECT_EQ(poisoned([&] { return GetFileAttributesW(path); }), std::pair(INVALID_FILE_ATTRIBUTES, error));
+        EXPECT_EQ(poisoned([&] { return DeleteFileW(path); }), std::pair(FALSE, error));
         EXPECT_EQ(_wfopen(path, TEXT("wb")), nullptr);
         EXPECT_EQ(errno, error == ERROR_INVALID_NAME ? EINVAL : ENOENT);
     };
@@ -81,6 +82,11 @@ TEST_F(files_test_t, finds_its_way_inside_the_home) {
     EXPECT_EQ(make(TEXT("\\d\\new")), std::pair(TRUE, poison));
     EXPECT_EQ(make(TEXT("\\d\\new")), std::pair(FALSE, ERROR_ALREADY_EXISTS));
     EXPECT_EQ(make(TEXT("\\no\\new")), std::pair(FALSE, ERROR_PATH_NOT_FOUND));
+    put("f", "old");
+    const auto remove = [](LPCWSTR path) { return poisoned([=] { return DeleteFileW(path); }); };
+    EXPECT_EQ(remove(TEXT("\\f")), std::pair(TRUE, poison));
+    EXPECT_EQ(remove(TEXT("\\f")), std::pair(FALSE, ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(remove(TEXT("\\d")), std::pair(FALSE, ERROR_ACCESS_DENIED));
 }
 
 TEST_F(files_test_t, opens_streams_on_regular_files_only) {
