@@ -3,11 +3,21 @@
 #include <digest.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <random>
 #include <utility>
 
 #include "com/miscio/utc_time.h"
 #include "com/qmlog/api2.h"
+
+namespace {
+
+std::minstd_rand stored_name_random;
+
+}  // namespace
+
+void seed_stored_names(uint32_t seed) {
+    stored_name_random.seed(seed);
+}
 
 std::string message_key(const incoming_datagram& datagram) {
     const sms_udh_ie_concat_t* concatenation = datagram.header->concatenation();
@@ -79,7 +89,7 @@ octet_string_t sms_message_t::get_concatenated_data() const {
     return data;
 }
 
-std::string sms_message_t::stored_name() const {
+std::optional<std::string> sms_message_t::stored_name() const {
     octet_string_t content = address + "/";
     for (const auto& datagram : datagrams) {
         if (datagram != nullptr) {
@@ -87,11 +97,15 @@ std::string sms_message_t::stored_name() const {
         }
     }
     char now[32];
-    (void)snprintf(now, sizeof now, "%d/%d/", utc_seconds().value_or(-1), rand());
+    (void)snprintf(now, sizeof now, "%d/%d/", utc_seconds().value_or(-1), static_cast<int>(stored_name_random()));
     content += now;
 
+    const auto digest = md5_digest(content.data(), content.size());
+    if (!digest) {
+        return std::nullopt;
+    }
     std::string name;
-    for (const uint8_t octet : md5_digest(content.data(), content.size())) {
+    for (const uint8_t octet : *digest) {
         char digits[3];
         (void)snprintf(digits, sizeof digits, "%02x", octet);
         name += digits;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ struct incoming_datagram {
 /// The key under which a datagram's message is found: address, reference and amount. Empty without concatenation.
 std::string message_key(const incoming_datagram& datagram);
 
+/// Seeds the random numbers of the stored names. Their generator is one for all threads, whatever the C library's own
+/// is.
+void seed_stored_names(uint32_t seed);
+
 /// The datagrams of one received message, each in its place.
 class sms_message_t {
   public:
@@ -40,9 +45,9 @@ class sms_message_t {
     const std::string& get_address() const { return address; }
     /// The user data of all datagrams in order; empty while one is missing.
     octet_string_t get_concatenated_data() const;
-    /// A name for the message's file, 32 lower-case hexadecimal digits: different for each call, also with equal
-    /// content.
-    std::string stored_name() const;
+    /// A name for the message's file, 32 lower-case hexadecimal digits: a random number makes it another one each time,
+    /// also with equal content. None when the platform cannot make the digest.
+    std::optional<std::string> stored_name() const;
 
   private:
     uint32_t amount = 0;  // 0 until the first datagram is accepted

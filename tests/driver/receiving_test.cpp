@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <thread>
 
 #include "tests/driver/phone.h"
 
@@ -147,6 +148,28 @@ TEST_F(receiving_test, file_name_and_content) {
                                name + "'"),
                   1u);
     }
+}
+
+// Each comes on a thread of its own, and each of the lives begins within the same second as a rule.
+TEST_F(receiving_test, equal_cards_have_files_of_their_own) {
+    for (int life = 0; life < 3; ++life) {
+        phone.start();
+        for (int i = 0; i < 10; ++i) {
+            std::jthread([&] { radio.deliver(deliver_message(port_header, "card")); });
+        }
+        phone.stop();
+    }
+    EXPECT_EQ(phone.incoming().size(), 30u);
+}
+
+TEST_F(receiving_test, without_a_digest_there_is_no_name) {
+    phone.start();
+    platform::testing::fail_calls("md5_digest", 8);
+    for (const char* const card : {"lost", "kept"}) {
+        radio.deliver(deliver_message(port_header, card));
+    }
+    EXPECT_THAT(phone.cards(), ElementsAre("+123:kept"));
+    EXPECT_EQ(phone.logged("ERROR no digest for the name of the message => message can't be saved"), 1u);
 }
 
 TEST_F(receiving_test, bound_of_the_directory) {

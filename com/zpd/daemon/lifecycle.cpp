@@ -114,7 +114,7 @@ daemon_t::daemon_t() : file_log(std::exchange(former_file_log, nullptr)) {
     sender_signal = std::make_unique<signal_plain_t>();
     machine = std::make_unique<machine_t>(this);
     read_settings();
-    srand(static_cast<unsigned>(time(nullptr)));
+    seed_stored_names(static_cast<uint32_t>(time(nullptr)));
     start_ril();
     start_sender_thread();
     QM_DEBUG("constructor last line; daemon_t *this=0x%X", identity(this));

@@ -1,8 +1,25 @@
 // A complete message becomes a file in the incoming directory.
 #include <ctime>
+#include <optional>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
+
+namespace {
+
+/// A path for the message that no file has: a driver that is started again within a second begins with the same random
+/// numbers. None when no name can be made.
+std::optional<wide_string_t> unused_path(const sms_message_t& message, const wide_string_t& directory) {
+    while (const std::optional<std::string> name = message.stored_name()) {
+        wide_string_t path = directory + TEXT("\\") + widen(*name);
+        if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
+            return path;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
 
 /// False when the message was refused. A failed write is not reported and the message not retried: deliberately.
 bool daemon_t::save_complete_message(const sms_message_t& message) {
@@ -26,7 +43,12 @@ bool daemon_t::save_complete_message(const sms_message_t& message) {
     // "%u:%s\n%s" of the time, the address and the data, which may hold any octet.
     const std::string content = std::to_string(static_cast<uint32_t>(time(nullptr))) + ZPD_STORED_AFTER_TIME +
                                 message.get_address() + ZPD_STORED_AFTER_SENDER + data;
-    const wide_string_t path = path_of(incoming_directory) + TEXT("\\") + widen(message.stored_name());
+    const std::optional<wide_string_t> free_path = unused_path(message, path_of(incoming_directory));
+    if (!free_path) {
+        QM_ERROR("no digest for the name of the message => message can't be saved");
+        return false;
+    }
+    const wide_string_t& path = *free_path;
     if (saveas(path, content)) {
         QM_DEBUG("successfully saved message as '%s'", narrow(path).c_str());
     } else {
