@@ -1,5 +1,7 @@
 #include "com/miscio/signal.h"
 
+#include <utility>
+
 #include "com/miscio/text.h"
 #include "com/qmlog/api2.h"
 
@@ -46,6 +48,19 @@ signal_plain_t::signal_plain_t() {
     if (!has_event()) {
         const uint32_t error = GetLastError();
         QM_ERROR("CreateEvent() failed: error=0x%08X", error);
+    }
+}
+
+void critical_section_t::create() {
+    auto fresh = std::make_unique<CRITICAL_SECTION>();
+    InitializeCriticalSection(fresh.get());
+    section = std::move(fresh);
+}
+
+void critical_section_t::reset() {
+    if (section != nullptr) {
+        DeleteCriticalSection(section.get());
+        section.reset();
     }
 }
 

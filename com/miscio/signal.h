@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <memory>
+
 /// An event handle. A signal whose event could not be made stays usable: every operation on it does nothing.
 class abstract_signal_t {
   public:
@@ -30,6 +32,23 @@ class abstract_signal_t {
 class signal_plain_t final : public abstract_signal_t {
   public:
     signal_plain_t();
+};
+
+/// A critical section, from its creation to its end.
+class critical_section_t {
+  public:
+    critical_section_t() = default;
+    ~critical_section_t() { reset(); }
+    critical_section_t(const critical_section_t&) = delete;
+    critical_section_t& operator=(const critical_section_t&) = delete;
+
+    void create();
+    void reset();
+    /// Null before its creation.
+    CRITICAL_SECTION* get() const { return section.get(); }
+
+  private:
+    std::unique_ptr<CRITICAL_SECTION> section;
 };
 
 /// Holds a critical section for a scope, or nothing when there is none, and traces the wait, the grant and the release

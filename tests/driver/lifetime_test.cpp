@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <barrier>
+#include <functional>
 #include <random>
 #include <thread>
 
+#include "com/qmlog/api2.h"
 #include "tests/driver/phone.h"
 
 using testing::AnyOf;
@@ -102,6 +105,69 @@ TEST_F(lifetime_test, clients_and_radio_all_at_once) {
     EXPECT_THAT(phone.list(), IsEmpty());
     EXPECT_EQ(phone.incoming().size(), 11u);
     eventually([&] { return radio.attempts().submissions == 400; });
+}
+
+/// Eight threads that do the same at the same time, as often as told.
+void all_at_once(const std::function<void()>& act) {
+    std::barrier together(8);
+    std::vector<std::jthread> threads(8);
+    for (auto& thread : threads) {
+        thread = std::jthread([&] {
+            together.arrive_and_wait();
+            act();
+        });
+    }
+}
+
+TEST_F(lifetime_test, starts_at_once_make_one_daemon) {
+    for (size_t life = 1; life <= 25; ++life) {
+        std::atomic<size_t> sent{0};
+        all_at_once([&] {
+            phone.start();
+            sent += phone.send("card").error == 0;
+        });
+        EXPECT_EQ(sent, 8u);
+        EXPECT_EQ(phone.list().size(), 8u) << "a message was lost with its daemon";
+        EXPECT_EQ(radio.attempts().sessions, life);
+        all_at_once([&] { phone.stop(); });
+        EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), failed(4319));
+    }
+}
+
+/// Counts the cards that came while there was no daemon.
+class refusals_t final : public qmlog::abstract_log_t {
+  public:
+    refusals_t() : abstract_log_t(qmlog::flag_message, qmlog::level_error) { enter(qmlog::process_log().dispatcher()); }
+    ~refusals_t() override { leave(); }
+    refusals_t(const refusals_t&) = delete;
+    refusals_t& operator=(const refusals_t&) = delete;
+    void write(const std::string& line) override { count += line == "can't process datagram: no daemon object"; }
+
+    std::atomic<size_t> count{0};
+};
+
+TEST_F(lifetime_test, starts_and_ends_at_once_lose_no_card) {
+    constexpr size_t rounds = 25;
+    phone.preset("activated", 1);
+    phone.preset("logging_enabled", 1);
+    phone.start();
+    phone.stop();
+    const refusals_t refusals;
+    all_at_once([&] {
+        for (size_t round = 0; round < rounds; ++round) {
+            phone.start();
+            radio.deliver(deliver_message(port_header, "card"));
+            const reply_t sent = phone.send("card");
+            EXPECT_THAT(sent.error, AnyOf(0, 4319));
+            if (round % 2) {
+                phone.stop();
+            }
+        }
+    });
+    EXPECT_EQ(phone.incoming().size() + refusals.count, 8 * rounds);
+    phone.start();
+    phone.stop();
+    EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), failed(4319)) << "there was one daemon";
 }
 
 class random_test : public driver_test {

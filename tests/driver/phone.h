@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -99,7 +100,7 @@ class phone_t {
 
   private:
     home_t home_;
-    bool running_ = false;
+    std::atomic<bool> running_ = false;
     DWORD network_ = no_network;
 };
 

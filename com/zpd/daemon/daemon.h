@@ -13,7 +13,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -25,38 +24,16 @@
 #include "com/qmlog/log_file.h"
 #include "com/sms/sms.h"
 #include "com/zpd/activation.h"
+#include "com/zpd/daemon/gate.h"
 #include "com/zpd/daemon/message.h"
 #include "com/zpd/machine.h"
-
-class daemon_t;
-
-/// The single daemon; null before ZPD_Init and after ZPD_Deinit. Read it through a daemon_visit_t.
-extern daemon_t* global_daemon_object;
-
-/// A stay of the calling thread in the daemon. ZPD_Deinit lets those who are inside finish, and whoever comes later
-/// finds no daemon; whoever comes during ZPD_Init waits for its end. Not to be nested.
-class daemon_visit_t {
-  public:
-    daemon_visit_t();
-    daemon_visit_t(const daemon_visit_t&) = delete;
-    daemon_visit_t& operator=(const daemon_visit_t&) = delete;
-
-    daemon_t* get() const { return daemon; }
-    daemon_t* operator->() const { return daemon; }
-    explicit operator bool() const { return daemon != nullptr; }
-
-  private:
-    std::shared_lock<std::shared_mutex> stay;
-    daemon_t* daemon = nullptr;
-};
 
 /// The record of a sender thread. It outlives its daemon, so that a thread that still sleeps finds its own state.
 struct sender_thread_t {
     uint32_t id = 0xFFFFFFFF;
     HANDLE handle = nullptr;
     signal_plain_t* signal = nullptr;
-    bool stop =
-        false;  // read under the control lock; nobody sets it, deliberately: the end of its daemon ends a sender
+    bool stop = false;  // read under the control lock; nobody sets it, deliberately: a sender ends with its daemon
     // Back-off. Ticks have 64 bits: GetTickCount's 32, and what its wraps have carried.
     bool deadline_armed = false;
     uint64_t deadline = 0;
@@ -121,9 +98,8 @@ class daemon_t final : public machine_owner_t {
     friend void foo_two(daemon_t& daemon, request_t& request);
 
     // lifecycle.cpp
-    static bool is_running();
-    static void restore_logging_switch();
-    void create_lock();
+    static daemon_t* make();
+    void restore_logging_switch();
     void start_sender_thread();
 
     // control.cpp
@@ -195,7 +171,7 @@ class daemon_t final : public machine_owner_t {
     uint32_t log_level_retail = 7;
     uint32_t log_level_file = 0;
     uint32_t incoming_dir_size = 0;  // 0: no limit
-    std::unique_ptr<CRITICAL_SECTION> control_lock;
+    critical_section_t control_lock;
     std::unique_ptr<machine_t> machine;
     std::unique_ptr<sender_thread_t> sender;
     std::unique_ptr<reg_t> settings;

@@ -1,38 +1,15 @@
-// The daemon's beginning and end, and the gate that everybody passes who enters it.
-#include <atomic>
+// The daemon's beginning and end.
 #include <cstdlib>
 #include <ctime>
-#include <mutex>
-#include <new>
-#include <shared_mutex>
+#include <exception>
 #include <utility>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
 
-daemon_t* global_daemon_object = nullptr;
-
 namespace {
 
 constexpr const char* incoming_directory_names[] = {ZPD_INCOMING_DIRECTORY, nullptr};
-
-/// Visitors hold it shared; the making and the unmaking of the daemon hold it alone. Never destroyed: threads may come
-/// until the process ends.
-std::shared_mutex& gate() {
-    static auto* const the_gate = new std::shared_mutex;
-    return *the_gate;
-}
-
-/// While somebody waits to be alone, newcomers find no daemon: a stream of them could keep the waiting one out for
-/// ever.
-std::atomic<bool> turning_away{false};
-
-std::unique_lock<std::shared_mutex> enter_alone() {
-    turning_away = true;
-    std::unique_lock alone(gate());
-    turning_away = false;  // whoever comes from now on waits
-    return alone;
-}
 
 /// The log file that a former daemon left open: the next one goes on with it, so that no line is written twice.
 qmlog::log_file* former_file_log = nullptr;
@@ -52,47 +29,45 @@ std::list<remains_t>& all_remains() {
 
 }  // namespace
 
-daemon_visit_t::daemon_visit_t() {
-    if (!turning_away) {
-        stay = std::shared_lock(gate());
-        daemon = global_daemon_object;
-    }
-}
-
 void daemon_t::init() {
+    gate_t& gate = gate_t::instance();
+    const std::unique_lock turn = gate.take_turn();
     qmlog::logging_enabled = true;
     qmlog::process_log().set_process_name("ZPD");
     QM_NOTICE("START");
     QM_DEBUG("");
     // A second start finds the daemon running and leaves it so: it may hold messages and the radio.
-    if (is_running()) {
-        restore_logging_switch();
+    if (global_daemon_object == nullptr) {
+        gate.open(make);
     } else {
-        const std::unique_lock alone = enter_alone();
-        global_daemon_object = new (std::nothrow) daemon_t;
+        global_daemon_object->restore_logging_switch();
     }
     QM_DEBUG("");
 }
 
-bool daemon_t::is_running() {
-    return static_cast<bool>(daemon_visit_t());
+daemon_t* daemon_t::make() {
+    try {
+        return new daemon_t;
+    } catch (const std::exception& error) {
+        QM_CRITICAL_ERROR("can't create the daemon: %s", error.what());
+        return nullptr;
+    }
 }
 
 /// Every start turns the logging switch on: it goes back to what the options say.
 void daemon_t::restore_logging_switch() {
-    const daemon_visit_t running;
-    if (running) {
-        EnterCriticalSection(running->control_lock.get());  // not by a lock_guard_t, whose lines tell of requests
-        qmlog::logging_enabled = running->log_enabled != 0;
-        LeaveCriticalSection(running->control_lock.get());
-    }
+    EnterCriticalSection(control_lock.get());  // not by a lock_guard_t, whose lines tell of requests
+    qmlog::logging_enabled = log_enabled != 0;
+    LeaveCriticalSection(control_lock.get());
 }
 
 void daemon_t::deinit() {
     QM_DEBUG("");
     {
-        const std::unique_lock alone = enter_alone();
+        gate_t& gate = gate_t::instance();
+        const std::unique_lock turn = gate.take_turn();
         if (global_daemon_object != nullptr) {
+            gate.close();
             signal_plain_t* const signal = global_daemon_object->sender_signal.get();
             delete global_daemon_object;
             global_daemon_object = nullptr;
@@ -110,7 +85,7 @@ daemon_t::daemon_t() : file_log(std::exchange(former_file_log, nullptr)) {
     const bool is_active = activation_state->is_active();
     QM_DEBUG("activation_state: %s", yes_or_no(is_active, "YES", "NO"));
     incoming_directory = incoming_directory_names;
-    create_lock();
+    control_lock.create();
     sender_signal = std::make_unique<signal_plain_t>();
     machine = std::make_unique<machine_t>(this);
     read_settings();
@@ -121,7 +96,6 @@ daemon_t::daemon_t() : file_log(std::exchange(former_file_log, nullptr)) {
 }
 
 daemon_t::~daemon_t() {
-    DeleteCriticalSection(control_lock.get());
     control_lock.reset();
     settings.reset();
     incoming_messages.clear();
@@ -134,11 +108,6 @@ daemon_t::~daemon_t() {
     former_file_log = file_log;
     all_remains().push_back(
         {std::move(machine), std::move(sender), std::move(activation_state), std::move(sender_signal)});
-}
-
-void daemon_t::create_lock() {
-    control_lock = std::make_unique<CRITICAL_SECTION>();
-    InitializeCriticalSection(control_lock.get());
 }
 
 void daemon_t::start_sender_thread() {
