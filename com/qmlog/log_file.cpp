@@ -1,6 +1,9 @@
 #include "com/qmlog/log_file.h"
 
-#include <memory>
+#include <algorithm>
+#include <chrono>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include "com/miscio/text.h"
@@ -10,25 +13,35 @@ namespace qmlog {
 namespace {
 
 // Octets. A line that fits leaves in one piece, by the flush after it; unbuffered streams may cut lines.
-constexpr size_t buffer_size = size_t{64} * 1024;
+constexpr size_t least_buffer_size = size_t{64} * 1024;
 
 }  // namespace
 
+void log_file::output_t::close() {
+    if (stream != nullptr && is_ours) {
+        (void)fclose(stream);
+        stream = nullptr;
+    }
+}
+
 log_file::log_file(object_t& object, std::string path, int32_t maximum)
-    : abstract_log_t(default_flags, maximum), path_(std::move(path)), kept_open_(nullptr), output_(new output_t) {
+    : abstract_log_t(default_flags, maximum),
+      path_(std::move(path)),
+      kept_open_(nullptr),
+      output_(new output_t(nullptr)) {
     enter(object.dispatcher());
 }
 
 log_file::log_file(object_t& object, FILE* stream)
-    : abstract_log_t(default_flags, level_debug), kept_open_(stream), output_(new output_t{stream, {}, {}}) {
+    : abstract_log_t(default_flags, level_debug), kept_open_(stream), output_(new output_t(stream)) {
     enter(object.dispatcher());
 }
 
 log_file::~log_file() {
     leave();
-    const std::unique_ptr<output_t> output(output_.load());
-    if (output->stream != nullptr && kept_open_ == nullptr) {
-        (void)fclose(output->stream);
+    delete output_.load();
+    while (const std::unique_ptr<kept_line_t> kept{backlog_.load()}) {
+        backlog_ = kept->next;
     }
 }
 
@@ -40,67 +53,97 @@ void log_file::allow_opening(bool allowed) {
 }
 
 void log_file::write(const std::string& line) {
-    output_t* output = output_.exchange(nullptr);
-    const bool is_the_first = output != nullptr;
-    if (!is_the_first) {
-        output = new output_t{kept_open_, {}, {}};  // another thread is writing
+    std::unique_ptr<output_t> output(output_.exchange(nullptr));
+    if (output == nullptr) {
+        output = std::make_unique<output_t>(kept_open_);  // another thread is writing
     }
     write_line(*output, line);
-    give_back(output, is_the_first);
+    give_back(std::move(output));
 }
 
-void log_file::open(output_t& output) {
+bool log_file::may_open() const {
     const bool waiting = kept_open_ == nullptr && (flags() & flag_file_wait_for_permission) != 0;
-    if (!opening_allowed_ || waiting) {
-        return;
-    }
+    return opening_allowed_ && !waiting;
+}
+
+void log_file::open(output_t& output, size_t longest_line) const {
+    output.buffer.resize(std::max(longest_line, least_buffer_size));
     output.stream = _wfopen(widen(path_).c_str(), TEXT("ab"));
     if (output.stream != nullptr) {
-        output.buffer.resize(buffer_size);
         (void)setvbuf(output.stream, output.buffer.data(), _IOFBF, output.buffer.size());
     }
 }
 
 void log_file::write_line(output_t& output, const std::string& line) {
-    if (output.stream == nullptr) {
-        open(output);
+    if (output.stream == nullptr && may_open()) {
+        open(output, line.size() + 1);
     }
     if (output.stream == nullptr) {
         if ((flags() & flag_file_keep_backlog) != 0) {
-            output.backlog.push_back(line);
+            keep(line);
         }
         return;
     }
-    output.backlog.push_back(line);
-    for (const std::string& next : std::exchange(output.backlog, {})) {
-        const std::string whole = next + "\n";
-        (void)fwrite(whole.data(), whole.size(), 1, output.stream);
-    }
-    (void)fflush(output.stream);
-    if ((flags() & flag_file_close_each_line) != 0 && kept_open_ == nullptr) {
-        (void)fclose(output.stream);
-        output.stream = nullptr;
+    write_backlog(output);
+    append(output, line);
+    if ((flags() & flag_file_close_each_line) != 0) {
+        output.close();
     }
 }
 
-/// Puts the output back, together with what another thread put back meanwhile. The first output's backlog is the older.
-void log_file::give_back(output_t* output, bool is_the_first) {
-    output_t* none = nullptr;
-    while (!output_.compare_exchange_strong(none, output)) {
-        none = nullptr;
-        const std::unique_ptr<output_t> other(output_.exchange(nullptr));
-        if (other == nullptr) {
+void log_file::keep(const std::string& line) {
+    auto kept = std::make_unique<kept_line_t>(kept_line_t{line, backlog_.load()});
+    while (!backlog_.compare_exchange_weak(kept->next, kept.get())) {
+    }
+    (void)kept.release();  // the backlog's
+}
+
+/// Returns when no kept line is left, also none that another thread has taken out to write it.
+void log_file::write_backlog(output_t& output) {
+    while (backlog_.load() != nullptr || backlog_is_being_written_.load()) {
+        if (backlog_is_being_written_.exchange(true)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
             continue;
         }
-        output->backlog.insert(is_the_first ? output->backlog.end() : output->backlog.begin(), other->backlog.begin(),
-                               other->backlog.end());
-        if (output->stream == nullptr) {
-            output->stream = other->stream;
-            output->buffer = std::move(other->buffer);
-        } else if (other->stream != nullptr && kept_open_ == nullptr) {
-            (void)fclose(other->stream);
+        kept_line_t* oldest = nullptr;
+        for (kept_line_t* kept = backlog_.exchange(nullptr); kept != nullptr;) {
+            kept_line_t* const before = std::exchange(kept->next, oldest);
+            oldest = std::exchange(kept, before);
+        }
+        while (const std::unique_ptr<kept_line_t> kept{oldest}) {
+            oldest = kept->next;
+            try {
+                append(output, kept->line);
+            } catch (const std::bad_alloc&) {  // the line is lost
+            }
+        }
+        backlog_is_being_written_ = false;
+    }
+}
+
+void log_file::append(output_t& output, const std::string& line) const {
+    const std::string whole = line + "\n";
+    if (output.is_ours && whole.size() > output.buffer.size()) {
+        output.close();
+        open(output, whole.size());
+    }
+    if (output.stream != nullptr) {
+        (void)fwrite(whole.data(), whole.size(), 1, output.stream);
+        (void)fflush(output.stream);
+    }
+}
+
+/// Puts the output back; what another thread put back meanwhile is closed, unless it alone has a stream.
+void log_file::give_back(std::unique_ptr<output_t> output) {
+    output_t* none = nullptr;
+    while (!output_.compare_exchange_strong(none, output.get())) {
+        none = nullptr;
+        std::unique_ptr<output_t> other(output_.exchange(nullptr));
+        if (other != nullptr && other->stream != nullptr && output->stream == nullptr) {
+            output.swap(other);
         }
     }
+    (void)output.release();  // the sink's
 }
 
 }  // namespace qmlog

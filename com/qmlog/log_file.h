@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,10 +12,11 @@
 namespace qmlog {
 
 /// Opens its file when the first line comes, and keeps it open. A file that can't be opened loses the line, or with
-/// flag_file_keep_backlog keeps it until it can.
+/// flag_file_keep_backlog keeps it until it can. Whoever opens it then writes what was kept before a line of its own.
 ///
-/// Threads: a thread takes the stream and the backlog as a whole while it writes; another one that comes meanwhile
-/// opens the file for itself. Both append whole lines, so that no line is torn and no lock is needed.
+/// Threads: a thread takes the stream while it writes; another one that comes meanwhile opens the file for itself. Both
+/// append whole lines, for which the stream's buffer grows, so that no line is torn and no lock is needed. Only where a
+/// backlog is being written the others wait for its end. A line that memory is missing for is lost.
 class log_file final : public abstract_log_t {
   public:
     /// Registers with `object`. `path` is a path of the platform in UTF-8.
@@ -31,19 +33,36 @@ class log_file final : public abstract_log_t {
     void write(const std::string& line) override;
 
   private:
+    /// A stream, and its buffer where it was opened here.
     struct output_t {
-        FILE* stream = nullptr;
-        std::vector<char> buffer;  // the stream's, where it was opened here
-        std::vector<std::string> backlog;
+        explicit output_t(FILE* kept_open) : stream(kept_open), is_ours(kept_open == nullptr) {}
+        ~output_t() { close(); }
+        output_t(const output_t&) = delete;
+        output_t& operator=(const output_t&) = delete;
+        void close();
+
+        FILE* stream;
+        const bool is_ours;
+        std::vector<char> buffer;
     };
-    void open(output_t& output);
+    struct kept_line_t {
+        std::string line;
+        kept_line_t* next;  // the one that came before
+    };
+    bool may_open() const;
+    void open(output_t& output, size_t longest_line) const;
     void write_line(output_t& output, const std::string& line);
-    void give_back(output_t* output, bool is_the_first);
+    void keep(const std::string& line);
+    void write_backlog(output_t& output);
+    void append(output_t& output, const std::string& line) const;
+    void give_back(std::unique_ptr<output_t> output);
 
     const std::string path_;
     std::atomic<bool> opening_allowed_{true};
     FILE* const kept_open_;          // the caller's stream, or null
     std::atomic<output_t*> output_;  // null while a thread has it
+    std::atomic<kept_line_t*> backlog_{nullptr};
+    std::atomic<bool> backlog_is_being_written_{false};
 };
 
 }  // namespace qmlog

@@ -2,7 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <barrier>
+#include <fstream>
 #include <regex>
+#include <thread>
 
 #include "com/qmlog/hex_dump.h"
 #include "com/qmlog/log_file.h"
@@ -98,6 +102,26 @@ TEST(log_object, second_one_is_reported) {
     EXPECT_THAT(sink.lines, ElementsAre("INTERNAL ERROR: singleton initializer called again"));
 }
 
+TEST(log_object, tells_its_new_name_in_turn) {
+    struct told_t final : qmlog::named_t {
+        explicit told_t(std::vector<std::string>& all) : names(all) {}
+        void process_name_changed(const std::string& name) override {
+            names.push_back(name + " " + std::to_string(names.size()));
+        }
+        std::vector<std::string>& names;
+    };
+    std::vector<std::string> first, second;
+    told_t one(first), another(second);
+    qmlog::object_t object;
+    object.register_named(one);
+    object.register_named(another);
+    object.register_named(one);
+    object.set_process_name("ZPD");
+    EXPECT_THAT(first, ElementsAre("ZPD 0", "ZPD 1"));
+    EXPECT_THAT(second, ElementsAre("ZPD 0"));
+    EXPECT_EQ(object.process_name(), "ZPD");
+}
+
 TEST(hex_dump, rows_of_sixteen) {
     captured_log_t sink;
     qmlog::hex_dump(6, {0, "", ""}, {"\x00\t\n\rAZ\\~ \x7F\x80\xFF\x1B...!", 17});
@@ -124,6 +148,83 @@ TEST_F(log_file_test, what_comes_before_the_folder_waits_or_is_lost) {
     log(5, 0, "", "", "four");
     EXPECT_EQ(read_file(phone.home() / "later/waiting.log"), "one\ntwo\nthree\nfour\n");
     EXPECT_EQ(read_file(phone.home() / "later/losing.log"), "four\n") << "the file is opened for each line";
+}
+
+TEST_F(log_file_test, file_is_opened_when_it_may_be) {
+    void (*const forbid[])(qmlog::log_file&) = {
+        [](qmlog::log_file& sink) { sink.allow_opening(false); },
+        [](qmlog::log_file& sink) { sink.set_flags(sink.flags() | qmlog::flag_file_wait_for_permission); },
+    };
+    const std::filesystem::path file = phone.home() / "waiting.log";
+    for (const auto hold_back : forbid) {
+        qmlog::log_file sink(qmlog::process_log(), R"(\waiting.log)");
+        sink.set_flags(qmlog::flag_message | qmlog::flag_file_keep_backlog | qmlog::flag_file_close_each_line);
+        hold_back(sink);
+        log(5, 0, "", "", "one");
+        EXPECT_FALSE(exists(file));
+        sink.allow_opening(true);
+        log(5, 0, "", "", "two");
+        EXPECT_EQ(read_file(file), "one\ntwo\n");
+        remove(file);
+    }
+}
+
+TEST_F(log_file_test, stream_of_the_caller_stays_open) {
+    FILE* const stream = fopen((phone.home() / "own.log").string().c_str(), "wb");
+    {
+        qmlog::log_file sink(qmlog::process_log(), stream);
+        sink.set_flags(qmlog::flag_message | qmlog::flag_file_close_each_line | qmlog::flag_file_wait_for_permission);
+        log(5, 0, "", "", "one");
+        log(5, 0, "", "", "two");
+    }
+    fputs("three\n", stream);
+    fclose(stream);
+    EXPECT_EQ(read_file(phone.home() / "own.log"), "one\ntwo\nthree\n");
+}
+
+/// What two threads leave in a file that log a line each at once, as often as told.
+std::vector<std::string> logged_by_two(const std::filesystem::path& file, const std::string& one,
+                                       const std::string& another, int times) {
+    std::barrier together(2);
+    const auto write = [&](const std::string& line) {
+        together.arrive_and_wait();
+        for (int i = 0; i < times; ++i) {
+            log(5, 0, "", "", line.c_str());
+        }
+    };
+    { const std::jthread first(write, one), second(write, another); }
+    std::vector<std::string> lines;
+    std::ifstream left(file);
+    for (std::string line; std::getline(left, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+TEST_F(log_file_test, backlog_comes_before_what_is_newer) {
+    for (int round = 0; round < 500; ++round) {
+        const std::string name = "waiting" + std::to_string(round);
+        qmlog::log_file sink(qmlog::process_log(), "\\" + name);
+        sink.set_flags(qmlog::flag_message | qmlog::flag_file_keep_backlog);
+        sink.allow_opening(false);
+        log(5, 0, "", "", "one");
+        log(5, 0, "", "", "two");
+        sink.allow_opening(true);
+        ASSERT_THAT(logged_by_two(phone.home() / name, "new", "new", 1), ElementsAre("one", "two", "new", "new"))
+            << round;
+    }
+}
+
+TEST_F(log_file_test, long_lines_are_whole) {
+    qmlog::log_file sink(qmlog::process_log(), R"(\long.log)");
+    sink.set_flags(qmlog::flag_message);
+    log(5, 0, "", "", "short");
+    const std::string a(70'000, 'a');
+    const std::string b(66'001, 'b');
+    const auto lines = logged_by_two(phone.home() / "long.log", a, b, 600);
+    EXPECT_EQ(std::ranges::count(lines, a), 600);
+    EXPECT_EQ(std::ranges::count(lines, b), 600);
+    EXPECT_EQ(lines.size(), 1201u);
 }
 
 }  // namespace
