@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
+#include <new>
 #include <thread>
 
 namespace qmlog {
@@ -12,10 +14,31 @@ namespace {
 
 std::atomic<object_t*> the_object{nullptr};
 
+std::atomic<uint32_t> stays{0};
+std::atomic<bool> is_over{false};  // who comes from now on finds no object
+
+/// The object of the module. The order of `stays` and `is_over` decides: whoever stays has come before the end, which
+/// then does not take place, or finds that it is over.
+struct owner_t {
+    owner_t() : object(new object_t) {}
+    ~owner_t() {
+        is_over = true;
+        if (stays == 0) {
+            delete object;
+        } else {
+            is_over = false;
+        }
+    }
+    owner_t(const owner_t&) = delete;
+    owner_t& operator=(const owner_t&) = delete;
+
+    object_t* const object;
+};
+
 std::string process_name_of_system() {
     std::string name;
     if (FILE* file = fopen("/proc/self/cmdline", "r")) {
-        char buffer[256];
+        char buffer[256 + 1];
         const size_t length = fread(buffer, 1, sizeof buffer - 1, file);
         (void)fclose(file);
         buffer[length] = '\0';
@@ -36,8 +59,6 @@ constexpr place_t no_place{-1, "", ""};
 
 }  // namespace
 
-dispatcher_t::dispatcher_t() : sinks_(new sinks_t) {}
-
 dispatcher_t::~dispatcher_t() {
     while (!sinks_.load()->empty()) {
         delete *sinks_.load()->begin();  // leaves the set
@@ -46,18 +67,26 @@ dispatcher_t::~dispatcher_t() {
 }
 
 void dispatcher_t::add(abstract_log_t* sink) {
-    auto* sinks = new sinks_t(*sinks_.load());
+    auto sinks = std::make_unique<sinks_t>(*sinks_.load());
     sinks->insert(sink);
-    publish(sinks);
+    delete exchange(sinks.release());
 }
 
-void dispatcher_t::remove(abstract_log_t* sink) {
-    auto* sinks = new sinks_t(*sinks_.load());
-    sinks->erase(sink);
-    publish(sinks);
+void dispatcher_t::remove(abstract_log_t* sink) noexcept {
+    static const sinks_t none;
+    try {
+        auto sinks = std::make_unique<sinks_t>(*sinks_.load());
+        sinks->erase(sink);
+        delete exchange(sinks.release());
+    } catch (const std::bad_alloc&) {  // what is logged until the set is back is lost
+        auto* const sinks = const_cast<sinks_t*>(exchange(&none));
+        sinks->erase(sink);
+        (void)exchange(sinks);
+    }
 }
 
-void dispatcher_t::publish(const sinks_t* sinks) {
+/// Returns the former set, which no reader holds any more.
+const dispatcher_t::sinks_t* dispatcher_t::exchange(const sinks_t* sinks) {
     const sinks_t* old = sinks_.exchange(sinks);
     for (int turn = 0; turn < 2; ++turn) {
         const uint32_t left = epoch_.fetch_xor(1);
@@ -66,7 +95,7 @@ void dispatcher_t::publish(const sinks_t* sinks) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
-    delete old;
+    return old;
 }
 
 void dispatcher_t::dispatch(record_t& record) {
@@ -74,7 +103,10 @@ void dispatcher_t::dispatch(record_t& record) {
     readers.fetch_add(1);
     for (abstract_log_t* sink : *sinks_.load()) {
         if (sink->threshold() >= record.level()) {
-            sink->log(record);
+            try {
+                sink->log(record);
+            } catch (const std::exception&) {  // the line is lost
+            }
         }
     }
     readers.fetch_sub(1);
@@ -116,8 +148,14 @@ object_t& process_log() {
     if (object_t* object = the_object.load()) {
         return *object;
     }
-    static auto* const object = new object_t;
-    return *object;
+    static const owner_t owner;
+    return *owner.object;
+}
+
+log_stay_t::log_stay_t() : granted((++stays, !is_over)) {}
+
+log_stay_t::~log_stay_t() {
+    --stays;
 }
 
 void log(object_t& object, int32_t level, const place_t& place, const char* format, ...) {

@@ -4,6 +4,8 @@
 /// Call sites use the macros QM_INTERNAL_ERROR … QM_DEBUG (format, arguments…). With the logging switch off such a call
 /// costs one relaxed load and a branch, and its arguments are not evaluated.
 ///
+/// A line that memory is missing for is lost, and that is all: no log call throws.
+///
 /// Threads: any may log at any time, and no lock is taken. What is cached for a message belongs to the logging thread's
 /// call; the set of sinks is read from a snapshot that is replaced, never changed. Thresholds, flags and sinks may
 /// change under running calls, by one thread at a time.
@@ -12,6 +14,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
+#include <exception>
 #include <forward_list>
 #include <set>
 #include <string>
@@ -161,19 +164,19 @@ class log_retail final : public abstract_log_t {
 /// The set of sinks. Readers see a snapshot; a change publishes a new one and waits until no reader holds the old one.
 class dispatcher_t {
   public:
-    dispatcher_t();
+    dispatcher_t() : sinks_(new sinks_t) {}
     ~dispatcher_t();  // destroys the sinks that are left
     dispatcher_t(const dispatcher_t&) = delete;
     dispatcher_t& operator=(const dispatcher_t&) = delete;
 
     void add(abstract_log_t* sink);
-    void remove(abstract_log_t* sink);
+    void remove(abstract_log_t* sink) noexcept;
     /// To each sink whose threshold admits the record, in the set's order.
     void dispatch(record_t& record);
 
   private:
     using sinks_t = std::set<abstract_log_t*>;
-    void publish(const sinks_t* sinks);
+    const sinks_t* exchange(const sinks_t* sinks);
 
     std::atomic<const sinks_t*> sinks_;
     // Readers count themselves under the epoch that they found; a change turns the epoch twice and waits for each
@@ -223,9 +226,24 @@ class object_t {
     dispatcher_t dispatcher_;  // destroyed first: its sinks look at the rest
 };
 
-/// The one log object: built on first use and then never destroyed, since threads of the driver log until the process
-/// ends.
+/// The one log object: built on first use, and destroyed with its sinks when the module is unloaded. Threads of the
+/// driver may log until the process ends: an object that a thread stays with is left to the process.
 object_t& process_log();
+
+/// A stay of the calling thread with the log object: each log call is one, and so is the life of a thread that may
+/// outlast the program's main. False when the object is gone.
+class log_stay_t {
+  public:
+    log_stay_t();
+    ~log_stay_t();
+    log_stay_t(const log_stay_t&) = delete;
+    log_stay_t& operator=(const log_stay_t&) = delete;
+
+    explicit operator bool() const { return granted; }
+
+  private:
+    const bool granted;
+};
 
 /// The log call.
 void log(object_t& object, int32_t level, const place_t& place, const char* format, ...)
@@ -249,7 +267,12 @@ void assertion_failed(object_t& object, bool abort_program, const char* conditio
     do {                                                                                                             \
         if (qmlog::logging_enabled.load(std::memory_order_relaxed)) [[unlikely]] {                                   \
             static constexpr auto qm_function = qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__)); \
-            statement;                                                                                               \
+            try {                                                                                                    \
+                if (const qmlog::log_stay_t qm_stay; qm_stay) {                                                      \
+                    statement;                                                                                       \
+                }                                                                                                    \
+            } catch (const std::exception&) { /* the line is lost */                                                 \
+            }                                                                                                        \
         }                                                                                                            \
     } while (false)
 

@@ -141,6 +141,22 @@ TEST_F(dll_test, comes_and_goes) {
     }
 }
 
+// The log file belongs to the log object, which goes with the library.
+TEST_F(dll_test, closes_its_log) {
+    const std::wstring log = L"P:\\Application Data\\PUBLIC\\VARKON\\ZPD\\LOG\\zpd.log";
+    for (size_t life = 1; life <= 3; ++life) {
+        const zpd_t zpd;
+        zpd.init(nullptr, nullptr);
+        zpd.request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(1) + u8(7) + u8(7));
+        EXPECT_FALSE(DeleteFileW(log.c_str())) << "while the library is there";
+        radio.question(life);
+        const HANDLE sender = zpd.sender();
+        zpd.unload();
+        expect_gone_with(sender);
+        EXPECT_TRUE(DeleteFileW(log.c_str())) << "error " << GetLastError();
+    }
+}
+
 // The sender is stopped in its sleep until everybody else has done with the library.
 TEST_F(dll_test, stays_until_the_sender_has_left) {
     const zpd_t zpd;

@@ -59,6 +59,7 @@ uint32_t sender_thread_t::time_left() {
 }
 
 DWORD WINAPI daemon_t::sender_thread_start(LPVOID parameter) {
+    const qmlog::log_stay_t stay;  // it may outlast the program's main
     sender_thread(*static_cast<sender_thread_t*>(parameter));
     return 0;
 }
