@@ -22,6 +22,7 @@ constexpr auto table = std::to_array<words_t>({
     {ZPD_ERROR_INVALID_FUNCTION, "the driver does not know this request"},
     {ZPD_ERROR_NOT_FOUND, "there is no such value"},
     {ZPD_ERROR_ACCESS, "access was refused"},
+    {ZPD_ERROR_NOT_ENOUGH_MEMORY, "the driver ran out of memory"},
     {ZPD_ERROR_INVALID_DATA, "the driver could not read the parameters of the request"},
     {device::error_malformed, "the packet was malformed"},
     {ZPD_ERROR_INSUFFICIENT_BUFFER, "the answer does not fit the room for it"},

@@ -263,17 +263,18 @@ void assertion_failed(object_t& object, bool abort_program, const char* conditio
     }
 
 /// Runs a statement that may name QM_PLACE, if logging is on.
-#define QM_TRACE(statement)                                                                                          \
-    do {                                                                                                             \
-        if (qmlog::logging_enabled.load(std::memory_order_relaxed)) [[unlikely]] {                                   \
-            static constexpr auto qm_function = qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__)); \
-            try {                                                                                                    \
-                if (const qmlog::log_stay_t qm_stay; qm_stay) {                                                      \
-                    statement;                                                                                       \
-                }                                                                                                    \
-            } catch (const std::exception&) { /* the line is lost */                                                 \
-            }                                                                                                        \
-        }                                                                                                            \
+#define QM_TRACE(statement)                                                          \
+    do {                                                                             \
+        if (qmlog::logging_enabled.load(std::memory_order_relaxed)) [[unlikely]] {   \
+            [[maybe_unused]] static constexpr auto qm_function =                     \
+                qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__)); \
+            try {                                                                    \
+                if (const qmlog::log_stay_t qm_stay; qm_stay) {                      \
+                    statement;                                                       \
+                }                                                                    \
+            } catch (const std::exception&) { /* the line is lost */                 \
+            }                                                                        \
+        }                                                                            \
     } while (false)
 
 #define QM_LOG(level, ...) QM_TRACE(qmlog::log(qmlog::process_log(), level, QM_PLACE, __VA_ARGS__))

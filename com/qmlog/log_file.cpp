@@ -12,7 +12,8 @@ namespace qmlog {
 
 namespace {
 
-// Octets. A line that fits leaves in one piece, by the flush after it; unbuffered streams may cut lines.
+// Octets. A line for which the buffer has room, and some to spare, leaves in one piece by the flush after it. Streams
+// may cut others.
 constexpr size_t least_buffer_size = size_t{64} * 1024;
 
 }  // namespace
@@ -66,8 +67,8 @@ bool log_file::may_open() const {
     return opening_allowed_ && !waiting;
 }
 
-void log_file::open(output_t& output, size_t longest_line) const {
-    output.buffer.resize(std::max(longest_line, least_buffer_size));
+void log_file::open(output_t& output, size_t line_length) const {
+    output.buffer.resize(std::max(line_length + 1, least_buffer_size));
     output.stream = _wfopen(widen(path_).c_str(), TEXT("ab"));
     if (output.stream != nullptr) {
         (void)setvbuf(output.stream, output.buffer.data(), _IOFBF, output.buffer.size());
@@ -123,7 +124,7 @@ void log_file::write_backlog(output_t& output) {
 
 void log_file::append(output_t& output, const std::string& line) const {
     const std::string whole = line + "\n";
-    if (output.is_ours && whole.size() > output.buffer.size()) {
+    if (output.is_ours && whole.size() >= output.buffer.size()) {
         output.close();
         open(output, whole.size());
     }

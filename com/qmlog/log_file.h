@@ -50,7 +50,7 @@ class log_file final : public abstract_log_t {
         kept_line_t* next;  // the one that came before
     };
     bool may_open() const;
-    void open(output_t& output, size_t longest_line) const;
+    void open(output_t& output, size_t line_length) const;
     void write_line(output_t& output, const std::string& line);
     void keep(const std::string& line);
     void write_backlog(output_t& output);

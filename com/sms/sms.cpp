@@ -37,11 +37,12 @@ bool sms_message_t::add_datagram(std::unique_ptr<incoming_datagram>& record) {
     const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
     uint32_t ordinal = 1;
     if (amount == 0) {
+        const uint32_t told = concatenation != nullptr ? concatenation->amount() : 1;
         address = record->address;
+        datagrams.resize(told);  // before it counts: memory may be missing
+        amount = told;
         id = concatenation != nullptr ? concatenation->id() : id;
-        amount = concatenation != nullptr ? concatenation->amount() : 1;
         ordinal = concatenation != nullptr ? concatenation->ordinal() : 1;
-        datagrams.resize(amount);
     } else {
         // The table's key already holds address, reference and amount: comparing them is a second line of defence.
         if (concatenation == nullptr) {

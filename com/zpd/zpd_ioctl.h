@@ -11,7 +11,8 @@
  * for an unknown code, ZPD_ERROR_INVALID_DATA for input that is short (VERSION and MESSAGE_LIST refuse any input,
  * SEND_MESSAGE and COUNT_DATAGRAMS octets too many), ZPD_ERROR_INSUFFICIENT_BUFFER when the output does not fit (0
  * octets are returned then), ZPD_ERROR_CANNOT_IMPERSONATE, ZPD_ERROR_DEVICE_NOT_AVAILABLE when the driver is not
- * running. */
+ * running, ZPD_ERROR_NOT_ENOUGH_MEMORY when it runs out of memory (nothing is returned; what it had begun may have
+ * been done in part). */
 #ifndef ZPD_IOCTL_H
 #define ZPD_IOCTL_H
 
@@ -89,6 +90,7 @@
 #define ZPD_ERROR_INVALID_FUNCTION 1u
 #define ZPD_ERROR_NOT_FOUND 2u
 #define ZPD_ERROR_ACCESS 5u
+#define ZPD_ERROR_NOT_ENOUGH_MEMORY 8u
 #define ZPD_ERROR_INVALID_DATA 13u
 #define ZPD_ERROR_INSUFFICIENT_BUFFER 122u
 #define ZPD_ERROR_OUT_OF_RANGE 1002u

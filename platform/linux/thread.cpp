@@ -58,6 +58,7 @@ HANDLE CreateThread(void* /*security*/, DWORD stack_size, LPTHREAD_START_ROUTINE
     }
     const auto ended = std::make_shared<waitable_t>(waitable_t::kind_t::thread, false);
     const auto id = std::make_shared<std::atomic<DWORD>>(0);
+    HANDLE handle = platform::waitables().add(ended);  // first: nothing may fail once the thread runs
     const bool started = platform::start_detached(stack_size, [start, parameter, ended, id] {
         id->store(GetCurrentThreadId());
         id->notify_one();
@@ -65,13 +66,14 @@ HANDLE CreateThread(void* /*security*/, DWORD stack_size, LPTHREAD_START_ROUTINE
         ended->set();
     });
     if (!started) {
+        platform::waitables().remove(handle);
         return failed(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
     }
     if (thread_id != nullptr) {
         id->wait(0);
         *thread_id = id->load();
     }
-    return platform::waitables().add(ended);
+    return handle;
 }
 
 // The kernel's thread id, so that log lines agree with what top, gdb and strace show.

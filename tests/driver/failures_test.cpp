@@ -95,6 +95,30 @@ TEST_F(failures_test, running_goes_on) {
     radio.submission(1);
 }
 
+// A radio that calls back inside a call, on the thread that made it.
+TEST_F(failures_test, callbacks_inside_calls_do_no_harm) {
+    phone.start();
+    phone.stop();  // the log stays
+    radio.follow({.within = [this] {
+        radio.result(0x7777, RIL_RESULT_OK, u32(1));
+        radio.system_changed(gsm);
+        deliver(phone);
+    }});
+    phone.start();
+    EXPECT_EQ(phone.logged("CRITICAL ERROR EPIC FAIL: vcard daemon object not available; lost data dump follows"), 1u);
+    EXPECT_EQ(phone.logged("ERROR can't process system change notification: no daemon object"), 1u);
+    EXPECT_EQ(phone.logged("ERROR can't process datagram: no daemon object"), 1u);
+    phone.send_card(1);
+    eventually([&] {
+        phone.pass(10000);
+        return radio.attempts().submissions == 1;
+    });
+    radio.follow({});
+    radio.confirm(1);
+    EXPECT_THAT(phone.status(239), ElementsAre(4));
+    EXPECT_GE(phone.cards().size(), 2u) << "what comes inside other calls is stored";
+}
+
 TEST_F(failures_test, lost_results) {
     phone.start_on(gsm);
     phone.send_card(10);

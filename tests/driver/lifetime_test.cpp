@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <barrier>
 #include <functional>
 #include <random>
 #include <thread>
@@ -107,29 +106,21 @@ TEST_F(lifetime_test, clients_and_radio_all_at_once) {
     eventually([&] { return radio.attempts().submissions == 400; });
 }
 
-/// Eight threads that do the same at the same time, as often as told.
-void all_at_once(const std::function<void()>& act) {
-    std::barrier together(8);
-    std::vector<std::jthread> threads(8);
-    for (auto& thread : threads) {
-        thread = std::jthread([&] {
-            together.arrive_and_wait();
-            act();
-        });
-    }
+void eight_at_once(const std::function<void()>& act) {
+    all_at_once(std::vector(8, act));
 }
 
 TEST_F(lifetime_test, starts_at_once_make_one_daemon) {
     for (size_t life = 1; life <= 25; ++life) {
         std::atomic<size_t> sent{0};
-        all_at_once([&] {
+        eight_at_once([&] {
             phone.start();
             sent += phone.send("card").error == 0;
         });
         EXPECT_EQ(sent, 8u);
         EXPECT_EQ(phone.list().size(), 8u) << "a message was lost with its daemon";
         EXPECT_EQ(radio.attempts().sessions, life);
-        all_at_once([&] { phone.stop(); });
+        eight_at_once([&] { phone.stop(); });
         EXPECT_EQ(phone.request(ZPD_IOCTL_VERSION), failed(4319));
     }
 }
@@ -153,7 +144,7 @@ TEST_F(lifetime_test, starts_and_ends_at_once_lose_no_card) {
     phone.start();
     phone.stop();
     const refusals_t refusals;
-    all_at_once([&] {
+    eight_at_once([&] {
         for (size_t round = 0; round < rounds; ++round) {
             phone.start();
             radio.deliver(deliver_message(port_header, "card"));

@@ -208,6 +208,20 @@ void eventually(const std::function<bool()>& predicate) {
     EXPECT_TRUE(holds) << "waited in vain";
 }
 
+void all_at_once(const std::vector<std::function<void()>>& acts) {
+    std::atomic<size_t> ready{0};
+    std::vector<std::jthread> threads;
+    for (const auto& act : acts) {
+        threads.emplace_back([&] {
+            ++ready;
+            while (ready < acts.size()) {
+                std::this_thread::yield();
+            }
+            act();
+        });
+    }
+}
+
 void expect_in_order(const lines_t& log, const lines_t& expected) {
     auto at = log.begin();
     for (const std::string& line : expected) {

@@ -109,6 +109,9 @@ std::string read_file(const std::filesystem::path& path);
 /// Yields until the predicate holds; a test failure after 60 s.
 void eventually(const std::function<bool()>& predicate);
 
+/// Runs each on a thread of its own, all from the same moment on; returns when all have ended.
+void all_at_once(const std::vector<std::function<void()>>& acts);
+
 /// The lines occur in the log in this order, others between them. Behind an empty line it begins anew: threads that
 /// write at once take turns as they like.
 void expect_in_order(const lines_t& log, const lines_t& expected);

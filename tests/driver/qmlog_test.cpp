@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <barrier>
 #include <fstream>
 #include <regex>
-#include <thread>
 
 #include "com/qmlog/hex_dump.h"
 #include "com/qmlog/log_file.h"
@@ -185,14 +183,12 @@ TEST_F(log_file_test, stream_of_the_caller_stays_open) {
 /// What two threads leave in a file that log a line each at once, as often as told.
 std::vector<std::string> logged_by_two(const std::filesystem::path& file, const std::string& one,
                                        const std::string& another, int times) {
-    std::barrier together(2);
-    const auto write = [&](const std::string& line) {
-        together.arrive_and_wait();
+    const auto write = [times](const std::string& line) {
         for (int i = 0; i < times; ++i) {
             log(5, 0, "", "", line.c_str());
         }
     };
-    { const std::jthread first(write, one), second(write, another); }
+    all_at_once({[&] { write(one); }, [&] { write(another); }});
     std::vector<std::string> lines;
     std::ifstream left(file);
     for (std::string line; std::getline(left, line);) {

@@ -66,11 +66,21 @@ void scripted_radio_t::notify(DWORD code, const void* data, DWORD size) {
     }
 }
 
+void scripted_radio_t::happen_within() const {
+    std::unique_lock lock(mutex_);
+    const auto within = script_.within;
+    lock.unlock();
+    if (within) {
+        within();
+    }
+}
+
 HRESULT scripted_radio_t::open(RILRESULTCALLBACK on_result, RILNOTIFYCALLBACK on_notify, HRIL* session) {
-    const std::lock_guard lock(mutex_);
-    ++attempts_.sessions;
     on_result_ = on_result;
     on_notify_ = on_notify;
+    happen_within();
+    const std::lock_guard lock(mutex_);
+    ++attempts_.sessions;
     const HRESULT result = next_of(script_.sessions);
     if (result >= 0) {
         *session = reinterpret_cast<HRIL>(uintptr_t{0x5E55});
@@ -79,6 +89,7 @@ HRESULT scripted_radio_t::open(RILRESULTCALLBACK on_result, RILNOTIFYCALLBACK on
 }
 
 HRESULT scripted_radio_t::submit(const RILMESSAGE& message, DWORD options) {
+    happen_within();
     const std::lock_guard lock(mutex_);
     ++attempts_.submissions;
     const HRESULT result = next_of(script_.submissions);
@@ -95,6 +106,7 @@ HRESULT scripted_radio_t::submit(const RILMESSAGE& message, DWORD options) {
 }
 
 HRESULT scripted_radio_t::ask() {
+    happen_within();
     const std::lock_guard lock(mutex_);
     ++attempts_.questions;
     const HRESULT result = next_of(script_.questions);

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -29,6 +30,7 @@ struct submission_t {
 struct script_t {
     std::deque<HRESULT> sessions{}, submissions{}, questions{};
     bool confirm_everything = false;  // each submission is confirmed at once, by a thread of the radio's own
+    std::function<void()> within{};   // happens inside each call that the driver makes, on its thread
 };
 
 /// Calls of each kind, refused ones included.
@@ -64,6 +66,7 @@ class scripted_radio_t {
 
   private:
     scripted_radio_t();
+    void happen_within() const;
     void confirm_everything();
     template <typename item_t>
     item_t await(const std::vector<item_t>& items, size_t number) {

@@ -1,5 +1,6 @@
 // Control requests: from the code to the handler, under the control lock and on the caller's behalf.
 #include <algorithm>
+#include <exception>
 #include <iterator>
 
 #include "com/qmlog/api2.h"
@@ -13,6 +14,9 @@ struct daemon_t::control_t {
     uint32_t code;
     const char* name;
     void (*handle)(daemon_t& daemon, request_t& request);
+
+    /// Runs the handler. Running out of memory there fails the request.
+    void serve(daemon_t& daemon, request_t& request) const;
 
     static const control_t all[];
     static const control_t* find(uint32_t code);
@@ -48,6 +52,16 @@ const daemon_t::control_t* daemon_t::control_t::find(uint32_t code) {
     return found != std::end(all) ? found : nullptr;
 }
 
+void daemon_t::control_t::serve(daemon_t& daemon, request_t& request) const {
+    try {
+        handle(daemon, request);
+    } catch (const std::exception& error) {
+        QM_CRITICAL_ERROR("%s failed: %s", name, error.what());
+        request.output.reset();
+        request.fail(ZPD_ERROR_NOT_ENOUGH_MEMORY);
+    }
+}
+
 bool daemon_t::iocontrol(uint32_t code, request_t& request) {
     QM_DEBUG("");
     {
@@ -61,7 +75,7 @@ bool daemon_t::iocontrol(uint32_t code, request_t& request) {
             } else {
                 if (const control_t* control = control_t::find(code)) {
                     QM_DEBUG("%s", control->name);
-                    control->handle(*daemon.get(), request);
+                    control->serve(*daemon.get(), request);
                 } else {
                     QM_ERROR("Unknown ioctl opcode 0x%08X", code);
                     request.fail(ZPD_ERROR_INVALID_FUNCTION);

@@ -136,8 +136,7 @@ class daemon_t final : public machine_owner_t {
     bool ensure_ril_session();
     static void CALLBACK ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
                                        DWORD parameter);
-    bool route_result(uint32_t result_code, uint32_t req_id, const octet_string_t& data, uint32_t data32,
-                      uint32_t parameter);
+    bool route_result(uint32_t result_code, uint32_t req_id, octet_string_t& data, uint32_t data32, uint32_t parameter);
 
     // submission.cpp
     bool send_datagram_request_gsm(datagram_t* datagram);

@@ -33,7 +33,7 @@ void daemon_t::init() {
     gate_t& gate = gate_t::instance();
     const std::unique_lock turn = gate.take_turn();
     qmlog::logging_enabled = true;
-    qmlog::process_log().set_process_name("ZPD");
+    QM_TRACE(qmlog::process_log().set_process_name("ZPD"));
     QM_NOTICE("START");
     QM_DEBUG("");
     // A second start finds the daemon running and leaves it so: it may hold messages and the radio.
@@ -77,22 +77,30 @@ void daemon_t::deinit() {
     QM_DEBUG("");
 }
 
-daemon_t::daemon_t() : file_log(std::exchange(former_file_log, nullptr)) {
-    QM_DEBUG("constructor first line; daemon_t *this=0x%X", identity(this));
-    open_settings();
-    QM_DEBUG("constructor fifth line; daemon_t *this=0x%X", identity(this));
-    activation_state = std::make_unique<activation_state_t>(*settings);
-    const bool is_active = activation_state->is_active();
-    QM_DEBUG("activation_state: %s", yes_or_no(is_active, "YES", "NO"));
-    incoming_directory = incoming_directory_names;
-    control_lock.create();
-    sender_signal = std::make_unique<signal_plain_t>();
-    machine = std::make_unique<machine_t>(this);
-    read_settings();
-    seed_stored_names(static_cast<uint32_t>(time(nullptr)));
-    start_ril();
-    start_sender_thread();
-    QM_DEBUG("constructor last line; daemon_t *this=0x%X", identity(this));
+daemon_t::daemon_t() {
+    all_remains().emplace_front();  // now: the end is to need no memory
+    file_log = std::exchange(former_file_log, nullptr);
+    try {
+        QM_DEBUG("constructor first line; daemon_t *this=0x%X", identity(this));
+        open_settings();
+        QM_DEBUG("constructor fifth line; daemon_t *this=0x%X", identity(this));
+        activation_state = std::make_unique<activation_state_t>(*settings);
+        const bool is_active = activation_state->is_active();
+        QM_DEBUG("activation_state: %s", yes_or_no(is_active, "YES", "NO"));
+        incoming_directory = incoming_directory_names;
+        control_lock.create();
+        sender_signal = std::make_unique<signal_plain_t>();
+        machine = std::make_unique<machine_t>(this);
+        read_settings();
+        seed_stored_names(static_cast<uint32_t>(time(nullptr)));
+        start_ril();
+        start_sender_thread();  // the last that may fail: its thread uses what is here
+        QM_DEBUG("constructor last line; daemon_t *this=0x%X", identity(this));
+    } catch (const std::exception&) {
+        former_file_log = file_log;
+        all_remains().pop_front();
+        throw;
+    }
 }
 
 daemon_t::~daemon_t() {
@@ -106,8 +114,8 @@ daemon_t::~daemon_t() {
     messages.clear();
     displaced_messages.clear();
     former_file_log = file_log;
-    all_remains().push_back(
-        {std::move(machine), std::move(sender), std::move(activation_state), std::move(sender_signal)});
+    all_remains().front() = {std::move(machine), std::move(sender), std::move(activation_state),
+                             std::move(sender_signal)};
 }
 
 void daemon_t::start_sender_thread() {

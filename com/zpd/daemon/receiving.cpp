@@ -1,6 +1,7 @@
 // What the radio notifies: an incoming short message, checked, filtered and filed; a change of the system type.
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <iterator>
 #include <utility>
 
@@ -117,7 +118,7 @@ bool reduce(const RILMESSAGE& message, received_t& received) {
 
 }  // namespace
 
-void CALLBACK daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_size, DWORD /*parameter*/) {
+void CALLBACK daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_size, DWORD /*parameter*/) try {
     QM_DEBUG("");
     if (code == RIL_NOTIFY_MESSAGE) {
         QM_INFO("Incoming message, dwCode=RIL_NOTIFY_MESSAGE");
@@ -147,6 +148,8 @@ void CALLBACK daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_s
         const lock_guard_t guard(daemon->control_lock.get(), "ril_notify_cb_system_changed");
         daemon->update_system_type(system_type);
     }
+} catch (const std::exception& error) {
+    QM_CRITICAL_ERROR("notification 0x%08X lost: %s", static_cast<uint32_t>(code), error.what());
 }
 
 void daemon_t::process_gsm_or_cdma_message(const std::string& address, octet_view_t header, octet_view_t user_data) {

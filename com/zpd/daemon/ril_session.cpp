@@ -1,4 +1,7 @@
 // The radio session, the table of pending requests, and the way of each result to the request that it belongs to.
+#include <exception>
+#include <utility>
+
 #include "com/qmlog/api2.h"
 #include "com/qmlog/hex_dump.h"
 #include "com/zpd/daemon/daemon.h"
@@ -79,7 +82,7 @@ void daemon_t::abstract_ril_request_t::log_result() const {
 }
 
 void CALLBACK daemon_t::ril_result_cb(DWORD result_code, HRESULT request, const void* data, DWORD data_size,
-                                      DWORD parameter) {
+                                      DWORD parameter) try {
     octet_string_t octets;
     if (data != nullptr) {
         octets.assign(static_cast<const char*>(data), data_size);
@@ -100,10 +103,12 @@ void CALLBACK daemon_t::ril_result_cb(DWORD result_code, HRESULT request, const 
     if (needs_dump(octets)) {
         QM_HEX_DUMP(qmlog::level_error, octets);
     }
+} catch (const std::exception& error) {
+    QM_CRITICAL_ERROR("result of ril_ref=0x%X lost: %s", static_cast<uint32_t>(request), error.what());
 }
 
-/// False when no request waits for this result.
-bool daemon_t::route_result(uint32_t result_code, uint32_t req_id, const octet_string_t& data, uint32_t data32,
+/// False when no request waits for this result; else its data is taken.
+bool daemon_t::route_result(uint32_t result_code, uint32_t req_id, octet_string_t& data, uint32_t data32,
                             uint32_t parameter) {
     const lock_guard_t guard(control_lock.get(), "ril_result_cb");
     const auto found = pending_ril_requests.find(req_id);
@@ -122,7 +127,7 @@ bool daemon_t::route_result(uint32_t result_code, uint32_t req_id, const octet_s
     request->ril_result_code = result_code;
     request->data32 = data32;
     request->param = parameter;
-    request->data = data;
+    request->data = std::move(data);
     request->process_result();
     return true;
 }

@@ -1,5 +1,6 @@
 // The sender thread, and the network type that it depends on.
 #include <algorithm>
+#include <exception>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
@@ -79,7 +80,12 @@ void daemon_t::sender_thread(sender_thread_t& sender) {
             return;  // its daemon is gone
         }
         const lock_guard_t guard(daemon->control_lock.get(), "sender_thread");
-        wait = daemon->sender_round();
+        try {
+            wait = daemon->sender_round();
+        } catch (const std::exception& error) {
+            QM_CRITICAL_ERROR("round not finished: %s", error.what());
+            wait = send_back_off;
+        }
         if (sender.stop) {
             return;
         }

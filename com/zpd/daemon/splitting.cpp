@@ -101,10 +101,11 @@ uint32_t daemon_t::take_message_id() {
 }
 
 message_t* daemon_t::create_message(uint32_t id) {
+    auto fresh = std::make_unique<message_t>(id);
     std::unique_ptr<message_t>& record = messages[id];
     if (record != nullptr) {
         displaced_messages.push_back(std::move(record));
     }
-    record = std::make_unique<message_t>(id);
+    record = std::move(fresh);
     return record.get();
 }

@@ -1,6 +1,7 @@
 // Handing a datagram to the radio as a GSM or a CDMA message, and what its result means.
 #include <algorithm>
 #include <cstring>
+#include <exception>
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
@@ -62,7 +63,7 @@ bool fill_user_data(submit_t& out, const datagram_t& datagram) {
 
 }  // namespace
 
-bool daemon_t::request_ril(datagram_t* datagram) {
+bool daemon_t::request_ril(datagram_t* datagram) try {
     if (gsm_available) {
         return send_datagram_request_gsm(datagram);
     }
@@ -70,6 +71,10 @@ bool daemon_t::request_ril(datagram_t* datagram) {
         return send_datagram_request_cdma(datagram);
     }
     QM_CRITICAL_ERROR("EPIC FAIL: no network, can't send datagram :-(");
+    return false;
+} catch (const std::exception& error) {
+    QM_CRITICAL_ERROR("can't send datagram %d of message %d: %s", datagram->ordinal, datagram->message->id,
+                      error.what());
     return false;
 }
 
