@@ -144,7 +144,8 @@ void add_settings_commands(CLI::App& app, context_t& context) {
     add_number<uint8_t>(capacity, "datagrams", 1U, 255U, "1 to 255",
                         [changes](uint8_t value) { changes->capacity = value; });
     runs_settings(capacity, context, changes);
-    auto* inbox_size = above->add_subcommand("inbox-size", "Set how many files the incoming folder may hold");
+    auto* inbox_size = above->add_subcommand(
+        "inbox-size", "Set how many files the incoming folder may hold before cards are refused; one more gets in");
     add_number<uint32_t>(inbox_size, "files", 0U, ZPD_INCOMING_DIR_SIZE_MAX, "0 for any number",
                          [changes](uint32_t value) { changes->inbox_size = value; });
     runs_settings(inbox_size, context, changes);

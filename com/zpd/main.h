@@ -1,4 +1,5 @@
-/// The entry points that the device manager calls: a stream-interface driver with the device prefix ZPD.
+/// The entry points that the device manager calls: a stream-interface driver with the device prefix ZPD. No exception
+/// leaves them.
 #pragma once
 
 #include <windows.h>
@@ -8,9 +9,12 @@ extern "C" {
 /// Called by the loader. `reason` is 1 for process attach, 0 for detach, 2 and 3 for threads. Always TRUE.
 BOOL WINAPI DllMain(HANDLE module, DWORD reason, LPVOID reserved);
 
-/// Starts the driver; both arguments are ignored. Always 1: what fails is logged, and control requests then say so.
+/// Starts the driver, or finds it running and leaves it so; both arguments are ignored. Always 1: what fails is logged,
+/// and control requests then say so.
 DWORD ZPD_Init(LPCWSTR active_key, LPCVOID bus_context);
-/// Ends the driver: when it returns no thread is inside it any more. It may be started again. Always TRUE.
+/// Ends the driver: when it returns, no client and no callback is inside it any more. A sender thread may still be
+/// leaving: it logs, and touches nothing of what has ended. The radio session stays open. The driver may be started
+/// again; starts and ends may come from several threads at once. Always TRUE.
 BOOL ZPD_Deinit(DWORD device);
 
 /// Any number of clients may hold the device open; they share one context, 1.

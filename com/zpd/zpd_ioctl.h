@@ -23,12 +23,15 @@
 #define ZPD_IOCTL_VERSION ZPD_IOCTL_CODE(1u)
 #define ZPD_INTERFACE_VERSION 2u
 
-/* Whether received cards are stored. Input octet mode (0 query, else set), for a set octet new status (0 or 1); output
- * octet, the status. A set request with no room for output is answered as a query. */
+/* Whether received cards are stored. Input octet mode (0 query, else set), for a set octet new status (0 or 1, else
+ * ZPD_ERROR_INVALID_DATA); output octet, the status. A set request without room for the output changes nothing and
+ * fails with ZPD_ERROR_INSUFFICIENT_BUFFER; LOG_OPTIONS, RIL_CAPACITY and INCOMING_DIR_SIZE set before they fail so. */
 #define ZPD_IOCTL_ACTIVATION ZPD_IOCTL_CODE(2u)
 
 /* The applications that use the service. Input octet mode: 0 list (output string, names joined by ";"), 1 register
- * (then string name), 2 unregister all. */
+ * (then string name), 2 unregister all; ZPD_ERROR_INVALID_DATA for any other. Names are not checked, and the list is
+ * stored as it is told: a name with ";" is several when the driver starts again. An empty name is not seen in the list
+ * and is gone by then; until then it is looked for among the installed ones like any other. */
 #define ZPD_IOCTL_APPLICATION ZPD_IOCTL_CODE(3u)
 #define ZPD_APPLICATION_LIST 0u
 #define ZPD_APPLICATION_REGISTER 1u
@@ -74,11 +77,13 @@
  * file level (0..7; 0 means no log file); output the three octets in force. ZPD_ERROR_OUT_OF_RANGE changes nothing. */
 #define ZPD_IOCTL_LOG_OPTIONS ZPD_IOCTL_CODE(11u)
 
-/* How many datagrams may be with the radio at once. Input octet mode, for a set octet 1..255; output octet. */
+/* How many datagrams may be with the radio at once. Input octet mode, for a set octet 1..255 (ZPD_ERROR_OUT_OF_RANGE
+ * for 0, which changes nothing); output octet. */
 #define ZPD_IOCTL_RIL_CAPACITY ZPD_IOCTL_CODE(12u)
 
-/* How many files the incoming directory may hold, 0 for any number. Input octet mode, for a set u32 0..16777216; output
- * u32. */
+/* The bound of the incoming directory: a card is stored while no more than so many files are in it, so that one file
+ * more accumulates; 0 for any number. Input octet mode, for a set u32 0..16777216 (ZPD_ERROR_OUT_OF_RANGE above, which
+ * changes nothing); output u32. */
 #define ZPD_IOCTL_INCOMING_DIR_SIZE ZPD_IOCTL_CODE(13u)
 #define ZPD_INCOMING_DIR_SIZE_MAX 16777216u
 

@@ -3,6 +3,11 @@
 /// Every call returns at once: a negative HRESULT when the request could not be started, else the identifier of the
 /// request, which the result callback later names. Callbacks run on threads of the radio layer, never on the caller's;
 /// their data is valid during the callback only.
+///
+/// The driver relies on that. A result that comes inside the call that starts its request, on the same thread, finds no
+/// request and is lost; its datagram stays with the radio for ever. A callback inside RIL_Initialize, on the thread
+/// that starts the driver, finds no driver. Callbacks on other threads wait for the driver's start to end, so
+/// RIL_Initialize must not wait for them.
 #pragma once
 
 #include <windows.h>
