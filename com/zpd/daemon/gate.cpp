@@ -1,9 +1,13 @@
 #include "com/zpd/daemon/gate.h"
 
+#include <cstddef>
+#include <new>
+
 daemon_t* global_daemon_object = nullptr;
 
 gate_t& gate_t::instance() {
-    static auto* const gate = new gate_t;
+    alignas(gate_t) static std::byte storage[sizeof(gate_t)];  // it takes no memory that could be missing
+    static auto* const gate = new (storage) gate_t;
     return *gate;
 }
 

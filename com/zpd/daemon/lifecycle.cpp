@@ -1,5 +1,4 @@
 // The daemon's beginning and end.
-#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <utility>
