@@ -13,6 +13,7 @@
 /// What the states ask of the daemon that they belong to.
 class machine_owner_t {
   public:
+    virtual ~machine_owner_t() = default;
     /// Hands a datagram to the radio: true when a request is pending, whose result comes back through
     /// state_rilled_t::process_ril_result.
     virtual bool request_ril(datagram_t* datagram) = 0;
@@ -20,9 +21,6 @@ class machine_owner_t {
     virtual void set_last_send_failed(bool failed) = 0;
     /// Frees the record with this id that has no live datagram left.
     virtual void delete_message(uint32_t id) = 0;
-
-  protected:
-    ~machine_owner_t() = default;
 };
 
 class machine_t {

@@ -57,7 +57,7 @@ class daemon_t final : public machine_owner_t {
     daemon_t();
     /// Leaves the sender thread, the radio session, the state machine, the activation state, the wake-up event and the
     /// log file as they are, deliberately.
-    ~daemon_t();
+    ~daemon_t() override;
     daemon_t(const daemon_t&) = delete;
     daemon_t& operator=(const daemon_t&) = delete;
 
