@@ -152,9 +152,16 @@ object_t& process_log() {
     return *owner.object;
 }
 
-log_stay_t::log_stay_t() : granted((++stays, !is_over)) {}
+bool log_stay_t::begin() {
+    ++stays;
+    if (is_over) {
+        --stays;
+        return false;
+    }
+    return true;
+}
 
-log_stay_t::~log_stay_t() {
+void log_stay_t::end() {
     --stays;
 }
 

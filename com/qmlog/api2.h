@@ -234,14 +234,21 @@ object_t& process_log();
 /// outlast the program's main. False when the object is gone.
 class log_stay_t {
   public:
-    log_stay_t();
-    ~log_stay_t();
+    explicit log_stay_t(bool wanted = true) : granted(wanted && begin()) {}
+    ~log_stay_t() {
+        if (granted) {
+            end();
+        }
+    }
     log_stay_t(const log_stay_t&) = delete;
     log_stay_t& operator=(const log_stay_t&) = delete;
 
     explicit operator bool() const { return granted; }
 
   private:
+    static bool begin();
+    static void end();
+
     const bool granted;
 };
 
@@ -263,18 +270,17 @@ void assertion_failed(object_t& object, bool abort_program, const char* conditio
     }
 
 /// Runs a statement that may name QM_PLACE, if logging is on.
-#define QM_TRACE(statement)                                                          \
-    do {                                                                             \
-        if (qmlog::logging_enabled.load(std::memory_order_relaxed)) [[unlikely]] {   \
-            [[maybe_unused]] static constexpr auto qm_function =                     \
-                qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__)); \
-            try {                                                                    \
-                if (const qmlog::log_stay_t qm_stay; qm_stay) {                      \
-                    statement;                                                       \
-                }                                                                    \
-            } catch (const std::exception&) { /* the line is lost */                 \
-            }                                                                        \
-        }                                                                            \
+#define QM_TRACE(statement)                                                                                   \
+    do {                                                                                                      \
+        if (const qmlog::log_stay_t qm_stay(qmlog::logging_enabled.load(std::memory_order_relaxed)); qm_stay) \
+            [[unlikely]] {                                                                                    \
+            [[maybe_unused]] static constexpr auto qm_function =                                              \
+                qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__));                          \
+            try {                                                                                             \
+                statement;                                                                                    \
+            } catch (const std::exception&) { /* the line is lost */                                          \
+            }                                                                                                 \
+        }                                                                                                     \
     } while (false)
 
 #define QM_LOG(level, ...) QM_TRACE(qmlog::log(qmlog::process_log(), level, QM_PLACE, __VA_ARGS__))

@@ -16,7 +16,8 @@ bool is_installed(const std::string& app) {
 }  // namespace
 
 activation_state_t::activation_state_t(reg_t& settings)
-    : activated(settings.add_uint32(ZPD_SETTING_ACTIVATED, 0, 1, 0)), applications(settings.add_string("applications", "")) {
+    : activated(settings.add_uint32(ZPD_SETTING_ACTIVATED, 0, 1, 0)),
+      applications(settings.add_string("applications", "")) {
     active = activated->value();
     QM_DEBUG("active=%d", active);
     read_apps();
