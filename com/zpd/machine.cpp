@@ -5,7 +5,7 @@
 #include "com/miscio/text.h"
 #include "com/zpd/daemon/message.h"
 
-machine_t::machine_t(machine_owner_t* owner)
+machine_t::machine_t(daemon_t* owner)
     : daemon(owner),
       state_queued(std::make_unique<state_queued_t>(this)),
       state_dispatcher(std::make_unique<state_dispatcher_t>(this)),
@@ -46,7 +46,7 @@ void machine_t::transition(datagram_t* datagram, abstract_state_t* to) {
         to->enter(datagram);
         ZPD_DUMP_STATES(*this);
     }
-    daemon->wake_sender();
+    machine_owner::wake_sender(*daemon);
 }
 
 namespace {

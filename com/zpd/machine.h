@@ -10,23 +10,26 @@
 #include "com/qmlog/api2.h"
 #include "com/zpd/state.h"
 
-/// What the states ask of the daemon that they belong to.
-class machine_owner_t {
-  public:
-    virtual ~machine_owner_t() = default;
-    /// Hands a datagram to the radio: true when a request is pending, whose result comes back through
-    /// state_rilled_t::process_ril_result.
-    virtual bool request_ril(datagram_t* datagram) = 0;
-    virtual void wake_sender() = 0;
-    virtual void set_last_send_failed(bool failed) = 0;
-    /// Frees the record with this id that has no live datagram left.
-    virtual void delete_message(uint32_t id) = 0;
-};
+class daemon_t;
+
+/// What the states ask of the daemon that they belong to, and all that they know of it. daemon_t has no virtual
+/// operations, deliberately: it implements these in daemon/machine_owner.cpp.
+namespace machine_owner {
+
+/// Hands a datagram to the radio: true when a request is pending, whose result comes back through
+/// state_rilled_t::process_ril_result.
+bool request_ril(daemon_t& daemon, datagram_t* datagram);
+void wake_sender(daemon_t& daemon);
+void set_last_send_failed(daemon_t& daemon, bool failed);
+/// Frees the record with this id that has no live datagram left.
+void delete_message(daemon_t& daemon, uint32_t id);
+
+}  // namespace machine_owner
 
 class machine_t {
   public:
     /// `owner` outlives every call but the destructor.
-    explicit machine_t(machine_owner_t* owner);
+    explicit machine_t(daemon_t* owner);
     ~machine_t();
     machine_t(const machine_t&) = delete;
     machine_t& operator=(const machine_t&) = delete;
@@ -38,7 +41,7 @@ class machine_t {
     /// Logs what QUEUED, RILLED and WAITING hold, at most 20 datagrams each; use it through ZPD_DUMP_STATES.
     void dump_states(const qmlog::place_t& place) const;
 
-    machine_owner_t* const daemon;
+    daemon_t* const daemon;
     const std::unique_ptr<state_queued_t> state_queued;
     const std::unique_ptr<state_dispatcher_t> state_dispatcher;
     const std::unique_ptr<state_rilled_t> state_rilled;

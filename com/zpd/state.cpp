@@ -36,7 +36,7 @@ void state_queued_t::enter(datagram_t* datagram) {
     abstract_io_state_t::enter(datagram);
     fifo.push_back(datagram);
     datagram->status = ZPD_STATUS_QUEUED;
-    machine->daemon->wake_sender();
+    machine_owner::wake_sender(*machine->daemon);
 }
 
 void state_queued_t::leave(datagram_t* datagram) {
@@ -52,7 +52,7 @@ void state_dispatcher_t::enter(datagram_t* datagram) {
     datagram->status = ZPD_STATUS_SUBMITTED;
     if (datagram->aborted) {
         machine->state_deferred->go_to(datagram);
-    } else if (machine->daemon->request_ril(datagram)) {
+    } else if (machine_owner::request_ril(*machine->daemon, datagram)) {
         machine->state_rilled->go_to(datagram);
     } else {
         machine->state_failed->go_to(datagram);
@@ -71,13 +71,13 @@ void state_rilled_t::leave(datagram_t* datagram) {
 
 void state_rilled_t::process_ril_result(datagram_t* datagram, uint32_t error) {
     QM_DEBUG("datagram_t *d=0x%X, error=0x%08X", identity(datagram), error);
-    machine->daemon->set_last_send_failed(error != 0);
+    machine_owner::set_last_send_failed(*machine->daemon, error != 0);
     if (error != 0) {
         machine->state_queued->go_to(datagram);
     } else {
         machine->state_sent->go_to(datagram);
     }
-    machine->daemon->wake_sender();
+    machine_owner::wake_sender(*machine->daemon);
 }
 
 void state_sent_t::enter(datagram_t* datagram) {
@@ -118,7 +118,7 @@ void state_ripped_t::enter(datagram_t* datagram) {
     message->datagrams[ordinal].reset();
     message->datagram_count -= 1;
     if (message->datagram_count == 0) {
-        machine->daemon->delete_message(id);
+        machine_owner::delete_message(*machine->daemon, id);
     }
 }
 

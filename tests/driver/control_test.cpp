@@ -7,11 +7,13 @@
 // Octets stand as two hexadecimal digits, u239 for a 32-bit number, "text" and L"text" for a string and a wide one,
 // 'text' for the text alone. The driver, which logs everything, is started by the first request. Between the requests:
 //
-//   preset NAME TYPE OCTETS…             a value of the settings, of the registry's type; \KEY\NAME stands for one
-//   elsewhere registry NAME OCTETS…                holds that; without octets it is not there install NAME an
-//   application fail CALL ERROR COUNT SKIP           calls of the platform, as platform/linux/testing.h has them start,
-//   restart                       a driver that runs is started once more; is ended and started again logged COUNT LINE
-//   how often, so far
+// * preset NAME TYPE OCTETS...: a value of the settings, of the registry's type; \KEY\NAME stands for one elsewhere
+// * registry NAME OCTETS...: that is what it holds; without octets it is not there
+// * install NAME: an application
+// * fail CALL ERROR COUNT SKIP: calls of the platform fail, as platform/linux/testing.h has it
+// * start: a driver that runs is started once more
+// * restart: it is ended and started again
+// * logged COUNT LINE: how often the log has the line, so far
 
 #include <fstream>
 #include <regex>

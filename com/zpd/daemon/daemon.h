@@ -46,7 +46,7 @@ struct sender_thread_t {
     uint32_t time_left();
 };
 
-class daemon_t final : public machine_owner_t {
+class daemon_t {
   public:
     /// What ZPD_Init and ZPD_Deinit do.
     static void init();
@@ -57,15 +57,15 @@ class daemon_t final : public machine_owner_t {
     daemon_t();
     /// Leaves the sender thread, the radio session, the state machine, the activation state, the wake-up event and the
     /// log file as they are, deliberately.
-    ~daemon_t() override;
+    ~daemon_t();
     daemon_t(const daemon_t&) = delete;
     daemon_t& operator=(const daemon_t&) = delete;
 
-    // For the state machine.
-    bool request_ril(datagram_t* datagram) override;
-    void wake_sender() override { sender_signal->raise(); }
-    void set_last_send_failed(bool failed) override { last_send_failed = failed; }
-    void delete_message(uint32_t id) override;
+    // For the state machine, see machine_owner.
+    bool request_ril(datagram_t* datagram);
+    void wake_sender() { sender_signal->raise(); }
+    void set_last_send_failed(bool failed) { last_send_failed = failed; }
+    void delete_message(uint32_t id);
 
     /// The base of pending radio requests. Owned by the table of the daemon until the result has been processed.
     class abstract_ril_request_t {
