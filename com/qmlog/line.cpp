@@ -58,8 +58,9 @@ struct line_t {
     std::string text;
     const char* separator = "";
 
-    void element(const std::string& piece) {
-        text += separator;
+    void element(const std::string& piece) { append(separator + piece); }
+    /// An element that begins with the separator.
+    void append(const std::string& piece) {
         text += piece;
         separator = " ";
     }
@@ -81,7 +82,7 @@ std::string zone_text(uint32_t flags) {
         result += "TZ=n/a";
     }
     if ((flags & flag_gmt_offset) != 0) {
-        result += (flags & flag_time_zone) != 0 ? ",GMT" : "GMT";  // the offset's text is empty
+        result += text("%sGMT%s", (flags & flag_time_zone) != 0 ? "," : "", "");  // the offset's text is empty
     }
     return result + ")";
 }
@@ -113,7 +114,7 @@ void append_groups(line_t& line, uint32_t flags, record_t& record) {
             line.element(time_text(flags, record));
         }
         if ((flags & flag_process_name) != 0) {
-            line.element("'" + record.process_name() + "'");
+            line.append(text("%s'%s'", line.separator, record.process_name().c_str()));
         }
         line.text += "]";
     }
@@ -210,10 +211,10 @@ void abstract_log_t::log(record_t& record) {
         }
     }
     if (with_location) {
-        line.element(text("at %s:%d", file_name(place.file), place.line));
+        line.append(text("%sat %s:%d", line.separator, file_name(place.file), place.line));
     }
     if (with_function) {
-        line.element(std::string("in ") + place.function);
+        line.append(text("%sin %s", line.separator, place.function));
     }
     if (with_message && with_place) {
         line.text += ":";
