@@ -26,6 +26,9 @@ namespace {
 
 const std::filesystem::path lock_folder = "/run/lock";
 
+// Stands behind the process id in lock files of ours; others look at the id alone.
+constexpr std::string_view our_mark = "zpd";
+
 std::string failure(const std::string& path, const char* attempt, int error) {
     return fmt::format("cannot {} {}: {}", attempt, path, base::errno_text(error));
 }
@@ -72,6 +75,15 @@ pid_t holder_of(const std::filesystem::path& lock_file) {
     return pid;
 }
 
+// Whoever writes such a file holds the flock too: with that in hand, the file is that of a process that was killed,
+// whoever has its number by now.
+bool is_left_over(const std::filesystem::path& lock_file) {
+    std::ifstream file(lock_file);
+    pid_t pid = 0;
+    std::string mark;
+    return file >> pid >> mark && mark == our_mark;
+}
+
 std::string name_of(pid_t pid) {
     std::ifstream file(fmt::format("/proc/{}/comm", pid));
     std::string name;
@@ -98,7 +110,7 @@ bool write_lock_file(const std::filesystem::path& lock_file) {
     const std::string temporary = fmt::format("{}.{}", lock_file.string(), getpid());
     {
         std::ofstream file(temporary, std::ios::trunc);
-        file << fmt::format("{:10}\n", getpid());
+        file << fmt::format("{:10} {}\n", getpid(), our_mark);
         if (!file.flush()) {
             return false;
         }
@@ -173,7 +185,7 @@ std::string tty_t::take_lock_file(const std::string& path, const std::filesystem
         if (errno != EEXIST) {
             break;
         }
-        const pid_t holder = holder_of(lock_file);
+        const pid_t holder = is_left_over(lock_file) ? 0 : holder_of(lock_file);
         if (holder != 0) {
             return held(path, name_of(holder));
         }

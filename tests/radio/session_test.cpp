@@ -59,6 +59,9 @@ TEST_F(session, tty_of_another_program_is_left_alone) {
     write_lock_file();
     EXPECT_THAT(attach_modem({modem.tty()}), HasSubstr("process " + std::to_string(holder)));
     EXPECT_TRUE(modem.log().empty()) << "nothing is said to a modem that another talks to";
+    std::ofstream(lock_file) << holder << " zpd\n";
+    EXPECT_EQ(attach_modem({modem.tty()}), "") << "one of ours would hold the tty: its number is another's by now";
+    detach_modem();
     kill(holder, SIGKILL);
     for (const int still_a_zombie : {WNOWAIT, 0}) {
         siginfo_t ignored{};
