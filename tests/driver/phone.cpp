@@ -6,6 +6,8 @@
 #include <sstream>
 #include <thread>
 
+#include "tests/incoming.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -137,7 +139,7 @@ void phone_t::let_sender_look() {
 std::map<std::string, std::string> phone_t::incoming() const {
     std::map<std::string, std::string> stored;
     std::error_code none;
-    for (const auto& entry : fs::directory_iterator(home() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING", none)) {
+    for (const auto& entry : fs::directory_iterator(incoming_folder(home()), none)) {
         stored[entry.path().filename().string()] = read_file(entry.path());
     }
     return stored;

@@ -21,6 +21,7 @@
 #include "radio/attach_modem.h"
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
+#include "tests/incoming.h"
 
 /// Moves the clock by so much, in small steps.
 inline void let_time_pass(uint64_t milliseconds) {
@@ -99,7 +100,7 @@ class phone_t {
     std::vector<std::string> stored() const {
         std::vector<std::string> cards;
         std::error_code none;
-        for (const auto& entry : std::filesystem::directory_iterator(files_ / "INCOMING", none)) {
+        for (const auto& entry : std::filesystem::directory_iterator(incoming_folder(home()), none)) {
             const std::string octets = read_file(entry.path());  // a line with the time and the sender, then the card
             cards.push_back(octets.substr(std::min(octets.find('\n') + 1, octets.size())));
         }

@@ -8,6 +8,7 @@
 
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
+#include "tests/incoming.h"
 #include "tests/system/phones.h"
 
 namespace {
@@ -181,7 +182,7 @@ TEST_F(cards, a_message_can_be_watched_and_closed_by_hand) {
 
 TEST(inbox, what_cannot_be_read_is_told) {
     const folder_t folder;
-    const fs::path incoming = fs::path(folder / "home") / "Application Data/PUBLIC/VARKON/ZPD/INCOMING";
+    const fs::path incoming = incoming_folder(folder / "home");
     fs::create_directories(incoming);
     const std::string name = "0123456789abcdef0123456789abcdef";
     write_file(incoming / name, "1700000000:+1\nA");

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <utility>
 
+#include "tests/incoming.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -61,7 +63,7 @@ outcome_t phone_t::ioctl(const std::string& code, const arguments_t& more) const
 
 std::vector<fs::path> phone_t::stored() const {
     std::error_code none_yet;
-    const fs::directory_iterator files(fs::path(home_) / "Application Data/PUBLIC/VARKON/ZPD/INCOMING", none_yet);
+    const fs::directory_iterator files(incoming_folder(home_), none_yet);
     return {begin(files), end(files)};
 }
 

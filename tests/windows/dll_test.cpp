@@ -14,6 +14,7 @@
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
 #include "tests/driver/scripted_radio.h"
+#include "tests/incoming.h"
 
 namespace {
 
@@ -118,7 +119,7 @@ TEST_F(dll_test, serves_a_client) {
     deliver.cchMsgLength = 4;
     std::ranges::copy(std::string("CARD"), deliver.rgbMsg);
     radio.deliver(message);
-    const std::filesystem::directory_iterator stored(home.path() / "Application Data/PUBLIC/VARKON/ZPD/INCOMING");
+    const std::filesystem::directory_iterator stored(incoming_folder(home.path()));
     std::ostringstream octets;
     octets << std::ifstream(stored->path(), std::ios::binary).rdbuf();
     EXPECT_THAT(octets.str(), testing::EndsWith(":empty\nCARD"));
