@@ -12,6 +12,7 @@ constexpr std::string_view both_memories = full_capabilities.memories;
 
 constexpr capabilities_t tables[] = {
     full_capabilities,
+    // Neither broadcasts nor status reports are to be had from the modest ones.
     // Nothing is handed over directly, nothing to be acknowledged.
     {"stored", "(0)", both_memories, "(0-2),(0,1),(0),(0),(0,1)", "(0-2)"},
     // Nothing is announced by its place: it is handed over, or stored silently.
