@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "air/deliver_report.h"
 #include "base/clock.h"
+#include "base/hex.h"
 #include "network/message_pdu.h"
 
 namespace network {
@@ -181,13 +183,16 @@ at_result_t message_service_t::cmgw(const at_command_t& command, at_lines_t& /*l
     if (command.form != at_form_t::set || !length || *length == 0 || !status) {
         return cms_invalid_pdu_parameter;
     }
-    entry_ = {true, *length, static_cast<message_status_t>(*status)};
+    entry_ = {entry_t::use_t::storage, *length, static_cast<message_status_t>(*status)};
     return at_enter_text;
 }
 
 at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& lines) {
+    if (entry_.use == entry_t::use_t::acknowledgement || entry_.use == entry_t::use_t::refusal) {
+        return take_report(text);
+    }
     const std::optional<air_message_t> message = message_of_pdu(text, form(), entry_.length);
-    if (message && entry_.for_storage) {
+    if (message && entry_.use == entry_t::use_t::storage) {
         return memories_.write({entry_.status, *message}, lines);
     }
     const std::optional<submission_t> submission = message ? submission_of(*message) : std::nullopt;
@@ -220,17 +225,37 @@ at_result_t message_service_t::submit(air_message_t message, submission_t submis
     return at_ok;
 }
 
-/// Acknowledgement of a direct delivery, 3.4.4: 0 and 1 accept it, 2 does not.
+/// Acknowledgement of a direct delivery, 3.4.4: 0 and 1 accept it, 2 does not. With a length, a report follows as text.
 at_result_t message_service_t::cnma(const at_command_t& command, at_lines_t& /*lines*/) {
     const at_parameters_t parameters(command.value);
     const std::optional<unsigned> kind = parameters.number_or(0, 2, 0);
-    if (!kind || !parameters.number_or(1, 0, 0) || command.form == at_form_t::read) {
+    const std::optional<unsigned> length = parameters.number_or(1, 255, 0);
+    if (!kind || !length || command.form == at_form_t::read) {
         return cms_not_supported;
     }
     if (!acknowledge_until_) {
         return cms_no_acknowledgement_expected;
     }
+    if (*length > 0) {
+        entry_ = {*kind == 2 ? entry_t::use_t::refusal : entry_t::use_t::acknowledgement, *length};
+        return at_enter_text;
+    }
     end_pending(*kind != 2);
+    return at_ok;
+}
+
+/// A report is a TPDU without the service centre's address. The delivery still waits for one after a malformed one.
+at_result_t message_service_t::take_report(std::string_view text) {
+    const bool accepted = entry_.use == entry_t::use_t::acknowledgement;
+    const std::optional<air::octets_t> octets = base::from_hex(text);
+    const auto kind = accepted ? air::deliver_report_t::of_acknowledgement : air::deliver_report_t::of_error;
+    if (!octets || octets->size() != entry_.length || !air::is_deliver_report(*octets, kind)) {
+        return cms_invalid_pdu_parameter;
+    }
+    if (!acknowledge_until_) {
+        return cms_no_acknowledgement_expected;
+    }
+    end_pending(accepted);
     return at_ok;
 }
 

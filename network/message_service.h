@@ -25,7 +25,7 @@ class message_service_t : public receiver_t {
 
     /// None when the command is not of the message service.
     std::optional<at_result_t> execute(const at_command_t& command, at_lines_t& lines);
-    /// The PDU that AT+CMGS or AT+CMGW asked for.
+    /// The PDU that AT+CMGS, AT+CMGW or AT+CNMA asked for.
     at_result_t execute_text(std::string_view text, at_lines_t& lines);
     /// Names of its commands, for +CLAC.
     static void list_commands(at_lines_t& lines);
@@ -53,8 +53,9 @@ class message_service_t : public receiver_t {
     };
     /// What the text that is being entered is for.
     struct entry_t {
-        bool for_storage = false;
-        size_t length = 0;  // of the message
+        enum class use_t { submission, storage, acknowledgement, refusal };
+        use_t use = use_t::submission;
+        size_t length = 0;  // of the message, or of the report
         message_status_t status = message_status_t::unsent;
     };
 
@@ -72,6 +73,7 @@ class message_service_t : public receiver_t {
         return (memories_.*run)(command, lines);
     }
 
+    at_result_t take_report(std::string_view text);
     at_result_t submit(air_message_t message, submission_t submission, at_lines_t& lines);
     taken_t receive(const air_message_t& message);
     taken_t store_delivery(const air_message_t& message, bool announce);

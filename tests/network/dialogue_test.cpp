@@ -1,5 +1,6 @@
 // The AT dialogue of one modem, octet for octet. Transcripts are files in tests/network/dialogues, and a file is a
-// test: after ">" what the host sends, after "<" what must come, and nothing else; "!" has an order of 'zpd fault', or
+// test: after ">" what the host sends, after "<" what must come, and nothing else, after "~" what must come in the end,
+// whatever precedes it; "!" has an order of 'zpd fault', or
 // "power-cycle", and "+" the milliseconds that pass.
 #include <fstream>
 #include <random>
@@ -24,6 +25,8 @@ class transcript : public network_test, public testing::WithParamInterface<std::
             host_->send(text);
         } else if (mark == '<') {
             host_->expect("", text);
+        } else if (mark == '~') {
+            EXPECT_TRUE(host_->read_until(text).ends_with(text)) << text;
         } else if (mark == '+') {
             base::advance_clock(std::stoul(text));
         } else if (text == "power-cycle") {
