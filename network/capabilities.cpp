@@ -8,7 +8,7 @@ namespace network {
 
 namespace {
 
-constexpr std::string_view both_memories = full_capabilities.memories;
+constexpr std::string_view both_memories = R"(("ME","SM"),("ME","SM"),("ME","SM"))";
 
 constexpr capabilities_t tables[] = {
     full_capabilities,

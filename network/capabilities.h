@@ -17,8 +17,8 @@ struct capabilities_t {
 };
 
 /// A host may ask for broadcasts (<bm>) and status reports (<ds>), as many do unasked: the network has neither to tell.
-inline constexpr capabilities_t full_capabilities = {"full", "(0,1)", R"(("ME","SM"),("ME","SM"),("ME","SM"))",
-                                                     "(0-2),(0-2),(0-3),(0-2),(0,1)", "(0-2)"};
+inline constexpr capabilities_t full_capabilities = {
+    "full", "(0,1)", R"(("ME","SM","MT"),("ME","SM","MT"),("ME","SM","MT"))", "(0-2),(0-2),(0-3),(0-2),(0,1)", "(0-2)"};
 
 /// The full ones, and those of more modest modems.
 std::span<const capabilities_t> capability_tables();

@@ -20,7 +20,7 @@ void show(stored_message_t& message, const std::string& begin, at_lines_t& lines
     }
 }
 
-std::string used_places(message_places_t& places) {
+std::string used_places(named_places_t places) {
     std::string used;
     for (size_t index = 1; index <= places.count(); ++index) {
         if (places.at(index) != nullptr) {
@@ -31,7 +31,7 @@ std::string used_places(message_places_t& places) {
 }
 
 /// <delflag> 1: all that are read; 2 and 3: also those sent, and those still to be sent; 4: all.
-void erase_all(message_places_t& places, unsigned flag) {
+void erase_all(named_places_t places, unsigned flag) {
     constexpr unsigned least_flag[] = {4, 1, 3, 2};  // by status
     for (size_t index = 1; index <= places.count(); ++index) {
         const stored_message_t* message = places.at(index);
@@ -43,18 +43,69 @@ void erase_all(message_places_t& places, unsigned flag) {
 
 }  // namespace
 
-std::optional<size_t> message_memories_t::memory_named(std::string_view name) const {
-    const auto memory = std::ranges::find(memories_, name, &memory_t::name);
-    return memory == memories_.end() ? std::nullopt : std::optional<size_t>(memory - memories_.begin());
+size_t named_places_t::count() const {
+    size_t count = 0;
+    for (const message_places_t* part : parts_) {
+        count += part->count();
+    }
+    return count;
+}
+
+size_t named_places_t::used() const {
+    size_t used = 0;
+    for (const message_places_t* part : parts_) {
+        used += part->used();
+    }
+    return used;
+}
+
+std::optional<size_t> named_places_t::put(const stored_message_t& message) {
+    size_t before = 0;
+    for (message_places_t* part : parts_) {
+        if (const std::optional<size_t> index = part->put(message)) {
+            return before + *index;
+        }
+        before += part->count();
+    }
+    return std::nullopt;
+}
+
+message_places_t* named_places_t::part_of(size_t& index) const {
+    for (message_places_t* part : parts_) {
+        if (part->exists(index)) {
+            return part;
+        }
+        index -= std::min(index, part->count());
+    }
+    return nullptr;
+}
+
+stored_message_t* named_places_t::at(size_t index) {
+    message_places_t* part = part_of(index);
+    return part == nullptr ? nullptr : part->at(index);
+}
+
+void named_places_t::erase(size_t index) {
+    if (message_places_t* part = part_of(index)) {
+        part->erase(index);
+    }
+}
+
+named_places_t message_memories_t::places_named(std::string_view name) {
+    return name == "ME"   ? named_places_t({&equipment_})
+           : name == "SM" ? named_places_t({&card_})
+                          : named_places_t({&equipment_, &card_});
 }
 
 /// None or all of them: for reading and deleting, for writing, for what is received. What is left out stays.
 bool message_memories_t::choose(const at_parameters_t& names) {
-    std::array<size_t, uses> chosen = memory_for_;
+    constexpr std::string_view known[] = {"ME", "SM", "MT"};
+    std::array<std::string_view, uses> chosen = memory_for_;
     for (size_t use = 0; use < std::max<size_t>(names.count(), 1); ++use) {
         const std::string name = names.text(use).value_or("");
-        const std::optional<size_t> memory = memory_named(name);
-        if (use >= uses || !memory || !offers(faults_.offers->memories, use, fmt::format("\"{}\"", name))) {
+        const auto* const memory = std::ranges::find(known, name);
+        if (use >= uses || memory == std::end(known) ||
+            !offers(faults_.offers->memories, use, fmt::format("\"{}\"", name))) {
             return false;
         }
         chosen[use] = *memory;
@@ -69,11 +120,11 @@ at_result_t message_memories_t::cpms(const at_command_t& command, at_lines_t& li
         return cms_not_supported;
     }
     std::string line;
-    for (const size_t index : memory_for_) {
-        const memory_t& memory = memories_[index];
+    for (const std::string_view name : memory_for_) {
+        const named_places_t memory = places_named(name);
         line += line.empty() ? "+CPMS: " : ",";
-        line += command.form == at_form_t::read ? fmt::format("\"{}\",", memory.name) : "";
-        line += fmt::format("{},{}", memory.places.used(), memory.places.count());
+        line += command.form == at_form_t::read ? fmt::format("\"{}\",", name) : "";
+        line += fmt::format("{},{}", memory.used(), memory.count());
     }
     lines.push_back(std::move(line));
     return at_ok;
@@ -85,7 +136,7 @@ at_result_t message_memories_t::cmgl(const at_command_t& command, at_lines_t& li
     if (!status || command.form == at_form_t::read) {
         return cms_invalid_pdu_parameter;
     }
-    message_places_t& memory = places(for_reading);
+    named_places_t memory = places(for_reading);
     for (size_t index = 1; index <= memory.count(); ++index) {
         stored_message_t* message = memory.at(index);
         if (message != nullptr && (*status == 4 || *status == static_cast<unsigned>(message->status))) {
@@ -108,7 +159,7 @@ at_result_t message_memories_t::cmgr(const at_command_t& command, at_lines_t& li
 
 /// Delete messages, 3.5.4: the one at the index, or with a <delflag> all of a kind.
 at_result_t message_memories_t::cmgd(const at_command_t& command, at_lines_t& lines) {
-    message_places_t& memory = places(for_reading);
+    named_places_t memory = places(for_reading);
     if (command.form == at_form_t::test) {
         lines.push_back(fmt::format("+CMGD: ({}),(0-4)", used_places(memory)));
         return at_ok;
@@ -145,26 +196,31 @@ at_result_t message_memories_t::write(const stored_message_t& message, at_lines_
     return at_ok;
 }
 
+stored_message_t* message_memories_t::to_send(size_t index) {
+    stored_message_t* message = places(for_writing).at(index);
+    const bool one = message != nullptr &&
+                     (message->status == message_status_t::unsent || message->status == message_status_t::sent);
+    return one ? message : nullptr;
+}
+
 std::optional<message_memories_t::place_t> message_memories_t::store_received(const air_message_t& message) {
     const std::optional<size_t> index = places(for_receiving).put({message_status_t::unread, message});
-    return index ? std::optional(place_t{memories_[memory_for_[for_receiving]].name, *index}) : std::nullopt;
+    return index ? std::optional(place_t{memory_for_[for_receiving], *index}) : std::nullopt;
 }
 
 void message_memories_t::reset_settings() {
     const bool to_equipment = offers(faults_.offers->memories, for_receiving, "\"ME\"");
-    memory_for_.fill(memory_named(to_equipment ? "ME" : "SM").value_or(0));
+    memory_for_.fill(to_equipment ? "ME" : "SM");
 }
 
 void message_memories_t::set_places(size_t count) {
-    for (memory_t& memory : memories_) {
-        memory.places.set_count(count);
-    }
+    equipment_.set_count(count);
+    card_.set_count(count);
 }
 
 void message_memories_t::set_default_places() {
-    for (memory_t& memory : memories_) {
-        memory.places.set_count(memory.default_places);
-    }
+    equipment_.set_count(equipment_places);
+    card_.set_count(card_places);
 }
 
 }  // namespace network

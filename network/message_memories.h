@@ -5,12 +5,35 @@
 #include <array>
 #include <optional>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "network/at_server.h"
 #include "network/faults.h"
 #include "network/message_places.h"
 
 namespace network {
+
+/// What a name of +CPMS stands for: one memory, or both of them one behind the other. A view.
+class named_places_t {
+  public:
+    explicit named_places_t(std::vector<message_places_t*> parts) : parts_(std::move(parts)) {}
+
+    size_t count() const;
+    size_t used() const;
+    /// The lowest free place, or none when all are taken.
+    std::optional<size_t> put(const stored_message_t& message);
+    /// Null when the place is empty or there is none of that number.
+    stored_message_t* at(size_t index);
+    bool exists(size_t index) const { return index >= 1 && index <= count(); }
+    void erase(size_t index);
+
+  private:
+    /// The part that has the place, whose number in it `index` becomes.
+    message_places_t* part_of(size_t& index) const;
+
+    std::vector<message_places_t*> parts_;
+};
 
 class message_memories_t {
   public:
@@ -23,6 +46,9 @@ class message_memories_t {
     at_result_t cmgd(const at_command_t& command, at_lines_t& lines);
     /// What AT+CMGW ends with.
     at_result_t write(const stored_message_t& message, at_lines_t& lines);
+
+    /// A message that is to be sent, or was; null when there is none at the index.
+    stored_message_t* to_send(size_t index);
 
     struct place_t {
         std::string_view memory;
@@ -40,19 +66,17 @@ class message_memories_t {
     /// What +CPMS chooses a memory for.
     enum use_t : size_t { for_reading, for_writing, for_receiving, uses };
 
-    struct memory_t {
-        std::string_view name;
-        size_t default_places;
-        message_places_t places{default_places};
-    };
+    static constexpr size_t equipment_places = 100;
+    static constexpr size_t card_places = 20;
 
-    message_places_t& places(use_t use) { return memories_[memory_for_[use]].places; }
-    std::optional<size_t> memory_named(std::string_view name) const;
+    named_places_t places_named(std::string_view name);
+    named_places_t places(use_t use) { return places_named(memory_for_[use]); }
     bool choose(const at_parameters_t& names);
 
     faults_t& faults_;
-    std::array<memory_t, 2> memories_{{{"ME", 100}, {"SM", 20}}};
-    std::array<size_t, uses> memory_for_{};  // indices into memories_
+    message_places_t equipment_{equipment_places};     // "ME"
+    message_places_t card_{card_places};               // "SM"; "MT" is both
+    std::array<std::string_view, uses> memory_for_{};  // their names
 };
 
 }  // namespace network

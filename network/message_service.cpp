@@ -20,6 +20,19 @@ constexpr size_t route = 1;  // of +CNMI: <mt>
 constexpr unsigned indicate_place = 1;
 constexpr unsigned hand_over_directly = 2;
 
+constexpr unsigned international_number = 145;  // type of address, 3GPP TS 24.011 8.2.5.2
+constexpr unsigned unknown_number = 129;
+
+/// An address and, after it, its type, 3.1.
+std::optional<air::address_t> address_of(const at_parameters_t& parameters, size_t index) {
+    const std::optional<std::string> text = parameters.text(index);
+    const std::optional<unsigned> type = parameters.number_or(index + 1, 255, unknown_number);
+    if (!text || !type) {
+        return std::nullopt;
+    }
+    return air::address_from_number((*type == international_number && !text->starts_with('+') ? "+" : "") + *text);
+}
+
 }  // namespace
 
 struct message_service_t::command_t {
@@ -41,6 +54,7 @@ const message_service_t::command_t message_service_t::commands[] = {
     {"+CMGR", "", &message_service_t::of_memories<&message_memories_t::cmgr>},
     {"+CMGD", "", &message_service_t::of_memories<&message_memories_t::cmgd>},
     {"+CMGS", "", &message_service_t::cmgs},
+    {"+CMSS", "", &message_service_t::cmss},
     {"+CMGW", "", &message_service_t::cmgw},
     {"+CNMA", "(0-2)", &message_service_t::cnma},
 };
@@ -118,16 +132,14 @@ at_result_t message_service_t::cmgf(const at_command_t& command, at_lines_t& lin
 at_result_t message_service_t::csca(const at_command_t& command, at_lines_t& lines) {
     if (command.form == at_form_t::read) {
         lines.push_back(fmt::format("+CSCA: \"{}\",{}", service_centre_number_,
-                                    service_centre_number_.starts_with('+') ? 145 : 129));
+                                    service_centre_number_.starts_with('+') ? international_number : unknown_number));
         return at_ok;
     }
-    const at_parameters_t parameters(command.value);
-    const std::optional<std::string> text = parameters.text(0);
-    const std::optional<unsigned> type = parameters.number_or(1, 255, 129);
-    if (!text || !type || !air::address_from_number(*text)) {
+    const std::optional<air::address_t> address = address_of(at_parameters_t(command.value), 0);
+    if (!address) {
         return cms_invalid_pdu_parameter;
     }
-    service_centre_number_ = (*type == 145 && !text->starts_with('+') ? "+" : "") + *text;
+    service_centre_number_ = air::number_from_address(*address);
     return at_ok;
 }
 
@@ -196,12 +208,40 @@ at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& l
         return memories_.write({entry_.status, *message}, lines);
     }
     const std::optional<submission_t> submission = message ? submission_of(*message) : std::nullopt;
-    return submission ? submit(*message, *submission, lines) : cms_invalid_pdu_parameter;
+    return submission ? submit("+CMGS", *message, *submission, lines) : cms_invalid_pdu_parameter;
+}
+
+/// Send a message from the memory, 3.5.2: to the address in it, or to the one given here.
+at_result_t message_service_t::cmss(const at_command_t& command, at_lines_t& lines) {
+    const at_parameters_t parameters(command.value);
+    stored_message_t* stored = memories_.to_send(parameters.number(0, any_number).value_or(0));
+    if (stored == nullptr) {
+        return cms_invalid_index;
+    }
+    std::optional<submission_t> submission = submission_of(stored->message);
+    if (!submission || submission->form != form()) {
+        return cms_invalid_pdu_parameter;
+    }
+    air_message_t message = stored->message;
+    if (parameters.given(1)) {
+        const auto destination = address_of(parameters, 1);
+        if (!destination || submission->form != air_form_t::gsm_tpdu) {
+            return cms_invalid_pdu_parameter;
+        }
+        submission->submit.destination = *destination;
+        message.octets = air::encode(submission->submit).value_or(message.octets);
+    }
+    const at_result_t result = submit("+CMSS", std::move(message), *submission, lines);
+    if (result.kind == at_result_t::kind_t::ok) {
+        stored->status = message_status_t::sent;
+    }
+    return result;
 }
 
 /// A message reference that the host has given is kept; 0 stands for the modem's own count. A CDMA message has an
 /// identifier of the host's.
-at_result_t message_service_t::submit(air_message_t message, submission_t submission, at_lines_t& lines) {
+at_result_t message_service_t::submit(std::string_view command, air_message_t message, submission_t submission,
+                                      at_lines_t& lines) {
     if (!coverage_.in_service()) {
         return cms_no_network_service;
     }
@@ -221,7 +261,7 @@ at_result_t message_service_t::submit(air_message_t message, submission_t submis
         --faults_.lost_results;
         return at_nothing;
     }
-    lines.push_back(fmt::format("+CMGS: {}", submission.reference));
+    lines.push_back(fmt::format("{}: {}", command, submission.reference));
     return at_ok;
 }
 

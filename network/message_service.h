@@ -65,6 +65,7 @@ class message_service_t : public receiver_t {
     at_result_t cnmi(const at_command_t& command, at_lines_t& lines);
     at_result_t cmms(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgs(const at_command_t& command, at_lines_t& lines);
+    at_result_t cmss(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgw(const at_command_t& command, at_lines_t& lines);
     at_result_t cnma(const at_command_t& command, at_lines_t& lines);
     // A command that is about the memories alone.
@@ -74,7 +75,7 @@ class message_service_t : public receiver_t {
     }
 
     at_result_t take_report(std::string_view text);
-    at_result_t submit(air_message_t message, submission_t submission, at_lines_t& lines);
+    at_result_t submit(std::string_view command, air_message_t message, submission_t submission, at_lines_t& lines);
     taken_t receive(const air_message_t& message);
     taken_t store_delivery(const air_message_t& message, bool announce);
     taken_t deliver_directly(const air_message_t& message);
