@@ -28,6 +28,10 @@ std::optional<uint64_t> number(std::string_view text, uint64_t highest) {
     return good ? std::optional(value) : std::nullopt;
 }
 
+bool is_control(char c) {
+    return static_cast<unsigned char>(c) < 0x20;
+}
+
 std::optional<unsigned> meaning_of(std::string_view text, std::span<const word_t> words) {
     const auto known = std::ranges::find(words, text, &word_t::word);
     return known == words.end() ? std::nullopt : std::optional(known->value);
@@ -151,9 +155,17 @@ bool set_prompt(phone_t* phone, std::string_view value) {
 }
 
 bool set_chatter(phone_t* phone, std::string_view value) {
-    const bool good = std::ranges::none_of(value, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+    const bool good = std::ranges::none_of(value, is_control);
     if (good && phone != nullptr) {
         phone->modem().faults().chatter = value.empty() ? "^RSSI: 21" : value == "off" ? "" : value;
+    }
+    return good;
+}
+
+bool set_service_answer(phone_t* phone, std::string_view value) {
+    const bool good = std::ranges::none_of(value, [](char c) { return is_control(c) || c == '"'; });
+    if (good && phone != nullptr) {
+        phone->modem().faults().service_answer = value;
     }
     return good;
 }
@@ -193,7 +205,7 @@ bool set_pin(phone_t* phone, std::string_view value) {
     const bool good = value == "off" || (digits && value.size() >= 4 && value.size() <= 8);
     if (good && phone != nullptr) {
         phone->modem().sim().set_pin(value == "off" ? "" : std::string(value));
-        phone->modem().look_at_sim();
+        phone->modem().update_coverage();
     }
     return good;
 }
@@ -225,6 +237,7 @@ constexpr fault_t table[] = {
     {"storage", "N", "N places in each message memory; what lies beyond is lost", set_storage},
     {"registration", "STATE", "home, roaming, searching, denied, unknown or none", set_registration},
     {"technology", "NAME", "gsm, edge, umts, hspa, lte, nr or cdma", set_technology},
+    {"ussd", "TEXT", "what the network answers to every service code (AT+CUSD)", set_service_answer},
     {"hang-up", "[MS]", "go away, and come back after MS milliseconds on another tty", hang_up},
     {"return", "", "come back after a hang-up", come_back},
     {"silent", "[on|off]", "take everything and say nothing", set_flag<&faults_t::silent>},

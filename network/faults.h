@@ -61,6 +61,9 @@ struct faults_t {
     // The message memories.
     unsigned failing_deletes = 0;  // so many of the next AT+CMGD fail
 
+    // What the network answers to each service code (+CUSD), in UTF-8.
+    std::string service_answer = "An emulated network: nothing is charged.";
+
     // The manner of speaking.
     bool silent = false;         // the modem takes everything and says nothing at all
     bool single_octets = false;  // each octet to the host is written by itself

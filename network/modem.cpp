@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "base/clock.h"
+#include "network/identity.h"
 
 namespace network {
 
@@ -14,8 +15,6 @@ constexpr std::string_view manufacturer = "ZPD";
 constexpr std::string_view model = "Emulated modem";
 constexpr std::string_view revision = "1.0";
 
-// 001-01 is the test network of ITU-T E.212 Annex A.
-constexpr std::string_view network_code = "00101";
 constexpr std::string_view operator_names[] = {"Test Network", "Test", network_code};  // by <format> of +COPS
 
 /// Commands that a modem has to bear, and on which nothing here depends: call control, modulation, line signals.
@@ -26,29 +25,13 @@ bool is_evolved(access_technology_t technology) {
     return technology >= access_technology_t::e_utran && technology <= access_technology_t::last;
 }
 
-/// The last `count` digits of a number, with zeros before a shorter one.
-std::string last_digits(std::string_view number, size_t count) {
-    number.remove_prefix(number.starts_with('+') ? 1 : 0);
-    const std::string padded = std::string(count, '0') + std::string(number);
-    return padded.substr(padded.size() - count);
-}
-
-/// The check digit of an IMEI, 3GPP TS 23.003 B.
-char check_digit(std::string_view digits) {
-    unsigned sum = 0;
-    for (size_t i = 0; i < digits.size(); ++i) {
-        const unsigned digit = static_cast<unsigned>(digits[i] - '0') * (i % 2 + 1);
-        sum += digit / 10 + digit % 10;
-    }
-    return static_cast<char>('0' + (10 - sum % 10) % 10);
-}
-
 }  // namespace
 
 struct modem_t::command_t {
     std::string_view name;
     std::string_view values;  // the answer to =?; empty: OK alone
     at_result_t (modem_t::*run)(const at_command_t&, at_lines_t&);
+    bool answers_test = false;  // the values depend on the modem
 };
 
 const modem_t::command_t modem_t::commands[] = {
@@ -67,12 +50,12 @@ const modem_t::command_t modem_t::commands[] = {
     {"+CPIN", "", &modem_t::cpin},
     {"+CPINR", "", &modem_t::cpinr},
     {"+CSQ", "(0-31,99),(99)", &modem_t::csq},
-    {"+CFUN", "(1)", &modem_t::cfun},
-    {"+CSCS", R"(("GSM","IRA"))", &modem_t::cscs},
+    {"+CFUN", "(0,1,4),(0)", &modem_t::cfun},
+    {"+CSCS", R"(("GSM","IRA","UCS2"))", &modem_t::cscs},
     {"+CREG", "(0-2)", &modem_t::creg},
     {"+CGREG", "(0-2)", &modem_t::creg},
     {"+CEREG", "(0-2)", &modem_t::creg},
-    {"+COPS", R"((2,"Test Network","Test","00101"),,(0,3),(0-2))", &modem_t::cops},
+    {"+COPS", "", &modem_t::cops, true},
     {"+CAD", "", &modem_t::cad},
     {"+CSS", "", &modem_t::css},
     {"+CLAC", "", &modem_t::clac},
@@ -87,18 +70,23 @@ modem_t::modem_t(const std::string& number, access_technology_t technology, serv
 void modem_t::power_on() {
     dialogue_.power_on();
     reset_settings();
+    functionality_ = full_functionality;
     sim_.power_on();
-    look_at_sim();
+    update_coverage();
 }
 
 void modem_t::reset_settings() {
     messages_.reset_settings();
     reports_ = {};
     operator_format_ = 0;
-    character_set_ = default_character_set;
+    character_set_ = character_set_t::gsm;
+    others_.reset_settings();
 }
 
 std::optional<uint64_t> modem_t::deadline() const {
+    if (others_.has_unsolicited()) {
+        return base::tick64();
+    }
     const std::optional<uint64_t> speech = dialogue_.deadline();
     const std::optional<uint64_t> acknowledgement = messages_.deadline();
     return speech && acknowledgement ? std::min(speech, acknowledgement) : speech ? speech : acknowledgement;
@@ -106,6 +94,9 @@ std::optional<uint64_t> modem_t::deadline() const {
 
 void modem_t::pass_deadline() {
     const uint64_t now = base::tick64();
+    if (const std::optional<std::string> line = others_.take_unsolicited()) {
+        dialogue_.unsolicited(*line);
+    }
     if (messages_.deadline().value_or(UINT64_MAX) <= now) {
         messages_.pass_deadline();
     }
@@ -122,7 +113,7 @@ at_result_t modem_t::execute(const at_command_t& command, at_lines_t& lines) {
         if (known.name != command.name) {
             continue;
         }
-        if (command.form != at_form_t::test) {
+        if (command.form != at_form_t::test || known.answers_test) {
             return (this->*known.run)(command, lines);
         }
         if (!known.values.empty()) {
@@ -130,7 +121,8 @@ at_result_t modem_t::execute(const at_command_t& command, at_lines_t& lines) {
         }
         return at_ok;
     }
-    return messages_.execute(command, lines).value_or(at_error);
+    const std::optional<at_result_t> result = messages_.execute(command, lines);
+    return result ? *result : others_.execute(command, lines).value_or(at_error);
 }
 
 at_result_t modem_t::execute_text(std::string_view text, at_lines_t& lines) {
@@ -146,25 +138,15 @@ at_result_t modem_t::identify(const at_command_t& command, at_lines_t& lines) {
     if (name == "I") {
         lines.insert(lines.end(), {std::string(manufacturer), std::string(model), std::string(revision)});
     } else if (name == "+GCAP") {
-        lines.emplace_back("+GCAP: +CGSM,+CIS707-A");
+        lines.emplace_back(coverage_.on_cdma() ? "+GCAP: +CIS707-A" : "+GCAP: +CGSM");
     } else if (name == "+CIMI") {
-        lines.push_back(subscriber_identity());
+        lines.push_back(subscriber_identity(number_));
     } else if (name.ends_with("GSN")) {
-        lines.push_back(equipment_identity());
+        lines.push_back(equipment_identity(number_));
     } else {
         lines.emplace_back(name.ends_with("GMI") ? manufacturer : name.ends_with("GMM") ? model : revision);
     }
     return at_ok;
-}
-
-std::string modem_t::equipment_identity() const {
-    std::string identity = "001017" + last_digits(number_, 8);
-    identity += check_digit(identity);
-    return identity;
-}
-
-std::string modem_t::subscriber_identity() const {
-    return std::string(network_code) + last_digits(number_, 10);
 }
 
 /// Subscriber number, 7.1.
@@ -188,7 +170,7 @@ at_result_t modem_t::cpin(const at_command_t& command, at_lines_t& lines) {
     }
     // Digits may stand without quotes.
     const at_result_t result = sim_.enter(parameters.text(0).value_or(command.value));
-    look_at_sim();
+    update_coverage();
     return result;
 }
 
@@ -210,26 +192,34 @@ at_result_t modem_t::csq(const at_command_t& command, at_lines_t& lines) {
     return at_ok;
 }
 
-/// Functionality, 8.2: always full.
+/// Functionality, 8.2: minimum, full, or all but the radio. Only with full functionality there is a network; the modem
+/// does not restart.
 at_result_t modem_t::cfun(const at_command_t& command, at_lines_t& lines) {
     if (command.form == at_form_t::read) {
-        lines.emplace_back("+CFUN: 1");
+        lines.push_back(fmt::format("+CFUN: {}", functionality_));
         return at_ok;
     }
-    return at_parameters_t(command.value).number(0, 1) == 1U ? at_ok : cme_not_allowed;
+    const at_parameters_t parameters(command.value);
+    const std::optional<unsigned> wanted = parameters.number(0, 4);
+    if (!wanted || (*wanted != 0 && *wanted != full_functionality && *wanted != 4) || !parameters.number_or(1, 0, 0)) {
+        return cme_not_allowed;
+    }
+    functionality_ = *wanted;
+    update_coverage();
+    return at_ok;
 }
 
-/// Character set, 5.5: no text of PDU mode is in one, so the choice is only remembered.
+/// Character set, 5.5.
 at_result_t modem_t::cscs(const at_command_t& command, at_lines_t& lines) {
     if (command.form == at_form_t::read) {
-        lines.push_back(fmt::format("+CSCS: \"{}\"", character_set_));
+        lines.push_back(fmt::format("+CSCS: \"{}\"", name_of(character_set_)));
         return at_ok;
     }
-    const std::optional<std::string> name = at_parameters_t(command.value).text(0);
-    if (name != "GSM" && name != "IRA") {
+    const auto set = character_set_named(at_parameters_t(command.value).text(0).value_or(""));
+    if (!set) {
         return cme_incorrect_parameters;
     }
-    character_set_ = *name;
+    character_set_ = *set;
     return at_ok;
 }
 
@@ -293,17 +283,17 @@ at_result_t modem_t::css(const at_command_t& command, at_lines_t& lines) {
 
 void modem_t::set_coverage(const coverage_t& coverage) {
     offered_coverage_ = coverage;
-    look_at_sim();
+    update_coverage();
 }
 
-void modem_t::look_at_sim() {
+void modem_t::update_coverage() {
     constexpr std::string_view names[] = {"+CREG", "+CGREG", "+CEREG"};
     std::string before[std::size(names)];
     for (size_t i = 0; i < std::size(names); ++i) {
         before[i] = registration(names[i], reports_of(names[i]));
     }
     coverage_ = offered_coverage_;
-    if (sim_.locked()) {
+    if (sim_.locked() || functionality_ != full_functionality) {
         coverage_.registration = registration_t::idle;
     }
     for (size_t i = 0; i < std::size(names); ++i) {
@@ -315,12 +305,26 @@ void modem_t::look_at_sim() {
     }
 }
 
-/// Operator, 7.3: chosen automatically; <mode> 3 sets the form of its name.
+/// In the host's character set, unless it is digits.
+std::string modem_t::operator_name(size_t format) const {
+    constexpr size_t numeric = 2;
+    return format == numeric ? std::string(operator_names[format]) : to_host(operator_names[format], character_set_);
+}
+
+/// Operator, 7.3: chosen automatically; <mode> 3 sets the form of its name. What is in reach is the one there is.
 at_result_t modem_t::cops(const at_command_t& command, at_lines_t& lines) {
     if (command.form == at_form_t::read) {
         lines.push_back(coverage_.in_service() ? fmt::format("+COPS: 0,{},\"{}\"{}", operator_format_,
-                                                             operator_names[operator_format_], technology())
+                                                             operator_name(operator_format_), technology())
                                                : "+COPS: 0");
+        return at_ok;
+    }
+    if (command.form == at_form_t::test) {
+        constexpr std::string_view modes_and_formats = ",,(0,3),(0-2)";
+        lines.push_back(coverage_.in_service()
+                            ? fmt::format(R"(+COPS: (2,"{}","{}","{}"{}){})", operator_name(0), operator_name(1),
+                                          operator_name(2), technology(), modes_and_formats)
+                            : fmt::format("+COPS: {}", modes_and_formats));
         return at_ok;
     }
     const at_parameters_t parameters(command.value);
@@ -339,6 +343,7 @@ at_result_t modem_t::clac(const at_command_t& /*command*/, at_lines_t& lines) {
         lines.push_back(fmt::format("{}{}", known.name.starts_with('+') ? "" : "AT", known.name));
     }
     message_service_t::list_commands(lines);
+    other_commands_t::list_commands(lines);
     return at_ok;
 }
 

@@ -1,14 +1,16 @@
 /// A modem for GSM, what came after it, and CDMA as its host sees it through AT commands: identity, SIM, registration
-/// (3GPP TS 27.007) and the message service (3GPP TS 27.005). No I/O: octets go in and out through dialogue(). Not
-/// thread-safe.
+/// (3GPP TS 27.007), the message service (3GPP TS 27.005), and what is no SMS (other_commands.h). No I/O: octets go in
+/// and out through dialogue(). Not thread-safe.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "network/at_server.h"
+#include "network/character_set.h"
 #include "network/faults.h"
 #include "network/message_service.h"
+#include "network/other_commands.h"
 #include "network/sim.h"
 
 namespace network {
@@ -30,12 +32,12 @@ class modem_t : public at_commands_t {
     sim_t& sim() { return sim_; }
     /// What it is on unless a fault says otherwise.
     access_technology_t own_technology() const { return own_technology_; }
-    /// What the network gives it; without the SIM's PIN it takes none of it.
+    /// What the network gives it; without the SIM's PIN, or with its radio off, it takes none of it.
     const coverage_t& offered_coverage() const { return offered_coverage_; }
     /// Tells the host, when it asked to be told (+CREG and its like).
     void set_coverage(const coverage_t& coverage);
-    /// To be called after a change of the SIM.
-    void look_at_sim();
+    /// To be called after a change of the SIM; tells the host likewise.
+    void update_coverage();
     /// Forgets settings and half-entered lines; keeps faults, coverage and stored messages.
     void power_on();
 
@@ -44,7 +46,7 @@ class modem_t : public at_commands_t {
     void reset_settings() override;
 
   private:
-    static constexpr std::string_view default_character_set = "GSM";
+    static constexpr unsigned full_functionality = 1;
 
     struct command_t;
     static const command_t commands[];
@@ -69,11 +71,10 @@ class modem_t : public at_commands_t {
     at_result_t cscs(const at_command_t& command, at_lines_t& lines);
     at_result_t clac(const at_command_t& command, at_lines_t& lines);
 
+    std::string operator_name(size_t format) const;
     unsigned& reports_of(std::string_view name);
     std::string registration(std::string_view name, unsigned detail) const;
     std::string technology() const;
-    std::string equipment_identity() const;
-    std::string subscriber_identity() const;
 
     const std::string number_;
     const access_technology_t own_technology_;
@@ -84,8 +85,10 @@ class modem_t : public at_commands_t {
     at_server_t dialogue_;
     message_service_t messages_;
     reports_t reports_;
-    unsigned operator_format_ = 0;                      // +COPS
-    std::string character_set_{default_character_set};  // +CSCS
+    unsigned functionality_ = full_functionality;           // +CFUN
+    unsigned operator_format_ = 0;                          // +COPS
+    character_set_t character_set_ = character_set_t::gsm;  // +CSCS
+    other_commands_t others_{{number_, coverage_, sim_, faults_, character_set_}};
 };
 
 }  // namespace network

@@ -29,6 +29,7 @@ inline constexpr at_result_t cme_not_allowed{at_result_t::kind_t::cme_error, 3};
 inline constexpr at_result_t cme_puk_required{at_result_t::kind_t::cme_error, 12};
 inline constexpr at_result_t cme_sim_busy{at_result_t::kind_t::cme_error, 14};
 inline constexpr at_result_t cme_incorrect_password{at_result_t::kind_t::cme_error, 16};
+inline constexpr at_result_t cme_no_network_service{at_result_t::kind_t::cme_error, 30};
 inline constexpr at_result_t cme_incorrect_parameters{at_result_t::kind_t::cme_error, 50};
 
 constexpr at_result_t cms_error(unsigned code) {

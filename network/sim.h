@@ -23,6 +23,8 @@ class sim_t {
     bool locked() const { return locked_; }
     /// +CPIN?, 3GPP TS 27.007 8.3
     std::string_view state() const;
+    /// After each power-on, +CLCK.
+    bool asks_for_pin() const { return !pin_.empty(); }
     unsigned tries_left() const { return tries_left_; }
     at_result_t enter(std::string_view pin);
 

@@ -68,6 +68,7 @@ const row_t rows[] = {
     {"unannounced", {"unannounced"}, {}, {}, ""},
     {"wrong_index", {"wrong-index"}, {}, {}, "odd announcement"},
     {"delete_fails", {}, {"fail-deletes=3"}, {}, "cannot delete"},
+    {"service_codes_answered", {"ussd=nothing"}, {}, {}, ""},
     {"sim_busy", {"sim-busy=5000"}, {}, {}, "it is waited for"},
     {"sim_not_ready", {"sim-busy=5000:515"}, {}, {}, "it is waited for"},
     {"sim_busy_again", {}, {"sim-busy=3000"}, {}, "SIM busy"},
