@@ -13,6 +13,7 @@ namespace network {
 namespace {
 
 constexpr char carriage_return = '\r';
+constexpr char line_feed = '\n';
 constexpr char backspace = '\b';
 constexpr char ctrl_z = '\x1a';
 constexpr char escape = '\x1b';
@@ -117,9 +118,10 @@ void at_server_t::run(std::string_view commands) {
     while (!commands.empty()) {
         const std::optional<at_command_t> command = next_command(commands);
         const at_result_t result = command ? execute(*command) : at_error;
-        if (result.kind == at_result_t::kind_t::enter_text) {
+        if (result.kind == at_result_t::kind_t::enter_text || result.kind == at_result_t::kind_t::enter_lines) {
             after_text_ = commands;
             entering_text_ = true;
+            entering_lines_ = result.kind == at_result_t::kind_t::enter_lines;
             begin_prompt();
             return;
         }
@@ -171,8 +173,21 @@ void at_server_t::take_text(char octet) {
         if (!line_.empty()) {
             line_.pop_back();
         }
-    } else if (octet != '\r' && octet != '\n') {
+    } else if (octet != carriage_return && octet != line_feed) {
         append(octet);
+    } else if (entering_lines_) {
+        take_line_end(octet);
+    }
+}
+
+/// Each further line is prompted for as the first is, 3GPP TS 27.005 3.5.1. A line feed before all text is still of the
+/// command line.
+void at_server_t::take_line_end(char octet) {
+    if (octet == carriage_return || !line_.empty()) {
+        append(octet);
+    }
+    if (octet == carriage_return) {
+        output_ += faults_.prompt;
     }
 }
 

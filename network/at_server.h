@@ -27,7 +27,7 @@ class at_commands_t {
   public:
     virtual ~at_commands_t() = default;
     virtual at_result_t execute(const at_command_t& command, at_lines_t& lines) = 0;
-    /// The text that the last command asked for (at_enter_text), without line ends.
+    /// The text that the last command asked for (at_enter_text, without line ends, or at_enter_lines).
     virtual at_result_t execute_text(std::string_view text, at_lines_t& lines) = 0;
     /// ATZ, AT&F
     virtual void reset_settings() = 0;
@@ -73,6 +73,7 @@ class at_server_t {
     void take_line(char octet);
     bool take_prefix(char octet);
     void take_text(char octet);
+    void take_line_end(char octet);
     void echo(char octet);
     void append(char octet);
     void end_line();
@@ -99,8 +100,9 @@ class at_server_t {
     bool too_long_ = false;
     std::string last_line_;  // for A/
     bool entering_text_ = false;
-    std::string after_text_;  // the commands that follow the one that asked for text
-    std::string held_;        // unsolicited, until the text is entered
+    bool entering_lines_ = false;  // line ends are of the text
+    std::string after_text_;       // the commands that follow the one that asked for text
+    std::string held_;             // unsolicited, until the text is entered
     std::optional<uint64_t> prompt_at_;
     std::deque<late_t> late_results_;
     std::string output_;

@@ -10,16 +10,6 @@ namespace network {
 
 namespace {
 
-/// A message read for the first time is no longer unread.
-void show(stored_message_t& message, const std::string& begin, at_lines_t& lines) {
-    lines.push_back(
-        fmt::format("{}{},,{}", begin, static_cast<unsigned>(message.status), message.message.octets.size()));
-    lines.push_back(pdu_text(message.message));
-    if (message.status == message_status_t::unread) {
-        message.status = message_status_t::read;
-    }
-}
-
 std::string used_places(named_places_t places) {
     std::string used;
     for (size_t index = 1; index <= places.count(); ++index) {
@@ -130,17 +120,62 @@ at_result_t message_memories_t::cpms(const at_command_t& command, at_lines_t& li
     return at_ok;
 }
 
-/// List messages, 3.4.2. <stat> 4: all.
+/// A message read for the first time is no longer unread. What text mode cannot tell is told as a PDU.
+void message_memories_t::show(stored_message_t& message, std::optional<size_t> index, at_lines_t& lines) const {
+    const std::string_view name = index ? "+CMGL" : "+CMGR";
+    const auto told = !text_mode_.on() ? std::nullopt
+                      : index          ? text_mode_.listed(*index, message)
+                                       : text_mode_.read(message, service_centre_number_);
+    if (told) {
+        lines.push_back(fmt::format("{}: {}", name, told->header));
+        lines.push_back(told->data);
+    } else {
+        lines.push_back(fmt::format("{}: {}{},,{}", name, index ? fmt::format("{},", *index) : "",
+                                    static_cast<unsigned>(message.status), message.message.octets.size()));
+        lines.push_back(pdu_text(message.message));
+    }
+    if (message.status == message_status_t::unread) {
+        message.status = message_status_t::read;
+    }
+}
+
+namespace {
+
+constexpr unsigned all = 4;  // <stat> of +CMGL
+
+}  // namespace
+
+/// <stat> of +CMGL as a number, whichever way it is written.
+std::optional<unsigned> message_memories_t::wanted_status(const at_parameters_t& parameters) const {
+    if (!text_mode_.on()) {
+        return parameters.number_or(0, all, 0);
+    }
+    const std::string word =
+        parameters.given(0) ? parameters.text(0).value_or("") : std::string(word_of(message_status_t::unread));
+    const std::optional<message_status_t> status = status_named(word);
+    return word == "ALL" ? std::optional(all) : status ? std::optional(static_cast<unsigned>(*status)) : std::nullopt;
+}
+
+at_result_t message_memories_t::invalid_parameter() const {
+    return text_mode_.on() ? cms_invalid_text_parameter : cms_invalid_pdu_parameter;
+}
+
+/// List messages, 3.4.2.
 at_result_t message_memories_t::cmgl(const at_command_t& command, at_lines_t& lines) {
-    const std::optional<unsigned> status = at_parameters_t(command.value).number_or(0, 4, 0);
+    if (command.form == at_form_t::test) {
+        lines.emplace_back(text_mode_.on() ? R"(+CMGL: ("REC UNREAD","REC READ","STO UNSENT","STO SENT","ALL"))"
+                                           : "+CMGL: (0-4)");
+        return at_ok;
+    }
+    const std::optional<unsigned> status = wanted_status(at_parameters_t(command.value));
     if (!status || command.form == at_form_t::read) {
-        return cms_invalid_pdu_parameter;
+        return invalid_parameter();
     }
     named_places_t memory = places(for_reading);
     for (size_t index = 1; index <= memory.count(); ++index) {
         stored_message_t* message = memory.at(index);
-        if (message != nullptr && (*status == 4 || *status == static_cast<unsigned>(message->status))) {
-            show(*message, fmt::format("+CMGL: {},", index), lines);
+        if (message != nullptr && (*status == all || *status == static_cast<unsigned>(message->status))) {
+            show(*message, index, lines);
         }
     }
     return at_ok;
@@ -153,7 +188,7 @@ at_result_t message_memories_t::cmgr(const at_command_t& command, at_lines_t& li
     if (message == nullptr) {
         return cms_invalid_index;
     }
-    show(*message, "+CMGR: ", lines);
+    show(*message, std::nullopt, lines);
     return at_ok;
 }
 

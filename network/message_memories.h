@@ -11,6 +11,7 @@
 #include "network/at_server.h"
 #include "network/faults.h"
 #include "network/message_places.h"
+#include "network/text_mode.h"
 
 namespace network {
 
@@ -37,8 +38,9 @@ class named_places_t {
 
 class message_memories_t {
   public:
-    /// `faults` outlives the object.
-    explicit message_memories_t(faults_t& faults) : faults_(faults) {}
+    /// The references outlive the object; the number is the service centre's, which is told of messages.
+    message_memories_t(faults_t& faults, const text_mode_t& text_mode, const std::string& service_centre_number)
+        : faults_(faults), text_mode_(text_mode), service_centre_number_(service_centre_number) {}
 
     at_result_t cpms(const at_command_t& command, at_lines_t& lines);
     at_result_t cmgl(const at_command_t& command, at_lines_t& lines);
@@ -73,7 +75,13 @@ class message_memories_t {
     named_places_t places(use_t use) { return places_named(memory_for_[use]); }
     bool choose(const at_parameters_t& names);
 
+    std::optional<unsigned> wanted_status(const at_parameters_t& parameters) const;
+    at_result_t invalid_parameter() const;
+    void show(stored_message_t& message, std::optional<size_t> index, at_lines_t& lines) const;
+
     faults_t& faults_;
+    const text_mode_t& text_mode_;
+    const std::string& service_centre_number_;
     message_places_t equipment_{equipment_places};     // "ME"
     message_places_t card_{card_places};               // "SM"; "MT" is both
     std::array<std::string_view, uses> memory_for_{};  // their names

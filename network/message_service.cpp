@@ -20,19 +20,6 @@ constexpr size_t route = 1;  // of +CNMI: <mt>
 constexpr unsigned indicate_place = 1;
 constexpr unsigned hand_over_directly = 2;
 
-constexpr unsigned international_number = 145;  // type of address, 3GPP TS 24.011 8.2.5.2
-constexpr unsigned unknown_number = 129;
-
-/// An address and, after it, its type, 3.1.
-std::optional<air::address_t> address_of(const at_parameters_t& parameters, size_t index) {
-    const std::optional<std::string> text = parameters.text(index);
-    const std::optional<unsigned> type = parameters.number_or(index + 1, 255, unknown_number);
-    if (!text || !type) {
-        return std::nullopt;
-    }
-    return air::address_from_number((*type == international_number && !text->starts_with('+') ? "+" : "") + *text);
-}
-
 }  // namespace
 
 struct message_service_t::command_t {
@@ -40,19 +27,21 @@ struct message_service_t::command_t {
     std::string_view values;  // the answer to =?; empty: OK alone
     at_result_t (message_service_t::*run)(const at_command_t&, at_lines_t&);
     std::string_view capabilities_t::*offered = nullptr;  // what `values` are, where modems differ
+    bool answers_test = false;                            // itself, with what depends on memory or mode
 };
 
-// +CMGD's list depends on the memory: the command itself answers.
 const message_service_t::command_t message_service_t::commands[] = {
     {"+CSMS", "", &message_service_t::csms, &capabilities_t::service},
     {"+CPMS", "", &message_service_t::of_memories<&message_memories_t::cpms>, &capabilities_t::memories},
-    {"+CMGF", "(0)", &message_service_t::cmgf},
+    {"+CMGF", "(0,1)", &message_service_t::cmgf},
+    {"+CSMP", "", &message_service_t::of_text_mode<&text_mode_t::csmp>},
+    {"+CSDH", "(0,1)", &message_service_t::of_text_mode<&text_mode_t::csdh>},
     {"+CSCA", "", &message_service_t::csca},
     {"+CNMI", "", &message_service_t::cnmi, &capabilities_t::indications},
     {"+CMMS", "", &message_service_t::cmms, &capabilities_t::more_messages},
-    {"+CMGL", "(0-4)", &message_service_t::of_memories<&message_memories_t::cmgl>},
+    {"+CMGL", "", &message_service_t::of_memories<&message_memories_t::cmgl>, nullptr, true},
     {"+CMGR", "", &message_service_t::of_memories<&message_memories_t::cmgr>},
-    {"+CMGD", "", &message_service_t::of_memories<&message_memories_t::cmgd>},
+    {"+CMGD", "", &message_service_t::of_memories<&message_memories_t::cmgd>, nullptr, true},
     {"+CMGS", "", &message_service_t::cmgs},
     {"+CMSS", "", &message_service_t::cmss},
     {"+CMGW", "", &message_service_t::cmgw},
@@ -60,14 +49,16 @@ const message_service_t::command_t message_service_t::commands[] = {
 };
 
 message_service_t::message_service_t(std::string number, service_centre_t& service_centre, at_server_t& dialogue,
-                                     const coverage_t& coverage, const sim_t& sim, faults_t& faults)
+                                     const coverage_t& coverage, const sim_t& sim, const character_set_t& character_set,
+                                     faults_t& faults)
     : number_(std::move(number)),
       service_centre_(service_centre),
       dialogue_(dialogue),
       coverage_(coverage),
       sim_(sim),
       faults_(faults),
-      memories_(faults),
+      text_mode_(character_set),
+      memories_(faults, text_mode_, service_centre_number_),
       service_centre_number_(service_centre_t::own_number) {}
 
 std::optional<at_result_t> message_service_t::execute(const at_command_t& command, at_lines_t& lines) {
@@ -79,7 +70,7 @@ std::optional<at_result_t> message_service_t::execute(const at_command_t& comman
         if (known.offered != nullptr && values.empty()) {
             return at_error;
         }
-        if (command.form != at_form_t::test || known.name == "+CMGD") {
+        if (command.form != at_form_t::test || known.answers_test) {
             const std::optional<at_result_t> refusal = sim_.message_refusal();
             return refusal ? *refusal : (this->*known.run)(command, lines);
         }
@@ -100,6 +91,7 @@ void message_service_t::list_commands(at_lines_t& lines) {
 void message_service_t::reset_settings() {
     end_pending(false);
     settings_ = {};
+    text_mode_.reset_settings();
     memories_.reset_settings();
 }
 
@@ -119,23 +111,23 @@ at_result_t message_service_t::csms(const at_command_t& command, at_lines_t& lin
     return at_ok;
 }
 
-/// Message format, 3.2.3: PDU mode and no other.
+/// Message format, 3.2.3. A CDMA message has no text mode of 27.005.
 at_result_t message_service_t::cmgf(const at_command_t& command, at_lines_t& lines) {
-    if (command.form == at_form_t::read) {
-        lines.emplace_back("+CMGF: 0");
-        return at_ok;
+    if (coverage_.on_cdma() && at_parameters_t(command.value).number(0, 1) == 1U) {
+        return cms_not_supported;
     }
-    return at_parameters_t(command.value).number_or(0, 0, 0) ? at_ok : cms_not_supported;
+    return text_mode_.cmgf(command, lines);
 }
 
 /// Service centre address, 3.3.1. Whatever a host writes here, the network has one service centre.
 at_result_t message_service_t::csca(const at_command_t& command, at_lines_t& lines) {
     if (command.form == at_form_t::read) {
         lines.push_back(fmt::format("+CSCA: \"{}\",{}", service_centre_number_,
-                                    service_centre_number_.starts_with('+') ? international_number : unknown_number));
+                                    service_centre_number_.starts_with('+') ? 145 : 129));
         return at_ok;
     }
-    const std::optional<air::address_t> address = address_of(at_parameters_t(command.value), 0);
+    const at_parameters_t parameters(command.value);
+    const std::optional<air::address_t> address = address_of(parameters.text(0).value_or(""), parameters, 0);
     if (!address) {
         return cms_invalid_pdu_parameter;
     }
@@ -177,38 +169,80 @@ at_result_t message_service_t::cmms(const at_command_t& command, at_lines_t& lin
     return at_ok;
 }
 
-/// Send a message, 3.5.1: its length now, the PDU as text after it.
+/// In text mode it is written in the host's character set.
+std::optional<air::address_t> message_service_t::destination(const at_parameters_t& parameters, size_t index) const {
+    return in_text_mode() ? text_mode_.destination(parameters, index)
+                          : address_of(parameters.text(index).value_or(""), parameters, index);
+}
+
+/// Send a message, 3.5.1: its length now, the PDU as text after it; in text mode its destination, and then the text.
 at_result_t message_service_t::cmgs(const at_command_t& command, at_lines_t& /*lines*/) {
-    const std::optional<unsigned> length = at_parameters_t(command.value).number(0, 255);
+    const at_parameters_t parameters(command.value);
+    if (in_text_mode()) {
+        return cmgs_text(parameters);
+    }
+    const std::optional<unsigned> length = parameters.number(0, 255);
     if (command.form != at_form_t::set || !length || *length == 0) {
         return cms_invalid_pdu_parameter;
     }
-    entry_ = {.length = *length};
+    entry_ = {};
+    entry_.length = *length;
     return at_enter_text;
 }
 
-/// Write a message to the memory, 4.4: received ones (<stat> 0 and 1) or such as are to be sent.
+at_result_t message_service_t::cmgs_text(const at_parameters_t& parameters) {
+    entry_ = {};
+    entry_.destination = destination(parameters, 0);
+    return entry_.destination ? at_enter_lines : cms_invalid_text_parameter;
+}
+
+/// Write a message to the memory, 3.5.3 and 4.4: received ones (<stat> 0 and 1) or such as are to be sent.
 at_result_t message_service_t::cmgw(const at_command_t& command, at_lines_t& /*lines*/) {
     const at_parameters_t parameters(command.value);
+    if (in_text_mode()) {
+        return cmgw_text(parameters);
+    }
     const std::optional<unsigned> length = parameters.number(0, 255);
     const std::optional<unsigned> status = parameters.number_or(1, 3, 2);
     if (command.form != at_form_t::set || !length || *length == 0 || !status) {
         return cms_invalid_pdu_parameter;
     }
-    entry_ = {entry_t::use_t::storage, *length, static_cast<message_status_t>(*status)};
+    entry_ = {entry_t::use_t::storage, *length, static_cast<message_status_t>(*status), {}};
     return at_enter_text;
+}
+
+/// Only such as are to be sent: of those received a text does not have all.
+at_result_t message_service_t::cmgw_text(const at_parameters_t& parameters) {
+    const std::string word = parameters.given(2) ? parameters.text(2).value_or("") : "STO UNSENT";
+    const std::optional<message_status_t> status = status_named(word);
+    if (status != message_status_t::unsent && status != message_status_t::sent) {
+        return cms_invalid_text_parameter;
+    }
+    entry_ = {entry_t::use_t::storage, 0, *status, destination(parameters, 0)};
+    return entry_.destination ? at_enter_lines : cms_invalid_text_parameter;
+}
+
+std::optional<air_message_t> message_service_t::entered_message(std::string_view text) const {
+    if (!entry_.destination) {
+        return message_of_pdu(text, form(), entry_.length);
+    }
+    const std::optional<air::submit_t> submit = text_mode_.submission(text, *entry_.destination);
+    std::optional<air::octets_t> octets = submit ? air::encode(*submit) : std::nullopt;
+    return octets ? std::optional(air_message_t{air_form_t::gsm_tpdu, std::move(*octets)}) : std::nullopt;
 }
 
 at_result_t message_service_t::execute_text(std::string_view text, at_lines_t& lines) {
     if (entry_.use == entry_t::use_t::acknowledgement || entry_.use == entry_t::use_t::refusal) {
         return take_report(text);
     }
-    const std::optional<air_message_t> message = message_of_pdu(text, form(), entry_.length);
+    const std::optional<air_message_t> message = entered_message(text);
     if (message && entry_.use == entry_t::use_t::storage) {
         return memories_.write({entry_.status, *message}, lines);
     }
     const std::optional<submission_t> submission = message ? submission_of(*message) : std::nullopt;
-    return submission ? submit("+CMGS", *message, *submission, lines) : cms_invalid_pdu_parameter;
+    return submission           ? submit("+CMGS", *message, *submission, lines)
+           : entry_.destination ? cms_invalid_text_parameter
+                                : cms_invalid_pdu_parameter;
 }
 
 /// Send a message from the memory, 3.5.2: to the address in it, or to the one given here.
@@ -224,11 +258,11 @@ at_result_t message_service_t::cmss(const at_command_t& command, at_lines_t& lin
     }
     air_message_t message = stored->message;
     if (parameters.given(1)) {
-        const auto destination = address_of(parameters, 1);
-        if (!destination || submission->form != air_form_t::gsm_tpdu) {
+        const auto other = destination(parameters, 1);
+        if (!other || submission->form != air_form_t::gsm_tpdu) {
             return cms_invalid_pdu_parameter;
         }
-        submission->submit.destination = *destination;
+        submission->submit.destination = *other;
         message.octets = air::encode(submission->submit).value_or(message.octets);
     }
     const at_result_t result = submit("+CMSS", std::move(message), *submission, lines);
@@ -277,7 +311,9 @@ at_result_t message_service_t::cnma(const at_command_t& command, at_lines_t& /*l
         return cms_no_acknowledgement_expected;
     }
     if (*length > 0) {
-        entry_ = {*kind == 2 ? entry_t::use_t::refusal : entry_t::use_t::acknowledgement, *length};
+        entry_ = {};
+        entry_.use = *kind == 2 ? entry_t::use_t::refusal : entry_t::use_t::acknowledgement;
+        entry_.length = *length;
         return at_enter_text;
     }
     end_pending(*kind != 2);
@@ -347,6 +383,10 @@ receiver_t::taken_t message_service_t::deliver_directly(const air_message_t& mes
 }
 
 void message_service_t::hand_over(const air_message_t& message) {
+    if (const auto told = text_mode_.on() ? text_mode_.delivered(message, service_centre_number_) : std::nullopt) {
+        dialogue_.unsolicited(fmt::format("+CMT: {}\r\n{}", told->header, told->data));
+        return;
+    }
     dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", message.octets.size(), pdu_text(message)));
 }
 

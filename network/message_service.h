@@ -1,6 +1,6 @@
-/// The message service of a modem, 3GPP TS 27.005 in PDU mode; on CDMA a PDU is a whole point-to-point message. Its
-/// settings, submission, and the three ways of reception (stored silently, stored and indicated, handed to the host
-/// directly). Not thread-safe.
+/// The message service of a modem, 3GPP TS 27.005; on CDMA a PDU is a whole point-to-point message, and there is no
+/// text mode. Its settings, submission, and the three ways of reception (stored silently, stored and indicated, handed
+/// to the host directly). Not thread-safe.
 #pragma once
 
 #include <array>
@@ -14,6 +14,7 @@
 #include "network/message_memories.h"
 #include "network/service_centre.h"
 #include "network/sim.h"
+#include "network/text_mode.h"
 
 namespace network {
 
@@ -21,11 +22,12 @@ class message_service_t : public receiver_t {
   public:
     /// All references outlive the object; `dialogue` is where unsolicited result codes go.
     message_service_t(std::string number, service_centre_t& service_centre, at_server_t& dialogue,
-                      const coverage_t& coverage, const sim_t& sim, faults_t& faults);
+                      const coverage_t& coverage, const sim_t& sim, const character_set_t& character_set,
+                      faults_t& faults);
 
     /// None when the command is not of the message service.
     std::optional<at_result_t> execute(const at_command_t& command, at_lines_t& lines);
-    /// The PDU that AT+CMGS, AT+CMGW or AT+CNMA asked for.
+    /// The PDU, text or report that AT+CMGS, AT+CMGW or AT+CNMA asked for.
     at_result_t execute_text(std::string_view text, at_lines_t& lines);
     /// Names of its commands, for +CLAC.
     static void list_commands(at_lines_t& lines);
@@ -57,6 +59,7 @@ class message_service_t : public receiver_t {
         use_t use = use_t::submission;
         size_t length = 0;  // of the message, or of the report
         message_status_t status = message_status_t::unsent;
+        std::optional<air::address_t> destination;  // of a text; without it a PDU follows
     };
 
     at_result_t csms(const at_command_t& command, at_lines_t& lines);
@@ -73,6 +76,17 @@ class message_service_t : public receiver_t {
     at_result_t of_memories(const at_command_t& command, at_lines_t& lines) {
         return (memories_.*run)(command, lines);
     }
+    // A setting of text mode.
+    template <auto run>
+    at_result_t of_text_mode(const at_command_t& command, at_lines_t& lines) {
+        return (text_mode_.*run)(command, lines);
+    }
+
+    bool in_text_mode() const { return text_mode_.on() && form() == air_form_t::gsm_tpdu; }
+    std::optional<air::address_t> destination(const at_parameters_t& parameters, size_t index) const;
+    at_result_t cmgs_text(const at_parameters_t& parameters);
+    at_result_t cmgw_text(const at_parameters_t& parameters);
+    std::optional<air_message_t> entered_message(std::string_view text) const;
 
     at_result_t take_report(std::string_view text);
     at_result_t submit(std::string_view command, air_message_t message, submission_t submission, at_lines_t& lines);
@@ -88,6 +102,7 @@ class message_service_t : public receiver_t {
     const coverage_t& coverage_;
     const sim_t& sim_;
     faults_t& faults_;
+    text_mode_t text_mode_;
     message_memories_t memories_;
     settings_t settings_;
     std::string service_centre_number_;  // +CSCA; kept over a power cycle, as on a SIM

@@ -65,7 +65,7 @@ modem_t::modem_t(const std::string& number, access_technology_t technology, serv
     : number_(number),
       own_technology_(technology),
       dialogue_(*this, faults_),
-      messages_(number, service_centre, dialogue_, coverage_, sim_, faults_) {}
+      messages_(number, service_centre, dialogue_, coverage_, sim_, character_set_, faults_) {}
 
 void modem_t::power_on() {
     dialogue_.power_on();

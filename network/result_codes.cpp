@@ -32,6 +32,7 @@ std::string result_text(at_result_t result, error_form_t form, bool numeric) {
         case at_result_t::kind_t::error:
             return numeric ? "4" : "ERROR";
         case at_result_t::kind_t::enter_text:
+        case at_result_t::kind_t::enter_lines:
         case at_result_t::kind_t::nothing:
             break;
     }

@@ -11,10 +11,11 @@ struct at_result_t {
     enum class kind_t {
         ok,
         error,
-        cme_error,   // of the equipment; plain ERROR unless +CMEE asks for more
-        cms_error,   // of the message service
-        enter_text,  // no end yet: the host enters text up to Ctrl-Z
-        nothing,     // the answer never comes
+        cme_error,    // of the equipment; plain ERROR unless +CMEE asks for more
+        cms_error,    // of the message service
+        enter_text,   // no end yet: the host enters text up to Ctrl-Z
+        enter_lines,  // the same of several lines, each of which is prompted for
+        nothing,      // the answer never comes
     };
     kind_t kind = kind_t::ok;
     unsigned code = 0;
@@ -23,6 +24,7 @@ struct at_result_t {
 inline constexpr at_result_t at_ok{at_result_t::kind_t::ok};
 inline constexpr at_result_t at_error{at_result_t::kind_t::error};
 inline constexpr at_result_t at_enter_text{at_result_t::kind_t::enter_text};
+inline constexpr at_result_t at_enter_lines{at_result_t::kind_t::enter_lines};
 inline constexpr at_result_t at_nothing{at_result_t::kind_t::nothing};
 
 inline constexpr at_result_t cme_not_allowed{at_result_t::kind_t::cme_error, 3};
@@ -37,6 +39,7 @@ constexpr at_result_t cms_error(unsigned code) {
 }
 inline constexpr at_result_t cms_not_supported = cms_error(303);
 inline constexpr at_result_t cms_invalid_pdu_parameter = cms_error(304);
+inline constexpr at_result_t cms_invalid_text_parameter = cms_error(305);
 inline constexpr at_result_t cms_pin_required = cms_error(311);
 inline constexpr at_result_t cms_puk_required = cms_error(316);
 inline constexpr at_result_t cms_memory_failure = cms_error(320);
@@ -55,7 +58,7 @@ inline constexpr unsigned cause_duplicate = 0xC5;
 /// +CMEE, 3GPP TS 27.007 9.1.
 enum class error_form_t : unsigned { plain = 0, numeric = 1, verbose = 2 };
 
-/// The result as text without its framing; `numeric` is V0. enter_text and nothing have none.
+/// The result as text without its framing; `numeric` is V0. What is no end has none.
 std::string result_text(at_result_t result, error_form_t form, bool numeric);
 
 }  // namespace network
