@@ -228,6 +228,8 @@ constexpr fault_t table[] = {
     {"late-results", "MS", "answer submissions MS milliseconds late", set_number<&faults_t::late_results>},
     {"late-prompt", "MS", "prompt for the PDU MS milliseconds late", set_number<&faults_t::late_prompt>},
     {"delay", "MS", "deliver MS milliseconds after the submission", set_number<&faults_t::delay>},
+    {"delivery-gap", "MS", "wait MS milliseconds (2) from one delivery to the next",
+     set_number<&faults_t::delivery_gap>},
     {"duplicate", "[on|off]", "deliver everything twice", set_flag<&faults_t::duplicates>},
     {"reorder", "N", "hold deliveries back until N wait, then pass them in reverse", set_number<&faults_t::reordered>},
     {"both-ways", "[on|off]", "store what comes, and hand it over by +CMT too", set_flag<&faults_t::both_ways>},

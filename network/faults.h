@@ -41,6 +41,9 @@ struct coverage_t {
 
 enum class echo_t { as_asked, always, off_at_start };
 
+/// Few enough that no card takes noticeably longer, and enough for a host to see one datagram after the other.
+inline constexpr uint64_t default_delivery_gap = 2;
+
 /// Times are in milliseconds of base::tick64.
 struct faults_t {
     // Submissions.
@@ -51,12 +54,13 @@ struct faults_t {
     uint64_t late_prompt = 0;   // the prompt comes so much later; meanwhile the modem takes nothing
 
     // Deliveries.
-    uint64_t delay = 0;        // what has been submitted less long ago is not delivered yet
-    bool duplicates = false;   // each comes twice
-    size_t reordered = 0;      // held back until so many wait, then passed in reverse
-    bool both_ways = false;    // stored, and handed over without a wait for an acknowledgement
-    bool unannounced = false;  // stored without +CMTI
-    bool wrong_index = false;  // +CMTI tells -1
+    uint64_t delivery_gap = default_delivery_gap;  // the next comes no sooner after one
+    uint64_t delay = 0;                            // what has been submitted less long ago is not delivered yet
+    bool duplicates = false;                       // each comes twice
+    size_t reordered = 0;                          // held back until so many wait, then passed in reverse
+    bool both_ways = false;                        // stored, and handed over without a wait for an acknowledgement
+    bool unannounced = false;                      // stored without +CMTI
+    bool wrong_index = false;                      // +CMTI tells -1
 
     // The message memories.
     unsigned failing_deletes = 0;  // so many of the next AT+CMGD fail

@@ -85,7 +85,7 @@ bool service_centre_t::is_repetition(const std::string& originator, const rememb
 }
 
 void service_centre_t::attach(const std::string& number, receiver_t& phone, const faults_t& faults) {
-    attached_[digits_of(number)] = {&phone, &faults, false};
+    attached_[digits_of(number)] = {&phone, &faults};
 }
 
 void service_centre_t::detach(const std::string& number) {
@@ -117,7 +117,7 @@ void service_centre_t::deliver_waiting() {
 }
 
 void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
-    while (!attached.pending && may_deliver(*attached.faults, queue)) {
+    while (!attached.pending && may_deliver(attached, queue)) {
         waiting_t& first = queue.messages.front();
         first.deliver.more_messages = queue.messages.size() > 1;  // TP-MMS, 3GPP TS 23.040 9.2.3.2
         const std::optional<air_message_t> message =
@@ -131,16 +131,23 @@ void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
             return;
         }
         attached.pending = taken == receiver_t::taken_t::pending;
+        attached.next_at = base::tick64() + attached.faults->delivery_gap;
         if (!attached.pending) {
             delivered_first(attached, queue);
         }
     }
 }
 
+/// When the first of the queue, which has one, may be delivered.
+uint64_t service_centre_t::due(const attached_t& attached, const queue_t& queue) {
+    return std::max(queue.messages.front().since + attached.faults->delay, attached.next_at);
+}
+
 /// What is held back to be reordered is turned round when enough of it has come.
-bool service_centre_t::may_deliver(const faults_t& faults, queue_t& queue) {
+bool service_centre_t::may_deliver(const attached_t& attached, queue_t& queue) {
+    const faults_t& faults = *attached.faults;
     std::deque<waiting_t>& messages = queue.messages;
-    if (messages.empty() || messages.front().since + faults.delay > base::tick64()) {
+    if (messages.empty() || due(attached, queue) > base::tick64()) {
         return false;
     }
     if (queue.released == 0 && faults.reordered > 0) {
@@ -157,12 +164,12 @@ std::optional<uint64_t> service_centre_t::deadline() const {
     std::optional<uint64_t> earliest;
     for (const auto& [digits, attached] : attached_) {
         const auto queue = queues_.find(digits);
-        if (attached.faults->delay == 0 || queue == queues_.end() || queue->second.messages.empty()) {
+        if (queue == queues_.end() || queue->second.messages.empty()) {
             continue;
         }
-        const uint64_t due = queue->second.messages.front().since + attached.faults->delay;
-        if (due > base::tick64() && due < earliest.value_or(UINT64_MAX)) {  // else it waits for something else
-            earliest = due;
+        const uint64_t at = due(attached, queue->second);
+        if (at > base::tick64() && at < earliest.value_or(UINT64_MAX)) {  // else it waits for something else
+            earliest = at;
         }
     }
     return earliest;

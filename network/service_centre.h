@@ -59,7 +59,7 @@ class service_centre_t {
     void acknowledge(const std::string& number, bool accepted);
     /// Offers every attached phone what waits for it.
     void deliver_waiting();
-    /// When, on base::tick64, the next message that is delayed is due.
+    /// When, on base::tick64, the next message is due that is delayed or waits for its turn.
     std::optional<uint64_t> deadline() const;
     const statistics_t& statistics() const { return statistics_; }
     /// What passes to and from the phones; their modems write it.
@@ -76,6 +76,7 @@ class service_centre_t {
         receiver_t* phone = nullptr;
         const faults_t* faults = nullptr;
         bool pending = false;
+        uint64_t next_at = 0;  // on base::tick64: no delivery before it
     };
     struct waiting_t {
         air::deliver_t deliver;
@@ -97,7 +98,8 @@ class service_centre_t {
 
     bool is_repetition(const std::string& originator, const remembered_t& submission);
     void deliver_waiting(attached_t& attached, queue_t& queue);
-    static bool may_deliver(const faults_t& faults, queue_t& queue);
+    static uint64_t due(const attached_t& attached, const queue_t& queue);
+    static bool may_deliver(const attached_t& attached, queue_t& queue);
     void delivered_first(const attached_t& attached, queue_t& queue);
     void remove_first(queue_t& queue);
 

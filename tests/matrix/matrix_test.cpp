@@ -50,6 +50,7 @@ const row_t rows[] = {
     {"result_too_late", {}, {"late-results=15000"}, {"late-results=0"}, "nobody knows whether"},
     {"everything_twice", {"duplicate"}, {}, {}, "came again"},
     {"reversed", {}, {"reorder={}"}, {}, ""},
+    {"spaced", {"delivery-gap=200"}, {}, {}, ""},
     {"delayed", {"delay=3000"}, {}, {}, ""},
     {"no_network", {}, {"registration=searching"}, {"registration=home"}, "System type: GSM: no"},
     {"denied", {}, {"registration=denied"}, {"clear"}, "System type: GSM: no"},
@@ -128,6 +129,7 @@ class matrix : public network::network_test, public testing::WithParamInterface<
             ASSERT_EQ(radio::set_limit(name, value), "");
         }
         peer_ = host(theirs);
+        set_fault(theirs, "delivery-gap=0");  // what is sent is there
         order(GetParam().start);
         const std::filesystem::path pin_file = phone_.home() / "pin";
         std::ofstream(pin_file) << "4711\n";

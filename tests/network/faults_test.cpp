@@ -49,6 +49,23 @@ TEST_F(faults_test, deliveries_come_twice_in_reverse_or_late) {
     EXPECT_EQ(stored(*to).back(), 6);
 }
 
+TEST_F(faults_test, deliveries_are_spaced) {
+    const auto to = host(bob);
+    set_fault(bob, "delivery-gap=3600000");
+    send({1, 2, 3});
+    EXPECT_EQ(stored(*to), air::octets_t{1});
+    base::advance_clock(3'599'000);
+    EXPECT_EQ(stored(*to), air::octets_t{1});
+    base::advance_clock(1'000);
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 2));
+    EXPECT_EQ(stored(*to), (air::octets_t{1, 2}));
+    set_fault(bob, "delivery-gap=0");
+    base::advance_clock(3'600'000);
+    send({4, 5});
+    EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
+    EXPECT_EQ(stored(*to), (air::octets_t{1, 2, 3, 4, 5}));
+}
+
 TEST_F(faults_test, arrivals_are_told_wrongly_twice_or_not_at_all) {
     const auto to = host(bob, {"AT+CNMI=2,1"});
     set_fault(bob, "wrong-index");

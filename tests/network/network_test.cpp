@@ -5,6 +5,7 @@
 #include <termios.h>
 
 #include <fstream>
+#include <sstream>
 
 #include "tests/network/host.h"
 
@@ -25,11 +26,11 @@ TEST_F(network_test, refuses_what_is_no_number_or_taken_with_a_reason) {
     EXPECT_EQ(network_t::start(network_->link(alice), {}, &error_), nullptr) << "a tty is no directory";
     EXPECT_EQ(network_->set_fault("1", "silent"), "the network has no phone 1");
     EXPECT_EQ(network_->set_fault(bob, "nonsense=1"), "there is no fault \"nonsense\"; 'zpd fault --list' has all");
-    for (const std::string order :
-         {"refuse",       "refuse=x",         "refuse=1x",    "delay=-1",    "lose-results=4294967296",
-          "silent=maybe", "registration=far", "technology=x", "offers=gold", "prompt=?",
-          "pin=123",      "return=1",         "clear=1",      "echo=x",      "numeric-results=x",
-          "chatter=\x1b", "errors=x",         "storage=x",    "sim-busy=x",  "ussd=\""}) {
+    std::istringstream malformed(
+        "refuse refuse=x refuse=1x delay=-1 delivery-gap=x lose-results=4294967296 silent=maybe registration=far "
+        "technology=x offers=gold prompt=? pin=123 return=1 clear=1 echo=x numeric-results=x chatter=\x1b errors=x "
+        "storage=x sim-busy=x ussd=\"");
+    for (std::string order; malformed >> order;) {
         EXPECT_NE(network_->set_fault(bob, order).find("\" is no "), std::string::npos) << order;
     }
     host(bob)->expect("AT+CREG?\r", "\r\n+CREG: 0,1\r\n\r\nOK\r\n");  // none of them took effect
