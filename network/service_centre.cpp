@@ -105,6 +105,7 @@ void service_centre_t::acknowledge(const std::string& number, bool accepted) {
 
 void service_centre_t::deliver_waiting() {
     for (auto& [digits, attached] : attached_) {
+        attached.waits_until.reset();
         const auto queue = queues_.find(digits);
         if (queue == queues_.end()) {
             continue;
@@ -144,10 +145,14 @@ uint64_t service_centre_t::due(const attached_t& attached, const queue_t& queue)
 }
 
 /// What is held back to be reordered is turned round when enough of it has come.
-bool service_centre_t::may_deliver(const attached_t& attached, queue_t& queue) {
+bool service_centre_t::may_deliver(attached_t& attached, queue_t& queue) {
     const faults_t& faults = *attached.faults;
     std::deque<waiting_t>& messages = queue.messages;
-    if (messages.empty() || due(attached, queue) > base::tick64()) {
+    if (messages.empty()) {
+        return false;
+    }
+    if (const uint64_t at = due(attached, queue); at > base::tick64()) {
+        attached.waits_until = at;
         return false;
     }
     if (queue.released == 0 && faults.reordered > 0) {
@@ -160,16 +165,12 @@ bool service_centre_t::may_deliver(const attached_t& attached, queue_t& queue) {
     return true;
 }
 
+// As deliver_waiting found it: by the present time one may be due already.
 std::optional<uint64_t> service_centre_t::deadline() const {
     std::optional<uint64_t> earliest;
     for (const auto& [digits, attached] : attached_) {
-        const auto queue = queues_.find(digits);
-        if (queue == queues_.end() || queue->second.messages.empty()) {
-            continue;
-        }
-        const uint64_t at = due(attached, queue->second);
-        if (at > base::tick64() && at < earliest.value_or(UINT64_MAX)) {  // else it waits for something else
-            earliest = at;
+        if (attached.waits_until && *attached.waits_until < earliest.value_or(UINT64_MAX)) {
+            earliest = attached.waits_until;
         }
     }
     return earliest;

@@ -76,7 +76,8 @@ class service_centre_t {
         receiver_t* phone = nullptr;
         const faults_t* faults = nullptr;
         bool pending = false;
-        uint64_t next_at = 0;  // on base::tick64: no delivery before it
+        uint64_t next_at = 0;                   // on base::tick64: no delivery before it
+        std::optional<uint64_t> waits_until{};  // what was not delivered yet is due then
     };
     struct waiting_t {
         air::deliver_t deliver;
@@ -99,7 +100,7 @@ class service_centre_t {
     bool is_repetition(const std::string& originator, const remembered_t& submission);
     void deliver_waiting(attached_t& attached, queue_t& queue);
     static uint64_t due(const attached_t& attached, const queue_t& queue);
-    static bool may_deliver(const attached_t& attached, queue_t& queue);
+    static bool may_deliver(attached_t& attached, queue_t& queue);
     void delivered_first(const attached_t& attached, queue_t& queue);
     void remove_first(queue_t& queue);
 

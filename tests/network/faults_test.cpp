@@ -66,6 +66,16 @@ TEST_F(faults_test, deliveries_are_spaced) {
     EXPECT_EQ(stored(*to), (air::octets_t{1, 2, 3, 4, 5}));
 }
 
+// The network's thread sleeps until the next one is due, which it may be by the time that it goes to sleep.
+TEST_F(faults_test, spaced_deliveries_never_stop) {
+    const auto to = host(bob);
+    set_fault(bob, "storage=1000");
+    set_fault(bob, "delivery-gap=1");
+    constexpr size_t many = 500;
+    send(air::octets_t(many, 1));
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, many));
+}
+
 TEST_F(faults_test, arrivals_are_told_wrongly_twice_or_not_at_all) {
     const auto to = host(bob, {"AT+CNMI=2,1"});
     set_fault(bob, "wrong-index");
