@@ -15,7 +15,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (const auto reply = decode_reply(packet)) {
         must(decode_reply(encode(*reply))->output == reply->output);
     }
-    reader_t reader(packet);
+    base::reader_t reader(packet);
     while (!reader.at_end()) {
         reader.octet();
         reader.string();

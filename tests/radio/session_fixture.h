@@ -22,8 +22,8 @@
 #include "base/clock.h"
 #include "base/hex.h"
 #include "base/text.h"
-#include "radio/limits.h"
 #include "radio/attach_modem.h"
+#include "radio/limits.h"
 #include "tests/driver/home.h"
 #include "tests/radio/scripted_modem.h"
 
