@@ -9,11 +9,16 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "base/descriptor.h"
+#include "base/text.h"
+#include "platform/linux/file_writes.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/paths.h"
+#include "platform/linux/sync.h"
+#include "platform/linux/whole_file.h"
 
 namespace {
 
@@ -35,6 +40,9 @@ DWORD error_on(const std::filesystem::path& path, int number) {
 struct open_mode_t {
     int flags;
     const char* stream;  // for fdopen
+
+    /// A received message is stored in this way, and dropped from the modem thereafter.
+    bool is_whole() const { return stream[0] == 'w'; }
 };
 
 /// The modes of the C runtime that mean the same on both systems.
@@ -45,22 +53,21 @@ std::optional<open_mode_t> open_mode(LPCWSTR mode) {
     if (text.empty() || !(rest.empty() || rest == u"b" || update)) {
         return std::nullopt;
     }
+    const int writing = update ? O_RDWR : O_WRONLY;
     switch (text[0]) {
         case u'r':
             return open_mode_t{update ? O_RDWR : O_RDONLY, update ? "r+" : "r"};
         case u'w':
-            // A received message is stored in this way, and dropped from the modem thereafter: it must be on the disk
-            // when the driver has written it, not only in the host's memory.
-            return open_mode_t{(update ? O_RDWR : O_WRONLY) | O_CREAT | O_TRUNC | O_DSYNC, update ? "w+" : "w"};
+            return open_mode_t{writing, update ? "w+" : "w"};
         case u'a':
-            return open_mode_t{(update ? O_RDWR : O_WRONLY) | O_CREAT | O_APPEND, update ? "a+" : "a"};
+            return open_mode_t{writing | O_CREAT | O_APPEND, update ? "a+" : "a"};
         default:
             return std::nullopt;
     }
 }
 
 /// Opens a regular file. O_NONBLOCK keeps a FIFO from holding the caller; on regular files it means nothing.
-FILE* open_stream(const std::filesystem::path& path, const open_mode_t& mode) {
+FILE* open_file(const std::filesystem::path& path, const open_mode_t& mode) {
     base::descriptor_t file(open(path.c_str(), mode.flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666));
     struct stat status {};
     if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
@@ -74,18 +81,47 @@ FILE* open_stream(const std::filesystem::path& path, const open_mode_t& mode) {
     return stream;
 }
 
+/// The path in the driver's words, for one that has no place on the host.
+std::filesystem::path as_told(LPCWSTR path) {
+    return path == nullptr ? std::string() : base::to_utf8(path);
+}
+
+/// On the disk, for what is stored in it lasts only if it does; false with errno.
+bool make_folder(const std::filesystem::path& folder) {
+    const base::descriptor_t above = platform::open_folder(folder.parent_path());
+    if (!above || mkdir(folder.c_str(), 0777) != 0) {
+        return false;
+    }
+    if (!platform::sync_folder(above)) {
+        const int reason = errno;
+        rmdir(folder.c_str());
+        errno = reason;
+        return false;
+    }
+    return true;
+}
+
+/// The errno for what the platform itself refused.
+int errno_of_refusal(DWORD error) {
+    return error == ERROR_PATH_NOT_FOUND ? ENOENT : EINVAL;
+}
+
 }  // namespace
 
 BOOL CreateDirectoryW(LPCWSTR path, void* /*security*/) {
     if (const auto error = platform::injected_failure(__func__)) {
+        platform::note_failure(as_told(path), EACCES);
         return failed(*error, FALSE);
     }
-    std::filesystem::path folder;
+    std::filesystem::path folder = as_told(path);
     if (const DWORD error = resolve(path, folder); error != ERROR_SUCCESS) {
+        platform::note_failure(folder, errno_of_refusal(error));
         return failed(error, FALSE);
     }
-    if (mkdir(folder.c_str(), 0777) != 0) {
-        return failed(error_on(folder, errno), FALSE);
+    if (!make_folder(folder)) {
+        const int reason = errno;
+        platform::note_failure(folder, reason);
+        return failed(error_on(folder, reason), FALSE);
     }
     return TRUE;
 }
@@ -121,22 +157,22 @@ DWORD GetFileAttributesW(LPCWSTR path) {
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 FILE* _wfopen(LPCWSTR path, LPCWSTR mode) {
-    if (const auto error = platform::injected_failure(__func__)) {
-        errno = EACCES;
-        return failed(*error, static_cast<FILE*>(nullptr));
-    }
+    const auto injected = platform::injected_failure(__func__);
     const auto how = open_mode(mode);
-    std::filesystem::path file;
-    const DWORD error = how ? resolve(path, file) : ERROR_INVALID_PARAMETER;
-    if (error != ERROR_SUCCESS) {
-        errno = error == ERROR_PATH_NOT_FOUND ? ENOENT : EINVAL;
-        return failed(error, static_cast<FILE*>(nullptr));
+    std::filesystem::path file = as_told(path);
+    DWORD error = injected ? *injected : how ? resolve(path, file) : ERROR_INVALID_PARAMETER;
+    int reason = injected ? EACCES : errno_of_refusal(error);
+    if (error == ERROR_SUCCESS) {
+        const bool update = how->stream[1] == '+';
+        if (FILE* const stream = how->is_whole() ? platform::open_whole_file(file, update) : open_file(file, *how)) {
+            return stream;
+        }
+        reason = errno;
+        error = error_on(file, reason);
     }
-    FILE* const stream = open_stream(file, *how);
-    if (stream == nullptr) {
-        const int reason = errno;
-        SetLastError(error_on(file, reason));
-        errno = reason;
+    if (how && how->is_whole()) {
+        platform::note_failure(std::move(file), reason);
     }
-    return stream;
+    errno = reason;
+    return failed(error, static_cast<FILE*>(nullptr));
 }

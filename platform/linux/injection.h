@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cerrno>
 #include <optional>
 #include <string_view>
 
@@ -18,6 +19,15 @@ inline std::optional<DWORD> injected_failure(const char* function) {
         return std::nullopt;
     }
     return take_failure(function);
+}
+
+/// Whether a call to the host is to fail, with errno set: `fails("fsync") || fsync(…) != 0`.
+inline bool fails(const char* call) noexcept {
+    const std::optional<DWORD> error = injected_failure(call);
+    if (error) {
+        errno = static_cast<int>(*error);
+    }
+    return error.has_value();
 }
 
 }  // namespace platform

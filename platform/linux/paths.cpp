@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "platform/linux/home.h"
+#include "platform/linux/whole_file.h"
 
 namespace platform {
 namespace {
@@ -33,7 +34,7 @@ std::vector<std::u16string_view> path_components(std::u16string_view path) {
 bool is_file_name(std::u16string_view component) {
     return !component.empty() && component != u"." && component != u".." &&
            std::none_of(component.begin(), component.end(), is_forbidden) &&
-           base::to_utf8(component).size() <= NAME_MAX;
+           base::to_utf8(component).size() <= NAME_MAX && !is_temporary_name(component);
 }
 
 bool follow_link(const std::filesystem::path& root, std::filesystem::path& entry) {

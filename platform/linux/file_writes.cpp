@@ -1,0 +1,43 @@
+#include "platform/linux/file_writes.h"
+
+#include <utility>
+
+#include "base/text.h"
+
+namespace platform {
+
+namespace {
+
+struct noted_t {
+    size_t written = 0;
+    std::filesystem::path where;
+    int error = 0;  // of the first failure; 0 for none
+};
+
+thread_local noted_t noted;
+
+}  // namespace
+
+void begin_file_writes() {
+    noted = {};
+}
+
+file_writes_t file_writes() {
+    if (noted.error == 0) {
+        return {noted.written, {}};
+    }
+    return {noted.written, "'" + noted.where.native() + "': " + base::errno_text(noted.error)};
+}
+
+void note_written() noexcept {
+    ++noted.written;
+}
+
+void note_failure(std::filesystem::path where, int error) noexcept {
+    if (noted.error == 0) {
+        noted.where = std::move(where);
+        noted.error = error;
+    }
+}
+
+}  // namespace platform

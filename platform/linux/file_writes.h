@@ -1,0 +1,26 @@
+/// What became of the files that a thread wrote through the platform's calls: the driver reports to nobody that a card
+/// could not be stored, but whoever called it, on the thread that it runs on, may ask here.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+
+namespace platform {
+
+struct file_writes_t {
+    size_t written = 0;   // files that appeared, whole
+    std::string failure;  // the first file or folder that did not, and why: "'/x/y': No space left on device"; or empty
+};
+
+/// From now on this thread's count.
+void begin_file_writes();
+/// What this thread wrote since: streams that were opened for writing ("w"), and folders. What is appended to a file,
+/// the log, does not count.
+file_writes_t file_writes();
+
+/// For the calls that write.
+void note_written() noexcept;
+void note_failure(std::filesystem::path where, int error) noexcept;
+
+}  // namespace platform
