@@ -122,17 +122,6 @@ std::optional<user_data_parts_t> split_user_data(octets_view_t user_data);
 /// The destination port of the first port addressing element, 8- or 16-bit (9.2.3.24.3, 9.2.3.24.4), or none.
 std::optional<uint16_t> destination_port(octets_view_t header);
 
-/// The place of a datagram in its message (9.2.3.24.1, 9.2.3.24.8).
-struct concatenation_t {
-    size_t offset = 0;  // of the reference, in the header
-    uint8_t width = 0;  // of the reference, in octets: 1 or 2
-    uint16_t reference = 0;
-    uint8_t part = 1;  // from 1
-    uint8_t parts = 1;
-};
-/// Of the first concatenation element that is valid; none without one: an invalid one is to be ignored.
-std::optional<concatenation_t> concatenation(octets_view_t header);
-
 /// A PDU of AT+CMGS, +CMGR, +CMT: the service centre address (empty text: the one stored on the SIM), then the TPDU.
 struct pdu_t {
     address_t service_centre;

@@ -5,23 +5,8 @@ namespace air {
 
 namespace {
 
-constexpr uint8_t element_concatenation_8bit = 0x00;   // 9.2.3.24.1: reference, parts, part
-constexpr uint8_t element_concatenation_16bit = 0x08;  // 9.2.3.24.8: the same, with a reference of two octets
-constexpr uint8_t element_ports_8bit = 0x04;           // 9.2.3.24.3: destination, originator
-constexpr uint8_t element_ports_16bit = 0x05;          // 9.2.3.24.4: destination, originator
-
-// Calls `is_it` with the elements of a header in turn, up to the one that it is, or to one that is cut off.
-template <typename predicate_t>
-void find_element(octets_view_t header, const predicate_t& is_it) {
-    bit_reader_t reader(header);
-    while (reader.left() > 0) {
-        const uint8_t identifier = reader.octet();
-        const octets_view_t data = reader.octets(reader.octet());
-        if (reader.failed() || is_it(identifier, data)) {
-            return;
-        }
-    }
-}
+constexpr uint8_t element_ports_8bit = 0x04;   // 9.2.3.24.3: destination, originator
+constexpr uint8_t element_ports_16bit = 0x05;  // 9.2.3.24.4: destination, originator
 
 size_t octets_of(uint8_t data_coding, uint8_t length) {
     return alphabet_of(data_coding) == alphabet_t::gsm7 ? (length * 7U + 7) / 8 : length;
@@ -86,36 +71,18 @@ std::optional<user_data_parts_t> split_user_data(octets_view_t user_data) {
 }
 
 std::optional<uint16_t> destination_port(octets_view_t header) {
-    std::optional<uint16_t> port;
-    find_element(header, [&](uint8_t identifier, octets_view_t data) {
-        if (identifier == element_ports_16bit && data.size() == 4) {
-            port = static_cast<uint16_t>(data[0] << 8 | data[1]);
-        } else if (identifier == element_ports_8bit && data.size() == 2) {
-            port = data[0];
+    bit_reader_t reader(header);
+    while (reader.left() > 0) {
+        const uint8_t identifier = reader.octet();
+        const octets_view_t element = reader.octets(reader.octet());
+        if (identifier == element_ports_16bit && element.size() == 4) {
+            return static_cast<uint16_t>(element[0] << 8 | element[1]);
         }
-        return port.has_value();
-    });
-    return port;
-}
-
-std::optional<concatenation_t> concatenation(octets_view_t header) {
-    std::optional<concatenation_t> found;
-    find_element(header, [&](uint8_t identifier, octets_view_t data) {
-        const bool is_short = identifier == element_concatenation_8bit && data.size() == 3;
-        const bool is_long = identifier == element_concatenation_16bit && data.size() == 4;
-        if (!is_short && !is_long) {
-            return false;
+        if (identifier == element_ports_8bit && element.size() == 2) {
+            return element[0];
         }
-        const auto reference = static_cast<uint16_t>(is_short ? data[0] : data[0] << 8 | data[1]);
-        const uint8_t parts = data[data.size() - 2];
-        const uint8_t part = data[data.size() - 1];
-        if (part != 0 && part <= parts) {
-            const auto offset = static_cast<size_t>(data.data() - header.data());
-            found = {offset, static_cast<uint8_t>(is_short ? 1 : 2), reference, part, parts};
-        }
-        return found.has_value();
-    });
-    return found;
+    }
+    return std::nullopt;
 }
 
 }  // namespace air

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <ctime>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -40,12 +39,6 @@ clock_watch_t::clock_watch_t(std::function<void()> moved) {
 clock_watch_t::~clock_watch_t() {
     const std::lock_guard lock(watches().mutex);
     watches().moved.erase(this);
-}
-
-wall_clock_t::wall_clock_t() : began_at_(std::time(nullptr)), began_at_tick_(tick64()) {}
-
-int64_t wall_clock_t::seconds() const {
-    return began_at_ + static_cast<int64_t>((tick64() - began_at_tick_) / 1000);
 }
 
 void advance_clock(uint64_t milliseconds) {

@@ -19,17 +19,6 @@ class clock_watch_t {
     clock_watch_t& operator=(const clock_watch_t&) = delete;
 };
 
-/// Seconds since 1970: the host's wall clock at the construction, and tick64 from then on.
-class wall_clock_t {
-  public:
-    wall_clock_t();
-    [[nodiscard]] int64_t seconds() const;
-
-  private:
-    const int64_t began_at_;
-    const uint64_t began_at_tick_;
-};
-
 /// For tests only: moves tick64 forward; timed waits whose time has come then end.
 void advance_clock(uint64_t milliseconds);
 

@@ -29,6 +29,9 @@ inline statement_t prepare(sqlite3* connection, std::string_view text) {
     return statement_t(statement);
 }
 
+/// What failed last on the connection, and what a person can do about it.
+std::string failure_of(sqlite3* connection);
+
 /// From the first binding to the last row; then the statement is ready for the next execution. One that could not be
 /// prepared fails when it is stepped. What is bound must outlive this object. A binding that fails leaves NULL, which
 /// no query of ours finds and the table refuses.

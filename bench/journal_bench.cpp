@@ -30,26 +30,26 @@ void one_message_beside(benchmark::State& state) {
     const std::filesystem::path home = mkdtemp(name);
     {
         radio::journal_t journal;
-        if (!journal.open(radio::journal_file(home), {.age = 1'000'000, .datagrams = 1'000'000}).empty()) {
+        if (!journal
+                 .open(radio::journal_file::path(home),
+                       {.age = 1'000'000, .datagrams = 1'000'000, .rules = {30, 120, 86'400}})
+                 .empty()) {
             abort();
         }
         uint32_t sender = 0;
         for (; sender < static_cast<uint32_t>(state.range(0)); ++sender) {
             const radio::arrival_t waiting = arrival(sender, 2);
-            if (!journal.take({&waiting, 1}, 0)) {
+            if (!journal.take({&waiting, 1})) {
                 abort();
             }
         }
         int64_t last = 0;
-        for (const radio::journal_t::entry_t& entry : journal.next(0, sender)) {
-            last = entry.id;
-        }
         while (state.KeepRunning()) {
             const radio::arrival_t fresh = arrival(++sender, 1);
-            benchmark::DoNotOptimize(journal.take({&fresh, 1}, 0));
-            for (const radio::journal_t::entry_t& entry : journal.next(last, 32)) {
-                journal.handed_over(entry.id, 0);
-                last = entry.id;
+            benchmark::DoNotOptimize(journal.take({&fresh, 1}));
+            while (const auto message = journal.next(last)) {
+                last = message->number;
+                journal.finish(last);
             }
         }
     }

@@ -2,7 +2,9 @@
 /// driver. Each function may be called from any thread.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace radio {
@@ -15,6 +17,18 @@ struct modem_options_t {
     std::string announcement{};
     /// Holds links with lasting names to ttys whose own names change.
     std::filesystem::path links = "/dev/serial/by-id";
+    /// Told of each card that the driver took and did not store, and of whom it was; on a thread that may call the
+    /// driver. Empty for nobody.
+    std::function<void(const std::string& sender)> on_drop{};
+};
+
+/// Of the modem that is attached, since then: cards, and datagrams.
+struct card_counts_t {
+    size_t stored = 0;
+    size_t dropped = 0;     // by the driver
+    size_t kept = 0;        // whole, and not stored yet
+    size_t incomplete = 0;  // datagrams that wait for others
+    size_t given_up = 0;    // datagrams that waited too long, or were too many
 };
 
 /// Opens the tty, takes it for this process alone (TIOCEXCL and a lock file whose holder an error names), brings the
@@ -37,5 +51,8 @@ void cancel_attach();
 /// Ends the radio's threads and frees the tty; a session that is still open then answers every call with a failure.
 /// Idempotent.
 void detach_modem();
+
+/// All 0 while none is attached.
+[[nodiscard]] card_counts_t card_counts();
 
 }  // namespace radio

@@ -1,5 +1,7 @@
 #include "radio/callbacks.h"
 
+#include <utility>
+
 namespace radio {
 
 callbacks_t::callbacks_t() : thread_([this] { run(); }) {}
@@ -24,10 +26,9 @@ void callbacks_t::system_changed(const session_pointer_t& session, DWORD system_
           {}});
 }
 
-void callbacks_t::message(const session_pointer_t& session, const RILMESSAGE& message, std::function<void(bool)> done) {
-    post({session, true,
-          [=](const session_t& to) { to.notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, to.parameter); },
-          std::move(done)});
+void callbacks_t::message(const session_pointer_t& session, std::function<void(const session_t&)> hand_over,
+                          std::function<void(bool)> done) {
+    post({session, true, std::move(hand_over), std::move(done)});
 }
 
 void callbacks_t::post(task_t task) {

@@ -35,8 +35,10 @@ class callbacks_t {
     /// Queues one callback. A session that has ended by the time its turn comes gets no call.
     void result(const session_pointer_t& session, DWORD code, HRESULT request, std::optional<DWORD> data);
     void system_changed(const session_pointer_t& session, DWORD system_type);
-    /// `done` is told, on the callbacks' thread, whether the message was handed over.
-    void message(const session_pointer_t& session, const RILMESSAGE& message, std::function<void(bool)> done);
+    /// `hand_over` calls the session with the datagrams of a message; `done` is told whether it was called. Both run on
+    /// the callbacks' thread, one right after the other.
+    void message(const session_pointer_t& session, std::function<void(const session_t&)> hand_over,
+                 std::function<void(bool)> done);
 
     /// Ends a session without waiting: a callback that runs goes on, none begins.
     void end(const session_pointer_t& session);

@@ -1,39 +1,123 @@
 #include "radio/handover.h"
 
+#include <fmt/format.h>
+
+#include <memory>
 #include <utility>
 
+#include "base/clock.h"
+#include "platform/linux/file_writes.h"
+#include "radio/limits.h"
+#include "radio/warning.h"
+
 namespace radio {
+
+namespace {
+
+constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
+
+void notify(const session_t& session, const journal_t::message_t& message) {
+    for (const auto& [id, technology, octets] : message.datagrams) {
+        if (const std::optional<card_datagram_t> card = card_datagram_of(technology, octets)) {
+            session.notify(RIL_NOTIFY_MESSAGE, &card->message, sizeof card->message, session.parameter);
+        } else {
+            warn(fmt::format("datagram {} of the journal is none; its message is not handed over", id));
+        }
+    }
+}
+
+}  // namespace
 
 void handover_t::begin(session_pointer_t session) {
     receiver_ = session && (session->classes & RIL_NCLASS_MESSAGE) ? std::move(session) : nullptr;
     last_ = 0;
     with_driver_ = 0;
-    journal_.begin_session();
+    failures_ = 0;
+    next_try_ = never;
     go_on();
 }
 
+// What fails for want of room fails for all, what fails by itself keeps nobody from being stored.
 void handover_t::go_on() {
     constexpr size_t most_with_driver = 32;
-    if (!receiver_ || with_driver_ >= most_with_driver) {
-        return;
-    }
-    for (const journal_t::entry_t& entry : journal_.next(last_, most_with_driver - with_driver_)) {
-        last_ = entry.id;
-        with_driver_ += 1;
-        callbacks_.message(receiver_, entry.message, [this, session = receiver_, id = entry.id](bool handed_over) {
-            if (handed_over) {
-                journal_.handed_over(id, clock_.seconds());
-            }
-            jobs_.post([this, session] { make_room(session); });
-        });
+    constexpr size_t most_failures = 8;
+    while (receiver_ && with_driver_ < most_with_driver && failures_ < most_failures) {
+        const std::optional<journal_t::message_t> message = journal_.next(last_);
+        if (!message) {
+            return;
+        }
+        last_ = message->number;
+        with_driver_ += message->datagrams.size();
+        hand_over(*message);
     }
 }
 
-void handover_t::make_room(const session_pointer_t& session) {
-    if (session == receiver_) {
-        with_driver_ -= 1;
-        go_on();
+// What the driver makes of a message, only the files that it writes meanwhile tell: it returns nothing.
+void handover_t::hand_over(const journal_t::message_t& message) {
+    const auto writes = std::make_shared<platform::file_writes_t>();
+    const auto call = [message, writes](const session_t& session) {
+        platform::begin_file_writes();
+        notify(session, message);
+        *writes = platform::file_writes();
+    };
+    const auto done = [this, session = receiver_, writes, number = message.number, refused = message.refused,
+                       outcome = outcome_t{message.sender, message.datagrams.size(), 0, {}}](bool handed_over) mutable {
+        outcome.stored = writes->written;
+        outcome.failure = writes->written == 0 ? writes->failure : std::string();
+        if (handed_over && outcome.failure.empty()) {
+            journal_.finish(number);
+            stored_ += outcome.stored;
+            if (outcome.stored == 0 && !refused) {
+                note_drop(outcome.sender);
+            }
+        }
+        jobs_.post([this, session, outcome] { take_back(session, outcome); });
+    };
+    callbacks_.message(receiver_, call, done);
+}
+
+void handover_t::note_drop(const std::string& sender) {
+    dropped_ += 1;
+    if (on_drop_) {
+        on_drop_(sender);
     }
+}
+
+void handover_t::take_back(const session_pointer_t& session, const outcome_t& outcome) {
+    if (session != receiver_) {
+        return;
+    }
+    with_driver_ -= outcome.datagrams;
+    if (!outcome.failure.empty()) {
+        note_failure(outcome);
+    } else if (outcome.stored != 0) {
+        told_cause_.clear();
+    }
+    go_on();
+}
+
+// Once a cause: each of those that wait fails for it.
+void handover_t::note_failure(const outcome_t& outcome) {
+    failures_ += 1;
+    next_try_ = base::tick64() + milliseconds(limit_t::storing_again);
+    std::string cause = outcome.failure.substr(outcome.failure.rfind(": ") + 1);
+    if (cause != told_cause_) {
+        warn(fmt::format("cannot store a card from {}: {}; it is kept, and stored when that is possible again",
+                         outcome.sender, outcome.failure));
+        told_cause_ = std::move(cause);
+    }
+}
+
+// From the first that is left; not before all have come back, or some would be handed over twice.
+void handover_t::try_again() {
+    if (with_driver_ != 0) {
+        next_try_ = base::tick64() + milliseconds(limit_t::journal_again);
+        return;
+    }
+    last_ = 0;
+    failures_ = 0;
+    next_try_ = never;
+    go_on();
 }
 
 }  // namespace radio

@@ -1,11 +1,16 @@
-/// From the journal to the driver: card datagrams in the order of arrival, so many at a time, however many wait. Used
-/// on the modem's thread, save what happens when the driver returns.
+/// From the journal to the driver: whole messages, in the order of their completion, all datagrams of one after the
+/// other, so many at a time, however many wait. One that the driver could not write to a file stays in the journal, and
+/// is handed over again after a while and to the next driver. Used on the modem's thread, save what happens when the
+/// driver returns.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
 
-#include "base/clock.h"
 #include "radio/callbacks.h"
 #include "radio/job_queue.h"
 #include "radio/journal.h"
@@ -15,24 +20,50 @@ namespace radio {
 class handover_t {
   public:
     /// All outlive the object; `callbacks` hands over no message any more before it goes.
-    handover_t(journal_t& journal, callbacks_t& callbacks, job_queue_t& jobs, const base::wall_clock_t& clock)
-        : journal_(journal), callbacks_(callbacks), jobs_(jobs), clock_(clock) {}
+    handover_t(journal_t& journal, callbacks_t& callbacks, job_queue_t& jobs)
+        : journal_(journal), callbacks_(callbacks), jobs_(jobs) {}
+
+    /// Who is told, on the callbacks' thread, of a card that the driver took and did not store, and of whom it was.
+    /// Before the first session.
+    void on_drop(std::function<void(const std::string& sender)> told) { on_drop_ = std::move(told); }
 
     /// A driver has begun, which gets all there is, and what comes from now on; null for none.
     void begin(session_pointer_t session);
     /// Hands over what there is room for.
     void go_on();
+    /// When, on tick64, what could not be stored is to be handed over again: with `try_again`.
+    [[nodiscard]] uint64_t next_try() const { return next_try_; }
+    void try_again();
+
+    /// Cards, since the start; from any thread.
+    [[nodiscard]] size_t stored() const { return stored_; }
+    [[nodiscard]] size_t dropped() const { return dropped_; }
 
   private:
-    void make_room(const session_pointer_t& session);
+    /// What became of a message.
+    struct outcome_t {
+        std::string sender;
+        size_t datagrams = 0;
+        size_t stored = 0;
+        std::string failure;  // to store it; empty for none
+    };
+    void hand_over(const journal_t::message_t& message);
+    void note_drop(const std::string& sender);
+    void take_back(const session_pointer_t& session, const outcome_t& outcome);
+    void note_failure(const outcome_t& outcome);
 
     journal_t& journal_;
     callbacks_t& callbacks_;
     job_queue_t& jobs_;
-    const base::wall_clock_t& clock_;
+    std::function<void(const std::string&)> on_drop_;
+    std::atomic<size_t> stored_ = 0;
+    std::atomic<size_t> dropped_ = 0;
     session_pointer_t receiver_;  // who wants messages; null for nobody
     int64_t last_ = 0;            // of the journal, that this session has been given
-    size_t with_driver_ = 0;      // of those, how many have not come back yet
+    size_t with_driver_ = 0;      // datagrams that have not come back yet
+    size_t failures_ = 0;         // in this round
+    std::string told_cause_;      // of failures, until one is stored
+    uint64_t next_try_ = std::numeric_limits<uint64_t>::max();
 };
 
 }  // namespace radio

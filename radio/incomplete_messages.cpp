@@ -2,23 +2,49 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <system_error>
 
-#include "base/sqlite.h"
-#include "radio/journal.h"
+#include "radio/journal_file.h"
+#include "radio/limits.h"
 
 namespace radio {
 
 namespace {
 
-constexpr std::string_view query_text =
-    "SELECT sender, min(came), count(*), parts FROM datagrams "
-    "GROUP BY message, generation HAVING count(*) < parts ORDER BY min(id)";
+using base::sqlite::execution_t;
+
+// When the first of them came; those of one message have neighbouring rows, or nearly.
+int64_t since(sqlite3* connection, const std::vector<int64_t>& ids) {
+    const base::sqlite::statement_t statement =
+        base::sqlite::prepare(connection, "SELECT came FROM datagrams WHERE id = ?1");
+    execution_t query(statement);
+    query.bind(1, std::ranges::min(ids));
+    return query.step() == SQLITE_ROW ? query.number(0) : 0;
+}
+
+bool read(sqlite3* connection, std::vector<incomplete_message_t>& messages) {
+    journal_file::groups_t groups;
+    if (!journal_file::read(connection, groups)) {
+        return false;
+    }
+    const assembly::rules_t rules{
+        .close = 0, .wait = 0, .apart = static_cast<int64_t>(value_of(limit_t::apart_datagrams))};
+    for (const auto& [message, group] : groups) {
+        for (const assembly::incomplete_t& incomplete : assembly::incomplete(group.records, rules)) {
+            if (!incomplete.repeats && incomplete.places < group.parts) {
+                messages.push_back({group.sender, since(connection, incomplete.ids), incomplete.places, group.parts});
+            }
+        }
+    }
+    std::ranges::sort(messages, {}, &incomplete_message_t::since);
+    return true;
+}
 
 }  // namespace
 
 std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::path& home, std::string* error) {
-    const std::filesystem::path file = journal_file(home);
+    const std::filesystem::path file = journal_file::path(home);
     std::vector<incomplete_message_t> messages;
     std::error_code failure;
     const std::filesystem::file_status status = std::filesystem::status(file, failure);
@@ -26,18 +52,11 @@ std::vector<incomplete_message_t> incomplete_messages(const std::filesystem::pat
         return messages;
     }
     sqlite3* handle = nullptr;
-    int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+    const int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
     const base::sqlite::connection_t connection(handle);
-    const base::sqlite::statement_t statement =
-        result == SQLITE_OK ? base::sqlite::prepare(handle, query_text) : nullptr;
-    base::sqlite::execution_t query(statement);
-    while ((result = query.step()) == SQLITE_ROW) {
-        messages.push_back({query.text(0), query.number(1), static_cast<size_t>(query.number(2)),
-                            static_cast<size_t>(query.number(3))});
-    }
-    if (result != SQLITE_DONE) {
+    if (result != SQLITE_OK || !read(handle, messages)) {
         *error = fmt::format("cannot read the journal {}: {}", file.native(),
-                             failure ? failure.message() : std::string(sqlite3_errmsg(handle)));
+                             failure ? failure.message() : base::sqlite::failure_of(handle));
     }
     return messages;
 }

@@ -2,67 +2,31 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <ctime>
+#include <limits>
 #include <utility>
 
-#include "base/hex.h"
-#include "base/text.h"
+#include "base/clock.h"
+#include "radio/limits.h"
 #include "radio/warning.h"
 
 namespace radio {
 
 namespace {
 
+using assembly::incomplete_t;
 using base::sqlite::execution_t;
+using journal_file::group_t;
+using journal_file::row_t;
 
-// FULL: a commit is on the disk when it returns. A message is its text and generation: 0, save when it began while an
-// older one of the same text was incomplete. The driver tells messages apart by sender, alias and parts alone.
-constexpr const char* schema = R"(
-    PRAGMA journal_mode = WAL;
-    PRAGMA synchronous = FULL;
-    CREATE TABLE IF NOT EXISTS datagrams (
-        id INTEGER PRIMARY KEY,
-        came INTEGER NOT NULL,
-        technology INTEGER NOT NULL,
-        octets BLOB NOT NULL,
-        identity BLOB NOT NULL UNIQUE,
-        sender TEXT NOT NULL,
-        message TEXT NOT NULL,
-        generation INTEGER NOT NULL,
-        alias INTEGER NOT NULL,
-        part INTEGER NOT NULL,
-        parts INTEGER NOT NULL,
-        body BLOB NOT NULL,
-        UNIQUE (message, generation, part));
-    CREATE INDEX IF NOT EXISTS aliases ON datagrams (sender, alias, parts);
-    CREATE TABLE IF NOT EXISTS finished (identity BLOB PRIMARY KEY, at INTEGER NOT NULL) WITHOUT ROWID;
-    CREATE TABLE IF NOT EXISTS texts (id INTEGER PRIMARY KEY, came INTEGER NOT NULL, length INTEGER NOT NULL, pdu TEXT NOT NULL);
-)";
+// Somebody looks into the file with a tool of his own. The modem and the driver do not wait for him: what could not be
+// done is done soon after.
+constexpr int busy_timeout_ms = 100;
 
-constexpr int busy_timeout_ms = 5000;  // somebody looks into the file with a tool of his own
-
-// The sender as the driver sees him, and a person reads him.
-std::string sender_of(const RILMESSAGE& message) {
-    const RILADDRESS& address = message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.raOrigAddress
-                                                                         : message.msgInCDMADeliver.raOrigAddress;
-    return base::to_utf8(address.wszAddress);
-}
-
-// What the driver tells messages apart by.
-std::string name_for_driver(const std::string& sender, uint16_t alias, unsigned parts) {
-    return fmt::format("{}/{}/{}", alias, parts, sender);
-}
+constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
 
 }  // namespace
-
-// Where a datagram belongs.
-struct journal_t::place_t {
-    std::string message;
-    std::string sender;
-    int64_t generation = 0;
-    air::concatenation_t concatenation;
-    uint16_t alias = 0;  // the reference that the driver gets
-    bool taken = false;  // by the same datagram, sent once more
-};
 
 template <typename... values_t>
 bool journal_t::run(std::string_view text, const values_t&... values) {
@@ -74,56 +38,74 @@ bool journal_t::run(std::string_view text, const values_t&... values) {
 
 template <typename steps_t>
 bool journal_t::transaction(const steps_t& steps) {
-    const size_t before = datagrams_;
-    const int64_t first_id = next_id_;
     if (run("BEGIN IMMEDIATE") && steps() && run("COMMIT")) {
         failure_told_ = false;
         return true;
     }
     sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-    datagrams_ = before;
-    decoded_.erase(decoded_.lower_bound(first_id), decoded_.end());
     return false;
 }
 
 bool journal_t::fail() {
     if (!std::exchange(failure_told_, true)) {
-        warn(fmt::format("cannot write the journal {}: {}; messages stay on the modem", file_.native(),
-                         sqlite3_errmsg(connection_.get())));
+        warn(fmt::format("cannot use the journal {}: {}; messages stay on the modem", file_.native(),
+                         base::sqlite::failure_of(connection_.get())));
     }
     return false;
 }
 
-std::filesystem::path journal_file(const std::filesystem::path& home) {
-    return home / "journal.sqlite";
+journal_t::~journal_t() {
+    if (connection_) {
+        static_cast<void>(run("UPDATE clock SET ran = ?1", ran()));
+    }
 }
 
 std::string journal_t::open(const std::filesystem::path& file, const bounds_t& bounds) {
     const std::lock_guard lock(mutex_);
     file_ = file;
     bounds_ = bounds;
+    opened_at_ = base::tick64();
     sqlite3* handle = nullptr;
-    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
     const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
     connection_.reset(handle);
-    if (result != SQLITE_OK || !prepare()) {
-        return fmt::format("cannot use the journal {}: {}", file.native(), sqlite3_errmsg(handle));
+    std::string error = result == SQLITE_OK ? journal_file::prepare(handle) : base::sqlite::failure_of(handle);
+    if (error.empty() && !load()) {
+        error = base::sqlite::failure_of(handle);
     }
+    if (!error.empty()) {
+        connection_.reset();
+        return fmt::format("cannot use the journal {}: {}", file.native(), error);
+    }
+    sqlite3_busy_timeout(handle, busy_timeout_ms);
     return {};
 }
 
-bool journal_t::prepare() {
-    sqlite3_busy_timeout(connection_.get(), busy_timeout_ms);
-    if (sqlite3_exec(connection_.get(), schema, nullptr, nullptr, nullptr) != SQLITE_OK) {
+// What a kill kept from being written of the time is at most what has passed since the last datagram came or went.
+bool journal_t::load() {
+    execution_t counts(
+        statement("SELECT coalesce(max(id), 0) + 1, count(*) - count(finished), max((SELECT ran FROM clock), "
+                  "coalesce(max(ran), 0), coalesce(max(finished), 0)) FROM datagrams"));
+    if (counts.step() != SQLITE_ROW || !journal_file::read(connection_.get(), groups_)) {
         return false;
     }
-    execution_t query(statement("SELECT count(*), coalesce(max(id), 0) + 1 FROM datagrams"));
-    if (query.step() != SQLITE_ROW) {
-        return false;
+    next_id_ = counts.number(0);
+    incomplete_ = static_cast<size_t>(counts.number(1));
+    ran_before_ = counts.number(2);
+    execution_t alone(
+        statement("SELECT id, sender, parts FROM datagrams WHERE parts < 2 AND finished IS NULL ORDER BY id"));
+    int result = 0;
+    while ((result = alone.step()) == SQLITE_ROW) {
+        become_whole({{alone.number(0)}, alone.text(1), alone.number(2) == 0});
     }
-    datagrams_ = static_cast<size_t>(query.number(0));
-    next_id_ = query.number(1);
-    return true;
+    for (auto& [message, group] : groups_) {
+        assemble(message, group);
+    }
+    return result == SQLITE_DONE;
+}
+
+int64_t journal_t::ran() const {
+    return ran_before_ + static_cast<int64_t>((base::tick64() - opened_at_) / 1000);
 }
 
 // Each is prepared once.
@@ -134,45 +116,65 @@ const base::sqlite::statement_t& journal_t::statement(std::string_view text) {
                : statements_.emplace(text, base::sqlite::prepare(connection_.get(), text)).first->second;
 }
 
-bool journal_t::take(std::span<const arrival_t> arrivals, int64_t now) {
+bool journal_t::take(std::span<const arrival_t> arrivals) {
     const std::lock_guard lock(mutex_);
-    return transaction([&] {
-        for (const arrival_t& arrival : arrivals) {
-            if (!take_one(arrival, now)) {
-                return false;
+    std::vector<row_t> taken;
+    std::vector<const arrival_t*> sources;
+    const int64_t first_id = next_id_;
+    const bool done = transaction([&] {
+        return std::ranges::all_of(arrivals, [&](const arrival_t& arrival) {
+            const size_t before = taken.size();
+            const bool kept = take_one(arrival, taken);
+            if (taken.size() > before) {
+                sources.push_back(&arrival);
             }
-        }
-        while (datagrams_ > bounds_.datagrams) {
-            if (!drop_oldest()) {
-                return false;
-            }
-        }
-        return true;
+            return kept;
+        });
     });
+    if (!done) {
+        next_id_ = first_id;
+        return false;
+    }
+    incomplete_ += taken.size();
+    std::set<std::string> changed;
+    for (size_t index = 0; index < taken.size(); ++index) {
+        const air::octets_t& body = sources[index]->card.body;
+        file_away(taken[index], {body.begin(), body.end()});
+        changed.insert(taken[index].message);
+    }
+    changed.erase("");
+    for (const std::string& message : changed) {
+        assemble(message, groups_[message]);
+    }
+    keep_bounds();
+    return true;
 }
 
-bool journal_t::take_one(const arrival_t& arrival, int64_t now) {
-    const std::optional<place_t> place = place_of(arrival);
-    if (!place) {
+bool journal_t::take_one(const arrival_t& arrival, std::vector<row_t>& taken) {
+    row_t row = journal_file::row_of(arrival, next_id_, std::time(nullptr), ran());
+    const std::optional<bool> known = is_known(arrival);
+    if (!known) {
         return fail();
     }
-    if (place->taken) {
-        tell_copy(arrival, place->sender);
-        return run("UPDATE finished SET at = ?2 WHERE identity = ?1", arrival.card.identity, now);
+    if (*known) {
+        tell_copy(arrival, row.sender);
+        return run("UPDATE datagrams SET finished = ?2 WHERE identity = ?1 AND finished IS NOT NULL",
+                   arrival.card.identity, row.ran);
     }
-    if (place->alias != place->concatenation.reference) {
-        warn(fmt::format("a message from {} has the reference {} of one that is incomplete; the driver gets {}",
-                         place->sender, place->concatenation.reference, place->alias));
+    if (in_whole_ + taken.size() >= bounds_.datagrams) {
+        return refuse();
     }
-    const bool done = run("INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12)", next_id_,
-                          now, static_cast<int64_t>(arrival.technology), arrival.octets, arrival.card.identity,
-                          place->sender, place->message, place->generation, static_cast<int64_t>(place->alias),
-                          static_cast<int64_t>(place->concatenation.part),
-                          static_cast<int64_t>(place->concatenation.parts), arrival.card.body);
-    keep_decoded(next_id_, arrival.card);
     next_id_ += 1;
-    datagrams_ += 1;
-    return done;
+    taken.push_back(std::move(row));
+    return journal_file::insert(statement(journal_file::insertion), arrival, taken.back()) == SQLITE_DONE || fail();
+}
+
+// None when the file cannot be read.
+std::optional<bool> journal_t::is_known(const arrival_t& arrival) {
+    execution_t query(statement("SELECT 1 FROM datagrams WHERE identity = ?1"));
+    query.bind(1, arrival.card.identity);
+    const int found = query.step();
+    return found == SQLITE_ROW || found == SQLITE_DONE ? std::optional(found == SQLITE_ROW) : std::nullopt;
 }
 
 // Once each: a message that the modem does not delete comes again at each listing.
@@ -186,226 +188,252 @@ void journal_t::tell_copy(const arrival_t& arrival, const std::string& sender) {
     }
 }
 
-// None when the file cannot be read.
-std::optional<journal_t::place_t> journal_t::place_of(const arrival_t& arrival) {
-    place_t place;
-    place.sender = sender_of(arrival.card.message);
-    execution_t known(
-        statement("SELECT 1 FROM datagrams WHERE identity = ?1 UNION ALL SELECT 1 FROM finished WHERE identity = ?1"));
-    known.bind(1, arrival.card.identity);
-    const int found = known.step();
-    place.taken = found == SQLITE_ROW;
-    if (found != SQLITE_DONE) {
-        return place.taken ? std::optional(place) : std::nullopt;
+bool journal_t::refuse() {
+    if (!std::exchange(failure_told_, true)) {
+        warn(fmt::format("the journal holds {} datagrams of cards that cannot be stored; messages stay on the modem",
+                         in_whole_));
     }
-    const std::optional<air::concatenation_t> concatenation = air::concatenation(arrival.card.header);
-    if (!concatenation) {
-        place.message = base::to_hex(arrival.card.identity);
-        return place;
-    }
-    place.concatenation = *concatenation;
-    place.message = fmt::format("{}/{}/{}/{}", arrival.card.sender, concatenation->width, concatenation->reference,
-                                concatenation->parts);
-    const bool placed = find_generation(arrival, place) && (place.taken || find_alias(place));
-    return placed ? std::optional(place) : std::nullopt;
+    return false;
 }
 
-// The newest message of the text takes the datagram, unless it has such a part already, with another body: then a new
-// message has begun.
-bool journal_t::find_generation(const arrival_t& arrival, place_t& place) {
-    execution_t same(
-        statement("SELECT generation, body = ?3 FROM datagrams WHERE message = ?1 AND part = ?2 "
-                  "ORDER BY generation DESC LIMIT 1"));
-    same.bind(1, place.message);
-    same.bind(2, int64_t{place.concatenation.part});
-    same.bind(3, arrival.card.body);
-    const int found = same.step();
-    if (found == SQLITE_ROW) {
-        place.taken = same.number(1) != 0;
-        place.generation = same.number(0) + 1;
-        return true;
+void journal_t::file_away(const row_t& row, std::string body) {
+    if (row.message.empty()) {
+        become_whole({{row.id}, row.sender, !row.place});
+        return;
     }
-    execution_t newest(statement("SELECT coalesce(max(generation), 0) FROM datagrams WHERE message = ?1"));
-    newest.bind(1, place.message);
-    if (found != SQLITE_DONE || newest.step() != SQLITE_ROW) {
-        return false;
-    }
-    place.generation = newest.number(0);
-    return true;
+    group_t& group = groups_[row.message];
+    group.sender = row.sender;
+    group.parts = row.place->parts;
+    assembly::insert(group.records, {row.id, row.stamp, row.ran, row.place->part, false, std::move(body)});
 }
 
-// That of the message, if it has begun; else its own reference or, where the driver would mix it with another message,
-// one far from those that the sender uses next.
-bool journal_t::find_alias(place_t& place) {
-    execution_t begun(statement("SELECT alias FROM datagrams WHERE message = ?1 AND generation = ?2 LIMIT 1"));
-    begun.bind(1, place.message);
-    begun.bind(2, place.generation);
-    const int found = begun.step();
-    if (found == SQLITE_ROW) {
-        place.alias = static_cast<uint16_t>(begun.number(0));
-        return true;
-    }
-    constexpr int step = 125;  // odd: 256 steps meet every low octet
-    const uint16_t reference = place.concatenation.reference;
-    for (int attempt = 0; attempt < 256; ++attempt) {
-        place.alias = static_cast<uint16_t>((reference & 0xFF00) | ((reference + attempt * step) & 0xFF));
-        if (!driver_knows(place)) {
-            return found == SQLITE_DONE;
+void journal_t::assemble(const std::string& message, group_t& group) {
+    doubtful_.erase(message);
+    while (std::optional<assembly::set_t> set = assembly::choose(group.records, group.parts, bounds_.rules)) {
+        if (set->due > ran()) {
+            doubtful_[message] = set->due;
+            return;
         }
-    }
-    place.alias = reference;
-    return found == SQLITE_DONE;
-}
-
-bool journal_t::driver_knows(const place_t& place) {
-    execution_t query(
-        statement("SELECT 1 FROM datagrams WHERE sender = ?1 AND alias = ?2 AND parts = ?3 AND parts > 1 LIMIT 1"));
-    query.bind(1, place.sender);
-    query.bind(2, int64_t{place.alias});
-    query.bind(3, int64_t{place.concatenation.parts});
-    return query.step() == SQLITE_ROW ||
-           dropped_.contains(name_for_driver(place.sender, place.alias, place.concatenation.parts));
-}
-
-// The whole message that the oldest datagram belongs to.
-bool journal_t::drop_oldest() {
-    std::string message;
-    int64_t generation = 0;
-    {
-        execution_t oldest(statement("SELECT message, generation FROM datagrams ORDER BY id LIMIT 1"));
-        if (oldest.step() != SQLITE_ROW) {
-            return fail();
+        for (assembly::record_t& record : group.records) {
+            record.gone = record.gone || std::ranges::find(set->ids, record.id) != set->ids.end();
         }
-        message = oldest.text(0);
-        generation = oldest.number(1);
+        become_whole({std::move(set->ids), group.sender, false});
     }
-    return drop(message, generation, fmt::format("the journal holds {} datagrams", bounds_.datagrams));
 }
 
-bool journal_t::drop(const std::string& message, int64_t generation, std::string_view reason) {
-    std::string dropped;
-    {
-        execution_t query(
-            statement("SELECT sender, count(*), parts, alias FROM datagrams WHERE message = ?1 AND generation = ?2"));
-        query.bind(1, message);
-        query.bind(2, generation);
-        if (query.step() != SQLITE_ROW) {
-            return fail();
-        }
-        dropped = fmt::format("dropped {} of the {} datagrams of a message from {}: {}", query.number(1),
-                              query.number(2), query.text(0), reason);
-        dropped_.insert(name_for_driver(query.text(0), static_cast<uint16_t>(query.number(3)),
-                                        static_cast<unsigned>(query.number(2))));
-    }
-    if (!run("DELETE FROM datagrams WHERE message = ?1 AND generation = ?2", message, generation)) {
-        return false;
-    }
-    datagrams_ -= static_cast<size_t>(sqlite3_changes(connection_.get()));
-    warn(dropped);
-    return true;
+void journal_t::become_whole(whole_t whole) {
+    incomplete_ -= whole.ids.size();
+    in_whole_ += whole.ids.size();
+    whole_.emplace(next_number_++, std::move(whole));
 }
 
-void journal_t::begin_session() {
+std::optional<journal_t::message_t> journal_t::next(int64_t after) {
     const std::lock_guard lock(mutex_);
-    dropped_.clear();
-}
-
-std::vector<journal_t::entry_t> journal_t::next(int64_t after, size_t most) {
-    const std::lock_guard lock(mutex_);
-    execution_t query(
-        statement("SELECT id, technology, octets, alias FROM datagrams WHERE id > ?1 ORDER BY id LIMIT ?2"));
-    query.bind(1, after);
-    query.bind(2, static_cast<int64_t>(most));
-    std::vector<entry_t> entries;
-    while (query.step() == SQLITE_ROW) {
-        const int64_t id = query.number(0);
-        std::optional<card_datagram_t> card = decoded(id, static_cast<technology_t>(query.number(1)), query.octets(2));
-        if (!card) {
-            warn(fmt::format("datagram {} of the journal is none; it is left alone", id));
-            continue;
+    for (auto found = whole_.upper_bound(after); found != whole_.end(); found = whole_.upper_bound(after)) {
+        const auto& [number, whole] = *found;
+        message_t message{number, whole.sender, whole.refused, {}};
+        const int result = read(whole, message);
+        if (result == SQLITE_ROW) {
+            return message;
         }
-        change_reference(*card, static_cast<uint16_t>(query.number(3)));
-        entries.push_back({id, card->message});
+        if (result != SQLITE_DONE) {
+            fail();
+            return std::nullopt;
+        }
+        warn(fmt::format("a message from {} is no longer in the journal", whole.sender));
+        in_whole_ -= whole.ids.size();
+        whole_.erase(found);
     }
-    return entries;
+    return std::nullopt;
 }
 
-// So many as are handed over at once, and some more: what waits longer is read from the file again.
-void journal_t::keep_decoded(int64_t id, const card_datagram_t& card) {
-    constexpr size_t most = 64;
-    if (decoded_.size() == most) {
-        decoded_.erase(decoded_.begin());
-    }
-    decoded_.emplace(id, card);
-}
-
-std::optional<card_datagram_t> journal_t::decoded(int64_t id, technology_t technology, air::octets_view_t octets) {
-    auto kept = decoded_.extract(id);
-    return kept.empty() ? card_datagram_of(technology, octets) : std::optional(std::move(kept.mapped()));
-}
-
-void journal_t::handed_over(int64_t id, int64_t now) {
-    const std::lock_guard lock(mutex_);
-    if (!leave_after(id, now)) {
-        not_left_.push_back(id);
-    }
-}
-
-// The message of which this datagram was the last.
-bool journal_t::leave_after(int64_t id, int64_t now) {
-    std::string message;
-    int64_t generation = 0;
-    {
-        execution_t query(
-            statement("SELECT message, generation FROM datagrams AS last WHERE id = ?1 AND parts = (SELECT count(*) "
-                      "FROM datagrams WHERE message = last.message AND generation = last.generation AND id <= ?1)"));
+// SQLITE_ROW when all is there, SQLITE_DONE when somebody took a row away, or an error.
+int journal_t::read(const whole_t& whole, message_t& message) {
+    for (const int64_t id : whole.ids) {
+        execution_t query(statement("SELECT technology, octets FROM datagrams WHERE id = ?1"));
         query.bind(1, id);
-        if (const int found = query.step(); found != SQLITE_ROW) {
-            return found == SQLITE_DONE || fail();
+        if (const int result = query.step(); result != SQLITE_ROW) {
+            return result;
         }
-        message = query.text(0);
-        generation = query.number(1);
+        const auto octets = query.octets(1);
+        message.datagrams.push_back({id, static_cast<technology_t>(query.number(0)), {octets.begin(), octets.end()}});
     }
-    return transaction([&] {
-        const bool done = run("INSERT OR IGNORE INTO finished SELECT identity, ?3 FROM datagrams "
-                              "WHERE message = ?1 AND generation = ?2",
-                              message, generation, now) &&
-                          run("DELETE FROM datagrams WHERE message = ?1 AND generation = ?2", message, generation);
-        datagrams_ -= static_cast<size_t>(sqlite3_changes(connection_.get()));
-        return done;
-    });
+    return SQLITE_ROW;
 }
 
-void journal_t::expire(int64_t now) {
+void journal_t::finish(int64_t number) {
     const std::lock_guard lock(mutex_);
-    std::erase_if(not_left_, [&](int64_t id) { return leave_after(id, now); });
-    transaction([&] {
-        std::vector<std::pair<std::string, int64_t>> old;
-        {
-            execution_t query(
-                statement("SELECT message, generation FROM datagrams GROUP BY message, generation "
-                          "HAVING count(*) < parts AND min(came) <= ?1 ORDER BY min(id)"));
-            query.bind(1, now - bounds_.age);
-            while (query.step() == SQLITE_ROW) {
-                old.emplace_back(query.text(0), query.number(1));
+    auto left = whole_.extract(number);
+    if (left.empty()) {
+        return;
+    }
+    in_whole_ -= left.mapped().ids.size();
+    if (!note(left.mapped())) {
+        not_noted_.push_back(std::move(left.mapped()));
+        next_noting_ = base::tick64() + milliseconds(limit_t::journal_again);
+    }
+}
+
+// Without waiting for the disk: a loss of power that takes the note back costs nothing, the message is handed over once
+// more. The next datagram that is taken puts it there.
+bool journal_t::note(const whole_t& whole) {
+    sqlite3_exec(connection_.get(), "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
+    const bool noted = transaction([&] {
+        return std::ranges::all_of(whole.ids, [&](int64_t id) {
+            return whole.refused ? run("DELETE FROM datagrams WHERE id = ?1", id)
+                                 : run("UPDATE datagrams SET finished = ?2 WHERE id = ?1", id, ran());
+        });
+    });
+    sqlite3_exec(connection_.get(), "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
+    return noted;
+}
+
+void journal_t::look_again() {
+    const std::lock_guard lock(mutex_);
+    if (base::tick64() >= next_noting_) {
+        std::erase_if(not_noted_, [&](const whole_t& whole) { return note(whole); });
+        next_noting_ = not_noted_.empty() ? never : base::tick64() + milliseconds(limit_t::journal_again);
+    }
+    std::vector<std::string> due;
+    for (const auto& [message, until] : doubtful_) {
+        if (until <= ran()) {
+            due.push_back(message);
+        }
+    }
+    for (const std::string& message : due) {
+        assemble(message, groups_[message]);
+    }
+}
+
+uint64_t journal_t::next_look() {
+    const std::lock_guard lock(mutex_);
+    uint64_t next = next_noting_;
+    for (const auto& [message, until] : doubtful_) {
+        next = std::min(next, opened_at_ + static_cast<uint64_t>(std::max<int64_t>(until - ran_before_, 0)) * 1000);
+    }
+    return next;
+}
+
+// A hundredth at once: to look for the oldest takes the longer the more there are.
+void journal_t::keep_bounds() {
+    if (incomplete_ + in_whole_ <= bounds_.datagrams) {
+        return;
+    }
+    const size_t most = bounds_.datagrams - bounds_.datagrams / 100;
+    while (incomplete_ > 0 && incomplete_ + in_whole_ > most && drop_of_the_greediest(most)) {
+    }
+}
+
+// The sender with the most datagrams loses his oldest messages, so that a flood of them costs nobody else his.
+bool journal_t::drop_of_the_greediest(size_t most) {
+    struct of_sender_t {
+        size_t datagrams = 0;
+        std::multimap<int64_t, std::pair<std::string, incomplete_t>> messages;  // by the first of their datagrams
+    };
+    std::map<std::string, of_sender_t> senders;
+    for (const auto& [message, group] : groups_) {
+        for (incomplete_t& incomplete : assembly::incomplete(group.records, bounds_.rules)) {
+            of_sender_t& sender = senders[group.sender];
+            const int64_t first = std::ranges::min(incomplete.ids);
+            sender.datagrams += incomplete.ids.size();
+            sender.messages.emplace(first, std::pair(message, std::move(incomplete)));
+        }
+    }
+    const auto greediest =
+        std::ranges::max_element(senders, {}, [](const auto& sender) { return sender.second.datagrams; });
+    if (greediest == senders.end()) {
+        return false;
+    }
+    const std::string reason = fmt::format("the journal holds {} datagrams", bounds_.datagrams);
+    for (const auto& [first, dropped] : greediest->second.messages) {
+        if (incomplete_ + in_whole_ <= most) {
+            break;
+        }
+        if (!drop(dropped.first, dropped.second, reason)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool journal_t::drop(const std::string& message, const incomplete_t& incomplete, std::string_view reason) {
+    const bool done = transaction([&] {
+        return std::ranges::all_of(incomplete.ids,
+                                   [&](int64_t id) { return run("DELETE FROM datagrams WHERE id = ?1", id); });
+    });
+    if (!done) {
+        return false;
+    }
+    group_t& group = groups_[message];
+    std::erase_if(group.records, [&](const assembly::record_t& record) {
+        return std::ranges::find(incomplete.ids, record.id) != incomplete.ids.end();
+    });
+    incomplete_ -= incomplete.ids.size();
+    if (!incomplete.repeats) {
+        given_up_ += incomplete.places;
+        warn(fmt::format("dropped {} of the {} datagrams of a message from {}: {}", incomplete.places, group.parts,
+                         group.sender, reason));
+    }
+    assemble(message, group);
+    return true;
+}
+
+void journal_t::expire() {
+    const std::lock_guard lock(mutex_);
+    const int64_t until = ran() - bounds_.age;
+    std::vector<std::pair<std::string, incomplete_t>> old;
+    for (const auto& [message, group] : groups_) {
+        for (incomplete_t& incomplete : assembly::incomplete(group.records, bounds_.rules)) {
+            if (incomplete.since <= until) {
+                old.emplace_back(message, std::move(incomplete));
             }
         }
-        for (const auto& [message, generation] : old) {
-            if (!drop(message, generation, fmt::format("incomplete for {} hours", bounds_.age / 3600))) {
+    }
+    const std::string reason = fmt::format("incomplete for {} hours", bounds_.age / 3600);
+    for (const auto& [message, incomplete] : old) {
+        if (!drop(message, incomplete, reason)) {
+            return;
+        }
+    }
+    static_cast<void>(transaction([&] { return forget_gone(until) && run("UPDATE clock SET ran = ?1", ran()); }));
+    std::erase_if(groups_, [](const auto& group) { return group.second.records.empty(); });
+}
+
+// What has gone is known for as long as what waits, and as many.
+bool journal_t::forget_gone(int64_t until) {
+    std::map<std::string, std::set<int64_t>> forgotten;
+    {
+        execution_t query(
+            statement("SELECT id, message FROM datagrams WHERE finished <= ?1 OR id IN (SELECT id FROM datagrams "
+                      "WHERE finished IS NOT NULL ORDER BY finished DESC, id DESC LIMIT -1 OFFSET ?2)"));
+        query.bind(1, until);
+        query.bind(2, static_cast<int64_t>(bounds_.datagrams));
+        int result = 0;
+        while ((result = query.step()) == SQLITE_ROW) {
+            forgotten[query.text(1)].insert(query.number(0));
+        }
+        if (result != SQLITE_DONE) {
+            return fail();
+        }
+    }
+    for (const auto& [message, ids] : forgotten) {
+        for (const int64_t id : ids) {
+            if (!run("DELETE FROM datagrams WHERE id = ?1", id)) {
                 return false;
             }
         }
-        return run("DELETE FROM finished WHERE at <= ?1", now - bounds_.age) &&
-               run("DELETE FROM finished WHERE identity IN (SELECT identity FROM finished ORDER BY at DESC LIMIT -1 "
-                   "OFFSET ?1)",
-                   static_cast<int64_t>(bounds_.datagrams));
-    });
+        if (const auto group = groups_.find(message); group != groups_.end()) {
+            std::erase_if(group->second.records, [&](const auto& record) { return ids.contains(record.id); });
+        }
+    }
+    return true;
 }
 
-bool journal_t::keep_text(size_t length, std::string_view pdu, int64_t now) {
+bool journal_t::keep_text(size_t length, std::string_view pdu) {
     const std::lock_guard lock(mutex_);
     return transaction([&] {
-        if (!run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", now, static_cast<int64_t>(length), pdu) ||
+        if (!run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", int64_t{std::time(nullptr)},
+                 static_cast<int64_t>(length), pdu) ||
             !run("DELETE FROM texts WHERE id <= (SELECT max(id) FROM texts) - ?1",
                  static_cast<int64_t>(bounds_.datagrams))) {
             return false;
@@ -417,19 +445,25 @@ bool journal_t::keep_text(size_t length, std::string_view pdu, int64_t now) {
     });
 }
 
-std::vector<journal_t::text_t> journal_t::texts() {
+std::optional<journal_t::text_t> journal_t::first_text() {
     const std::lock_guard lock(mutex_);
-    execution_t query(statement("SELECT id, length, pdu FROM texts ORDER BY id"));
-    std::vector<text_t> kept;
-    while (query.step() == SQLITE_ROW) {
-        kept.push_back({query.number(0), static_cast<size_t>(query.number(1)), query.text(2)});
+    execution_t query(statement("SELECT id, length, pdu FROM texts ORDER BY id LIMIT 1"));
+    const int result = query.step();
+    if (result != SQLITE_ROW) {
+        static_cast<void>(result == SQLITE_DONE || fail());
+        return std::nullopt;
     }
-    return kept;
+    return text_t{query.number(0), static_cast<size_t>(query.number(1)), query.text(2)};
 }
 
-void journal_t::forget_text(int64_t id) {
+bool journal_t::forget_text(int64_t id) {
     const std::lock_guard lock(mutex_);
-    static_cast<void>(run("DELETE FROM texts WHERE id = ?1", id));
+    return run("DELETE FROM texts WHERE id = ?1", id);
+}
+
+journal_t::counts_t journal_t::counts() {
+    const std::lock_guard lock(mutex_);
+    return {incomplete_, whole_.size(), given_up_};
 }
 
 }  // namespace radio

@@ -1,16 +1,18 @@
 /// The card datagrams that have come in, on disk from before the modem is told to forget them until the message that
-/// each belongs to has been handed to the driver whole. One SQLite file in the phone's home, for people to open too.
+/// each belongs to has been handed over; and the messages that they make. One SQLite file in the phone's home.
 ///
-/// A datagram is known by its identity as long as it is here, and for as long again after its message has left, so that
-/// what a modem delivers twice is handed over once. A process that is killed between any two steps loses none.
+/// Which datagrams make a message, the assembly says. One that has gone with its message is known for as long again,
+/// so that what a modem delivers twice is handed over once. A process that is killed between any two steps loses none;
+/// at most it hands over once more what it had just handed over.
 ///
-/// What a full or unwritable disk keeps from being stored stays where it was; what the bounds drop is warned of. Times
-/// are seconds since 1970. Thread-safe: the modem's thread fills it, that of the callbacks takes out what has been
-/// handed over, so that no step of the modem's comes between the driver's return and that.
+/// What a full or unwritable disk keeps from being stored stays where it was; what the bounds drop is warned of. Ages
+/// are counted in the time that the service ran: no step of the wall clock drops anything. Thread-safe: the modem's
+/// thread fills it, that of the callbacks notes what has been handed over.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -21,32 +23,28 @@
 #include <vector>
 
 #include "base/sqlite.h"
-#include "radio/ril_message.h"
+#include "radio/journal_file.h"
 
 namespace radio {
-
-/// A datagram as the modem gave it, and what can be told of it.
-struct arrival_t {
-    technology_t technology;
-    air::octets_t octets;
-    card_datagram_t card;
-};
-
-/// Where the journal of a phone lies.
-std::filesystem::path journal_file(const std::filesystem::path& home);
 
 class journal_t {
   public:
     struct bounds_t {
         int64_t age = 0;  // seconds from the first datagram of a message that stays incomplete
         size_t datagrams = 0;
+        assembly::rules_t rules{};
     };
-    struct entry_t {
-        int64_t id;  // rises in the order of arrival
-        /// For the driver, with a reference of ours where need be: it tells messages apart by sender, reference and
-        /// parts alone, and would mix two that the header tells apart, or one with the rest of another that was
-        /// dropped.
-        RILMESSAGE message;
+    /// A message that is whole, for the driver.
+    struct message_t {
+        struct datagram_t {
+            int64_t id;
+            technology_t technology;
+            air::octets_t octets;
+        };
+        int64_t number;      // rises in the order of completion
+        std::string sender;  // as a person reads it
+        bool refused;        // one datagram, which the driver refuses
+        std::vector<datagram_t> datagrams;
     };
     /// A message of another kind that a modem delivered directly and did not take back.
     struct text_t {
@@ -54,40 +52,64 @@ class journal_t {
         size_t length;  // octets of the TPDU
         std::string pdu;
     };
+    struct counts_t {
+        size_t incomplete = 0;  // datagrams
+        size_t whole = 0;       // messages that have not been handed over
+        size_t given_up = 0;    // datagrams of incomplete messages, since it was opened
+    };
 
-    /// Opens the file, or makes it; once, and before all else. Returns an empty text, or what failed and why.
+    journal_t() = default;
+    ~journal_t();
+    journal_t(const journal_t&) = delete;
+    journal_t& operator=(const journal_t&) = delete;
+
+    /// Opens the file, or makes it; once, and before all else. Returns an empty text, or what failed, why and what to
+    /// do.
     [[nodiscard]] std::string open(const std::filesystem::path& file, const bounds_t& bounds);
 
     /// True when every one of them is here, or has been, and will be after a loss of power. False: none was taken.
-    [[nodiscard]] bool take(std::span<const arrival_t> arrivals, int64_t now);
+    [[nodiscard]] bool take(std::span<const arrival_t> arrivals);
 
-    /// A driver has begun that knows of no datagram yet.
-    void begin_session();
-    /// The next to be handed over after `id` (0: the first), at most so many.
-    std::vector<entry_t> next(int64_t after, size_t most);
-    /// The driver has it, and all that `next` gave before it. When its message is whole with it, the message leaves.
-    void handed_over(int64_t id, int64_t now);
-    /// Drops the messages that have been incomplete for too long.
-    void expire(int64_t now);
+    /// The next message after that number (0: the first); none when there is none, or it cannot be read.
+    std::optional<message_t> next(int64_t after);
+    /// It has been handed over, and leaves.
+    void finish(int64_t number);
 
-    [[nodiscard]] bool keep_text(size_t length, std::string_view pdu, int64_t now);
-    std::vector<text_t> texts();
-    void forget_text(int64_t id);
+    /// Does what its time has come for: messages that waited for better datagrams become whole, what could not be
+    /// noted is noted.
+    void look_again();
+    /// When, on tick64.
+    uint64_t next_look();
+    /// Drops the messages that have been incomplete for too long, and forgets what has gone for as long.
+    void expire();
+
+    [[nodiscard]] bool keep_text(size_t length, std::string_view pdu);
+    std::optional<text_t> first_text();
+    [[nodiscard]] bool forget_text(int64_t id);
+
+    counts_t counts();
 
   private:
-    struct place_t;
-    [[nodiscard]] bool prepare();
-    bool take_one(const arrival_t& arrival, int64_t now);
-    void keep_decoded(int64_t id, const card_datagram_t& card);
-    std::optional<card_datagram_t> decoded(int64_t id, technology_t technology, air::octets_view_t octets);
-    std::optional<place_t> place_of(const arrival_t& arrival);
-    bool find_generation(const arrival_t& arrival, place_t& place);
-    bool find_alias(place_t& place);
-    bool driver_knows(const place_t& place);
+    struct whole_t {
+        std::vector<int64_t> ids;
+        std::string sender;
+        bool refused;
+    };
+    [[nodiscard]] bool load();
+    bool take_one(const arrival_t& arrival, std::vector<journal_file::row_t>& taken);
+    std::optional<bool> is_known(const arrival_t& arrival);
     void tell_copy(const arrival_t& arrival, const std::string& sender);
-    bool leave_after(int64_t id, int64_t now);
-    bool drop_oldest();
-    bool drop(const std::string& message, int64_t generation, std::string_view reason);
+    bool refuse();
+    void file_away(const journal_file::row_t& row, std::string body);
+    void assemble(const std::string& message, journal_file::group_t& group);
+    void become_whole(whole_t whole);
+    int read(const whole_t& whole, message_t& message);
+    bool note(const whole_t& whole);
+    void keep_bounds();
+    bool drop_of_the_greediest(size_t most);
+    bool drop(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);
+    bool forget_gone(int64_t until);
+    [[nodiscard]] int64_t ran() const;
     /// One statement that gives no rows; false, and told, when it fails.
     template <typename... values_t>
     bool run(std::string_view text, const values_t&... values);
@@ -102,11 +124,18 @@ class journal_t {
     std::filesystem::path file_;
     bounds_t bounds_;
     int64_t next_id_ = 1;
-    size_t datagrams_ = 0;                        // in the file
-    std::set<std::string> dropped_;               // since the session began: what the driver still has parts of
-    std::vector<int64_t> not_left_;               // handed over, which could not be written
-    std::map<int64_t, card_datagram_t> decoded_;  // what came just now, until it is handed over: by id
-    std::set<air::octets_t> told_copies_;         // by identity
+    size_t incomplete_ = 0;  // datagrams in the file that wait for others
+    size_t in_whole_ = 0;    // datagrams of whole messages that have not gone
+    journal_file::groups_t groups_;
+    std::map<std::string, int64_t> doubtful_;  // messages that wait for better datagrams: until when
+    std::map<int64_t, whole_t> whole_;         // by number
+    int64_t next_number_ = 1;
+    std::vector<whole_t> not_noted_;                               // handed over, which could not be written
+    uint64_t next_noting_ = std::numeric_limits<uint64_t>::max();  // on tick64
+    int64_t ran_before_ = 0;                                       // seconds, when it was opened
+    uint64_t opened_at_ = 0;                                       // on tick64
+    size_t given_up_ = 0;                                          // see counts_t
+    std::set<air::octets_t> told_copies_;                          // by identity
     bool failure_told_ = false;
 };
 

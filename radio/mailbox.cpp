@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/clock.h"
 #include "platform/linux/home.h"
 #include "radio/limits.h"
 #include "radio/warning.h"
@@ -39,16 +40,33 @@ bool is_nearly_full(const memory_level_t& level) {
 
 mailbox_t::mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs,
                      const announcements_t& announcements, const registration_watch_t& registration)
-    : link_(link),
-      announcements_(announcements),
-      registration_(registration),
-      handover_(journal_, callbacks, jobs, clock_) {}
+    : link_(link), announcements_(announcements), registration_(registration), handover_(journal_, callbacks, jobs) {}
 
 std::string mailbox_t::open() {
     constexpr int64_t seconds_a_day = 86'400;
-    return journal_.open(journal_file(platform::home()),
-                         {.age = static_cast<int64_t>(value_of(limit_t::journal_age)) * seconds_a_day,
-                          .datagrams = value_of(limit_t::journal_size)});
+    const auto seconds = [](limit_t limit) { return static_cast<int64_t>(value_of(limit)); };
+    return journal_.open(journal_file::path(platform::home()), {.age = seconds(limit_t::journal_age) * seconds_a_day,
+                                                                .datagrams = value_of(limit_t::journal_size),
+                                                                .rules = {.close = seconds(limit_t::close_datagrams),
+                                                                          .wait = seconds(limit_t::better_datagrams),
+                                                                          .apart = seconds(limit_t::apart_datagrams)}});
+}
+
+card_counts_t mailbox_t::card_counts() {
+    const journal_t::counts_t counts = journal_.counts();
+    return {handover_.stored(), handover_.dropped(), counts.whole, counts.incomplete, counts.given_up};
+}
+
+void mailbox_t::go_on() {
+    journal_.look_again();
+    if (base::tick64() >= handover_.next_try()) {
+        handover_.try_again();
+    }
+    handover_.go_on();
+}
+
+uint64_t mailbox_t::next_step() {
+    return std::min(journal_.next_look(), handover_.next_try());
 }
 
 void mailbox_t::forget() {
@@ -96,7 +114,8 @@ bool mailbox_t::select(const std::string& memory) {
 
 void mailbox_t::list_all() {
     next_listing_ = base::tick64() + milliseconds(limit_t::listing_again);
-    journal_.expire(clock_.seconds());
+    journal_.expire();
+    texts_refused_ = false;
     if (link_.lost() || link_.ending()) {
         return;
     }
@@ -158,7 +177,7 @@ void mailbox_t::read(const location_t& location) {
     if (message) {
         consider(location, *message, reply.lines.front().pdu, datagrams);
     } else if (!is_empty_place(reply)) {
-        look_again_soon();
+        look_again_in(limit_t::deleting_again);
         warn_unless_lost(
             fmt::format("cannot read message {} of memory {}; it is read later", location.index, location.memory));
     }
@@ -189,13 +208,22 @@ std::optional<arrival_t> mailbox_t::arrival_of(const std::string& pdu, size_t le
 
 // The modem forgets what the journal has, and nothing else.
 void mailbox_t::take(const datagrams_t& datagrams) {
-    if (datagrams.arrivals.empty() || !journal_.take(datagrams.arrivals, clock_.seconds())) {
+    if (datagrams.arrivals.empty() || !keep(datagrams.arrivals)) {
         return;
     }
-    handover_.go_on();
     for (const location_t& location : datagrams.locations) {
         remove(location);
     }
+}
+
+// What cannot be kept stays on the modem, and is listed again soon.
+bool mailbox_t::keep(std::span<const arrival_t> arrivals) {
+    if (!journal_.take(arrivals)) {
+        look_again_in(limit_t::journal_again);
+        return false;
+    }
+    handover_.go_on();
+    return true;
 }
 
 // What stays is found again by the next listing, which the journal then knows.
@@ -206,14 +234,14 @@ void mailbox_t::remove(const location_t& location) {
     if (removed) {
         undeleted_.erase(location);
     } else if (undeleted_.insert(location).second) {
-        look_again_soon();
+        look_again_in(limit_t::deleting_again);
         warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it is in the journal, and deleted later",
                                      location.index, location.memory));
     }
 }
 
-void mailbox_t::look_again_soon() {
-    next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit_t::deleting_again));
+void mailbox_t::look_again_in(limit_t limit) {
+    next_listing_ = std::min(next_listing_, base::tick64() + milliseconds(limit));
 }
 
 // Direct delivery: everything is acknowledged once it is safe, also what cannot be decoded, or the modem would deliver
@@ -227,21 +255,21 @@ void mailbox_t::take_delivery(const modem_line_t& line) {
     }
     const size_t length = delivered_length(line.text).value_or(0);
     if (const std::optional<arrival_t> arrival = arrival_of(line.pdu, length)) {
-        acknowledge(journal_.take({&*arrival, 1}, clock_.seconds()));
-        handover_.go_on();
+        acknowledge(keep({&*arrival, 1}));
     } else {
-        acknowledge(journal_.keep_text(length, line.pdu, clock_.seconds()));
+        acknowledge(journal_.keep_text(length, line.pdu));
         give_texts_back();
     }
 }
 
 // A modem that refuses one is not asked again before the next listing.
 void mailbox_t::give_texts_back() {
-    for (const journal_t::text_t& text : journal_.texts()) {
-        if (!put_on_modem(text.length, text.pdu)) {
+    while (!texts_refused_) {
+        const std::optional<journal_t::text_t> text = journal_.first_text();
+        if (!text) {
             return;
         }
-        journal_.forget_text(text.id);
+        texts_refused_ = !put_on_modem(text->length, text->pdu) || !journal_.forget_text(text->id);
     }
 }
 

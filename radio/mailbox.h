@@ -4,14 +4,16 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "base/clock.h"
 #include "radio/announcements.h"
 #include "radio/at_values.h"
+#include "radio/attach_modem.h"
 #include "radio/handover.h"
 #include "radio/journal.h"
 #include "radio/registration_watch.h"
@@ -46,6 +48,15 @@ class mailbox_t {
 
     /// Who gets the cards from now on; null for nobody.
     void set_receiver(session_pointer_t session) { handover_.begin(std::move(session)); }
+    /// See handover_t.
+    void on_drop(std::function<void(const std::string& sender)> told) { handover_.on_drop(std::move(told)); }
+    /// From any thread.
+    [[nodiscard]] card_counts_t card_counts();
+
+    /// Goes on with what has come and waits: for other datagrams, or to be stored. Needs no modem.
+    void go_on();
+    /// When, on tick64, that is due.
+    [[nodiscard]] uint64_t next_step();
 
     /// All memories, whatever has been announced of them.
     void list_all();
@@ -70,8 +81,9 @@ class mailbox_t {
                   datagrams_t& datagrams) const;
     [[nodiscard]] std::optional<arrival_t> arrival_of(const std::string& pdu, size_t length) const;
     void take(const datagrams_t& datagrams);
+    bool keep(std::span<const arrival_t> arrivals);
     void remove(const location_t& location);
-    void look_again_soon();
+    void look_again_in(limit_t limit);
     void give_texts_back();
     bool put_on_modem(size_t length, const std::string& pdu);
     void warn_unless_lost(const std::string& text) const;
@@ -79,12 +91,12 @@ class mailbox_t {
     modem_link_t& link_;
     const announcements_t& announcements_;
     const registration_watch_t& registration_;
-    const base::wall_clock_t clock_;  // the journal outlives a process
     journal_t journal_;
     handover_t handover_;
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
     std::string selected_;
     std::set<location_t> undeleted_;  // which the modem refused to delete
+    bool texts_refused_ = false;      // since the last listing
     bool refused_text_told_ = false;
     uint64_t next_listing_ = 0;
 };

@@ -28,6 +28,7 @@ modem_t::~modem_t() {
 std::string modem_t::start(const modem_options_t& options) {
     options_ = options;
     lasting_path_ = link_to(options_.tty, options_.links);
+    mailbox_.on_drop(options_.on_drop);
     std::string error = mailbox_.open();
     if (error.empty()) {
         error = tty_.open(options_.tty);
@@ -57,13 +58,24 @@ void modem_t::run() {
             return;
         } else if (lost() && !loss_told_) {
             tell_loss();
-        } else if (const uint64_t next = lost() ? next_look_ : mailbox_.next_listing(); base::tick64() < next) {
-            link_.wait(next);
-        } else if (lost()) {
-            look_again();
         } else {
-            look_after();
+            wait_for_the_next();
         }
+    }
+}
+
+void modem_t::wait_for_the_next() {
+    const uint64_t now = base::tick64();
+    const uint64_t next_step = mailbox_.next_step();
+    const uint64_t next_look = lost() ? next_look_ : mailbox_.next_listing();
+    if (now >= next_step) {
+        mailbox_.go_on();
+    } else if (now < next_look) {
+        link_.wait(std::min(next_look, next_step));
+    } else if (lost()) {
+        look_again();
+    } else {
+        look_after();
     }
 }
 

@@ -48,9 +48,11 @@ class modem_t {
     void set_session(session_pointer_t session);
     void submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow);
     void query_system_type(session_pointer_t session, HRESULT request);
+    [[nodiscard]] card_counts_t card_counts() { return mailbox_.card_counts(); }
 
   private:
     void run();
+    void wait_for_the_next();
     void tell_system_type(DWORD type);
     void take_unsolicited(const modem_line_t& line);
     void warn_of_unknown(const std::string& line);

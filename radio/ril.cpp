@@ -116,6 +116,11 @@ void detach_modem() {
     }
 }
 
+card_counts_t card_counts() {
+    const std::lock_guard lock(state().mutex);
+    return state().modem ? state().modem->card_counts() : card_counts_t{};
+}
+
 }  // namespace radio
 
 // One session at a time: a new one takes the place of one that was never ended.

@@ -55,15 +55,20 @@ std::string sender_of(const air::address_t& originator) {
     return fmt::format("{}:{}", static_cast<int>(originator.type), originator.text);
 }
 
-// The service centre's local time as UTC, in this century.
-bool set_time(const air::timestamp_t& stamp, SYSTEMTIME& time) {
+std::optional<int64_t> seconds_of(const air::timestamp_t& stamp) {
     using namespace std::chrono;
     const year_month_day date = year(2000 + stamp.year) / month(stamp.month) / day(stamp.day);
     if (!date.ok() || stamp.hour > 23 || stamp.minute > 59 || stamp.second > 59) {
-        return false;
+        return std::nullopt;
     }
     const sys_seconds utc = sys_days(date) + hours(stamp.hour) + minutes(stamp.minute) + seconds(stamp.second) -
                             minutes(15 * stamp.quarters_east);
+    return utc.time_since_epoch().count();
+}
+
+void set_time(int64_t seconds_since_1970, SYSTEMTIME& time) {
+    using namespace std::chrono;
+    const sys_seconds utc{seconds(seconds_since_1970)};
     const sys_days utc_day = floor<days>(utc);
     const year_month_day utc_date(utc_day);
     const hh_mm_ss clock(utc - utc_day);
@@ -74,7 +79,6 @@ bool set_time(const air::timestamp_t& stamp, SYSTEMTIME& time) {
     time.wHour = static_cast<WORD>(clock.hours().count());
     time.wMinute = static_cast<WORD>(clock.minutes().count());
     time.wSecond = static_cast<WORD>(clock.seconds().count());
-    return true;
 }
 
 std::optional<air::user_data_parts_t> card_parts(air::octets_view_t user_data) {
@@ -107,21 +111,6 @@ std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference
 
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets) {
     return technology == technology_t::gsm ? gsm_card_datagram_of(octets) : cdma_card_datagram_of(octets);
-}
-
-void change_reference(card_datagram_t& datagram, uint16_t reference) {
-    const std::optional<air::concatenation_t> concatenation = air::concatenation(datagram.header);
-    if (!concatenation) {
-        return;
-    }
-    RILMESSAGE& message = datagram.message;
-    BYTE* const header =
-        message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.rgbHdr : message.msgInCDMADeliver.rgbHdr;
-    BYTE* const low_octet = header + concatenation->offset + concatenation->width - 1;
-    low_octet[0] = static_cast<BYTE>(reference);
-    if (concatenation->width == 2) {
-        low_octet[-1] = static_cast<BYTE>(reference >> 8);
-    }
 }
 
 }  // namespace radio

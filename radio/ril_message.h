@@ -4,7 +4,9 @@
 
 #include <ril.h>
 
+#include <cstdint>
 #include <optional>
+#include <string>
 #include <variant>
 
 #include "air/cdma.h"
@@ -44,17 +46,15 @@ std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference
 
 /// Octets, or a text in the 7-bit alphabet, whose header addresses the port of contact cards.
 struct card_datagram_t {
-    RILMESSAGE message;      // as the driver expects it; the time is left out when it is no date
-    std::string sender;      // type of number and digits: tells senders apart
-    air::octets_t header;    // without its length octet
-    air::octets_t body;      // a text in UTF-8
-    air::octets_t identity;  // equal for two copies of the same datagram, whatever the network changed on their way
+    RILMESSAGE message;            // as the driver expects it; the time is left out when it is no date
+    std::string sender;            // type of number and digits: tells senders apart
+    std::optional<int64_t> stamp;  // the service centre's, in seconds since 1970; none when it is no date
+    air::octets_t header;          // without its length octet
+    air::octets_t body;            // a text in UTF-8
+    air::octets_t identity;        // equal for two copies of one datagram, whatever the network changed on their way
 };
 /// Of the octets that a modem delivers: an SMS-DELIVER, or a CDMA point-to-point message of that type. None for
 /// anything that is no card datagram.
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets);
-
-/// Gives the driver, in `message`, this reference in place of the header's, which must not need more octets.
-void change_reference(card_datagram_t& datagram, uint16_t reference);
 
 }  // namespace radio

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "air/cdma.h"
+#include "radio/assembly.h"
 #include "radio/ril_message_fields.h"
 
 namespace radio {
@@ -16,8 +17,8 @@ namespace {
 // gives all datagrams of a card the identifier of the card. The part makes them differ, and a datagram that is sent
 // again keeps its own.
 uint16_t identifier_of(const RIL_OUT_CDMASUBMIT& out) {
-    const std::optional<air::concatenation_t> place = air::concatenation({out.rgbHdr, out.cbHdrLength});
-    return static_cast<uint16_t>(out.dwMsgID << 8 | (place ? place->part : 0));
+    const std::optional<assembly::place_t> place = assembly::place_of({out.rgbHdr, out.cbHdrLength});
+    return static_cast<uint16_t>(out.dwMsgID << 8 | (place && place->width != 0 ? place->part : 0));
 }
 
 // The radio layer counts its levels from 1, the air from 0. None for one that the layer does not know.
@@ -31,7 +32,8 @@ std::optional<uint8_t> display_mode_of(DWORD number) {
     return number == RIL_MSGDISPLAYMODE_IMMEDIATE ? std::optional<uint8_t>(0) : std::nullopt;
 }
 
-RILMESSAGE message_of(const air::cdma::message_t& deliver, const air::user_data_parts_t& parts) {
+RILMESSAGE message_of(const air::cdma::message_t& deliver, std::optional<int64_t> stamp,
+                      const air::user_data_parts_t& parts) {
     RILMESSAGE message{};
     message.cbSize = sizeof message;
     message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS;
@@ -41,8 +43,8 @@ RILMESSAGE message_of(const air::cdma::message_t& deliver, const air::user_data_
     set_origin(deliver.address, in.raOrigAddress);
     in.rsaOrigSubaddr.cbSize = sizeof in.rsaOrigSubaddr;
     in.raCallBackNumber.cbSize = sizeof in.raCallBackNumber;
-    if (deliver.service_centre_time) {
-        set_time(*deliver.service_centre_time, in.stSCReceiveTime);
+    if (stamp) {
+        set_time(*stamp, in.stSCReceiveTime);
     }
     in.dwMsgPriority = RIL_MSGPRIORITY_NORMAL + deliver.priority.value_or(0);
     in.dwMsgPrivacy = RIL_MSGPRIVACYCLASS_NOTRESTRICTED + deliver.privacy.value_or(0);
@@ -90,8 +92,11 @@ std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets) 
     if (!parts) {
         return std::nullopt;
     }
-    return card_datagram_t{.message = message_of(*deliver, *parts),
+    const std::optional<int64_t> stamp =
+        deliver->service_centre_time ? seconds_of(*deliver->service_centre_time) : std::nullopt;
+    return card_datagram_t{.message = message_of(*deliver, stamp, *parts),
                            .sender = sender_of(deliver->address),
+                           .stamp = stamp,
                            .header = {parts->header.begin(), parts->header.end()},
                            .body = {parts->body.begin(), parts->body.end()},
                            .identity = identity_of(*deliver)};

@@ -18,8 +18,9 @@ std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets);
 std::optional<air::address_t> destination_of(const RILADDRESS& address);
 void set_origin(const air::address_t& originator, RILADDRESS& address);
 std::string sender_of(const air::address_t& originator);
-/// The service centre's local time as UTC, in this century. False when it is no date.
-bool set_time(const air::timestamp_t& stamp, SYSTEMTIME& time);
+/// The service centre's local time, in this century, as seconds since 1970. None when it is no date.
+std::optional<int64_t> seconds_of(const air::timestamp_t& stamp);
+void set_time(int64_t seconds_since_1970, SYSTEMTIME& time);  // UTC
 
 /// The header and the body of an outgoing message as user data. None over 140 octets.
 template <class submit_t>

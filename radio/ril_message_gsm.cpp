@@ -22,7 +22,8 @@ std::optional<uint8_t> data_coding_of(const RILMESSAGE& message) {
     return coding.dwAlphabet == RIL_DCSALPHABET_UCS2 ? std::optional(data_coding_ucs2) : std::nullopt;
 }
 
-RILMESSAGE message_of(const air::deliver_t& deliver, const air::user_data_parts_t& parts) {
+RILMESSAGE message_of(const air::deliver_t& deliver, std::optional<int64_t> stamp,
+                      const air::user_data_parts_t& parts) {
     RILMESSAGE message{};
     message.cbSize = sizeof message;
     message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM_M_ORIGADDRESS | RIL_PARAM_M_PROTOCOLID |
@@ -37,7 +38,8 @@ RILMESSAGE message_of(const air::deliver_t& deliver, const air::user_data_parts_
     in.rmdDataCoding.dwParams = RIL_PARAM_MDCS_TYPE | RIL_PARAM_MDCS_ALPHABET;
     in.rmdDataCoding.dwType = RIL_DCSTYPE_GENERAL;
     in.rmdDataCoding.dwAlphabet = RIL_DCSALPHABET_8BIT;
-    if (set_time(deliver.service_centre_time, in.stSCReceiveTime)) {
+    if (stamp) {
+        set_time(*stamp, in.stSCReceiveTime);
         message.dwParams |= RIL_PARAM_M_SCRECEIVETIME;
     }
     set_user_data(parts, in);
@@ -121,8 +123,10 @@ std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets) {
         return std::nullopt;
     }
     parts->body = *body;
-    return card_datagram_t{.message = message_of(*deliver, *parts),
+    const std::optional<int64_t> stamp = seconds_of(deliver->service_centre_time);
+    return card_datagram_t{.message = message_of(*deliver, stamp, *parts),
                            .sender = sender_of(deliver->originator),
+                           .stamp = stamp,
                            .header = {parts->header.begin(), parts->header.end()},
                            .body = *body,
                            .identity = identity_of(*deliver)};

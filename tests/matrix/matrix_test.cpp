@@ -10,6 +10,7 @@
 
 #include "base/clock.h"
 #include "network/fault_table.h"
+#include "radio/assembly.h"
 #include "radio/limits.h"
 #include "tests/matrix/phone.h"
 #include "tests/network/host.h"
@@ -221,7 +222,7 @@ class matrix : public network::network_test, public testing::WithParamInterface<
         for (const air::deliver_t& datagram : listed(*peer_, "AT+CMGL=4")) {
             const auto [header, body] = air::split_user_data(datagram.user_data).value();
             EXPECT_EQ(air::destination_port(header), 9204);
-            const unsigned part = air::concatenation(header).value_or(air::concatenation_t{}).part;
+            const unsigned part = radio::assembly::place_of(header).value().part;
             const std::string text(body.begin(), body.end());
             const auto [kept, is_first] = bodies.emplace(part, text);
             EXPECT_TRUE(is_first || (GetParam().copies && kept->second == text)) << part << " came twice";

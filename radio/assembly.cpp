@@ -1,0 +1,232 @@
+#include "radio/assembly.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <limits>
+#include <span>
+#include <utility>
+
+namespace radio::assembly {
+
+namespace {
+
+// 3GPP TS 23.040 9.2.3.24
+constexpr uint8_t concatenation_8bit = 0x00;
+constexpr uint8_t ports_8bit = 0x04;
+constexpr uint8_t ports_16bit = 0x05;
+constexpr uint8_t concatenation_16bit = 0x08;
+
+// What the driver insists on; it takes any length of an element that it does not know.
+bool has_length_of_its_kind(uint8_t identifier, size_t length) {
+    switch (identifier) {
+        case concatenation_8bit:
+            return length == 3;
+        case ports_8bit:
+            return length == 2;
+        case ports_16bit:
+        case concatenation_16bit:
+            return length == 4;
+        default:
+            return true;
+    }
+}
+
+place_t place_in(air::octets_view_t element) {
+    const size_t width = element.size() - 2;
+    const auto reference = static_cast<uint16_t>(width == 1 ? element[0] : element[0] << 8 | element[1]);
+    const uint8_t part = element[width + 1];
+    return {static_cast<uint8_t>(width), reference, std::max<uint8_t>(part, 1), element[width]};
+}
+
+using window_t = std::span<const record_t>;
+
+bool repeats(const record_t& record, const records_t& all) {
+    return std::ranges::any_of(all, [&](const record_t& other) {
+        return other.gone && other.part == record.part && other.body == record.body;
+    });
+}
+
+// Neighbours between which no message reaches: something has gone, or the time is too long.
+bool is_border(const record_t& left, const record_t& right, const rules_t& rules) {
+    return left.gone || right.gone || right.stamp - left.stamp > rules.apart;
+}
+
+// For each place the first one of the window that keeps the order of the parts, or else just the first.
+std::vector<const record_t*> chosen_of(window_t window, size_t parts, bool& in_order) {
+    std::vector<const record_t*> first(parts);
+    for (const record_t& record : window) {
+        const record_t*& chosen = first[record.part - 1U];
+        const int64_t before = record.part > 1 && first[record.part - 2U] ? first[record.part - 2U]->stamp
+                                                                          : std::numeric_limits<int64_t>::min();
+        if (chosen == nullptr || (chosen->stamp < before && record.stamp >= before)) {
+            chosen = &record;
+        }
+    }
+    in_order = std::ranges::is_sorted(first, {}, [](const record_t* record) { return record->stamp; });
+    return first;
+}
+
+bool are_close(window_t window, const rules_t& rules) {
+    const auto far = [&](const record_t& left, const record_t& right) {
+        return right.stamp - left.stamp > rules.close;
+    };
+    return std::ranges::adjacent_find(window, far) == window.end();
+}
+
+// Whether one that repeats what has gone is nearer to that than to what is new in the set, or where nothing is new, to
+// the rest of it.
+bool belongs_to_gone(const std::vector<const record_t*>& chosen, const records_t& all, bool nothing_new) {
+    const auto distance = [&](const record_t& from, auto&& is_it) {
+        int64_t least = std::numeric_limits<int64_t>::max();
+        for (const record_t& other : all) {
+            if (is_it(other)) {
+                least = std::min(least, std::abs(other.stamp - from.stamp));
+            }
+        }
+        return least;
+    };
+    return std::ranges::any_of(chosen, [&](const record_t* record) {
+        const auto is_gone = [](const record_t& other) { return other.gone; };
+        const auto is_new = [&](const record_t& other) {
+            const bool is_another = &other != record && std::ranges::find(chosen, &other) != chosen.end();
+            return is_another && (nothing_new || !repeats(other, all));
+        };
+        return repeats(*record, all) && distance(*record, is_gone) < distance(*record, is_new);
+    });
+}
+
+// A window that has every place and no place with two bodies.
+std::optional<set_t> judged(window_t window, const records_t& all, size_t parts, const rules_t& rules) {
+    bool in_order = false;
+    const std::vector<const record_t*> chosen = chosen_of(window, parts, in_order);
+    const auto repeated = static_cast<size_t>(
+        std::ranges::count_if(chosen, [&](const record_t* record) { return repeats(*record, all); }));
+    const bool nothing_new = repeated == parts;
+    const bool certain = in_order && (repeated == 0 || nothing_new) && are_close(window, rules);
+    if (!certain && repeated != 0 && belongs_to_gone(chosen, all, nothing_new)) {
+        return std::nullopt;
+    }
+    set_t set{{}, certain ? 0 : std::ranges::max(window, {}, &record_t::came).came + rules.wait};
+    for (const record_t* record : chosen) {
+        set.ids.push_back(record->id);
+    }
+    return set;
+}
+
+// Neighbours without a border between them, and with one body in each place.
+class stretch_t {
+  public:
+    explicit stretch_t(const records_t& records) : records_(records) {}
+
+    /// Takes the next record that has not gone; leaves behind what does not go with it.
+    void take(size_t index, const rules_t& rules) {
+        const record_t& record = records_[index];
+        const bool begins_anew = index > 0 && is_border(records_[index - 1], record, rules);
+        while (begin_ < index && (begins_anew || conflicts(record))) {
+            leave();
+        }
+        begin_ = std::max(begin_, begins_anew ? index : begin_);
+        end_ = index + 1;
+        places_ += counts_[record.part]++ == 0 ? 1 : 0;
+        last_[record.part] = &record;
+    }
+    /// Leaves behind what is there once more.
+    void shrink() {
+        while (counts_[records_[begin_].part] > 1) {
+            leave();
+        }
+    }
+    [[nodiscard]] bool conflicts(const record_t& record) const {
+        return counts_[record.part] > 0 && last_[record.part]->body != record.body;
+    }
+    [[nodiscard]] size_t places() const { return places_; }
+    [[nodiscard]] window_t window() const { return window_t(records_).subspan(begin_, end_ - begin_); }
+
+  private:
+    void leave() {
+        const record_t& record = records_[begin_++];
+        if (!record.gone && --counts_[record.part] == 0) {
+            places_ -= 1;
+        }
+    }
+
+    const records_t& records_;
+    size_t begin_ = 0;
+    size_t end_ = 0;
+    size_t places_ = 0;
+    std::array<size_t, 256> counts_{};
+    std::array<const record_t*, 256> last_{};
+};
+
+}  // namespace
+
+std::optional<place_t> place_of(air::octets_view_t header) {
+    std::optional<place_t> place;
+    air::bit_reader_t reader(header);
+    while (reader.left() > 0) {
+        const uint8_t identifier = reader.octet();
+        const air::octets_view_t element = reader.octets(reader.octet());
+        if (reader.failed() || !has_length_of_its_kind(identifier, element.size())) {
+            return std::nullopt;
+        }
+        if (!place && (identifier == concatenation_8bit || identifier == concatenation_16bit)) {
+            place = place_in(element);
+        }
+    }
+    if (place && place->part > place->parts) {
+        return std::nullopt;
+    }
+    return place.value_or(place_t{});
+}
+
+void insert(records_t& records, record_t record) {
+    const auto order = [](const record_t& left, const record_t& right) {
+        return std::pair(left.stamp, left.id) < std::pair(right.stamp, right.id);
+    };
+    records.insert(std::ranges::upper_bound(records, record, order), std::move(record));
+}
+
+std::optional<set_t> choose(const records_t& records, size_t parts, const rules_t& rules) {
+    std::optional<set_t> best;
+    stretch_t stretch(records);
+    for (size_t index = 0; index < records.size(); ++index) {
+        if (records[index].gone) {
+            continue;
+        }
+        stretch.take(index, rules);
+        if (stretch.places() < parts) {
+            continue;
+        }
+        stretch.shrink();
+        std::optional<set_t> set = judged(stretch.window(), records, parts, rules);
+        if (set && (!best || set->due < best->due)) {
+            best = std::move(set);
+        }
+    }
+    return best;
+}
+
+std::vector<incomplete_t> incomplete(const records_t& records, const rules_t& rules) {
+    std::vector<incomplete_t> all;
+    std::vector<const record_t*> in_place(256);
+    for (size_t index = 0; index < records.size(); ++index) {
+        const record_t& record = records[index];
+        if (record.gone) {
+            continue;
+        }
+        const record_t*& other = in_place[record.part];
+        if (all.empty() || is_border(records[index - 1], record, rules) || (other && other->body != record.body)) {
+            std::ranges::fill(in_place, nullptr);
+            all.push_back({.ids = {}, .since = record.came, .repeats = true});
+        }
+        incomplete_t& last = all.back();
+        last.ids.push_back(record.id);
+        last.places += std::exchange(other, &record) == nullptr ? 1 : 0;
+        last.since = std::min(last.since, record.came);
+        last.repeats = last.repeats && repeats(record, records);
+    }
+    return all;
+}
+
+}  // namespace radio::assembly

@@ -1,0 +1,194 @@
+#include "radio/journal_file.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "base/text.h"
+
+namespace radio::journal_file {
+
+namespace {
+
+using base::sqlite::execution_t;
+
+// FULL: a commit is on the disk when it returns. Times: `came` in seconds since 1970, for people; `ran` and `finished`
+// in seconds that the service had run by then. `parts` 0: not for the driver, which refuses it.
+constexpr const char* settings = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;";
+constexpr const char* tables = R"(
+    CREATE TABLE IF NOT EXISTS datagrams (
+        id INTEGER PRIMARY KEY,
+        came INTEGER NOT NULL,
+        ran INTEGER NOT NULL,
+        technology INTEGER NOT NULL,
+        octets BLOB NOT NULL,
+        identity BLOB NOT NULL UNIQUE,
+        sender TEXT NOT NULL,
+        message TEXT NOT NULL,
+        stamp INTEGER NOT NULL,
+        part INTEGER NOT NULL,
+        parts INTEGER NOT NULL,
+        body BLOB NOT NULL,
+        finished INTEGER);
+    CREATE TABLE IF NOT EXISTS texts (id INTEGER PRIMARY KEY, came INTEGER NOT NULL, length INTEGER NOT NULL, pdu TEXT NOT NULL);
+    CREATE TABLE IF NOT EXISTS clock (only INTEGER PRIMARY KEY CHECK (only = 1), ran INTEGER NOT NULL);
+    INSERT OR IGNORE INTO clock VALUES (1, 0);
+)";
+
+constexpr int64_t version = 2;
+
+bool run(sqlite3* connection, const char* statements) {
+    return sqlite3_exec(connection, statements, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+// One number; none when there is no row, or it cannot be read.
+std::optional<int64_t> number(sqlite3* connection, const char* text) {
+    const base::sqlite::statement_t statement = base::sqlite::prepare(connection, text);
+    execution_t query(statement);
+    return query.step() == SQLITE_ROW ? std::optional(query.number(0)) : std::nullopt;
+}
+
+// What the first version knew of a datagram: all of it stands in its octets. Those of one that had been handed over are
+// its identity.
+bool copy_rows(sqlite3* connection, const char* select, bool finished, int64_t& id) {
+    const base::sqlite::statement_t source = base::sqlite::prepare(connection, select);
+    const base::sqlite::statement_t copies = base::sqlite::prepare(connection, insertion);
+    execution_t query(source);
+    int result = 0;
+    while ((result = query.step()) == SQLITE_ROW) {
+        const auto octets = query.octets(2);
+        const auto technology = static_cast<technology_t>(query.number(1));
+        std::optional<card_datagram_t> card = card_datagram_of(technology, octets);
+        if (!card) {
+            continue;
+        }
+        const arrival_t arrival{technology, {octets.begin(), octets.end()}, std::move(*card)};
+        row_t row = row_of(arrival, ++id, query.number(0), 0);
+        row.finished = finished ? std::optional<int64_t>(0) : std::nullopt;
+        if (insert(copies, arrival, row) != SQLITE_DONE) {
+            return false;
+        }
+    }
+    return result == SQLITE_DONE;
+}
+
+bool bring_up_to_date(sqlite3* connection) {
+    int64_t id = 0;
+    return run(connection, "ALTER TABLE datagrams RENAME TO old_datagrams") && run(connection, tables) &&
+           copy_rows(connection, "SELECT at, 0, identity FROM finished ORDER BY at", true, id) &&
+           copy_rows(connection, "SELECT came, technology, octets FROM old_datagrams ORDER BY id", false, id) &&
+           run(connection, "DROP TABLE old_datagrams; DROP TABLE finished");
+}
+
+bool make_tables(sqlite3* connection) {
+    const std::optional<int64_t> found = number(connection, "PRAGMA user_version");
+    const bool first_version =
+        found == 0 && number(connection, "SELECT 1 FROM sqlite_schema WHERE name = 'finished'").has_value();
+    return found && run(connection, "BEGIN IMMEDIATE") &&
+           (first_version ? bring_up_to_date(connection) : run(connection, tables)) &&
+           run(connection, fmt::format("PRAGMA user_version = {}", version).c_str()) && run(connection, "COMMIT");
+}
+
+// SQLite opens a file with damaged pages as though it were whole.
+std::string damage(sqlite3* connection) {
+    const base::sqlite::statement_t statement = base::sqlite::prepare(connection, "PRAGMA quick_check(1)");
+    execution_t check(statement);
+    if (check.step() != SQLITE_ROW) {
+        return base::sqlite::failure_of(connection);
+    }
+    const std::string verdict = check.text(0);
+    return verdict == "ok" ? std::string() : verdict + "; put back a copy of it, or move it away";
+}
+
+// The sender as the driver sees him, and a person reads him.
+std::string sender_of(const RILMESSAGE& message) {
+    const RILADDRESS& address = message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.raOrigAddress
+                                                                         : message.msgInCDMADeliver.raOrigAddress;
+    return base::to_utf8(address.wszAddress);
+}
+
+}  // namespace
+
+const char* const insertion = "INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13)";
+
+row_t row_of(const arrival_t& arrival, int64_t id, int64_t came, int64_t ran) {
+    row_t row;
+    row.id = id;
+    row.came = came;
+    row.ran = ran;
+    row.sender = sender_of(arrival.card.message);
+    row.place = assembly::place_of(arrival.card.header);
+    row.stamp = arrival.card.stamp.value_or(ran);  // without one the order of arrival is all there is
+    if (row.place && row.place->parts > 1) {
+        row.message =
+            fmt::format("{}/{}/{}/{}", arrival.card.sender, row.place->width, row.place->reference, row.place->parts);
+    }
+    return row;
+}
+
+int insert(const base::sqlite::statement_t& prepared, const arrival_t& arrival, const row_t& row) {
+    execution_t execution(prepared);
+    execution.bind(1, row.id);
+    execution.bind(2, row.came);
+    execution.bind(3, row.ran);
+    execution.bind(4, static_cast<int64_t>(arrival.technology));
+    execution.bind(5, arrival.octets);
+    execution.bind(6, arrival.card.identity);
+    execution.bind(7, row.sender);
+    execution.bind(8, row.message);
+    execution.bind(9, row.stamp);
+    execution.bind(10, static_cast<int64_t>(row.place ? row.place->part : 0));
+    execution.bind(11, static_cast<int64_t>(row.place ? row.place->parts : 0));
+    execution.bind(12, arrival.card.body);
+    if (row.finished) {
+        execution.bind(13, *row.finished);
+    }
+    return execution.step();
+}
+
+std::filesystem::path path(const std::filesystem::path& home) {
+    return home / "journal.sqlite";
+}
+
+std::string prepare(sqlite3* connection) {
+    constexpr int busy_timeout_ms = 5000;  // somebody looks into the file with a tool of his own
+    sqlite3_busy_timeout(connection, busy_timeout_ms);
+    if (!run(connection, settings)) {
+        return base::sqlite::failure_of(connection);
+    }
+    if (std::string damaged = damage(connection); !damaged.empty()) {
+        return damaged;
+    }
+    if (number(connection, "PRAGMA user_version").value_or(0) > version) {
+        return "it is of a newer version of this program";
+    }
+    if (!make_tables(connection)) {
+        std::string error = base::sqlite::failure_of(connection);
+        run(connection, "ROLLBACK");
+        return error;
+    }
+    return {};
+}
+
+bool read(sqlite3* connection, groups_t& groups) {
+    const base::sqlite::statement_t statement = base::sqlite::prepare(
+        connection,
+        "SELECT message, sender, parts, id, stamp, ran, part, finished IS NOT NULL, body FROM datagrams "
+        "WHERE parts > 1 ORDER BY message, stamp, id");
+    execution_t query(statement);
+    int result = 0;
+    while ((result = query.step()) == SQLITE_ROW) {
+        group_t& group = groups[query.text(0)];
+        group.sender = query.text(1);
+        group.parts = static_cast<size_t>(query.number(2));
+        const int64_t part = query.number(6);
+        if (part < 1 || part > query.number(2) || part > UINT8_MAX) {
+            continue;  // somebody else's row
+        }
+        group.records.push_back({query.number(3), query.number(4), query.number(5), static_cast<uint8_t>(part),
+                                 query.number(7) != 0, query.text(8)});
+    }
+    return result == SQLITE_DONE;
+}
+
+}  // namespace radio::journal_file
