@@ -1,6 +1,8 @@
-/// zpd list, zpd status, zpd close: the messages that are with the driver.
+/// zpd list, zpd status, zpd close: the messages that are with the driver, and how the service fares.
 #include <array>
+#include <optional>
 
+#include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/delivery.h"
 #include "cli/output.h"
@@ -65,17 +67,43 @@ int status(client_t& client, uint32_t id, bool json) {
     return exit_done;
 }
 
+int service_status(client_t& client, bool json) {
+    const auto answer = client.service_status();
+    if (!answer) {
+        return fail(answer.failure().text);
+    }
+    const ordered_json status = ordered_json::parse(*answer, nullptr, false);
+    if (!status.is_object()) {
+        return fail("the service's answer is no JSON object");
+    }
+    if (json) {
+        say_json(status);
+        return exit_done;
+    }
+    const auto number = [&](const char* of, const char* name) {
+        return status.value(ordered_json::json_pointer(std::string("/") + of + "/" + name), uint64_t{0});
+    };
+    const auto text = [&](const char* name) { return base::escaped(status.value(name, std::string())); };
+    say("service    device {} on {}, home {}", text("device"), text("modem"), text("home"));
+    say("storing    {}", status.value("active", true) ? "on" : "off: received cards are dropped; zpd activation on");
+    say("cards      {} stored, {} dropped, {} to be stored", number("cards", "stored"), number("cards", "dropped"),
+        number("cards", "kept"));
+    say("datagrams  {} wait for others, {} given up", number("datagrams", "incomplete"),
+        number("datagrams", "given_up"));
+    return exit_done;
+}
+
 int close(client_t& client, uint32_t id) {
     const auto closed = client.close(id);
     return closed ? exit_done : tell(id, closed.failure());
 }
 
-std::shared_ptr<uint32_t> add_id(CLI::App* command) {
-    auto id = std::make_shared<uint32_t>(0);
+std::shared_ptr<std::optional<uint32_t>> add_id(CLI::App* command, bool required) {
+    auto id = std::make_shared<std::optional<uint32_t>>();
     command->add_option("id", *id, "the message's id")
         ->type_name("ID")
         ->check(CLI::Range(0U, ZPD_MESSAGE_ID_MAX))
-        ->required();
+        ->required(required);
     return id;
 }
 
@@ -92,24 +120,26 @@ void add_message_commands(CLI::App& app, context_t& context) {
         };
     });
 
-    auto* status_command = app.add_subcommand("status", "Tell how far a message is, datagram by datagram");
-    const auto status_id = add_id(status_command);
+    auto* status_command = app.add_subcommand("status", "Tell how far a message is, datagram by datagram; without one, how the service fares");
+    const auto status_id = add_id(status_command, false);
     add_device_option(status_command, context);
     add_json_option(status_command, context);
-    status_command->footer("Example:\n  zpd status 240");
+    status_command->footer("Examples:\n  zpd status 240\n  zpd status\n\nThe service counts from its start.");
     status_command->callback([&context, status_id] {
         context.run = [&context, status_id] {
-            return with_device(context, [&](client_t& client) { return status(client, *status_id, context.json); });
+            return with_device(context, [&](client_t& client) {
+                return *status_id ? status(client, **status_id, context.json) : service_status(client, context.json);
+            });
         };
     });
 
     auto* close_command = app.add_subcommand("close", "Release a message; what is queued of it is still sent");
-    const auto close_id = add_id(close_command);
+    const auto close_id = add_id(close_command, true);
     add_device_option(close_command, context);
     close_command->footer("Example:\n  zpd close 240");
     close_command->callback([&context, close_id] {
         context.run = [&context, close_id] {
-            return with_device(context, [&](client_t& client) { return close(client, *close_id); });
+            return with_device(context, [&](client_t& client) { return close(client, **close_id); });
         };
     });
 }

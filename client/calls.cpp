@@ -2,6 +2,7 @@
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "device/device_socket.h"
+#include "device/service_requests.h"
 
 namespace client {
 
@@ -237,6 +238,14 @@ answer_t<contacts_value_t> client_t::contacts_setting(std::string_view name) {
         return not_understood();
     }
     return contacts_value_t{*type, std::move(*octets)};
+}
+
+answer_t<std::string> client_t::service_status() {
+    const auto status = call(device::service_status, writer_t());
+    if (!status) {
+        return status.failure();
+    }
+    return std::string(status->begin(), status->end());
 }
 
 }  // namespace client

@@ -75,6 +75,9 @@ class client_t {
     answer_t<uint32_t> incoming_dir_size(std::optional<uint32_t> files = std::nullopt);
     answer_t<contacts_value_t> contacts_setting(std::string_view name);
 
+    /// A JSON object, see device::service_status.
+    answer_t<std::string> service_status();
+
   private:
     client_t(base::descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
 

@@ -8,92 +8,23 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <span>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "base/end_signals.h"
 #include "base/safe_text.h"
-#include "com/zpd/main.h"
-#include "com/zpd/zpd_ioctl.h"
-#include "device/device_socket.h"
 #include "platform/linux/home.h"
 #include "platform/linux/registry.h"
 #include "radio/at_values.h"
 #include "radio/attach_modem.h"
 #include "radio/limits.h"
 #include "service/device_server.h"
+#include "service/dropped_cards.h"
 #include "service/instance_lock.h"
 #include "service/listener.h"
+#include "service/loaded_driver.h"
 
 namespace {
-
-constexpr DWORD process_attach = 1;
-constexpr DWORD process_detach = 0;
-
-/// The driver, from its start to its end.
-class loaded_driver_t {
-  public:
-    loaded_driver_t() {
-        DllMain(nullptr, process_attach, nullptr);
-        device_ = ZPD_Init(TEXT("Drivers\\BuiltIn\\ZPD"), nullptr);
-    }
-    ~loaded_driver_t() {
-        ZPD_Deinit(device_);
-        DllMain(nullptr, process_detach, nullptr);
-    }
-    loaded_driver_t(const loaded_driver_t&) = delete;
-    loaded_driver_t& operator=(const loaded_driver_t&) = delete;
-
-    DWORD device() const { return device_; }
-
-    /// Empty, or why the device does not answer.
-    std::string answers() const {
-        std::array<BYTE, 4> version{};
-        DWORD returned = 0;
-        const bool done = control(ZPD_IOCTL_VERSION, {}, version, &returned);
-        if (!done || returned != version.size() || version[0] != ZPD_INTERFACE_VERSION) {
-            return fmt::format("the driver does not answer (error {})", GetLastError());
-        }
-        return {};
-    }
-
-    std::string activate() const {
-        std::array<BYTE, 2> set_to_active{1, 1};
-        std::array<BYTE, 1> active{};
-        DWORD returned = 0;
-        if (!control(ZPD_IOCTL_ACTIVATION, set_to_active, active, &returned) || active[0] != 1) {
-            return fmt::format("the service could not be activated (error {})", GetLastError());
-        }
-        return {};
-    }
-
-  private:
-    bool control(DWORD code, std::span<BYTE> input, std::span<BYTE> output, DWORD* returned) const {
-        const DWORD open = ZPD_Open(device_, 0, 0);
-        const BOOL done = ZPD_IOControl(open, code, input.data(), static_cast<DWORD>(input.size()), output.data(),
-                                        static_cast<DWORD>(output.size()), returned);
-        ZPD_Close(open);
-        return done != FALSE;
-    }
-
-    DWORD device_ = 0;
-};
-
-/// Stores the activation before the driver starts: what waits on the modem comes as soon as it has, and would be
-/// dropped. Empty, or why not.
-std::string preset_activation() {
-    constexpr std::array<BYTE, 4> active{1, 0, 0, 0};
-    HKEY key = nullptr;
-    LONG error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, TEXT(ZPD_SETTINGS_KEY), 0, nullptr, 0, KEY_READ | KEY_WRITE,
-                                 nullptr, &key, nullptr);
-    if (error == ERROR_SUCCESS) {
-        error = RegSetValueExW(key, TEXT(ZPD_SETTING_ACTIVATED), 0, REG_DWORD, active.data(), active.size());
-        RegCloseKey(key);
-    }
-    return error == ERROR_SUCCESS ? std::string()
-                                  : fmt::format("the activation cannot be stored in {}: end what holds the file",
-                                                (platform::home() / "registry.sqlite").native());
-}
 
 /// The modem, taken for this process until the end of the scope.
 class attached_modem_t {
@@ -126,7 +57,40 @@ int fail(const std::string& error) {
     return 1;
 }
 
-int serve_driver(const serve_options_t& options, const listener_t& listener, const base::end_signals_t& signals) {
+/// See device::service_status.
+std::string status_of(const serve_options_t& options, const loaded_driver_t& driver) {
+    const radio::card_counts_t counts = radio::card_counts();
+    const std::optional<bool> active = driver.is_active();
+    const nlohmann::ordered_json status = {
+        {"device", options.device},
+        {"modem", options.modem.tty},
+        {"home", options.home.native()},
+        {"active", active ? nlohmann::ordered_json(*active) : nullptr},
+        {"cards", {{"stored", counts.stored}, {"dropped", counts.dropped}, {"kept", counts.kept}}},
+        {"datagrams", {{"incomplete", counts.incomplete}, {"given_up", counts.given_up}}}};
+    return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void warn_when_inactive(const loaded_driver_t& driver) {
+    if (driver.is_active() == false) {
+        std::fputs("zpd serve: activation is off, received cards are dropped; zpd activation on\n", stderr);
+    }
+}
+
+/// The reasons for dropped cards are asked of this driver until the end of the scope.
+class asked_driver_t {
+  public:
+    asked_driver_t(dropped_cards_t& dropped, const loaded_driver_t& driver) : dropped_(dropped) { dropped.ask(&driver); }
+    ~asked_driver_t() { dropped_.ask(nullptr); }
+    asked_driver_t(const asked_driver_t&) = delete;
+    asked_driver_t& operator=(const asked_driver_t&) = delete;
+
+  private:
+    dropped_cards_t& dropped_;
+};
+
+int serve_driver(const serve_options_t& options, const listener_t& listener, const base::end_signals_t& signals,
+                 dropped_cards_t& dropped) {
     if (options.activate) {
         if (const std::string error = preset_activation(); !error.empty()) {
             return fail(error);
@@ -141,7 +105,9 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
             return fail(error);
         }
     }
-    device_server_t server(listener, driver.device());
+    const asked_driver_t asked(dropped, driver);
+    warn_when_inactive(driver);
+    device_server_t server(listener, driver.device(), [&] { return status_of(options, driver); });
     const std::string ready =
         fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native());
     std::fputs((base::escaped(ready) + '\n').c_str(), stdout);
@@ -196,13 +162,16 @@ int serve(const serve_options_t& options) {
     if (const std::string error = listener.open(options.device, options.group); !error.empty()) {
         return fail(error);
     }
+    dropped_cards_t dropped;
+    radio::modem_options_t modem_options = options.modem;
+    modem_options.on_drop = [&](const std::string& sender) { dropped.tell(sender); };
     const attached_modem_t modem;
-    const std::string error = attach(options.modem, signals);
+    const std::string error = attach(modem_options, signals);
     if (signals.wait(0)) {
         return 0;
     }
     if (!error.empty()) {
         return fail(error);
     }
-    return serve_driver(options, listener, signals);
+    return serve_driver(options, listener, signals, dropped);
 }

@@ -9,10 +9,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "com/zpd/main.h"
 #include "device/device_socket.h"
-#include "device/packet.h"
+#include "device/service_requests.h"
 
 namespace {
 
@@ -68,8 +69,8 @@ std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
 
 }  // namespace
 
-device_server_t::device_server_t(const listener_t& listener, uint32_t device)
-    : listener_(listener), device_(device), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+device_server_t::device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status)
+    : listener_(listener), device_(device), status_(std::move(status)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void device_server_t::serve(int end) {
     std::array<pollfd, 3> ready{pollfd{end, POLLIN, 0}, {wake_.get(), POLLIN, 0}, {listener_.descriptor(), POLLIN, 0}};
@@ -127,13 +128,24 @@ void device_server_t::run(connection_t& connection) {
     octets_t buffer(device::request_header + device::max_input + 1);
     while (const auto packet = receive(socket, buffer)) {
         const auto request = device::decode_request(*packet);
-        if (!send_reply(socket, request ? control(open, *request) : refusal(device::error_malformed))) {
+        if (!send_reply(socket, request ? answer(open, *request) : refusal(device::error_malformed))) {
             break;
         }
     }
     ZPD_Close(open);
     connection.over = true;
     eventfd_write(wake_.get(), 1);
+}
+
+reply_t device_server_t::answer(DWORD open, const device::request_t& request) const {
+    if (request.code != device::service_status) {
+        return control(open, request);
+    }
+    const std::string status = status_();
+    if (!request.input.empty() || status.size() > request.output_capacity) {
+        return refusal(request.input.empty() ? ERROR_INSUFFICIENT_BUFFER : ERROR_INVALID_DATA);
+    }
+    return {.result = true, .last_error = ERROR_SUCCESS, .output = {status.begin(), status.end()}};
 }
 
 void device_server_t::reap() {

@@ -3,12 +3,17 @@
 /// harms only itself.
 #pragma once
 
+#include <windows.h>
+
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <list>
+#include <string>
 #include <thread>
 
 #include "base/descriptor.h"
+#include "device/packet.h"
 #include "service/listener.h"
 
 class device_server_t {
@@ -16,8 +21,8 @@ class device_server_t {
     /// Clients at once; a further one gets one reply with device::error_busy and is closed.
     static constexpr size_t max_connections = 64;
 
-    /// `device` is the handle that ZPD_Init returned.
-    device_server_t(const listener_t& listener, uint32_t device);
+    /// `device` is the handle that ZPD_Init returned. `status` answers device::service_status, on any thread.
+    device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status);
 
     /// Serves until `end` is readable; then closes every connection and waits for its thread. A request that the driver
     /// works on is finished first.
@@ -33,10 +38,12 @@ class device_server_t {
     void accept_one();
     void start(base::descriptor_t socket);
     void run(connection_t& connection);
+    [[nodiscard]] device::reply_t answer(DWORD open, const device::request_t& request) const;
     void reap();
 
     const listener_t& listener_;
     const uint32_t device_;
+    const std::function<std::string()> status_;
     base::descriptor_t wake_;  // an eventfd: some connection is over
     std::list<connection_t> connections_;
 };
