@@ -156,7 +156,7 @@ int serve(const serve_options_t& options) {
         return fail(error);
     }
     if (const std::string error = platform::open_registry(); !error.empty()) {
-        return fail(error + "; put back a copy of it, or move it away to begin with default settings");
+        return fail(error);
     }
     listener_t listener;
     if (const std::string error = listener.open(options.device, options.group); !error.empty()) {
@@ -173,5 +173,7 @@ int serve(const serve_options_t& options) {
     if (!error.empty()) {
         return fail(error);
     }
-    return serve_driver(options, listener, signals, dropped);
+    const int status = serve_driver(options, listener, signals, dropped);
+    platform::checkpoint_registry();
+    return status;
 }

@@ -111,6 +111,14 @@ std::string platform::open_registry() {
     return current_database(database, reason) == ERROR_SUCCESS ? std::string() : reason;
 }
 
+void platform::checkpoint_registry() {
+    std::shared_ptr<registry_database_t> database;
+    std::string ignored;
+    if (current_database(database, ignored) == ERROR_SUCCESS) {
+        database->checkpoint();
+    }
+}
+
 LONG RegCreateKeyExW(HKEY root, LPCWSTR path, DWORD /*reserved*/, LPWSTR /*key_class*/, DWORD /*options*/, DWORD access,
                      void* /*security*/, HKEY* key, DWORD* disposition) {
     if (const auto error = injected_failure(__func__)) {

@@ -8,4 +8,7 @@ namespace platform {
 /// Opens it, making it when it is missing. Returns an empty text, or which file cannot be used and why. Thread-safe.
 [[nodiscard]] std::string open_registry();
 
+/// At the end of a process: a copy of its one file then holds all of it.
+void checkpoint_registry();
+
 }  // namespace platform

@@ -13,7 +13,9 @@ namespace {
 
 using base::sqlite::execution_t;
 
-constexpr int busy_timeout_ms = 5000;  // another process writes: it takes milliseconds, unless it hangs
+constexpr int opening_timeout_ms = 5000;
+// Another process writes. The driver waits under its lock, with all its clients: not for one that hangs.
+constexpr int busy_timeout_ms = 100;
 
 constexpr const char* schema = R"(
     PRAGMA journal_mode = WAL;
@@ -53,7 +55,7 @@ LONG error_of(int result) {
 /// The busy timeout does not cover the switch to the write-ahead log: of processes that make one file at once, all but
 /// the first would fail.
 int make_tables(sqlite3* handle) {
-    const uint64_t until = base::tick64() + busy_timeout_ms;
+    const uint64_t until = base::tick64() + opening_timeout_ms;
     int result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
     while ((result & 0xFF) == SQLITE_BUSY && base::tick64() < until) {
         sqlite3_sleep(1);
@@ -131,7 +133,7 @@ LONG registry_database_t::open(const std::filesystem::path& file, std::shared_pt
         database = std::move(opened);
     } else {
         reason = "the registry " + file.native() +
-                 " cannot be used: " + (problem.empty() ? sqlite3_errmsg(handle) : problem);
+                 " cannot be used: " + (problem.empty() ? base::sqlite::failure_of(handle) : problem);
     }
     return error;
 }
@@ -140,7 +142,7 @@ LONG registry_database_t::open(const std::filesystem::path& file, std::shared_pt
 LONG registry_database_t::check(std::string& reason) const {
     sqlite3* const handle = connection.get();
     if (sqlite3_db_readonly(handle, "main") != 0) {
-        reason = "it cannot be written";
+        reason = "it cannot be written; it must be a file of the user who runs the service";
         return ERROR_ACCESS_DENIED;
     }
     const base::sqlite::statement_t statement = base::sqlite::prepare(handle, "PRAGMA quick_check(1)");
@@ -150,7 +152,7 @@ LONG registry_database_t::check(std::string& reason) const {
     execution_t row(statement);
     const int result = row.step();
     if (result == SQLITE_ROW && row.text(0) != "ok") {
-        reason = row.text(0);
+        reason = row.text(0) + "; put back a copy of it, or move it away to begin with default settings";
         return ERROR_INVALID_DATA;
     }
     return error_of(result);
@@ -160,7 +162,7 @@ LONG registry_database_t::check(std::string& reason) const {
 LONG registry_database_t::told(LONG error, const std::string& what) const {
     if (error != ERROR_SUCCESS) {
         const std::string text =
-            what + " cannot be written to the registry " + path.native() + ": " + sqlite3_errmsg(connection.get());
+            what + " cannot be written to the registry " + path.native() + ": " + base::sqlite::failure_of(connection.get());
         std::fputs(("zpd: " + base::escaped(text) + '\n').c_str(), stderr);
     }
     return error;
@@ -168,7 +170,7 @@ LONG registry_database_t::told(LONG error, const std::string& what) const {
 
 LONG registry_database_t::prepare() {
     sqlite3* const handle = connection.get();
-    sqlite3_busy_timeout(handle, busy_timeout_ms);
+    sqlite3_busy_timeout(handle, opening_timeout_ms);
     if (const int result = make_tables(handle); result != SQLITE_OK) {
         return error_of(result);
     }
@@ -189,6 +191,7 @@ LONG registry_database_t::prepare() {
             return error_of(sqlite3_errcode(handle));
         }
     }
+    sqlite3_busy_timeout(handle, busy_timeout_ms);
     return ERROR_SUCCESS;
 }
 
@@ -291,6 +294,12 @@ LONG registry_database_t::flush() {
         return error_of(result);  // no log is open: nothing was written
     }
     return error_of(log->pMethods->xSync(log, SQLITE_SYNC_NORMAL));
+}
+
+// Waits for readers, for the busy timeout; what they keep from being moved stays in the log.
+void registry_database_t::checkpoint() {
+    const std::lock_guard lock(mutex);
+    sqlite3_wal_checkpoint_v2(connection.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
 }
 
 }  // namespace platform

@@ -51,6 +51,8 @@ class registry_database_t {
     [[nodiscard]] LONG write(std::string_view key, std::string_view name, DWORD type, std::span<const uint8_t> data);
     /// Returns when everything written so far survives a power cut.
     [[nodiscard]] LONG flush();
+    /// Moves all that was written into the one file.
+    void checkpoint();
 
   private:
     LONG prepare();
