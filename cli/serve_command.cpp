@@ -4,6 +4,9 @@
 
 namespace {
 
+constexpr uint64_t least_log_size = uint64_t{64} << 10;  // octets, some hundred lines
+constexpr uint64_t most_log_size = uint64_t{1} << 40;
+
 void set_limits(const std::vector<std::string>& assignments) {
     for (const std::string& assignment : assignments) {
         if (const std::string error = set_radio_limit(assignment); !error.empty()) {
@@ -36,6 +39,13 @@ void add_serve_command(CLI::App& app, context_t& context) {
     command->add_option_function<std::vector<std::string>>("--set", set_limits, "a time or limit of the radio")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
+    command
+        ->add_option("--log-size", options->log_size,
+                     "how large the driver's log may be before a new one is begun; one older log is kept")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false).description(""))
+        ->check(CLI::Range(least_log_size, most_log_size).description(""))
+        ->default_str("10MB");
     command->add_flag("--activate", options->activate, "store received cards from now on, as 'zpd activation on' does");
     command->footer(
         "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"

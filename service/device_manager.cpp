@@ -13,6 +13,7 @@
 
 #include "base/end_signals.h"
 #include "base/safe_text.h"
+#include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
 #include "platform/linux/registry.h"
 #include "radio/at_values.h"
@@ -96,6 +97,7 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
             return fail(error);
         }
     }
+    platform::bound_appended_files(options.log_size);
     const loaded_driver_t driver;
     if (const std::string error = driver.answers(); !error.empty()) {
         return fail(error);

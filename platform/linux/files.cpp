@@ -13,10 +13,12 @@
 
 #include "base/descriptor.h"
 #include "base/text.h"
+#include "platform/linux/appended_file.h"
 #include "platform/linux/file_writes.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/paths.h"
+#include "platform/linux/stream.h"
 #include "platform/linux/sync.h"
 #include "platform/linux/whole_file.h"
 
@@ -37,48 +39,43 @@ DWORD error_on(const std::filesystem::path& path, int number) {
     return platform::error_of_errno(number);
 }
 
+/// The modes of the C runtime that mean the same on both systems.
 struct open_mode_t {
-    int flags;
-    const char* stream;  // for fdopen
+    char16_t access;  // one of "rwa"
+    bool update;
 
     /// A received message is stored in this way, and dropped from the modem thereafter.
-    bool is_whole() const { return stream[0] == 'w'; }
+    bool is_whole() const { return access == u'w'; }
 };
 
-/// The modes of the C runtime that mean the same on both systems.
 std::optional<open_mode_t> open_mode(LPCWSTR mode) {
     const std::u16string_view text = mode == nullptr ? std::u16string_view{} : mode;
-    const std::u16string_view rest = text.substr(text.empty() ? 0 : 1);
-    const bool update = rest == u"+" || rest == u"b+" || rest == u"+b";
-    if (text.empty() || !(rest.empty() || rest == u"b" || update)) {
+    if (text.empty() || std::u16string_view(u"rwa").find(text[0]) == std::u16string_view::npos) {
         return std::nullopt;
     }
-    const int writing = update ? O_RDWR : O_WRONLY;
-    switch (text[0]) {
-        case u'r':
-            return open_mode_t{update ? O_RDWR : O_RDONLY, update ? "r+" : "r"};
-        case u'w':
-            return open_mode_t{writing, update ? "w+" : "w"};
-        case u'a':
-            return open_mode_t{writing | O_CREAT | O_APPEND, update ? "a+" : "a"};
-        default:
-            return std::nullopt;
-    }
+    const std::u16string_view rest = text.substr(1);
+    const bool update = rest == u"+" || rest == u"b+" || rest == u"+b";
+    return update || rest.empty() || rest == u"b" ? std::optional(open_mode_t{text[0], update}) : std::nullopt;
 }
 
-/// Opens a regular file. O_NONBLOCK keeps a FIFO from holding the caller; on regular files it means nothing.
-FILE* open_file(const std::filesystem::path& path, const open_mode_t& mode) {
-    base::descriptor_t file(open(path.c_str(), mode.flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666));
-    struct stat status {};
-    if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
-        file.close();
-        errno = EACCES;
-    }
-    FILE* const stream = file ? fdopen(file.get(), mode.stream) : nullptr;
+FILE* open_to_read(const std::filesystem::path& path, bool update) {
+    base::descriptor_t file = platform::open_regular_file(path, update ? O_RDWR : O_RDONLY);
+    FILE* const stream = file ? fdopen(file.get(), update ? "r+" : "r") : nullptr;
     if (stream != nullptr) {
         static_cast<void>(file.release());
     }
     return stream;
+}
+
+FILE* open_file(const std::filesystem::path& path, const open_mode_t& mode) {
+    switch (mode.access) {
+        case u'r':
+            return open_to_read(path, mode.update);
+        case u'w':
+            return platform::open_whole_file(path, mode.update);
+        default:
+            return platform::open_appended_file(path, mode.update);
+    }
 }
 
 /// The path in the driver's words, for one that has no place on the host.
@@ -163,8 +160,7 @@ FILE* _wfopen(LPCWSTR path, LPCWSTR mode) {
     DWORD error = injected ? *injected : how ? resolve(path, file) : ERROR_INVALID_PARAMETER;
     int reason = injected ? EACCES : errno_of_refusal(error);
     if (error == ERROR_SUCCESS) {
-        const bool update = how->stream[1] == '+';
-        if (FILE* const stream = how->is_whole() ? platform::open_whole_file(file, update) : open_file(file, *how)) {
+        if (FILE* const stream = open_file(file, *how)) {
             return stream;
         }
         reason = errno;

@@ -1,5 +1,7 @@
 #include "platform/linux/stream.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -42,6 +44,17 @@ int close_file(void* cookie) {
 }
 
 }  // namespace
+
+base::descriptor_t open_regular_file(const std::filesystem::path& path, int flags) noexcept {
+    // O_NONBLOCK keeps a FIFO from holding the caller; on regular files it means nothing.
+    base::descriptor_t file(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666));
+    struct stat status {};
+    if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        file.close();
+        errno = EACCES;
+    }
+    return file;
+}
 
 FILE* open_stream(std::unique_ptr<stream_file_t> file, const char* mode) {
     constexpr cookie_io_functions_t calls{read_file, write_file, seek_file, close_file};

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
 #include "base/descriptor.h"
@@ -27,6 +28,10 @@ class stream_file_t {
   protected:
     base::descriptor_t file_;
 };
+
+/// Opens what open(2) does if it is a regular file, and no symbolic link; none with errno. It is closed when another
+/// program is started, and nothing on the way holds the caller.
+base::descriptor_t open_regular_file(const std::filesystem::path& path, int flags) noexcept;
 
 /// A stream in one of fopen's modes, which owns the file; null with errno when there is none to be had.
 FILE* open_stream(std::unique_ptr<stream_file_t> file, const char* mode);
