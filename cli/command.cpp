@@ -42,6 +42,16 @@ void add_json_option(CLI::App* command, context_t& context) {
     command->add_flag("--json", context.json, "print one JSON object, for scripts");
 }
 
+std::function<int()> on_home(const context_t& context, const std::function<int()>& use) {
+    return [&context, use] {
+        std::error_code failed;
+        if (context.home != default_home() && !std::filesystem::exists(context.home, failed)) {
+            return fail(fmt::format("there is no home folder {}", context.home.native()));
+        }
+        return use();
+    };
+}
+
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {
     auto connection = client::client_t::connect(context.device);
     if (!connection) {

@@ -30,6 +30,10 @@ void add_json_option(CLI::App* command, context_t& context);
 /// Runs `use` on a connection to the device, or tells why there is none.
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use);
 
+/// A command that runs `use`, unless a home was named that does not exist; the default one may not exist yet. The
+/// context must outlive it.
+std::function<int()> on_home(const context_t& context, const std::function<int()>& use);
+
 void add_demo_command(CLI::App& app, context_t& context);
 void add_network_command(CLI::App& app, context_t& context);
 void add_fault_command(CLI::App& app, context_t& context);
@@ -40,5 +44,6 @@ void add_message_commands(CLI::App& app, context_t& context);   // list, status,
 void add_inbox_commands(CLI::App& app, context_t& context);     // inbox …
 void add_service_commands(CLI::App& app, context_t& context);   // activation, apps, launch
 void add_settings_commands(CLI::App& app, context_t& context);  // settings, contacts-setting
+void add_log_command(CLI::App& app, context_t& context);
 void add_ioctl_command(CLI::App& app, context_t& context);
 void add_version_command(CLI::App& app, context_t& context);

@@ -174,17 +174,6 @@ int list_incomplete(const context_t& context) {
     return exit_done;
 }
 
-/// The command's `use`, unless a home was named that does not exist; the default one may not exist yet.
-std::function<int()> on_home(const context_t& context, const std::function<int()>& use) {
-    return [&context, use] {
-        std::error_code failed;
-        if (context.home != default_home() && !std::filesystem::exists(context.home, failed)) {
-            return fail(fmt::format("there is no home folder {}", context.home.native()));
-        }
-        return use();
-    };
-}
-
 /// A command below `inbox` with one argument.
 template <typename argument_t>
 CLI::App* add_below(CLI::App* inbox, context_t& context, const std::string& name, const std::string& help,

@@ -111,7 +111,7 @@ void add_number(CLI::App* command, const std::string& name, limit_t low, limit_t
         ->required();
 }
 
-void add_log_command(CLI::App* above, context_t& context, const std::shared_ptr<settings_t>& changes) {
+void add_log_setting(CLI::App* above, context_t& context, const std::shared_ptr<settings_t>& changes) {
     auto* log = above->add_subcommand("log", "Set the logging: on or off, and the levels");
     const auto options = [changes]() -> client::log_options_t& {
         if (!changes->log) {
@@ -136,10 +136,10 @@ void add_settings_commands(CLI::App& app, context_t& context) {
     above->footer(
         "Examples:\n"
         "  zpd settings\n"
-        "  zpd settings log 1 3 7        errors on the debug output, everything in the log file\n"
+        "  zpd settings log 1 3 7        errors on the debug output, everything in the log file (zpd log)\n"
         "  zpd settings capacity 1       one datagram with the radio at a time\n"
         "  zpd settings inbox-size 100   0 for any number of files");
-    add_log_command(above, context, changes);
+    add_log_setting(above, context, changes);
     auto* capacity = above->add_subcommand("capacity", "Set how many datagrams may be with the radio at once");
     add_number<uint8_t>(capacity, "datagrams", 1U, 255U, "1 to 255",
                         [changes](uint8_t value) { changes->capacity = value; });

@@ -160,6 +160,10 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
                                    "serve --modem /dev/null --pin-file ",
                                    "serve --modem /dev/null --announcement ",
                                    "serve --modem /dev/null --announcement abc",
+                                   "serve --modem /dev/null --log-size 10",
+                                   "serve --modem /dev/null --log-size -3",
+                                   "serve --modem /dev/null --log-size 5x",
+                                   "log --level 8",
                                    "serve --modem /dev/null --set bo\x1b[31mgus",
                                    "network --dir /dev/null --phones +1:foo",
                                    "network --dir /dev/null --phones 1,+1",
@@ -185,7 +189,7 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
     EXPECT_EQ(zpd({"--version"}).status, 0);
     for (const char* command :
          {"demo", "network", "serve", "doctor", "send", "count", "list", "status", "close", "inbox", "activation",
-          "apps", "launch", "settings", "contacts-setting", "ioctl", "version"}) {
+          "apps", "launch", "settings", "contacts-setting", "log", "ioctl", "version"}) {
         EXPECT_EQ(zpd({command, "--help"}).status, 0) << command;
     }
 }
