@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "base/descriptor.h"
+#include "base/own_file.h"
 #include "base/text.h"
 
 namespace radio {
@@ -26,7 +27,7 @@ namespace radio {
 namespace {
 
 base::descriptor_t open_file(const std::filesystem::path& path, int flags) {
-    return base::descriptor_t(open(path.c_str(), flags | O_CLOEXEC, 0600));
+    return base::descriptor_t(open(path.c_str(), flags | O_CLOEXEC));
 }
 
 // As much as a line of use has.
@@ -52,7 +53,8 @@ std::string new_hash(const std::string& pin) {
 
 bool write_durably(const std::filesystem::path& path, const std::string& text) {
     const std::filesystem::path temporary = path.native() + ".new";
-    const base::descriptor_t file = open_file(temporary, O_WRONLY | O_CREAT | O_TRUNC);
+    std::string problem;
+    const base::descriptor_t file = base::open_own_file(temporary, O_WRONLY | O_CREAT | O_TRUNC, problem);
     const bool written = write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
     if (!written || fsync(file.get()) != 0 || rename(temporary.c_str(), path.c_str()) != 0) {
         return false;
@@ -63,7 +65,8 @@ bool write_durably(const std::filesystem::path& path, const std::string& text) {
 
 // None when they cannot be read; no file has none.
 std::optional<std::vector<std::string>> read_marks() {
-    const base::descriptor_t file = open_file(pin_marks(), O_RDONLY);
+    std::string problem;
+    const base::descriptor_t file = base::open_own_file(pin_marks(), O_RDONLY, problem);
     if (!file) {
         return errno == ENOENT ? std::optional(std::vector<std::string>()) : std::nullopt;
     }

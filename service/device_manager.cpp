@@ -15,7 +15,6 @@
 #include "base/safe_text.h"
 #include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
-#include "platform/linux/registry.h"
 #include "radio/at_values.h"
 #include "radio/attach_modem.h"
 #include "radio/limits.h"
@@ -24,6 +23,7 @@
 #include "service/instance_lock.h"
 #include "service/listener.h"
 #include "service/loaded_driver.h"
+#include "service/phone_home.h"
 
 namespace {
 
@@ -148,16 +148,8 @@ std::string check_announcement(const std::string& text) {
 int serve(const serve_options_t& options) {
     umask(0077);  // what a phone receives is its user's alone
     const base::end_signals_t signals;
-    if (const std::string error = platform::set_home(options.home); !error.empty()) {
-        return fail(error);
-    }
     instance_lock_t home_lock;
-    if (const std::string error =
-            home_lock.take(options.home / "lock", fmt::format("home {} is already in use", options.home.native()));
-        !error.empty()) {
-        return fail(error);
-    }
-    if (const std::string error = platform::open_registry(); !error.empty()) {
+    if (const std::string error = take_home(options.home, home_lock); !error.empty()) {
         return fail(error);
     }
     listener_t listener;

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 
+#include "base/own_file.h"
 #include "base/text.h"
 
 namespace {
@@ -38,9 +39,10 @@ instance_lock_t::~instance_lock_t() {
 
 std::string instance_lock_t::take(const std::filesystem::path& file, const std::string& what) {
     for (;;) {
-        base::descriptor_t opened(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        std::string problem;
+        base::descriptor_t opened = base::open_own_file(file, O_RDWR | O_CREAT, problem);
         if (!opened) {
-            return fmt::format("cannot open the lock file {}: {}", file.native(), base::errno_text(errno));
+            return problem;
         }
         if (flock(opened.get(), LOCK_EX | LOCK_NB) != 0) {
             if (errno == EWOULDBLOCK) {

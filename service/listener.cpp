@@ -11,6 +11,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/own_file.h"
 #include "base/text.h"
 #include "device/device_socket.h"
 
@@ -36,12 +37,8 @@ std::string make_runtime_folder(const std::filesystem::path& folder, std::option
         return fmt::format("cannot make the folder {} for the device's socket: {}", folder.native(),
                            base::errno_text(errno));
     }
-    struct stat status {};
-    if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid()) {
-        return fmt::format(
-            "{} is not a folder of yours, so the device's socket cannot lie in it; name another with "
-            "--device PATH",
-            folder.native());
+    if (const std::string problem = base::own_folder_problem("the device's folder", folder); !problem.empty()) {
+        return problem + "; or name another place with --device PATH";
     }
     if (group && (chown(folder.c_str(), static_cast<uid_t>(-1), *group) != 0 || chmod(folder.c_str(), 0710) != 0)) {
         return fmt::format("cannot open {} to the group: {}", folder.native(), base::errno_text(errno));

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <system_error>
 
+#include "base/own_file.h"
+
 namespace platform {
 namespace {
 
@@ -41,6 +43,9 @@ std::string set_home(const std::filesystem::path& folder) {
     const std::filesystem::path real = std::filesystem::canonical(folder, error);
     if (error) {
         return problem("find", folder, error);
+    }
+    if (std::string unsafe = base::own_folder_problem("the home folder", real); !unsafe.empty()) {
+        return unsafe;
     }
     if (access(real.c_str(), R_OK | W_OK | X_OK) != 0) {
         return problem("use", folder, {errno, std::generic_category()});

@@ -10,8 +10,10 @@
 namespace platform {
 
 /// Sets the home of this process, before any other platform call; the folder is made when it is missing. Returns an
-/// empty text, or why it cannot be used. Tests may set another one later: new calls then go there, while open streams,
-/// enumerations and registry keys stay with the old one.
+/// empty text, or why it cannot be used: it is to be this user's, and nobody else's to write (base/own_file.h). A link
+/// that leads to it is the user's choice. It is followed here, once: what it leads to is looked at and used, wherever
+/// it is turned later. Tests may set another home later: new calls then go there, while open streams, enumerations and
+/// registry keys stay with the old one.
 [[nodiscard]] std::string set_home(const std::filesystem::path& home);
 const std::filesystem::path& home();
 

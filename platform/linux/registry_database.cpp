@@ -121,7 +121,7 @@ LONG registry_database_t::open(const std::filesystem::path& file, std::shared_pt
     auto opened = std::make_shared<registry_database_t>();
     opened->path = file;
     sqlite3* handle = nullptr;
-    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
     const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
     opened->connection.reset(handle);
     std::string problem;

@@ -2,9 +2,12 @@
 // alone on the modem.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <nlohmann/json.hpp>
 
 #include "client/client.h"
@@ -105,7 +108,7 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
         {"a file", ZPD_EXAMPLES "/one-datagram.vcf", home, device, "one-datagram.vcf"},
         {"no modem", no_modem, home, device, no_modem},
         {"damaged registry", network.modem(bob), damaged, device, damaged_file + " cannot be used: file is not a"},
-        {"registry a folder", network.modem(bob), blocked, device, "unable to open"},
+        {"registry a folder", network.modem(bob), blocked, device, "is a folder"},
     };
     std::vector<std::string> errors;
     for (const auto& [what, modem, home_of_it, device_of_it, error] : cases) {
@@ -118,6 +121,72 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
         errors.push_back(outcome.errors);
     }
     EXPECT_EQ(running.zpd({"version"}).status, 0);
+}
+
+/// Each problem is told with the command that mends it; then the service gets as far as the missing modem.
+void expect_refusal_and_cure(const std::string& problem, const arguments_t& where) {
+    const arguments_t serve = joined({"serve", "--modem", "/nowhere"}, where);
+    const outcome_t refused = zpd(serve);
+    EXPECT_EQ(refused.status, 1) << problem;
+    ASSERT_THAT(refused.errors, HasSubstr(problem));
+    const std::string cure = refused.errors.substr(refused.errors.rfind(": ") + 2);
+    EXPECT_EQ(std::system(cure.substr(0, cure.find("; or ")).c_str()), 0) << cure;
+    EXPECT_THAT(zpd(serve).errors, HasSubstr("/nowhere: No such file")) << "after " << cure;
+}
+
+TEST(service, refuses_a_home_that_is_not_its_users_alone) {
+    const folder_t folder;
+    const std::string box = folder / "it's a box";
+    const std::string home = box + "/home";
+    const std::string log = "Application Data/PUBLIC/VARKON/ZPD/LOG";
+    std::filesystem::create_directories(home + "/" + log);
+    std::filesystem::create_symlink(home, folder / "link");
+    const std::string elsewhere = write_file(folder / "elsewhere", "precious");
+    const auto instead_of = [&](const std::string& name) {
+        std::filesystem::remove_all(home + "/" + name);
+        return home + "/" + name;
+    };
+    const auto link = [&](const std::string& name) { return symlink(elsewhere.c_str(), instead_of(name).c_str()); };
+    const std::tuple<std::string, std::function<int()>> cases[] = {
+        {"home' can be written by others: chmod go-w", [&] { return chmod(home.c_str(), 0770); }},
+        {"home' can be written by others", [&] { return chmod(home.c_str(), 0702); }},
+        {"home' lies in a folder in which others", [&] { return chmod(box.c_str(), 0777); }},
+        {"registry.sqlite' is a link", [&] { return link("registry.sqlite"); }},
+        {"lock' is a link", [&] { return link("lock"); }},
+        {"zpd.log' is a link", [&] { return link(log + "/zpd.log"); }},
+        {"journal.sqlite-wal' is a link", [&] { return symlink("nowhere", instead_of("journal.sqlite-wal").c_str()); }},
+        {"journal.sqlite' is a FIFO", [&] { return mkfifo(instead_of("journal.sqlite").c_str(), 0600); }},
+        {"lock' is a FIFO", [&] { return mkfifo(instead_of("lock").c_str(), 0600); }},
+        {"rejected-pin' is a folder", [&] { return mkdir(instead_of("rejected-pin").c_str(), 0700); }},
+        {"registry.sqlite' can be written by others", [&] { return chmod((home + "/registry.sqlite").c_str(), 0620); }},
+        {"home' belongs to another user (65534): chown", [&] { return chown(home.c_str(), 65534, 65534); }},
+        {"journal.sqlite' belongs to another", [&] { return chown((home + "/journal.sqlite").c_str(), 65534, 0); }},
+    };
+    for (const auto& [problem, make] : cases) {
+        if (problem.find("another") == std::string::npos || geteuid() == 0) {  // only root can give a file away
+            ASSERT_EQ(make(), 0) << problem;
+            expect_refusal_and_cure(problem, {"--home", folder / "link", "--device", folder / "device"});
+        }
+    }
+    EXPECT_EQ(read_file(elsewhere), "precious");
+}
+
+TEST(service, refuses_a_folder_of_its_socket_that_is_not_its_users_alone) {
+    const folder_t folder;
+    const std::string runtime = folder / "run";
+    const std::string home = folder / "home";
+    std::filesystem::create_directories(runtime + "/zpd");
+    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no other thread
+    const std::tuple<std::string, std::string, mode_t> cases[] = {{"the device's folder", "/zpd", 0770},
+                                                                  {"can put another in its place", "", 0707}};
+    for (const auto& [problem, name, mode] : cases) {
+        ASSERT_EQ(chmod((runtime + name).c_str(), mode), 0);
+        expect_refusal_and_cure(problem, {"--home", home});
+    }
+    std::filesystem::remove(runtime + "/zpd");
+    std::filesystem::create_symlink(home, runtime + "/zpd");
+    EXPECT_THAT(zpd({"serve", "--modem", "/nowhere", "--home", home}).errors, HasSubstr("zpd' is a link"));
+    unsetenv("XDG_RUNTIME_DIR");  // NOLINT(concurrency-mt-unsafe)
 }
 
 TEST(service, doctor_tells_what_the_modem_is_and_who_has_it) {
