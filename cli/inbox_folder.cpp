@@ -1,6 +1,7 @@
 #include "cli/inbox_folder.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,6 +10,7 @@
 #include <system_error>
 #include <tuple>
 
+#include "base/own_file.h"
 #include "base/safe_text.h"
 #include "base/text.h"
 #include "cli/file.h"
@@ -73,6 +75,11 @@ std::vector<std::string> inbox_folder_t::names(std::string* error) const {
 }
 
 inbox_folder_t::file_t inbox_folder_t::read(const std::string& name, stored_card_t* card, std::string* error) const {
+    struct stat status {};
+    if (lstat(file(name).c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {  // nobody might ever write to a FIFO
+        *error = fmt::format("{} is {}, not a stored card", file(name).native(), base::kind_of_file(status.st_mode));
+        return file_t::unreadable;
+    }
     std::string content;
     const int failed = read_file(file(name), SIZE_MAX, &content);
     if (failed == ENOENT) {

@@ -1,10 +1,12 @@
 // Cards sent by `zpd send` on one phone and found in the inbox of another, octet for octet and exactly once.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -186,11 +188,22 @@ TEST(inbox, what_cannot_be_read_is_told) {
     fs::create_directories(incoming);
     const std::string name = "0123456789abcdef0123456789abcdef";
     write_file(incoming / name, "1700000000:+1\nA");
-    fs::create_directory(incoming / ("f" + name.substr(1)));  // no file, though named as one
-    const outcome_t listed = zpd({"inbox", "--home", folder / "home"});
-    EXPECT_EQ(listed.status, 1);
-    EXPECT_THAT(listed.output, HasSubstr("01234567"));
-    EXPECT_THAT(listed.errors, HasSubstr("f123456789abcdef0123456789abcdef: Is a directory"));
+    const auto other = [&](const char* digit) { return incoming / (digit + name.substr(1)); };
+    fs::create_directory(other("f"));  // no files, though named as such
+    fs::create_symlink(incoming / name, other("e"));
+    fs::create_symlink("/dev/zero", other("d"));
+    mkfifo(other("c").c_str(), 0600);
+    for (const arguments_t& command : std::vector<arguments_t>{{"list"}, {"export", folder / "cards"}}) {
+        const outcome_t listed = zpd(joined({"inbox", "--home", folder / "home"}, command));
+        EXPECT_EQ(listed.status, 1);
+        EXPECT_THAT(listed.output, AllOf(HasSubstr("01234567"), Not(HasSubstr("e1234567"))));
+        for (const char* what : {"f123456789abcdef0123456789abcdef is a folder", "cdef is a link", "cdef is a FIFO"}) {
+            EXPECT_THAT(listed.errors, HasSubstr(what)) << command[0];
+        }
+    }
+    EXPECT_THAT(zpd({"inbox", "--home", folder / "home", "show", "c"}).errors, HasSubstr("is a FIFO"));
+    EXPECT_EQ(zpd({"inbox", "--home", folder / "home", "remove", "c"}).status, 0);
+    EXPECT_FALSE(fs::exists(other("c")));
     EXPECT_EQ(zpd({"inbox", "--home", folder / "home", "--json", "export", folder / "out"}).status, 2);
     for (const arguments_t& command : std::vector<arguments_t>{{}, {"incomplete"}, {"export", folder / "out"}}) {
         const outcome_t outcome = zpd(joined({"inbox", "--home", folder / "nowhere"}, command));
@@ -206,6 +219,13 @@ TEST(inbox, what_cannot_be_read_is_told) {
         EXPECT_EQ(outcome.status, 1) << command[0];
         EXPECT_THAT(outcome.errors, HasSubstr("INCOMING: Not a directory")) << command[0];
     }
+}
+
+TEST_F(cards, a_card_may_come_through_a_fifo) {
+    const std::string fifo = phones->folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::jthread writer([&] { write_file(fifo, card_of(134)); });
+    EXPECT_THAT(phones->sender.zpd({"count", fifo}).output, HasSubstr("134 octets, 2 datagrams"));
 }
 
 TEST_F(cards, what_cannot_be_sent_is_told_and_sends_nothing) {
