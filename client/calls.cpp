@@ -14,8 +14,12 @@ using base::writer_t;
 constexpr uint8_t query = 0;
 constexpr uint8_t set = 1;
 
+/// The service itself answers a client that it does not serve with one of the first two.
 failure_t refused(uint32_t code) {
-    return {code, error_words(code)};
+    const obstacle_t obstacle = code == device::error_busy ? obstacle_t::busy
+                                : code == ZPD_ERROR_ACCESS ? obstacle_t::access
+                                                           : obstacle_t::request;
+    return {code, error_words(code), obstacle};
 }
 
 failure_t not_understood() {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <cerrno>
@@ -17,20 +18,31 @@ namespace {
 /// Requests take milliseconds; one that waits for the driver's lock behind others a little longer.
 constexpr timeval answer_limit{.tv_sec = 30, .tv_usec = 0};
 
+bool is_socket(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) != 0 || S_ISSOCK(status.st_mode);
+}
+
 failure_t cannot_connect(std::string_view device, const std::string& path, int error) {
+    if (error == ECONNREFUSED && !is_socket(path)) {
+        error = ENOTSOCK;
+    }
+    const std::string named = fmt::format("device {} ({})", device, path);
     switch (error) {
         case ENOENT:
         case ECONNREFUSED:
-            return {0, fmt::format("no service runs on device {} ({}); start one with: zpd serve --modem TTY", device,
-                                   path)};
+            return {0, fmt::format("no service runs on {}; start one with: zpd serve --modem TTY", named),
+                    obstacle_t::no_service};
         case EACCES:
         case EPERM:
-            return {0,
-                    fmt::format(
-                        "you may not use device {} ({}); who runs it can let a group in with: zpd serve --group NAME",
-                        device, path)};
+            return {
+                0,
+                fmt::format("you may not use {}; who runs it can let a group in with: zpd serve --group NAME", named),
+                obstacle_t::access};
+        case EAGAIN:
+            return {0, fmt::format("{} takes no more clients now; try again later", named), obstacle_t::busy};
         default:
-            return {0, fmt::format("cannot connect to device {} ({}): {}", device, path, base::errno_text(error))};
+            return {0, fmt::format("cannot connect to {}: {}", named, base::errno_text(error))};
     }
 }
 
@@ -53,16 +65,19 @@ answer_t<client_t> client_t::connect(std::string_view device) {
     }
     std::memcpy(address.sun_path, path.data(), path.size());
     base::descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    // A service that takes no connections holds up the connect, too, once its queue is full.
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &answer_limit, sizeof answer_limit);
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answer_limit, sizeof answer_limit);
     const auto* generic = reinterpret_cast<const sockaddr*>(&address);  // NOLINT: how the socket interface takes it
     if (::connect(socket.get(), generic, sizeof address) != 0) {
         return cannot_connect(device, path, errno);
     }
     if (device.find('/') == std::string_view::npos && !is_trusted(socket.get())) {
         return failure_t{
-            0, fmt::format("device {} ({}) is served by another user; name its path if you trust that user", device,
-                           path)};
+            0,
+            fmt::format("device {} ({}) is served by another user; name its path if you trust that user", device, path),
+            obstacle_t::access};
     }
-    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answer_limit, sizeof answer_limit);
     return client_t(std::move(socket), path);
 }
 

@@ -11,10 +11,20 @@ namespace client {
 /// Words for a Win32 error code as the driver and the device manager set them.
 std::string error_words(uint32_t code);
 
+/// What stood in the way of a call.
+enum class obstacle_t {
+    request,     // nothing: the driver refused this request
+    no_service,  // no service runs on the device
+    access,      // the device does not let this user in, or another user serves it
+    busy,        // the service takes no more clients now
+    no_answer,   // what is there does not answer as a service does
+};
+
 /// Why a call failed. `code` is the last error of the request, or 0 when there was no usable answer at all.
 struct failure_t {
     uint32_t code = 0;
     std::string text;
+    obstacle_t obstacle = obstacle_t::no_answer;
 };
 
 /// What a call gives: a value or a failure.

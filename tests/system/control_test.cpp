@@ -1,15 +1,19 @@
 // The device as its clients meet it: raw control requests, packets that are none, clients that die, wrong usage.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <thread>
 
+#include "base/descriptor.h"
 #include "base/hex.h"
 #include "client/client.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -29,6 +33,7 @@ class control : public testing::Test {
     };
 
     static void SetUpTestSuite() {
+        umask(022);  // as most users have it
         running = std::make_unique<running_t>();
         running->phone.start();
         ASSERT_TRUE(running->phone.ready()) << running->phone.serve().errors();
@@ -63,34 +68,6 @@ TEST_F(control, requests_print_one_json_object) {
     }
 }
 
-/// A connection that speaks whatever octets it likes.
-class raw_connection_t {
-  public:
-    explicit raw_connection_t(const std::string& path) : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-        connected_ = connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    }
-    ~raw_connection_t() { close(socket_); }
-    raw_connection_t(const raw_connection_t&) = delete;
-    raw_connection_t& operator=(const raw_connection_t&) = delete;
-
-    bool send(const std::string& packet) const {
-        return connected_ &&
-               ::send(socket_, packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
-    }
-    std::string receive() const {
-        std::string packet(device::reply_header + device::max_output, '\0');
-        packet.resize(static_cast<size_t>(std::max<ssize_t>(0, recv(socket_, packet.data(), packet.size(), 0))));
-        return packet;
-    }
-
-  private:
-    int socket_;
-    bool connected_ = false;
-};
-
 std::string u32(uint32_t value) {
     std::string octets;
     for (int shift = 0; shift < 32; shift += 8) {
@@ -102,22 +79,140 @@ std::string u32(uint32_t value) {
 const std::string version_request = u32(ZPD_IOCTL_VERSION) + u32(4);
 const std::string version_reply = u32(1) + u32(0) + u32(4) + u32(ZPD_INTERFACE_VERSION);
 const std::string malformed_reply = u32(0) + u32(87) + u32(0);
+const std::string no_access_reply = u32(0) + u32(5) + u32(0);
+const std::string busy_reply = u32(0) + u32(170) + u32(0);
+
+sockaddr_un address_of(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
+}
+
+/// A connection that speaks whatever octets it likes.
+class raw_connection_t {
+  public:
+    explicit raw_connection_t(const std::string& path) : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        const sockaddr_un address = address_of(path);
+        connected_ = connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~raw_connection_t() { close(socket_); }
+    raw_connection_t(const raw_connection_t&) = delete;
+    raw_connection_t& operator=(const raw_connection_t&) = delete;
+
+    bool send(const std::string& packet = version_request) const {
+        return connected_ &&
+               ::send(socket_, packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
+    }
+    /// Empty at the end. The kernel tells of that first, where the service has not read all, and gives its words next.
+    std::string receive() const {
+        std::string packet(device::reply_header + device::max_output, '\0');
+        ssize_t length = recv(socket_, packet.data(), packet.size(), 0);
+        if (length < 0 && errno == ECONNRESET) {
+            length = recv(socket_, packet.data(), packet.size(), 0);
+        }
+        packet.resize(static_cast<size_t>(std::max<ssize_t>(0, length)));
+        return packet;
+    }
+
+  private:
+    int socket_;
+    bool connected_ = false;
+};
 
 TEST_F(control, a_malformed_packet_is_answered_and_the_connection_goes_on) {
     const raw_connection_t connection(phone().device());
     const std::vector<std::string> malformed{
+        "",
         "x",
         u32(ZPD_IOCTL_VERSION) + "abc",
-        version_request + std::string(device::max_input + 1, 'x'),
-        u32(ZPD_IOCTL_VERSION) + u32(device::max_output + 1),
+        version_request + std::string(65537, 'x'),
+        u32(ZPD_IOCTL_VERSION) + u32(65537),
         u32(ZPD_IOCTL_VERSION) + u32(0xFFFFFFFF),
     };
     for (const std::string& packet : malformed) {
         ASSERT_TRUE(connection.send(packet)) << packet.size();
         EXPECT_EQ(connection.receive(), malformed_reply) << packet.size();
     }
-    ASSERT_TRUE(connection.send(version_request));
+    ASSERT_TRUE(connection.send(u32(ZPD_IOCTL_VERSION) + u32(65536) + std::string(65536, 'x')));
+    EXPECT_EQ(connection.receive(), u32(0) + u32(13) + u32(0)) << "the driver has seen it";
+    ASSERT_TRUE(connection.send());
     EXPECT_EQ(connection.receive(), version_reply);
+}
+
+/// The service as `zpd version --json` finds it, and that command's exit status.
+std::string service_on(const std::string& device) {
+    const outcome_t outcome = zpd({"version", "--json", "--device", device});
+    EXPECT_EQ(outcome.errors.empty(), outcome.status == 0) << outcome.errors;
+    return json::parse(outcome.output, nullptr, false).value("service", "") + ", " + std::to_string(outcome.status);
+}
+
+TEST_F(control, sixty_four_clients_are_served_and_the_next_is_told) {
+    std::vector<std::unique_ptr<raw_connection_t>> clients;
+    const auto one_more = [&] {
+        clients.push_back(std::make_unique<raw_connection_t>(phone().device()));
+        (void)clients.back()->send();
+        return clients.back()->receive();
+    };
+    const auto fill = [&] {
+        return eventually([&] {
+            if (one_more() != version_reply) {  // those of other tests are still on their way out
+                clients.pop_back();
+            }
+            return clients.size() == 64;
+        });
+    };
+    ASSERT_TRUE(fill());
+    EXPECT_EQ(one_more(), busy_reply);
+    EXPECT_EQ(service_on(phone().device()), "busy, 1");
+    clients.resize(60);
+    EXPECT_TRUE(fill()) << "there is room again";
+}
+
+TEST_F(control, version_tells_what_stands_in_the_way) {
+    const std::string file = write_file(running->folder / "file", "");
+    const std::string stranger = running->folder / "stranger";
+    const base::descriptor_t listening(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    const sockaddr_un address = address_of(stranger);
+    ASSERT_EQ(bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(service_on(running->folder / "nobody"), "none, 0");
+    EXPECT_EQ(service_on(stranger), "none, 0") << "left by one that was killed";
+    EXPECT_EQ(service_on(file), "no answer, 1");
+    listen(listening.get(), 1);
+    std::jthread hangs_up([&] { const base::descriptor_t client(accept(listening.get(), nullptr, nullptr)); });
+    EXPECT_EQ(service_on(stranger), "no answer, 1");
+    EXPECT_EQ(service_on(phone().device()), "running, 0");
+    EXPECT_THAT(phone().zpd({"version"}).output, testing::HasSubstr("\ndriver interface 2 on device "));
+    if (geteuid() != 0) {  // whom no mode stops
+        chmod(phone().device().c_str(), 0);
+        EXPECT_EQ(service_on(phone().device()), "no access, 1");
+        chmod(phone().device().c_str(), 0600);
+    }
+}
+
+TEST_F(control, nobody_else_gets_at_the_home_or_the_device) {
+    constexpr auto others = std::filesystem::perms::group_all | std::filesystem::perms::others_all;
+    const auto is_open_to_others = [](const std::filesystem::path& path) {
+        return (std::filesystem::status(path).permissions() & others) != std::filesystem::perms::none;
+    };
+    EXPECT_FALSE(is_open_to_others(phone().device()));
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(phone().home())) {
+        EXPECT_FALSE(is_open_to_others(entry.path())) << entry.path();
+    }
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can be another user";
+    }
+    // Where the modes would let another user in.
+    chmod(phone().device().c_str(), 0666);
+    chmod(std::filesystem::path(phone().device()).parent_path().c_str(), 0711);
+    ASSERT_EQ(seteuid(65534), 0);
+    const raw_connection_t connection(phone().device());
+    auto client = client::client_t::connect(phone().device());
+    ASSERT_EQ(seteuid(0), 0);
+    (void)connection.send();
+    EXPECT_EQ(connection.receive(), no_access_reply);
+    ASSERT_TRUE(client) << client.failure().text;
+    EXPECT_EQ(client->version().failure().obstacle, client::obstacle_t::access);
 }
 
 TEST_F(control, clients_that_die_in_mid_request_harm_nobody) {
@@ -131,7 +226,7 @@ TEST_F(control, clients_that_die_in_mid_request_harm_nobody) {
             (void)dying.send(version_request);
         }
     }
-    ASSERT_TRUE(witness.send(version_request));
+    ASSERT_TRUE(witness.send());
     EXPECT_EQ(witness.receive(), version_reply);
     EXPECT_TRUE(eventually([] { return phone().zpd({"version"}).status == 0; }));
 }
