@@ -55,10 +55,11 @@ void handover_t::go_on() {
 // What the driver makes of a message, only the files that it writes meanwhile tell: it returns nothing.
 void handover_t::hand_over(const journal_t::message_t& message) {
     const auto writes = std::make_shared<platform::file_writes_t>();
-    const auto call = [message, writes](const session_t& session) {
-        platform::begin_file_writes();
+    const auto call = [this, message, writes](const session_t& session) {
+        platform::begin_file_writes([&](const auto& path) { journal_.about_to_be_stored(message.number, path); });
         notify(session, message);
         *writes = platform::file_writes();
+        platform::begin_file_writes();
     };
     const auto done = [this, session = receiver_, writes, number = message.number, refused = message.refused,
                        outcome = outcome_t{message.sender, message.datagrams.size(), 0, {}}](bool handed_over) mutable {

@@ -81,8 +81,11 @@ std::string journal_t::open(const std::filesystem::path& file, const bounds_t& b
     return {};
 }
 
-// What a kill kept from being written of the time is at most what has passed since the last datagram came or went.
+// A kill takes back at most the time since the last datagram came or went.
 bool journal_t::load() {
+    if (!note_what_was_stored()) {
+        return false;
+    }
     execution_t counts(
         statement("SELECT coalesce(max(id), 0) + 1, count(*) - count(finished), max((SELECT ran FROM clock), "
                   "coalesce(max(ran), 0), coalesce(max(finished), 0)) FROM datagrams"));
@@ -91,7 +94,8 @@ bool journal_t::load() {
     }
     next_id_ = counts.number(0);
     incomplete_ = static_cast<size_t>(counts.number(1));
-    ran_before_ = counts.number(2);
+    constexpr int64_t most = int64_t{1} << 40;  // somebody else's number
+    ran_before_ = std::clamp<int64_t>(counts.number(2), 0, most);
     execution_t alone(
         statement("SELECT id, sender, parts FROM datagrams WHERE parts < 2 AND finished IS NULL ORDER BY id"));
     int result = 0;
@@ -274,18 +278,59 @@ void journal_t::finish(int64_t number) {
     }
 }
 
-// Without waiting for the disk: a loss of power that takes the note back costs nothing, the message is handed over once
-// more. The next datagram that is taken puts it there.
-bool journal_t::note(const whole_t& whole) {
+// A transaction that does not wait for the disk: a loss of power that takes it back costs nothing, the message is
+// handed over once more. The next datagram that is taken puts it there.
+template <typename steps_t>
+bool journal_t::soon(const steps_t& steps) {
     sqlite3_exec(connection_.get(), "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
-    const bool noted = transaction([&] {
+    const bool done = transaction(steps);
+    sqlite3_exec(connection_.get(), "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
+    return done;
+}
+
+bool journal_t::note(const whole_t& whole) {
+    return soon([&] {
         return std::ranges::all_of(whole.ids, [&](int64_t id) {
             return whole.refused ? run("DELETE FROM datagrams WHERE id = ?1", id)
-                                 : run("UPDATE datagrams SET finished = ?2 WHERE id = ?1", id, ran());
+                                 : run("UPDATE datagrams SET finished = ?2, stored_as = NULL WHERE id = ?1", id, ran());
         });
     });
-    sqlite3_exec(connection_.get(), "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
-    return noted;
+}
+
+void journal_t::about_to_be_stored(int64_t number, const std::filesystem::path& path) {
+    const std::lock_guard lock(mutex_);
+    const auto whole = whole_.find(number);
+    if (whole == whole_.end()) {
+        return;
+    }
+    static_cast<void>(soon([&] {
+        return std::ranges::all_of(whole->second.ids, [&](int64_t id) {
+            return run("UPDATE datagrams SET stored_as = ?2 WHERE id = ?1", id, std::string_view(path.native()));
+        });
+    }));
+}
+
+// What was being stored when the process was killed, if its file has appeared. The driver gives no name twice.
+bool journal_t::note_what_was_stored() {
+    std::set<std::string> paths;
+    {
+        execution_t query(statement("SELECT DISTINCT stored_as FROM datagrams WHERE stored_as IS NOT NULL"));
+        int result = 0;
+        while ((result = query.step()) == SQLITE_ROW) {
+            paths.insert(query.text(0));
+        }
+        if (result != SQLITE_DONE) {
+            return false;
+        }
+    }
+    return paths.empty() || transaction([&] {
+               return std::ranges::all_of(paths, [&](const std::string& path) {
+                   std::error_code ignored;
+                   return !std::filesystem::exists(path, ignored) ||
+                          run("UPDATE datagrams SET finished = ran, stored_as = NULL WHERE stored_as = ?1",
+                              std::string_view(path));
+               });
+           });
 }
 
 void journal_t::look_again() {
@@ -423,7 +468,8 @@ bool journal_t::forget_gone(int64_t until) {
             }
         }
         if (const auto group = groups_.find(message); group != groups_.end()) {
-            std::erase_if(group->second.records, [&](const auto& record) { return ids.contains(record.id); });
+            std::erase_if(group->second.records,
+                          [&, &gone = ids](const auto& record) { return gone.contains(record.id); });
         }
     }
     return true;

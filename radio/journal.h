@@ -2,8 +2,8 @@
 /// each belongs to has been handed over; and the messages that they make. One SQLite file in the phone's home.
 ///
 /// Which datagrams make a message, the assembly says. One that has gone with its message is known for as long again,
-/// so that what a modem delivers twice is handed over once. A process that is killed between any two steps loses none;
-/// at most it hands over once more what it had just handed over.
+/// so that what a modem delivers twice is handed over once. A process that is killed between any two steps loses none
+/// and stores none twice; a loss of power may have one stored twice.
 ///
 /// What a full or unwritable disk keeps from being stored stays where it was; what the bounds drop is warned of. Ages
 /// are counted in the time that the service ran: no step of the wall clock drops anything. Thread-safe: the modem's
@@ -72,6 +72,9 @@ class journal_t {
 
     /// The next message after that number (0: the first); none when there is none, or it cannot be read.
     std::optional<message_t> next(int64_t after);
+    /// The driver has written its file, which is about to appear under this path. Whether it did, the path tells a
+    /// process that comes after a kill.
+    void about_to_be_stored(int64_t number, const std::filesystem::path& path);
     /// It has been handed over, and leaves.
     void finish(int64_t number);
 
@@ -105,6 +108,9 @@ class journal_t {
     void become_whole(whole_t whole);
     int read(const whole_t& whole, message_t& message);
     bool note(const whole_t& whole);
+    template <typename steps_t>
+    bool soon(const steps_t& steps);
+    [[nodiscard]] bool note_what_was_stored();
     void keep_bounds();
     bool drop_of_the_greediest(size_t most);
     bool drop(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);

@@ -13,7 +13,8 @@ namespace {
 using base::sqlite::execution_t;
 
 // FULL: a commit is on the disk when it returns. Times: `came` in seconds since 1970, for people; `ran` and `finished`
-// in seconds that the service had run by then. `parts` 0: not for the driver, which refuses it.
+// in seconds that the service had run by then. `parts` 0: not for the driver, which refuses it. `stored_as`, while it
+// is being stored: the path of the file that appears.
 constexpr const char* settings = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;";
 constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS datagrams (
@@ -29,7 +30,9 @@ constexpr const char* tables = R"(
         part INTEGER NOT NULL,
         parts INTEGER NOT NULL,
         body BLOB NOT NULL,
-        finished INTEGER);
+        finished INTEGER,
+        stored_as TEXT);
+    CREATE INDEX IF NOT EXISTS stored ON datagrams (stored_as) WHERE stored_as IS NOT NULL;
     CREATE TABLE IF NOT EXISTS texts (id INTEGER PRIMARY KEY, came INTEGER NOT NULL, length INTEGER NOT NULL, pdu TEXT NOT NULL);
     CREATE TABLE IF NOT EXISTS clock (only INTEGER PRIMARY KEY CHECK (only = 1), ran INTEGER NOT NULL);
     INSERT OR IGNORE INTO clock VALUES (1, 0);
@@ -109,7 +112,8 @@ std::string sender_of(const RILMESSAGE& message) {
 
 }  // namespace
 
-const char* const insertion = "INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13)";
+const char* const insertion =
+    "INSERT INTO datagrams VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, NULL)";
 
 row_t row_of(const arrival_t& arrival, int64_t id, int64_t came, int64_t ran) {
     row_t row;

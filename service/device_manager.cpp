@@ -15,6 +15,7 @@
 #include "base/safe_text.h"
 #include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
+#include "platform/linux/registry.h"
 #include "radio/at_values.h"
 #include "radio/attach_modem.h"
 #include "radio/limits.h"
@@ -81,7 +82,9 @@ void warn_when_inactive(const loaded_driver_t& driver) {
 /// The reasons for dropped cards are asked of this driver until the end of the scope.
 class asked_driver_t {
   public:
-    asked_driver_t(dropped_cards_t& dropped, const loaded_driver_t& driver) : dropped_(dropped) { dropped.ask(&driver); }
+    asked_driver_t(dropped_cards_t& dropped, const loaded_driver_t& driver) : dropped_(dropped) {
+        dropped.ask(&driver);
+    }
     ~asked_driver_t() { dropped_.ask(nullptr); }
     asked_driver_t(const asked_driver_t&) = delete;
     asked_driver_t& operator=(const asked_driver_t&) = delete;

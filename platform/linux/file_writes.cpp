@@ -12,14 +12,15 @@ struct noted_t {
     size_t written = 0;
     std::filesystem::path where;
     int error = 0;  // of the first failure; 0 for none
+    appears_t appears;
 };
 
 thread_local noted_t noted;
 
 }  // namespace
 
-void begin_file_writes() {
-    noted = {};
+void begin_file_writes(appears_t appears) {
+    noted = {.written = 0, .where = {}, .error = 0, .appears = std::move(appears)};
 }
 
 file_writes_t file_writes() {
@@ -27,6 +28,12 @@ file_writes_t file_writes() {
         return {noted.written, {}};
     }
     return {noted.written, "'" + noted.where.native() + "': " + base::errno_text(noted.error)};
+}
+
+void note_appearing(const std::filesystem::path& path) noexcept {
+    if (noted.appears) {
+        noted.appears(path);
+    }
 }
 
 void note_written() noexcept {

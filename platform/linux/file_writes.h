@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace platform {
@@ -13,13 +14,16 @@ struct file_writes_t {
     std::string failure;  // the first file or folder that did not, and why: "'/x/y': No space left on device"; or empty
 };
 
-/// From now on this thread's count.
-void begin_file_writes();
+/// From now on this thread's count. `appears` is called with the path of each file that has been written to the disk,
+/// right before it gets its name: what it notes, and the file, tell a later process whether that went through.
+using appears_t = std::function<void(const std::filesystem::path& path)>;
+void begin_file_writes(appears_t appears = {});
 /// What this thread wrote since: streams that were opened for writing ("w"), and folders. What is appended to a file,
 /// the log, does not count.
 file_writes_t file_writes();
 
 /// For the calls that write.
+void note_appearing(const std::filesystem::path& path) noexcept;
 void note_written() noexcept;
 void note_failure(std::filesystem::path where, int error) noexcept;
 

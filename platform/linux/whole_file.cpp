@@ -110,6 +110,7 @@ bool whole_file_t::appear() noexcept {
     if (!folder || !sync_file(descriptor())) {
         return false;
     }
+    note_appearing(path_);
     if (is_temporary_) {
         return rename_temporary(folder);
     }

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <numeric>
@@ -33,8 +34,8 @@ class card_world_t {
 
     struct result_t {
         size_t cards = 0;
-        size_t whole = 0;   // all of whose datagrams came
-        size_t stored = 0;  // and those that a kill had stored twice not counted
+        size_t whole = 0;  // all of whose datagrams came
+        size_t stored = 0;
         size_t missed = 0;  // whole, and stored less often than that
         size_t surplus = 0;
         size_t mixed = 0;  // stored, and nobody's card
@@ -114,12 +115,14 @@ class card_world_t {
             std::abort();
         }
     }
-    void may_be_killed() {
-        if (one_in(100)) {
+    bool may_be_killed() {
+        const bool killed = one_in(100);
+        if (killed) {
             kills_ += 1;
             open();
             last_number_ = 0;
         }
+        return killed;
     }
 
     /// New, the same again, or the last one corrected: its first datagram stays.
@@ -210,14 +213,23 @@ class card_world_t {
                 content.append(card.body.begin(), card.body.end());
             }
             last_number_ = message->number;
-            const size_t kills = kills_;
-            may_be_killed();
-            if (kills_ == kills) {
-                cards_[content].stored += 1;
-                journal_->finish(message->number);
-                may_be_killed();
-            }  // else it was stored, and is handed over once more: counted then
+            store(message->number, content);
         }
+    }
+    /// Killed before the file appears, behind that, or when all is noted.
+    void store(int64_t number, const std::string& content) {
+        const std::filesystem::path path = file_.parent_path() / std::to_string(++files_);
+        journal_->about_to_be_stored(number, path);
+        if (may_be_killed()) {
+            return;
+        }
+        std::ofstream(path).close();
+        cards_[content].stored += 1;
+        if (!may_be_killed()) {
+            journal_->finish(number);
+            may_be_killed();
+        }
+        std::filesystem::remove(path);
     }
 
     void pass_to(int64_t time) {
@@ -279,6 +291,7 @@ class card_world_t {
     int64_t last_number_ = 0;
     size_t kills_ = 0;
     size_t bodies_ = 0;
+    size_t files_ = 0;
     std::vector<sender_t> senders_;
     std::map<std::string, card_t> cards_;  // by sender and content
     std::priority_queue<datagram_t, std::vector<datagram_t>, std::greater<>> network_;
