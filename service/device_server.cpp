@@ -27,7 +27,6 @@ reply_t control(DWORD open, const device::request_t& request) {
     reply_t reply;
     reply.output.resize(request.output_capacity);
     DWORD returned = 0;
-    SetLastError(ERROR_SUCCESS);
     reply.result = ZPD_IOControl(open, request.code, input.data(), static_cast<DWORD>(input.size()),
                                  reply.output.data(), request.output_capacity, &returned) != FALSE;
     reply.last_error = reply.result ? ERROR_SUCCESS : GetLastError();
