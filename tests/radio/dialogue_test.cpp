@@ -23,6 +23,11 @@ TEST(dialogue, each_line_belongs_where_it_belongs) {
         lines_t reply, unsolicited;
     } rows[] = {
         {"a late OK", query, {"OK", "OK", "+CREG: 2,1", "OK"}, {{"+CREG: 2,1", ""}}, {}},
+        {"a line too long for any",
+         query,
+         {"+CREG: " + std::string(4096, '1'), "+CREG: 5", "OK"},
+         {{"+CREG: 5", ""}},
+         {}},
         {"an empty PDU",
          list,
          {"+CMGL: 1,1,,0", "", "+CMGL: 4,0,,3", "0002CCDD", "OK"},

@@ -103,6 +103,24 @@ TEST_F(session, attaching_can_be_cancelled) {
     attach();
 }
 
+TEST_F(session, a_modem_that_cannot_be_set_up_is_tried_ever_more_rarely) {
+    attach_and_open();
+    modem.on("AT+CMGF=0", "\r\n+CMS ERROR: 303\r\n");
+    modem.hang_up();
+    EXPECT_EQ(recorder.events(1), events_t{system_type(0)});
+    modem.plug_in();
+    link(options.tty, modem);
+    size_t tries = modem.count("AT+CMGF=0");
+    for (const uint64_t seconds : {1, 2, 4, 8, 16, 30, 30}) {
+        const auto tried_again = [&] { return modem.heard("AT+CMGF=0", tries + 1, std::chrono::milliseconds(30)); };
+        EXPECT_FALSE(tried_again());
+        advance_clock(seconds * 1000 - 500);
+        EXPECT_FALSE(tried_again()) << "before " << seconds << " s";
+        ASSERT_TRUE(as_time_passes(tried_again));
+        ++tries;
+    }
+}
+
 TEST_F(session, a_text_entry_that_a_crash_left_is_ended) {
     const int crashed = ::open(modem.tty().c_str(), O_RDWR | O_NOCTTY);
     ASSERT_EQ(write(crashed, "AT+CMGS=10\r", 11), 11);
