@@ -14,10 +14,12 @@ namespace {
 class memory_test : public driver_test {
   protected:
     /// Has memory refused at the first allocation of `act`, then at its second, until it needs no more of them.
-    void run_out_everywhere(const std::function<void()>& act) {
+    void run_out_everywhere(
+        const std::function<void()>& act, const std::function<void()>& prepare = [] {}) {
         bool refused = true;
         for (long count = 0; refused; ++count) {
             SCOPED_TRACE(count);
+            prepare();
             refuse_memory_after(count);
             act();
             refused = was_memory_refused();
@@ -62,7 +64,18 @@ TEST_F(memory_test, requests_are_refused) {
     radio.follow({.confirm_everything = true});
     const std::string card = text(std::string(200, 'x')) + u8(1) + u8(0);
     expect_refusals(ZPD_IOCTL_SEND_MESSAGE, card + text16(TEXT("+491711234567")));
-    expect_refusals(ZPD_IOCTL_COUNT_DATAGRAMS, card);
+    expect_refusals(ZPD_IOCTL_COUNT_DATAGRAMS, text(std::string(700, 'x')) + u8(1) + u8(1));
+    for (int more = 0; more < 3; ++more) {
+        phone.send_card(300);
+    }
+    expect_refusals(ZPD_IOCTL_MESSAGE_LIST, "");
+    phone.preset("Own", REG_SZ, std::string(200, '1'), R"(\Software\Microsoft\Pim\Contacts\Settings)");
+    expect_refusals(ZPD_IOCTL_PIM_CONTACTS_VAR, text16(TEXT("Own")));
+    std::string id;
+    run_out_everywhere(
+        [&] { ZPD_IOControl(1, ZPD_IOCTL_MESSAGE_CLOSE, reinterpret_cast<BYTE*>(id.data()), 4, nullptr, 0, nullptr); },
+        [&] { id = u32(phone.send_card(300)); });
+    EXPECT_EQ(phone.request(ZPD_IOCTL_MESSAGE_CLOSE, id), failed(1002)) << "memory is back";
     expect_refusals(ZPD_IOCTL_APPLICATION, u8(1) + text("an application with a long name"));
     expect_refusals(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(1) + u8(7) + u8(0));
     EXPECT_GT(phone.logged("CRITICAL ERROR ZPD_IOCTL_SEND_MESSAGE failed: std::bad_alloc"), 0u);
@@ -97,6 +110,9 @@ TEST_F(memory_test, callbacks_lose_what_they_bring) {
     const RILMESSAGE part = deliver_message(part_header(7, 2, 1), "part");
     run_out_everywhere([&] { radio.deliver(whole); });
     run_out_everywhere([&] { radio.deliver(part); });
+    const RILMESSAGE first = deliver_message(part_header(0x1234, 2, 1, true), "two \r\n\t\\ ");
+    const RILMESSAGE last = deliver_message("\x22\x01x" + part_header(0x1234, 2, 2, true), std::string(100, '\0'));
+    run_out_everywhere([&] { radio.deliver(last); }, [&] { radio.deliver(first); });
     run_out_everywhere([&] { radio.system_changed(gsm); });
     const std::string data(100, 'x');
     run_out_everywhere([&] { radio.result(0x7777, RIL_RESULT_OK, data); });

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <thread>
+
 #include "com/zpd/daemon/daemon.h"
 #include "tests/driver/phone.h"
 
@@ -142,6 +145,30 @@ TEST_F(states_test, second_retry_waits_five_seconds_over_the_wrap) {
     EXPECT_EQ(phone.states(239, 0), refused + refused + refused + sent + "WAITING");
 }
 
+TEST_F(states_test, idle_sender_sleeps_for_an_hour_and_not_beyond_the_end) {
+    phone.start_on(gsm);
+    phone.let_sender_look();
+    const auto time_outs = [this] { return phone.logged("INFO WaitForSingleObject() returned 'WAIT_TIMEOUT'"); };
+    const size_t before = time_outs();
+    uint64_t seconds = 3590;
+    platform::testing::advance_clock(seconds * 1000);
+    for (int look = 0; look < 100; ++look) {
+        EXPECT_EQ(time_outs(), before);
+    }
+    eventually([&] {
+        platform::testing::advance_clock(1000);
+        ++seconds;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // not to run far ahead of it
+        return time_outs() > before;
+    });
+    EXPECT_LT(seconds, 7200U);
+    phone.let_sender_look();
+    const auto wakes = [this] { return phone.logged("INFO WaitForSingleObject() returned 'WAIT_OBJECT_0'"); };
+    const size_t awake = wakes();
+    phone.stop();
+    eventually([&] { return wakes() > awake; });
+}
+
 TEST_F(states_test, second_question_waits_ten_seconds_over_the_wrap) {
     platform::testing::advance_clock_to(0xFFFFFFFF - 4000);
     phone.start();
@@ -214,6 +241,7 @@ TEST_F(states_test, reused_ids) {
         ASSERT_EQ(reply, id == 0 ? failed(4319, u32(0xFFFFFFFF)) : done(u32(id)));
         ASSERT_EQ(phone.close(id), done());
     }
+    phone.request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(1) + u8(7) + u8(7));
     for (uint32_t id = 239; id <= 241; ++id) {
         EXPECT_EQ(phone.send_card(10), id);
     }
@@ -233,6 +261,7 @@ TEST_F(states_test, reused_ids) {
     radio.confirm(4);
     EXPECT_EQ(phone.close(239), done());
     EXPECT_THAT(phone.list(), IsEmpty());
+    EXPECT_EQ(phone.logged("CRITICAL ERROR message descriptor ~ not found"), 0u) << "the older ones ended, too";
 }
 
 // What no request brings about, on a machine beside the daemon's own.
