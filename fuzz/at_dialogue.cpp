@@ -1,57 +1,124 @@
-// What a modem may say, in fragments as they come: the pieces, and every reader of a line.
+// The AT dialogue of the radio with a modem that says anything, in fragments, to commands of every shape. What must
+// hold: a command ends by a final result alone; its entry is written at the prompt that it awaits, and never else; each
+// line is delivered once, to the reply or as unsolicited, and only echoes and results are kept back.
+#include "radio/at_dialogue.h"
+
+#include <algorithm>
+#include <vector>
+
 #include "fuzz/fuzz.h"
-#include "radio/at_lexer.h"
-#include "radio/at_values.h"
-#include "radio/result_codes.h"
+#include "fuzz/input.h"
 
 namespace {
 
-void read_line(const std::string& line) {
-    radio::registration(line);
-    radio::operator_access(line);
-    radio::capabilities(line);
-    radio::cdma_service(line);
-    radio::has_serving_system(line);
-    radio::new_message(line);
-    radio::readable_memories(line);
-    radio::memories_in_use(line);
-    radio::memory_level(line);
-    radio::message_reference(line);
-    radio::tries_left(line, "SIM PIN");
-    radio::choose_announcement(radio::offered_numbers(line), true);
-    radio::announcement_of(line);
-    if (const auto length = radio::delivered_length(line)) {
-        radio::tpdu_of_line(line, *length);
+using namespace radio;
+
+const command_t shapes[] = {
+    {.line = "AT", .limit = limit_t::setting},
+    {.line = "ATQ0V1E0", .limit = limit_t::repeat, .any_form = true},
+    {.line = "AT+CMGF?", .limit = limit_t::settling, .prefixes = {"+CMGF:"}, .needs_line = true},
+    {.line = "AT+CREG?", .limit = limit_t::query, .prefixes = {"+CREG:", "+CGREG:"}},
+    {.line = "AT+CMGL=4", .limit = limit_t::listing, .prefixes = {"+CMGL:"}, .pdu_follows = true},
+    {.line = "AT+CMGS=2",
+     .limit = limit_t::submission,
+     .prefixes = {"+CMGS:"},
+     .entry = "000100",
+     .needs_line = true,
+     .is_late = [](const std::string& text) { return text == "+CMGS: 7"; }},
+};
+
+/// A dialogue, and beside it the same octets in lines, each until it has been delivered.
+class observed_t {
+  public:
+    void begin(const command_t& command) {
+        command_ = command;
+        must(dialogue_.begin(command) == command.line + '\r');
+        if (!command.entry.empty()) {
+            lexer_.expect_prompt();
+        }
     }
-    for (const auto& read : {radio::read_message(line), radio::listed_message(line)}) {
-        must(!read || !radio::tpdu_of_line(line, read->length));  // a header line is no PDU
+
+    void hear(char octet) {
+        const bool awaits = dialogue_.in_progress() && dialogue_.waits_for_prompt();
+        const bool ran = dialogue_.in_progress();
+        const std::string written = dialogue_.feed({&octet, 1});
+        bool prompted = false;
+        bool resulted = false;
+        for (const token_t& token : lexer_.feed({&octet, 1})) {
+            prompted = token.kind == token_t::kind_t::prompt;
+            resulted = is_result(token.text);
+            if (!prompted) {
+                heard_.push_back(token.text);
+            }
+        }
+        must(written == (prompted ? command_.entry + '\x1a' : ""));
+        must(!prompted || awaits);
+        if (ran && !dialogue_.in_progress()) {
+            must(resulted);
+            end();
+        }
+        for (const modem_line_t& line : dialogue_.take_unsolicited()) {
+            delivered(line);
+        }
     }
-    for (const auto& result : {radio::final_result(line), radio::numeric_result(line)}) {
-        must(!result || !radio::described(*result).empty());
+
+    void end() {
+        const bool resulted = !dialogue_.in_progress();
+        const reply_t reply = dialogue_.end(reply_t::outcome_t::timeout);
+        must((reply.outcome == reply_t::outcome_t::timeout) != resulted && !dialogue_.in_progress());
+        must(!reply.ok() || command_.entry.empty() || reply.entry_sent);
+        must(!reply.ok() || !command_.needs_line || !reply.lines.empty());
+        for (const modem_line_t& line : reply.lines) {
+            must(std::ranges::any_of(command_.prefixes, [&](auto prefix) { return line.text.starts_with(prefix); }));
+            must(line.pdu.empty() || command_.pdu_follows);
+            delivered(line);
+        }
+        lexer_.expect_no_prompt();
+        std::erase_if(heard_, [this](const std::string& line) { return may_be_kept_back(line); });
+        must(heard_.size() <= 1);  // the header of a delivery whose PDU is still to come
     }
-    if (const auto command = radio::command_line(line)) {
-        must(command->find_first_of("\r\n\x1a\x1b") == std::string::npos);
+
+    bool in_progress() const { return dialogue_.in_progress(); }
+
+  private:
+    bool is_result(const std::string& line) const {
+        return final_result(line) || (command_.any_form && numeric_result(line));
     }
-}
+    bool may_be_kept_back(const std::string& line) const {
+        return is_result(line) || line.starts_with("AT") || line.starts_with('>') || line == command_.entry ||
+               line.find("+CPIN=") != std::string::npos;
+    }
+    void delivered(const modem_line_t& line) {
+        for (const std::string* text : {&line.text, &line.pdu}) {
+            const auto at = std::ranges::find(heard_, *text);
+            must(text->empty() || at != heard_.end());
+            if (at != heard_.end()) {
+                heard_.erase(at);
+            }
+        }
+    }
+
+    at_dialogue_t dialogue_;
+    at_lexer_t lexer_;
+    command_t command_;
+    std::vector<std::string> heard_;
+};
 
 }  // namespace
 
-/// The first octet: how long the fragments are, and whether a prompt is awaited.
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
-        return 0;
-    }
-    radio::at_lexer_t lexer;
-    if (data[0] % 2 == 1) {
-        lexer.expect_prompt();
-    }
-    const size_t step = 1U + data[0] / 2U;
-    const std::string octets(data + 1, data + size);
-    for (size_t at = 0; at < octets.size(); at += step) {
-        for (const radio::token_t& token : lexer.feed(std::string_view(octets).substr(at, step))) {
-            must(token.text.empty() == (token.kind == radio::token_t::kind_t::prompt));
-            must(token.text.find_first_of("\r\n") == std::string::npos);
-            read_line(token.text);
+    input_t input(data, size);
+    observed_t observed;
+    while (!input.empty()) {
+        const command_t& shape = shapes[input.below(std::size(shapes))];
+        observed.begin(shape);
+        // The octets that end a command without a result are of the lines' alphabet nowhere.
+        for (char octet = 0; !input.empty() && octet != '\x7f';) {
+            octet = static_cast<char>(input.octet());
+            observed.hear(octet);
+        }
+        if (observed.in_progress()) {
+            observed.end();
         }
     }
     return 0;
