@@ -54,6 +54,11 @@ attempts_t scripted_radio_t::attempts() const {
     return attempts_;
 }
 
+size_t scripted_radio_t::accepted() const {
+    const std::lock_guard lock(mutex_);
+    return submissions_.size();
+}
+
 void scripted_radio_t::result(HRESULT request, DWORD code, std::string_view data) {
     if (const RILRESULTCALLBACK callback = on_result_) {
         callback(code, request, data.empty() ? nullptr : data.data(), static_cast<DWORD>(data.size()), 0);

@@ -47,6 +47,8 @@ class scripted_radio_t {
 
     void follow(script_t script);
     attempts_t attempts() const;
+    /// Submissions so far, without the refused ones.
+    size_t accepted() const;
     /// The accepted submission or question of this number, from 1; waits for it.
     submission_t submission(size_t number) { return await(submissions_, number); }
     HRESULT question(size_t number) { return await(questions_, number); }
