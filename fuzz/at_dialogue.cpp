@@ -27,6 +27,33 @@ const command_t shapes[] = {
      .is_late = [](const std::string& text) { return text == "+CMGS: 7"; }},
 };
 
+/// What modems say; the input chooses, and puts octets of its own between.
+const std::string_view words[] = {
+    "\r",
+    "\n",
+    "\r\n",
+    "\r\nOK\r\n",
+    "ERROR\r\n",
+    "+CMS ERROR: 38\r\n",
+    "4\r",
+    "0\r",
+    ">",
+    "\r\n> ",
+    "AT+CMGS=2\r",
+    "000100\x1a\r\n",
+    "+CMGS: 7\r\n",
+    "+CMGS: 8\r\n",
+    "+CMT: ,3\r\n",
+    "+CMTI: \"SM\",1\r\n",
+    "+CMGL: 1,1,,3\r\n",
+    "000401\r\n",
+    "+CREG: 0,1\r\n",
+    "+CMGF: 0\r\n",
+    "RING\r\n",
+    "+CDS: 3\r\n",
+    "AT+CPIN=1\r\n",
+};
+
 /// A dialogue, and beside it the same octets in lines, each until it has been delivered.
 class observed_t {
   public:
@@ -112,10 +139,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (!input.empty()) {
         const command_t& shape = shapes[input.below(std::size(shapes))];
         observed.begin(shape);
-        // The octets that end a command without a result are of the lines' alphabet nowhere.
-        for (char octet = 0; !input.empty() && octet != '\x7f';) {
-            octet = static_cast<char>(input.octet());
-            observed.hear(octet);
+        for (size_t count = input.below(32); count > 0; --count) {
+            const size_t word = input.below(32);
+            for (const char octet : word < std::size(words) ? std::string(words[word]) : input.piece(3)) {
+                observed.hear(octet);
+            }
         }
         if (observed.in_progress()) {
             observed.end();

@@ -152,7 +152,7 @@ class client_t {
     void query(input_t& input) {
         std::vector<uint32_t> ids = phone_.list();
         must(std::ranges::adjacent_find(ids, std::greater_equal<>()) == ids.end());
-        ask(ZPD_IOCTL_MESSAGE_LIST, {}, input.octet());
+        ask(ZPD_IOCTL_MESSAGE_LIST, {}, static_cast<DWORD>(input.below(32)));
     }
     void confirm_all() {
         while (answered_ < radio().accepted()) {

@@ -74,7 +74,7 @@ inline sent_datagram_t sent_datagram(input_t& input, unsigned series) {
     }
     const air::address_t address = sender(input, series);
     const std::string elements = header(input);
-    const std::string body = input.piece(140);
+    const std::string body = input.piece(input.below(8) == 0 ? 140 : 4);
     std::string user_data = static_cast<char>(elements.size()) + elements + body;
     user_data.resize(std::min(user_data.size(), air::max_user_data));
     const air::octets_t octets(user_data.begin(), user_data.end());
