@@ -2,8 +2,7 @@
 // over comes in order and to an end; and a datagram that is taken is handed over, whatever lies before it.
 #include "radio/journal.h"
 
-#include <cstring>
-
+#include "base/clock.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/home.h"
 #include "fuzz/hostile_rows.h"
@@ -14,7 +13,7 @@ namespace {
 
 using namespace radio;
 
-constexpr journal_t::bounds_t bounds{.age = 1000, .datagrams = 100};
+constexpr journal_t::bounds_t bounds{.age = 1000, .datagrams = 100, .rules = {.close = 10, .wait = 5, .apart = 100}};
 
 /// A card of one datagram, which no row can hold.
 arrival_t fresh_arrival(unsigned series) {
@@ -24,17 +23,15 @@ arrival_t fresh_arrival(unsigned series) {
     return {technology_t::gsm, octets, *card_datagram_of(technology_t::gsm, octets)};
 }
 
-/// Tells whether the last datagram was among them.
+/// Tells whether the datagram was among them.
 bool hand_over_all(journal_t& journal, const arrival_t& sought) {
     bool found = false;
     int64_t last = 0;
-    for (auto entries = journal.next(last, 3); !entries.empty(); entries = journal.next(last, 3)) {
-        for (const journal_t::entry_t& entry : entries) {
-            must(entry.id > last);
-            last = entry.id;
-            found = found || std::memcmp(&entry.message, &sought.card.message, sizeof entry.message) == 0;
-            journal.handed_over(entry.id, 2000);
-        }
+    while (const auto message = journal.next(last)) {
+        must(message->number > last && !message->datagrams.empty());
+        last = message->number;
+        found = found || message->datagrams.front().octets == sought.octets;
+        journal.finish(last);
     }
     return found;
 }
@@ -42,29 +39,30 @@ bool hand_over_all(journal_t& journal, const arrival_t& sought) {
 void use(const std::filesystem::path& file, input_t& input, unsigned series) {
     journal_t journal;
     must(journal.open(file, bounds).empty());
-    journal.begin_session();
     while (!input.empty()) {
         const sent_datagram_t sent = sent_datagram(input, 0);
         if (const auto card = card_datagram_of(sent.technology, sent.octets)) {
             const arrival_t arrival{sent.technology, sent.octets, *card};
-            static_cast<void>(journal.take({&arrival, 1}, input.octet()));
+            static_cast<void>(journal.take({&arrival, 1}));
         }
     }
+    base::advance_clock(6000);
+    journal.look_again();
     const arrival_t fresh = fresh_arrival(series);
-    const bool taken = journal.take({&fresh, 1}, 1000);
-    must(hand_over_all(journal, fresh) || !taken);
-    for (const journal_t::text_t& text : journal.texts()) {
-        journal.forget_text(text.id);
+    const bool taken = journal.take({&fresh, 1});
+    must(hand_over_all(journal, fresh) == taken);
+    must(!taken || (journal.take({&fresh, 1}) && !journal.next(0)));
+    while (const auto text = journal.first_text()) {
+        must(journal.forget_text(text->id));
     }
-    must(journal.texts().empty());
-    journal.expire(1500);
+    journal.expire();
 }
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const fuzzed_home_t home;
-    static const std::filesystem::path file = journal_file(home.path());
+    static const std::filesystem::path file = journal_file::path(home.path());
     static const std::string made = journal_t().open(file, bounds);
     static hostile_rows_t rows(file);
     static unsigned inputs = 0;
