@@ -27,6 +27,7 @@ std::optional<std::string> at_dialogue_t::begin(const command_t& command) {
     }
     command_ = command;
     reply_ = {};
+    reply_size_ = 0;
     in_progress_ = true;
     reply_waits_for_pdu_ = false;
     late_ok_follows_ = false;
@@ -71,6 +72,7 @@ void at_dialogue_t::take_line(const std::string& text) {
     late_ok_follows_ = late_ok_follows_ || is_late(text);
     if (in_progress_ && is_reply(text)) {
         reply_.lines.push_back({text, {}});
+        reply_size_ += text.size();
         reply_waits_for_pdu_ = command_.pdu_follows;
         delivery_is_latest_ = false;
     } else if (announces_pdu(text)) {
@@ -96,6 +98,7 @@ void at_dialogue_t::take_pdu(const std::string& text) {
         delivery_is_latest_ = false;
     } else if (in_progress_ && reply_waits_for_pdu_) {
         reply_.lines.back().pdu = text;
+        reply_size_ += text.size();
         reply_waits_for_pdu_ = false;
     } else {
         unsolicited_.push_back({text, {}});

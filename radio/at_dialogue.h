@@ -7,6 +7,7 @@
 /// of commands and PDUs is dropped, where the modem echoes, also when it comes late. Not thread-safe.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -68,6 +69,9 @@ class at_dialogue_t {
     /// Ends the command: with its result when it has one, else with `outcome` and the reply lines so far.
     reply_t end(reply_t::outcome_t outcome);
 
+    /// Octets of the reply so far.
+    [[nodiscard]] size_t reply_size() const { return reply_size_; }
+
     /// The modem has echoed a command.
     [[nodiscard]] bool echoes() const { return echoes_; }
 
@@ -83,6 +87,7 @@ class at_dialogue_t {
     at_lexer_t lexer_;
     command_t command_;
     reply_t reply_;
+    size_t reply_size_ = 0;
     bool in_progress_ = false;
     bool echoes_ = false;
     std::deque<modem_line_t> unsolicited_;

@@ -1,6 +1,7 @@
 /// Jobs for the modem's thread, from any thread, the modem's own among them. Thread-safe.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -21,6 +22,10 @@ class job_queue_t {
             jobs_.push_back(std::move(job));
         }
         wake_();
+    }
+    size_t size() {
+        const std::lock_guard lock(mutex_);
+        return jobs_.size();
     }
     /// Takes the first one; an empty function when there is none.
     job_t next() {

@@ -22,6 +22,8 @@ enum class limit_t : uint8_t {
     listing,
     listing_again,
     deleting_again,
+    reply_size,
+    waiting_jobs,
     journal_age,
     journal_size,
     journal_again,

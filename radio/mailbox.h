@@ -16,6 +16,7 @@
 #include "radio/attach_modem.h"
 #include "radio/handover.h"
 #include "radio/journal.h"
+#include "radio/limits.h"
 #include "radio/registration_watch.h"
 #include "radio/setup_inquiry.h"
 
@@ -60,6 +61,8 @@ class mailbox_t {
 
     /// All memories, whatever has been announced of them.
     void list_all();
+    /// The same, when there is nothing else to do.
+    void list_soon() { look_again_in(limit_t::journal_again); }
     /// When, on tick64, they are to be listed again.
     [[nodiscard]] uint64_t next_listing() const { return next_listing_; }
     /// +CMTI

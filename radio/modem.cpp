@@ -116,7 +116,7 @@ void modem_t::tell_system_type(DWORD type) {
 void modem_t::take_unsolicited(const modem_line_t& line) {
     const std::string& text = line.text;
     if (text.starts_with("+CMTI:")) {
-        jobs_.post([this, text] { mailbox_.read_new(text); });
+        announce(text);
     } else if (text.starts_with("+CMT:")) {
         jobs_.post([this, line] { mailbox_.take_delivery(line); });
     } else if (text.starts_with("+CDS:")) {
@@ -125,6 +125,15 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         submitter_.take_late_result(text);
     } else if (!registration_.take(text)) {
         warn_of_unknown(text);
+    }
+}
+
+// A modem that announces faster than it can be read has all of it listed.
+void modem_t::announce(const std::string& line) {
+    if (jobs_.size() < value_of(limit_t::waiting_jobs)) {
+        jobs_.post([this, line] { mailbox_.read_new(line); });
+    } else {
+        mailbox_.list_soon();
     }
 }
 
@@ -178,6 +187,7 @@ bool modem_t::set_up(setup_inquiry_t& inquiry) {
 }
 
 void modem_t::look_after() {
+    warn_of_the_rest();
     if (announcements_.have_stopped()) {
         warn("the modem has stopped to announce new messages; it is set up again");
         if (const std::string error = connect(); !error.empty() && !link_.ending()) {

@@ -117,6 +117,10 @@ reply_t modem_link_t::run(const command_t& command) {
             break;
         }
         pump(deadline);
+        if (dialogue_.reply_size() > value_of(limit_t::reply_size)) {
+            warn(fmt::format("the answer to {} has no end; the modem is set up again", command.shown()));
+            hang_up();
+        }
     }
     if (dialogue_.in_progress()) {
         out_.clear();

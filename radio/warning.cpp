@@ -2,9 +2,54 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <map>
+#include <mutex>
+
+#include "base/clock.h"
 
 namespace radio {
+
+namespace {
+
+constexpr uint64_t interval = 600'000;  // milliseconds
+constexpr size_t most_of_a_kind = 50;   // a person reads the first few
+
+struct kind_t {
+    uint64_t since = 0;  // on tick64
+    size_t told = 0;
+    size_t more = 0;
+};
+
+struct state_t {
+    std::mutex mutex;  // guards the rest
+    std::map<std::string, kind_t, std::less<>> kinds;
+};
+
+// Never destroyed: threads that outlive main may still warn. As many kinds as this program has words for.
+state_t& state() {
+    static auto& instance = *new state_t;
+    return instance;
+}
+
+std::string_view kind_of(std::string_view text) {
+    return text.substr(0, text.find_first_of("0123456789+:'\"/"));
+}
+
+void write(std::string_view text) {
+    const std::string line = "zpd radio: " + shown(text) + '\n';
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+}
+
+void begin_anew(std::string_view words, kind_t& kind) {
+    if (kind.more != 0) {
+        write(fmt::format("\"{}...\": {} more in ten minutes", words, kind.more));
+    }
+    kind = {.since = base::tick64()};
+}
+
+}  // namespace
 
 std::string shown(std::string_view text) {
     std::string out;
@@ -19,8 +64,26 @@ std::string shown(std::string_view text) {
 }
 
 void warn(std::string_view text) {
-    const std::string line = "zpd radio: " + shown(text) + '\n';
-    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+    const std::lock_guard lock(state().mutex);
+    kind_t& kind = state().kinds[std::string(kind_of(text))];
+    if (kind.since == 0 || base::tick64() - kind.since >= interval) {
+        begin_anew(kind_of(text), kind);
+    }
+    if (kind.told == most_of_a_kind) {
+        kind.more += 1;
+        return;
+    }
+    kind.told += 1;
+    write(text);
+}
+
+void warn_of_the_rest() {
+    const std::lock_guard lock(state().mutex);
+    for (auto& [words, kind] : state().kinds) {
+        if (base::tick64() - kind.since >= interval) {
+            begin_anew(words, kind);
+        }
+    }
 }
 
 }  // namespace radio
