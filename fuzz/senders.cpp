@@ -27,6 +27,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     input_t input(data, size);
     {
         card_world_t world(folder, manners[input.below(2)], [&](unsigned most) {
+            if (input.empty()) {
+                return most;  // else there would be no end of kills
+            }
             const unsigned octets = most > 255 ? input.octet() * 256U + input.octet() : input.octet();
             return octets % (most + 1);
         });

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <limits>
 #include <span>
 #include <utility>
@@ -74,26 +73,21 @@ bool are_close(window_t window, const rules_t& rules) {
     return std::ranges::adjacent_find(window, far) == window.end();
 }
 
-// Whether one that repeats what has gone is nearer to that than to what is new in the set, or where nothing is new, to
-// the rest of it.
-bool belongs_to_gone(const std::vector<const record_t*>& chosen, const records_t& all, bool nothing_new) {
-    const auto distance = [&](const record_t& from, auto&& is_it) {
-        int64_t least = std::numeric_limits<int64_t>::max();
-        for (const record_t& other : all) {
-            if (is_it(other)) {
-                least = std::min(least, std::abs(other.stamp - from.stamp));
-            }
+// Whether the first of them repeat what has gone, and are nearer to that than to the rest.
+bool belong_to_gone(std::vector<const record_t*> chosen, const records_t& all) {
+    std::ranges::sort(chosen, {}, &record_t::stamp);
+    int64_t before = std::numeric_limits<int64_t>::max();
+    for (const record_t& record : all) {
+        if (record.gone && record.stamp <= chosen.front()->stamp) {
+            before = chosen.front()->stamp - record.stamp;  // they are in order: the last is the nearest
         }
-        return least;
-    };
-    return std::ranges::any_of(chosen, [&](const record_t* record) {
-        const auto is_gone = [](const record_t& other) { return other.gone; };
-        const auto is_new = [&](const record_t& other) {
-            const bool is_another = &other != record && std::ranges::find(chosen, &other) != chosen.end();
-            return is_another && (nothing_new || !repeats(other, all));
-        };
-        return repeats(*record, all) && distance(*record, is_gone) < distance(*record, is_new);
-    });
+    }
+    for (size_t next = 1; next < chosen.size() && repeats(*chosen[next - 1], all); ++next) {
+        if (before < chosen[next]->stamp - chosen[next - 1]->stamp) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // A window that has every place and no place with two bodies.
@@ -102,9 +96,8 @@ std::optional<set_t> judged(window_t window, const records_t& all, size_t parts,
     const std::vector<const record_t*> chosen = chosen_of(window, parts, in_order);
     const auto repeated = static_cast<size_t>(
         std::ranges::count_if(chosen, [&](const record_t* record) { return repeats(*record, all); }));
-    const bool nothing_new = repeated == parts;
-    const bool certain = in_order && (repeated == 0 || nothing_new) && are_close(window, rules);
-    if (!certain && repeated != 0 && belongs_to_gone(chosen, all, nothing_new)) {
+    const bool certain = in_order && (repeated == 0 || repeated == parts) && are_close(window, rules);
+    if (!certain && belong_to_gone(chosen, all)) {
         return std::nullopt;
     }
     set_t set{{}, certain ? 0 : std::ranges::max(window, {}, &record_t::came).came + rules.wait};

@@ -78,6 +78,8 @@ constexpr case_t cases[] = {
     {"submitted_again_after_it_was_whole", 2, "1a@0 2b@4 1a@300 wait 1c@5000 2d@5004", "ab cd"},
     {"submitted_again_and_then_a_message_whose_first_part_is_late", 2, "1a@0 2b@4 1a@300 2d@5004 1c@5000", "ab cd"},
     {"submitted_again_and_then_one_whose_first_part_is_lost", 2, "1a@0 2b@4 1a@300 2d@5004 wait", "ab"},
+    {"most_of_it_submitted_again_and_then_a_corrected_card", 3,
+     "1a@724 2b@724 3c@733 2b@858 3c@867 1a@1367 wait 2d@1377 3e@1387 wait", "abc ade"},
     {"a_slow_sender", 2, "1a@0 2b@7000 wait", "ab"},
     {"too_slow_for_one_message", 2, "1a@0 2b@90000 wait", ""},
     {"a_part_that_was_refused_at_first", 3, "2b@4 3c@8 1a@12 wait", "abc"},
