@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <utility>
 
@@ -163,8 +164,13 @@ void scripted_modem_t::write_out(const std::string& text) {
     for (size_t at = 0, size = 0; master_ >= 0 && at < text.size(); at += size) {
         const size_t line_end = std::min(text.find('\n', at), text.size() - 1) + 1;
         size = pace_ == pace_t::octet ? 1 : (pace_ == pace_t::line ? line_end : text.size()) - at;
-        if (write(master_, &text[at], size) < 0) {
+        const ssize_t written = write(master_, &text[at], size);
+        if (written < 0 && errno != EAGAIN) {
             std::abort();
+        }
+        size = written < 0 ? 0 : static_cast<size_t>(written);  // the rest waits for room, or for nobody any more
+        if (size == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         if (pace_ != pace_t::whole) {
             wait_until_read();

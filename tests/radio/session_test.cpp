@@ -189,4 +189,38 @@ TEST_F(session, an_end_waits_for_the_callback_that_runs) {
     EXPECT_EQ(recorder.events(4), expected) << "or for the next process";
 }
 
+TEST_F(session, announcements_without_end_become_a_listing) {
+    attach_and_open();
+    const size_t listings = modem.count("AT+CMGL=4");
+    std::string announcements;
+    for (int i = 0; i < 1500; ++i) {
+        announcements += "\r\n+CMTI: \"SM\",1\r\n";
+    }
+    modem.on("AT+CMGR=1", modem.ok);
+    modem.once("AT+CMGR=1", "");
+    modem.say(announcements);
+    ASSERT_TRUE(modem.heard("AT+CMGR=1", 1));
+    modem.say("\r\n+CMTI: \"SM\",2\r\n");  // behind the others: all are in by now
+    modem.say(modem.ok);
+    ASSERT_TRUE(modem.heard("AT+CMGR=1", 1001));
+    EXPECT_TRUE(as_time_passes([&] { return modem.count("AT+CMGL=4") > listings; }));
+    EXPECT_EQ(modem.count("AT+CMGR=1"), 1001U);
+    EXPECT_EQ(modem.count("AT+CMGR=2"), 0U);
+}
+
+TEST_F(session, an_answer_without_end_is_given_up) {
+    attach_and_open();
+    std::string listing;
+    const std::string entry = "\r\n+CMGL: 1,0,,20\r\n" + std::string(350, 'A') + "\r\n";
+    while (listing.size() < 9'000'000) {
+        listing += entry;
+    }
+    const size_t before = modem.count("AT+CMGF=0");
+    testing::internal::CaptureStderr();
+    modem.once("AT+CMGL=4", listing);
+    base::advance_clock(300'000);
+    EXPECT_TRUE(modem.heard("AT+CMGF=0", before + 1)) << "it is set up again";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the answer to AT+CMGL=4 has no end"));
+}
+
 }  // namespace

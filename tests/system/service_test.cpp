@@ -1,6 +1,7 @@
 // The life of `zpd serve`: what it refuses to start on, what it takes over from one that was killed, and what it leaves
 // alone on the modem.
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,7 +11,9 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "base/hex.h"
 #include "client/client.h"
+#include "tests/incoming.h"
 #include "tests/network/at_host.h"
 #include "tests/system/phones.h"
 
@@ -288,6 +291,52 @@ TEST(service, send_tells_of_the_cards_before_it) {
     process_t second(joined(send, {"--device", phone.device()}));
     EXPECT_TRUE(eventually([&] { return second.output().find("while another message is not") != std::string::npos; }))
         << second.output() << second.errors();
+}
+
+/// A card of one datagram to bob.
+std::string submission(const std::string& body) {
+    const std::string octets = std::string("\x06\x05\x04\x23\xF4\x23\xF4", 7) + body;
+    return fmt::format("41000C914477000910200004{:02X}{}", octets.size(),
+                       base::to_hex({reinterpret_cast<const uint8_t*>(octets.data()), octets.size()}));
+}
+
+bool told(phone_t& phone, const std::string& words) {
+    return eventually([&] { return phone.serve().errors().find(words) != std::string::npos; });
+}
+
+TEST(service, a_card_that_is_not_stored_is_told_and_kept_where_it_can_be) {
+    const folder_t folder;
+    const network_t network(folder);
+    network::host_t sender(network.modem(alice));
+    phone_t phone(folder, "bob", network.modem(bob));
+    phone.start({"--set", "storing-again=1"});
+    ASSERT_TRUE(phone.ready()) << phone.serve().errors();
+    EXPECT_TRUE(told(phone, "activation is off, received cards are dropped; zpd activation on"));
+    sender.submit(submission("first"));
+    EXPECT_TRUE(told(phone, "dropped a card from " + alice + ": activation is off"));
+
+    ASSERT_EQ(phone.zpd({"activation", "on"}).status, 0);
+    const std::filesystem::path incoming = incoming_folder(phone.home());
+    std::filesystem::create_directories(incoming.parent_path());
+    write_file(incoming, "a file in its place");
+    sender.submit(submission("second"));
+    EXPECT_TRUE(told(phone, "INCOMING': File exists; it is kept"));
+    EXPECT_THAT(phone.zpd({"status"}).output, HasSubstr("0 stored, 1 dropped, 1 to be stored"));
+    phone.serve().signal(SIGKILL);
+    phone.serve().wait();
+    std::filesystem::remove(incoming);
+    phone.start({"--set", "storing-again=1"});
+    ASSERT_TRUE(phone.ready()) << phone.serve().errors();
+    EXPECT_TRUE(eventually([&] { return phone.stored().size() == 1; }));
+    EXPECT_THAT(read_file(phone.stored()[0]), testing::EndsWith("\nsecond"));
+
+    ASSERT_EQ(phone.zpd({"settings", "inbox-size", "1"}).status, 0);
+    sender.submit(submission("third"));
+    EXPECT_TRUE(eventually([&] { return phone.stored().size() == 2; }));
+    sender.submit(submission("fourth"));
+    EXPECT_TRUE(told(phone, "the inbox holds more than 1 files; zpd inbox remove"));
+    const auto status = nlohmann::json::parse(phone.zpd({"status", "--json"}).output);
+    EXPECT_EQ(status["cards"], nlohmann::json::parse(R"({"stored": 2, "dropped": 1, "kept": 0})"));
 }
 
 }  // namespace
