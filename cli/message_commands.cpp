@@ -120,7 +120,8 @@ void add_message_commands(CLI::App& app, context_t& context) {
         };
     });
 
-    auto* status_command = app.add_subcommand("status", "Tell how far a message is, datagram by datagram; without one, how the service fares");
+    auto* status_command = app.add_subcommand(
+        "status", "Tell how far a message is, datagram by datagram; without one, how the service fares");
     const auto status_id = add_id(status_command, false);
     add_device_option(status_command, context);
     add_json_option(status_command, context);

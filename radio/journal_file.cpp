@@ -15,7 +15,9 @@ using base::sqlite::execution_t;
 // FULL: a commit is on the disk when it returns. Times: `came` in seconds since 1970, for people; `ran` and `finished`
 // in seconds that the service had run by then. `parts` 0: not for the driver, which refuses it. `stored_as`, while it
 // is being stored: the path of the file that appears.
-constexpr const char* settings = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;";
+// The log of what was written begins anew at 1 MB: a disk may have little room.
+constexpr const char* settings =
+    "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 250;";
 constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS datagrams (
         id INTEGER PRIMARY KEY,

@@ -20,6 +20,7 @@ constexpr int busy_timeout_ms = 100;
 constexpr const char* schema = R"(
     PRAGMA journal_mode = WAL;
     PRAGMA synchronous = NORMAL;
+    PRAGMA wal_autocheckpoint = 250;
     CREATE TABLE IF NOT EXISTS registry (
         key TEXT NOT NULL COLLATE NOCASE,
         name TEXT COLLATE NOCASE,
@@ -161,8 +162,8 @@ LONG registry_database_t::check(std::string& reason) const {
 // Right after the call that failed, under the same lock.
 LONG registry_database_t::told(LONG error, const std::string& what) const {
     if (error != ERROR_SUCCESS) {
-        const std::string text =
-            what + " cannot be written to the registry " + path.native() + ": " + base::sqlite::failure_of(connection.get());
+        const std::string text = what + " cannot be written to the registry " + path.native() + ": " +
+                                 base::sqlite::failure_of(connection.get());
         std::fputs(("zpd: " + base::escaped(text) + '\n').c_str(), stderr);
     }
     return error;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <thread>
 
 #include "com/miscio/mkdir.h"
@@ -64,6 +65,7 @@ TEST_F(whole_files_test, a_reader_sees_no_part_of_a_card) {
     reader.join();
     EXPECT_EQ(whole, 10'000u);
     EXPECT_EQ(parts, 0u);
+    std::printf("files seen: %zu stored whole, %zu in part\n", whole, parts);
 }
 
 TEST_F(whole_files_test, files_are_limited_in_size_to_whatever_place) {
@@ -82,6 +84,7 @@ TEST_F(whole_files_test, files_are_limited_in_size_to_whatever_place) {
     }
     EXPECT_EQ(store(), "");
     expect_cards(2);
+    std::printf("limited in size: %zu places, cards stored whole or not at all\n", size);
 }
 
 // Each call of a store in turn, on a file system with nameless files and on one without.
@@ -107,6 +110,7 @@ TEST_F(whole_files_test, the_host_refuses_whatever_call) {
     }
     store_without("O_TMPFILE", 0, true);
     EXPECT_EQ(refused, 12u);
+    std::printf("calls refused: %zu places, %zu cards stored whole\n", refused, stored);
 }
 
 // As root, who may mount one: a file system with room for 15 cards, made full by one card more each time.

@@ -14,50 +14,14 @@
 
 namespace {
 
-std::string hex(const std::string& octets) {
-    std::string text;
-    for (const char octet : octets) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(octet));
-        text += digits;
-    }
-    return text;
-}
-
-/// The SMS-SUBMITs of a card to bob (3GPP TS 23.040 9.2.2.2), with parts of `size` octets.
-std::vector<std::string> datagrams(const std::string& card, unsigned reference, size_t size) {
-    std::vector<std::string> tpdus;
-    const size_t parts = (card.size() + size - 1) / size;
-    for (size_t part = 0; part < parts; ++part) {
-        const std::string body = card.substr(part * size, size);
-        const std::string header = {0x0B,
-                                    0x05,
-                                    0x04,
-                                    0x23,
-                                    '\xF4',
-                                    0x23,
-                                    '\xF4',
-                                    0x00,
-                                    0x03,
-                                    static_cast<char>(reference),
-                                    static_cast<char>(parts),
-                                    static_cast<char>(part + 1)};
-        const std::string length = {static_cast<char>(header.size() + body.size())};
-        tpdus.push_back(
-            "41000C91447700091020"
-            "0004" +
-            hex(std::string(length).append(header).append(body)));
-    }
-    return tpdus;
-}
-
 #ifdef ZPD_SANITIZED
 constexpr int usual_runs = 40;  // instrumented processes start ten times as slowly
 #else
 constexpr int usual_runs = 200;
 #endif
 
-/// ZPD_KILLS runs, or the usual. One card a run, submitted before the service starts or once it is ready; then the end at a moment of the receive.
+/// ZPD_KILLS runs, or the usual. One card a run, submitted before the service starts or once it is ready; then the end
+/// at a moment of the receive.
 TEST(kill, no_card_is_lost_whenever_the_service_ends) {
     const char* const told = std::getenv("ZPD_KILLS");
     const int runs = told != nullptr ? std::stoi(told) : usual_runs;
@@ -73,7 +37,7 @@ TEST(kill, no_card_is_lost_whenever_the_service_ends) {
         stored[card] = 0;
         const bool waits = upto(1) == 0;
         const auto submit = [&] {
-            for (const std::string& tpdu : datagrams(card, static_cast<unsigned>(run) & 0xFF, 100)) {
+            for (const std::string& tpdu : submissions(card, static_cast<unsigned>(run) & 0xFF, 100)) {
                 const std::string reply = sender.submit(tpdu);
                 ASSERT_NE(reply.find("+CMGS:"), std::string::npos) << reply;
             }
@@ -132,7 +96,7 @@ TEST(kill, what_arrives_at_the_end_is_stored_later) {
             ASSERT_TRUE(device->send({.octets = largest}, alice));
         }
         for (size_t i = 0; i < cards; ++i, ++sent) {
-            sender.submit(datagrams("card " + std::to_string(sent), 0, 100)[0]);
+            sender.submit(submissions("card " + std::to_string(sent), 0, 100)[0]);
         }
         EXPECT_TRUE(eventually([&] { return stored() > sent - cards; }));
         receiver.serve().signal(SIGTERM);
@@ -153,7 +117,7 @@ TEST(kill, no_card_is_lost_when_the_activation_cannot_be_stored) {
     ASSERT_TRUE(receiver.ready()) << receiver.serve().errors();
     receiver.serve().signal(SIGTERM);
     receiver.serve().wait();
-    sender.submit(datagrams("card", 0, 100)[0]);
+    sender.submit(submissions("card", 0, 100)[0]);
     sqlite3* opened = nullptr;
     sqlite3_open((receiver.home() + "/registry.sqlite").c_str(), &opened);
     const base::sqlite::connection_t registry(opened);
@@ -175,7 +139,7 @@ TEST(kill, what_is_incomplete_is_listed_and_completed_after_a_restart) {
     receiver.start({"--activate"});
     ASSERT_TRUE(receiver.ready()) << receiver.serve().errors();
     const std::string card(250, 'x');
-    const std::vector<std::string> parts = datagrams(card, 7, 100);
+    const std::vector<std::string> parts = submissions(card, 7, 100);
     sender.submit(parts[2]);
     sender.submit(parts[0]);
     const auto listed = [&](const std::string& text) {

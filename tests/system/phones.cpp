@@ -1,12 +1,15 @@
 #include "tests/system/phones.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <utility>
 
+#include "base/hex.h"
 #include "tests/incoming.h"
 
 namespace fs = std::filesystem;
@@ -75,4 +78,18 @@ std::string read_file(const fs::path& file) {
 std::string write_file(const std::string& path, const std::string& octets) {
     std::ofstream(path, std::ios::binary) << octets;
     return path;
+}
+
+std::vector<std::string> submissions(const std::string& card, unsigned reference, size_t size) {
+    std::vector<std::string> tpdus;
+    const size_t parts = std::max<size_t>((card.size() + size - 1) / size, 1);
+    for (size_t part = 0; part < parts; ++part) {
+        const std::string place = fmt::format("0003{:02X}{:02X}{:02X}", reference & 0xFF, parts, part + 1);
+        const std::string header = "050423F423F4" + (parts > 1 ? place : "");
+        const std::string body = card.substr(part * size, size);
+        const auto* const octets = reinterpret_cast<const uint8_t*>(body.data());
+        tpdus.push_back(fmt::format("41000C914477000910200004{:02X}{:02X}{}{}", 1 + header.size() / 2 + body.size(),
+                                    header.size() / 2, header, base::to_hex({octets, body.size()})));
+    }
+    return tpdus;
 }

@@ -72,3 +72,6 @@ class phone_t {
 
 std::string read_file(const std::filesystem::path& file);
 std::string write_file(const std::string& path, const std::string& octets);
+
+/// The SMS-SUBMITs of a card to bob (3GPP TS 23.040 9.2.2.2) in hexadecimal digits, with parts of `size` octets.
+std::vector<std::string> submissions(const std::string& card, unsigned reference, size_t size);

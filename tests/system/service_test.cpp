@@ -1,7 +1,6 @@
 // The life of `zpd serve`: what it refuses to start on, what it takes over from one that was killed, and what it leaves
 // alone on the modem.
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +10,6 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "base/hex.h"
 #include "client/client.h"
 #include "tests/incoming.h"
 #include "tests/network/at_host.h"
@@ -293,13 +291,6 @@ TEST(service, send_tells_of_the_cards_before_it) {
         << second.output() << second.errors();
 }
 
-/// A card of one datagram to bob.
-std::string submission(const std::string& body) {
-    const std::string octets = std::string("\x06\x05\x04\x23\xF4\x23\xF4", 7) + body;
-    return fmt::format("41000C914477000910200004{:02X}{}", octets.size(),
-                       base::to_hex({reinterpret_cast<const uint8_t*>(octets.data()), octets.size()}));
-}
-
 bool told(phone_t& phone, const std::string& words) {
     return eventually([&] { return phone.serve().errors().find(words) != std::string::npos; });
 }
@@ -312,14 +303,14 @@ TEST(service, a_card_that_is_not_stored_is_told_and_kept_where_it_can_be) {
     phone.start({"--set", "storing-again=1"});
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     EXPECT_TRUE(told(phone, "activation is off, received cards are dropped; zpd activation on"));
-    sender.submit(submission("first"));
+    sender.submit(submissions("first", 0, 100)[0]);
     EXPECT_TRUE(told(phone, "dropped a card from " + alice + ": activation is off"));
 
     ASSERT_EQ(phone.zpd({"activation", "on"}).status, 0);
     const std::filesystem::path incoming = incoming_folder(phone.home());
     std::filesystem::create_directories(incoming.parent_path());
     write_file(incoming, "a file in its place");
-    sender.submit(submission("second"));
+    sender.submit(submissions("second", 0, 100)[0]);
     EXPECT_TRUE(told(phone, "INCOMING': File exists; it is kept"));
     EXPECT_THAT(phone.zpd({"status"}).output, HasSubstr("0 stored, 1 dropped, 1 to be stored"));
     phone.serve().signal(SIGKILL);
@@ -331,9 +322,9 @@ TEST(service, a_card_that_is_not_stored_is_told_and_kept_where_it_can_be) {
     EXPECT_THAT(read_file(phone.stored()[0]), testing::EndsWith("\nsecond"));
 
     ASSERT_EQ(phone.zpd({"settings", "inbox-size", "1"}).status, 0);
-    sender.submit(submission("third"));
+    sender.submit(submissions("third", 0, 100)[0]);
     EXPECT_TRUE(eventually([&] { return phone.stored().size() == 2; }));
-    sender.submit(submission("fourth"));
+    sender.submit(submissions("fourth", 0, 100)[0]);
     EXPECT_TRUE(told(phone, "the inbox holds more than 1 files; zpd inbox remove"));
     const auto status = nlohmann::json::parse(phone.zpd({"status", "--json"}).output);
     EXPECT_EQ(status["cards"], nlohmann::json::parse(R"({"stored": 2, "dropped": 1, "kept": 0})"));
