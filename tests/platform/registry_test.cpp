@@ -1,7 +1,10 @@
+#include "platform/linux/registry.h"
+
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <array>
+#include <chrono>
 #include <vector>
 
 #include "base/sqlite.h"
@@ -191,6 +194,25 @@ TEST_F(registry_test_t, is_shared_by_processes_from_its_first_moment) {
     }
     EXPECT_EQ(ask("SELECT count(*), count(name) FROM registry"), "202|200");
     EXPECT_EQ(ask("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(registry_test_t, waits_milliseconds_for_another_program_and_ends_in_one_file) {
+    const HKEY key = create(TEXT("K"));
+    EXPECT_EQ(set(key, TEXT("before"), REG_DWORD, {1, 0, 0, 0}), 0);
+    sqlite3* opened = nullptr;
+    sqlite3_open((box / "home" / "registry.sqlite").c_str(), &opened);
+    base::sqlite::connection_t other(opened);
+    sqlite3_exec(opened, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    const auto began = std::chrono::steady_clock::now();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(set(key, TEXT("value"), REG_DWORD, {1, 0, 0, 0}), ERROR_GEN_FAILURE);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("another program holds it: end what does"));
+    EXPECT_EQ(get(key, TEXT("before")).second, (octets_t{1, 0, 0, 0})) << "reading goes on";
+    other.reset();
+    EXPECT_EQ(set(key, TEXT("value"), REG_DWORD, {1, 0, 0, 0}), 0);
+    platform::checkpoint_registry();
+    EXPECT_EQ(std::filesystem::file_size(box / "home" / "registry.sqlite-wal"), 0U) << "a copy of the file is whole";
 }
 
 TEST_F(registry_test_t, answers_with_an_error_where_the_file_is_no_registry) {
