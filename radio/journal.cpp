@@ -20,65 +20,26 @@ using base::sqlite::execution_t;
 using journal_file::group_t;
 using journal_file::row_t;
 
-// Somebody looks into the file with a tool of his own. The modem and the driver do not wait for him: what could not be
-// done is done soon after.
-constexpr int busy_timeout_ms = 100;
-
 constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
 
 }  // namespace
 
-template <typename... values_t>
-bool journal_t::run(std::string_view text, const values_t&... values) {
-    execution_t execution(statement(text));
-    int index = 0;
-    (execution.bind(++index, values), ...);
-    return execution.step() == SQLITE_DONE || fail();
-}
-
-template <typename steps_t>
-bool journal_t::transaction(const steps_t& steps) {
-    if (run("BEGIN IMMEDIATE") && steps() && run("COMMIT")) {
-        failure_told_ = false;
-        return true;
-    }
-    sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-    return false;
-}
-
-bool journal_t::fail() {
-    if (!std::exchange(failure_told_, true)) {
-        warn(fmt::format("cannot use the journal {}: {}; messages stay on the modem", file_.native(),
-                         base::sqlite::failure_of(connection_.get())));
-    }
-    return false;
-}
-
 journal_t::~journal_t() {
-    if (connection_) {
-        static_cast<void>(run("UPDATE clock SET ran = ?1", ran()));
+    if (database_.is_open()) {
+        static_cast<void>(database_.run("UPDATE clock SET ran = ?1", ran()));
     }
 }
 
 std::string journal_t::open(const std::filesystem::path& file, const bounds_t& bounds) {
     const std::lock_guard lock(mutex_);
-    file_ = file;
     bounds_ = bounds;
     opened_at_ = base::tick64();
-    sqlite3* handle = nullptr;
-    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
-    const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
-    connection_.reset(handle);
-    std::string error = result == SQLITE_OK ? journal_file::prepare(handle) : base::sqlite::failure_of(handle);
+    std::string error = database_.open(file);
     if (error.empty() && !load()) {
-        error = base::sqlite::failure_of(handle);
+        error = fmt::format("cannot read the journal {}: {}", file.native(),
+                            base::sqlite::failure_of(database_.connection()));
     }
-    if (!error.empty()) {
-        connection_.reset();
-        return fmt::format("cannot use the journal {}: {}", file.native(), error);
-    }
-    sqlite3_busy_timeout(handle, busy_timeout_ms);
-    return {};
+    return error;
 }
 
 // A kill takes back at most the time since the last datagram came or went.
@@ -87,17 +48,17 @@ bool journal_t::load() {
         return false;
     }
     execution_t counts(
-        statement("SELECT coalesce(max(id), 0) + 1, count(*) - count(finished), max((SELECT ran FROM clock), "
-                  "coalesce(max(ran), 0), coalesce(max(finished), 0)) FROM datagrams"));
-    if (counts.step() != SQLITE_ROW || !journal_file::read(connection_.get(), groups_)) {
+        database_.statement("SELECT coalesce(max(id), 0) + 1, count(*) - count(finished), max((SELECT ran FROM clock), "
+                            "coalesce(max(ran), 0), coalesce(max(finished), 0)) FROM datagrams"));
+    if (counts.step() != SQLITE_ROW || !journal_file::read(database_.connection(), groups_)) {
         return false;
     }
     next_id_ = counts.number(0);
     incomplete_ = static_cast<size_t>(counts.number(1));
     constexpr int64_t most = int64_t{1} << 40;  // somebody else's number
     ran_before_ = std::clamp<int64_t>(counts.number(2), 0, most);
-    execution_t alone(
-        statement("SELECT id, sender, parts FROM datagrams WHERE parts < 2 AND finished IS NULL ORDER BY id"));
+    execution_t alone(database_.statement(
+        "SELECT id, sender, parts FROM datagrams WHERE parts < 2 AND finished IS NULL ORDER BY id"));
     int result = 0;
     while ((result = alone.step()) == SQLITE_ROW) {
         become_whole({{alone.number(0)}, alone.text(1), alone.number(2) == 0});
@@ -112,20 +73,12 @@ int64_t journal_t::ran() const {
     return ran_before_ + static_cast<int64_t>((base::tick64() - opened_at_) / 1000);
 }
 
-// Each is prepared once.
-const base::sqlite::statement_t& journal_t::statement(std::string_view text) {
-    const auto known = statements_.find(text);
-    return known != statements_.end()
-               ? known->second
-               : statements_.emplace(text, base::sqlite::prepare(connection_.get(), text)).first->second;
-}
-
 bool journal_t::take(std::span<const arrival_t> arrivals) {
     const std::lock_guard lock(mutex_);
     std::vector<row_t> taken;
     std::vector<const arrival_t*> sources;
     const int64_t first_id = next_id_;
-    const bool done = transaction([&] {
+    const bool done = database_.transaction([&] {
         return std::ranges::all_of(arrivals, [&](const arrival_t& arrival) {
             const size_t before = taken.size();
             const bool kept = take_one(arrival, taken);
@@ -158,24 +111,26 @@ bool journal_t::take_one(const arrival_t& arrival, std::vector<row_t>& taken) {
     row_t row = journal_file::row_of(arrival, next_id_, std::time(nullptr), ran());
     const std::optional<bool> known = is_known(arrival);
     if (!known) {
-        return fail();
+        return database_.fail();
     }
     if (*known) {
         tell_copy(arrival, row.sender);
-        return run("UPDATE datagrams SET finished = ?2 WHERE identity = ?1 AND finished IS NOT NULL",
-                   arrival.card.identity, row.ran);
+        return database_.run("UPDATE datagrams SET finished = ?2 WHERE identity = ?1 AND finished IS NOT NULL",
+                             arrival.card.identity, row.ran);
     }
     if (in_whole_ + taken.size() >= bounds_.datagrams) {
-        return refuse();
+        return database_.fail(fmt::format(
+            "the journal holds {} datagrams of cards that cannot be stored; messages stay on the modem", in_whole_));
     }
     next_id_ += 1;
     taken.push_back(std::move(row));
-    return journal_file::insert(statement(journal_file::insertion), arrival, taken.back()) == SQLITE_DONE || fail();
+    return journal_file::insert(database_.statement(journal_file::insertion), arrival, taken.back()) == SQLITE_DONE ||
+           database_.fail();
 }
 
 // None when the file cannot be read.
 std::optional<bool> journal_t::is_known(const arrival_t& arrival) {
-    execution_t query(statement("SELECT 1 FROM datagrams WHERE identity = ?1"));
+    execution_t query(database_.statement("SELECT 1 FROM datagrams WHERE identity = ?1"));
     query.bind(1, arrival.card.identity);
     const int found = query.step();
     return found == SQLITE_ROW || found == SQLITE_DONE ? std::optional(found == SQLITE_ROW) : std::nullopt;
@@ -190,14 +145,6 @@ void journal_t::tell_copy(const arrival_t& arrival, const std::string& sender) {
     if (told_copies_.insert(arrival.card.identity).second) {
         warn(fmt::format("a datagram from {} came again; it is not handed over twice", sender));
     }
-}
-
-bool journal_t::refuse() {
-    if (!std::exchange(failure_told_, true)) {
-        warn(fmt::format("the journal holds {} datagrams of cards that cannot be stored; messages stay on the modem",
-                         in_whole_));
-    }
-    return false;
 }
 
 void journal_t::file_away(const row_t& row, std::string body) {
@@ -241,7 +188,7 @@ std::optional<journal_t::message_t> journal_t::next(int64_t after) {
             return message;
         }
         if (result != SQLITE_DONE) {
-            fail();
+            database_.fail();
             return std::nullopt;
         }
         warn(fmt::format("a message from {} is no longer in the journal", whole.sender));
@@ -254,7 +201,7 @@ std::optional<journal_t::message_t> journal_t::next(int64_t after) {
 // SQLITE_ROW when all is there, SQLITE_DONE when somebody took a row away, or an error.
 int journal_t::read(const whole_t& whole, message_t& message) {
     for (const int64_t id : whole.ids) {
-        execution_t query(statement("SELECT technology, octets FROM datagrams WHERE id = ?1"));
+        execution_t query(database_.statement("SELECT technology, octets FROM datagrams WHERE id = ?1"));
         query.bind(1, id);
         if (const int result = query.step(); result != SQLITE_ROW) {
             return result;
@@ -278,21 +225,13 @@ void journal_t::finish(int64_t number) {
     }
 }
 
-// A transaction that does not wait for the disk: a loss of power that takes it back costs nothing, the message is
-// handed over once more. The next datagram that is taken puts it there.
-template <typename steps_t>
-bool journal_t::soon(const steps_t& steps) {
-    sqlite3_exec(connection_.get(), "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
-    const bool done = transaction(steps);
-    sqlite3_exec(connection_.get(), "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
-    return done;
-}
-
+// A loss of power that takes the note back costs nothing: the message is handed over once more.
 bool journal_t::note(const whole_t& whole) {
-    return soon([&] {
+    return database_.soon([&] {
         return std::ranges::all_of(whole.ids, [&](int64_t id) {
-            return whole.refused ? run("DELETE FROM datagrams WHERE id = ?1", id)
-                                 : run("UPDATE datagrams SET finished = ?2, stored_as = NULL WHERE id = ?1", id, ran());
+            return whole.refused
+                       ? database_.run("DELETE FROM datagrams WHERE id = ?1", id)
+                       : database_.run("UPDATE datagrams SET finished = ?2, stored_as = NULL WHERE id = ?1", id, ran());
         });
     });
 }
@@ -303,9 +242,10 @@ void journal_t::about_to_be_stored(int64_t number, const std::filesystem::path& 
     if (whole == whole_.end()) {
         return;
     }
-    static_cast<void>(soon([&] {
+    static_cast<void>(database_.soon([&] {
         return std::ranges::all_of(whole->second.ids, [&](int64_t id) {
-            return run("UPDATE datagrams SET stored_as = ?2 WHERE id = ?1", id, std::string_view(path.native()));
+            return database_.run("UPDATE datagrams SET stored_as = ?2 WHERE id = ?1", id,
+                                 std::string_view(path.native()));
         });
     }));
 }
@@ -314,7 +254,7 @@ void journal_t::about_to_be_stored(int64_t number, const std::filesystem::path& 
 bool journal_t::note_what_was_stored() {
     std::set<std::string> paths;
     {
-        execution_t query(statement("SELECT DISTINCT stored_as FROM datagrams WHERE stored_as IS NOT NULL"));
+        execution_t query(database_.statement("SELECT DISTINCT stored_as FROM datagrams WHERE stored_as IS NOT NULL"));
         int result = 0;
         while ((result = query.step()) == SQLITE_ROW) {
             paths.insert(query.text(0));
@@ -323,14 +263,14 @@ bool journal_t::note_what_was_stored() {
             return false;
         }
     }
-    return paths.empty() || transaction([&] {
-               return std::ranges::all_of(paths, [&](const std::string& path) {
-                   std::error_code ignored;
-                   return !std::filesystem::exists(path, ignored) ||
-                          run("UPDATE datagrams SET finished = ran, stored_as = NULL WHERE stored_as = ?1",
-                              std::string_view(path));
-               });
-           });
+    return paths.empty() || database_.transaction([&] {
+        return std::ranges::all_of(paths, [&](const std::string& path) {
+            std::error_code ignored;
+            return !std::filesystem::exists(path, ignored) ||
+                   database_.run("UPDATE datagrams SET finished = ran, stored_as = NULL WHERE stored_as = ?1",
+                                 std::string_view(path));
+        });
+    });
 }
 
 void journal_t::look_again() {
@@ -402,9 +342,9 @@ bool journal_t::drop_of_the_greediest(size_t most) {
 }
 
 bool journal_t::drop(const std::string& message, const incomplete_t& incomplete, std::string_view reason) {
-    const bool done = transaction([&] {
-        return std::ranges::all_of(incomplete.ids,
-                                   [&](int64_t id) { return run("DELETE FROM datagrams WHERE id = ?1", id); });
+    const bool done = database_.transaction([&] {
+        return std::ranges::all_of(
+            incomplete.ids, [&](int64_t id) { return database_.run("DELETE FROM datagrams WHERE id = ?1", id); });
     });
     if (!done) {
         return false;
@@ -440,7 +380,8 @@ void journal_t::expire() {
             return;
         }
     }
-    static_cast<void>(transaction([&] { return forget_gone(until) && run("UPDATE clock SET ran = ?1", ran()); }));
+    static_cast<void>(
+        database_.transaction([&] { return forget_gone(until) && database_.run("UPDATE clock SET ran = ?1", ran()); }));
     std::erase_if(groups_, [](const auto& group) { return group.second.records.empty(); });
 }
 
@@ -448,9 +389,9 @@ void journal_t::expire() {
 bool journal_t::forget_gone(int64_t until) {
     std::map<std::string, std::set<int64_t>> forgotten;
     {
-        execution_t query(
-            statement("SELECT id, message FROM datagrams WHERE finished <= ?1 OR id IN (SELECT id FROM datagrams "
-                      "WHERE finished IS NOT NULL ORDER BY finished DESC, id DESC LIMIT -1 OFFSET ?2)"));
+        execution_t query(database_.statement(
+            "SELECT id, message FROM datagrams WHERE finished <= ?1 OR id IN (SELECT id FROM datagrams "
+            "WHERE finished IS NOT NULL ORDER BY finished DESC, id DESC LIMIT -1 OFFSET ?2)"));
         query.bind(1, until);
         query.bind(2, static_cast<int64_t>(bounds_.datagrams));
         int result = 0;
@@ -458,12 +399,12 @@ bool journal_t::forget_gone(int64_t until) {
             forgotten[query.text(1)].insert(query.number(0));
         }
         if (result != SQLITE_DONE) {
-            return fail();
+            return database_.fail();
         }
     }
     for (const auto& [message, ids] : forgotten) {
         for (const int64_t id : ids) {
-            if (!run("DELETE FROM datagrams WHERE id = ?1", id)) {
+            if (!database_.run("DELETE FROM datagrams WHERE id = ?1", id)) {
                 return false;
             }
         }
@@ -477,14 +418,14 @@ bool journal_t::forget_gone(int64_t until) {
 
 bool journal_t::keep_text(size_t length, std::string_view pdu) {
     const std::lock_guard lock(mutex_);
-    return transaction([&] {
-        if (!run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", int64_t{std::time(nullptr)},
-                 static_cast<int64_t>(length), pdu) ||
-            !run("DELETE FROM texts WHERE id <= (SELECT max(id) FROM texts) - ?1",
-                 static_cast<int64_t>(bounds_.datagrams))) {
+    return database_.transaction([&] {
+        if (!database_.run("INSERT INTO texts (came, length, pdu) VALUES (?1, ?2, ?3)", int64_t{std::time(nullptr)},
+                           static_cast<int64_t>(length), pdu) ||
+            !database_.run("DELETE FROM texts WHERE id <= (SELECT max(id) FROM texts) - ?1",
+                           static_cast<int64_t>(bounds_.datagrams))) {
             return false;
         }
-        if (sqlite3_changes(connection_.get()) > 0) {
+        if (sqlite3_changes(database_.connection()) > 0) {
             warn(fmt::format("dropped a message that is no card: the journal holds {} of them", bounds_.datagrams));
         }
         return true;
@@ -493,10 +434,10 @@ bool journal_t::keep_text(size_t length, std::string_view pdu) {
 
 std::optional<journal_t::text_t> journal_t::first_text() {
     const std::lock_guard lock(mutex_);
-    execution_t query(statement("SELECT id, length, pdu FROM texts ORDER BY id LIMIT 1"));
+    execution_t query(database_.statement("SELECT id, length, pdu FROM texts ORDER BY id LIMIT 1"));
     const int result = query.step();
     if (result != SQLITE_ROW) {
-        static_cast<void>(result == SQLITE_DONE || fail());
+        static_cast<void>(result == SQLITE_DONE || database_.fail());
         return std::nullopt;
     }
     return text_t{query.number(0), static_cast<size_t>(query.number(1)), query.text(2)};
@@ -504,7 +445,7 @@ std::optional<journal_t::text_t> journal_t::first_text() {
 
 bool journal_t::forget_text(int64_t id) {
     const std::lock_guard lock(mutex_);
-    return run("DELETE FROM texts WHERE id = ?1", id);
+    return database_.run("DELETE FROM texts WHERE id = ?1", id);
 }
 
 journal_t::counts_t journal_t::counts() {

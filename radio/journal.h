@@ -22,7 +22,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/sqlite.h"
+#include "radio/journal_database.h"
 #include "radio/journal_file.h"
 
 namespace radio {
@@ -102,32 +102,20 @@ class journal_t {
     bool take_one(const arrival_t& arrival, std::vector<journal_file::row_t>& taken);
     std::optional<bool> is_known(const arrival_t& arrival);
     void tell_copy(const arrival_t& arrival, const std::string& sender);
-    bool refuse();
     void file_away(const journal_file::row_t& row, std::string body);
     void assemble(const std::string& message, journal_file::group_t& group);
     void become_whole(whole_t whole);
     int read(const whole_t& whole, message_t& message);
     bool note(const whole_t& whole);
-    template <typename steps_t>
-    bool soon(const steps_t& steps);
     [[nodiscard]] bool note_what_was_stored();
     void keep_bounds();
     bool drop_of_the_greediest(size_t most);
     bool drop(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);
     bool forget_gone(int64_t until);
     [[nodiscard]] int64_t ran() const;
-    /// One statement that gives no rows; false, and told, when it fails.
-    template <typename... values_t>
-    bool run(std::string_view text, const values_t&... values);
-    template <typename steps_t>
-    bool transaction(const steps_t& steps);
-    bool fail();
-    const base::sqlite::statement_t& statement(std::string_view text);
 
     std::mutex mutex_;  // guards all below
-    base::sqlite::connection_t connection_;
-    std::map<std::string, base::sqlite::statement_t, std::less<>> statements_;  // by their texts
-    std::filesystem::path file_;
+    journal_database_t database_;
     bounds_t bounds_;
     int64_t next_id_ = 1;
     size_t incomplete_ = 0;  // datagrams in the file that wait for others
@@ -142,7 +130,6 @@ class journal_t {
     uint64_t opened_at_ = 0;                                       // on tick64
     size_t given_up_ = 0;                                          // see counts_t
     std::set<air::octets_t> told_copies_;                          // by identity
-    bool failure_told_ = false;
 };
 
 }  // namespace radio

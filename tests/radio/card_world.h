@@ -110,7 +110,7 @@ class card_world_t {
     void open() {
         journal_.emplace();
         const radio::journal_t::bounds_t bounds{
-            .age = 200'000, .datagrams = 20'000, .rules = {.close = 30, .wait = 120, .apart = 86'400}};
+            .age = 200'000, .datagrams = 4'000, .rules = {.close = 30, .wait = 120, .apart = 86'400}};
         if (!journal_->open(file_, bounds).empty()) {
             std::abort();
         }

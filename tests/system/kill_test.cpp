@@ -32,6 +32,7 @@ TEST(kill, no_card_is_lost_whenever_the_service_ends) {
     std::mt19937 random(20261121);  // NOLINT(bugprone-random-generator-seed): the runs are to be the same each time
     const auto upto = [&](unsigned most) { return std::uniform_int_distribution<unsigned>(0, most)(random); };
     std::map<std::string, int> stored;
+    int kills = 0;
     for (int run = 0; run < runs; ++run) {
         const std::string card = "card " + std::to_string(run) + std::string(upto(400), '.');
         stored[card] = 0;
@@ -51,9 +52,12 @@ TEST(kill, no_card_is_lost_whenever_the_service_ends) {
             submit();
         }
         std::this_thread::sleep_for(std::chrono::microseconds(upto(waits ? 200'000 : 30'000)));
-        const bool killed = upto(1) == 0;
+        const bool killed = upto(3) != 0;
         receiver.serve().signal(killed ? SIGKILL : SIGTERM);
-        ASSERT_EQ(receiver.serve().wait(), killed ? 128 + SIGKILL : 0);
+        const std::optional<int> end = receiver.serve().wait();
+        const bool was_too_early = end == 128 + SIGTERM;  // for a service that does not listen to signals yet
+        ASSERT_TRUE(was_too_early || end == (killed ? 128 + SIGKILL : 0)) << end.value_or(-1);
+        kills += killed || was_too_early ? 1 : 0;
     }
     receiver.start({"--activate"});
     const auto count = [&] {
@@ -74,7 +78,7 @@ TEST(kill, no_card_is_lost_whenever_the_service_ends) {
         twice += copies > 1 ? 1 : 0;
     }
     EXPECT_EQ(twice, 0);
-    std::printf("%d ends, %zu cards stored, %d of them twice\n", runs, count(), twice);
+    std::printf("%d ends, %d of them kills: %zu cards stored, %d of them twice\n", runs, kills, count(), twice);
 }
 
 // The driver is slow to end with so much in its queue; what arrives meanwhile is for the next start.
