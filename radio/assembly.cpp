@@ -222,4 +222,14 @@ std::vector<incomplete_t> incomplete(const records_t& records, const rules_t& ru
     return all;
 }
 
+std::vector<const record_t*> left_over(const records_t& records) {
+    std::vector<const record_t*> all;
+    for (const record_t& record : records) {
+        if (!record.gone && repeats(record, records)) {
+            all.push_back(&record);
+        }
+    }
+    return all;
+}
+
 }  // namespace radio::assembly

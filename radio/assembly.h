@@ -65,4 +65,7 @@ struct incomplete_t {
 };
 std::vector<incomplete_t> incomplete(const records_t& records, const rules_t& rules);
 
+/// What waits and repeats what has gone. It must not be known longer than that: it would be taken for something new.
+std::vector<const record_t*> left_over(const records_t& records);
+
 }  // namespace radio::assembly

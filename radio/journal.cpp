@@ -385,33 +385,48 @@ void journal_t::expire() {
     std::erase_if(groups_, [](const auto& group) { return group.second.records.empty(); });
 }
 
-// What has gone is known for as long as what waits, and as many.
+// What has gone is known for as long as what waits, and as many; longer where something that came later repeats it.
 bool journal_t::forget_gone(int64_t until) {
     std::map<std::string, std::set<int64_t>> forgotten;
+    int64_t latest = 0;
     {
         execution_t query(database_.statement(
-            "SELECT id, message FROM datagrams WHERE finished <= ?1 OR id IN (SELECT id FROM datagrams "
+            "SELECT id, message, finished FROM datagrams WHERE finished <= ?1 OR id IN (SELECT id FROM datagrams "
             "WHERE finished IS NOT NULL ORDER BY finished DESC, id DESC LIMIT -1 OFFSET ?2)"));
         query.bind(1, until);
         query.bind(2, static_cast<int64_t>(bounds_.datagrams));
         int result = 0;
         while ((result = query.step()) == SQLITE_ROW) {
             forgotten[query.text(1)].insert(query.number(0));
+            latest = std::max(latest, query.number(2));
         }
         if (result != SQLITE_DONE) {
             return database_.fail();
         }
     }
-    for (const auto& [message, ids] : forgotten) {
-        for (const int64_t id : ids) {
-            if (!database_.run("DELETE FROM datagrams WHERE id = ?1", id)) {
-                return false;
-            }
+    return std::ranges::all_of(forgotten,
+                               [&](auto& of_message) { return forget(of_message.first, of_message.second, latest); });
+}
+
+bool journal_t::forget(const std::string& message, std::set<int64_t>& ids, int64_t latest) {
+    const auto group = groups_.find(message);
+    if (group != groups_.end()) {
+        const std::vector<const assembly::record_t*> left_over = assembly::left_over(group->second.records);
+        if (std::ranges::any_of(left_over, [&](const auto* record) { return record->came > latest; })) {
+            return true;
         }
-        if (const auto group = groups_.find(message); group != groups_.end()) {
-            std::erase_if(group->second.records,
-                          [&, &gone = ids](const auto& record) { return gone.contains(record.id); });
+        for (const assembly::record_t* record : left_over) {
+            ids.insert(record->id);
         }
+        incomplete_ -= left_over.size();
+    }
+    for (const int64_t id : ids) {
+        if (!database_.run("DELETE FROM datagrams WHERE id = ?1", id)) {
+            return false;
+        }
+    }
+    if (group != groups_.end()) {
+        std::erase_if(group->second.records, [&](const assembly::record_t& record) { return ids.contains(record.id); });
     }
     return true;
 }

@@ -112,6 +112,7 @@ class journal_t {
     bool drop_of_the_greediest(size_t most);
     bool drop(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);
     bool forget_gone(int64_t until);
+    bool forget(const std::string& message, std::set<int64_t>& ids, int64_t latest);
     [[nodiscard]] int64_t ran() const;
 
     std::mutex mutex_;  // guards all below
