@@ -193,7 +193,8 @@ TEST(soak, killed_senders_leave_whole_cards_only) {
         thread.join();
     }
     size_t told = 0;
-    for (const auto& [card, sent] : cards) {
+    for (const auto& [name, sent] : cards) {
+        const std::string& card = name;
         told += sent ? 1 : 0;
         EXPECT_TRUE(!sent || eventually([&] { return stored_cards(receiver).contains(card); })) << "lost";
     }
