@@ -14,7 +14,8 @@ std::string arrivals_t::watch() {
     std::error_code failed;
     std::filesystem::create_directories(inbox_.path(), failed);
     events_ = base::descriptor_t(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (inotify_add_watch(events_.get(), inbox_.path().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+    // A stored card is whole when its name appears, by a link or a rename.
+    if (inotify_add_watch(events_.get(), inbox_.path().c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
         return fmt::format("cannot watch {}: {}", inbox_.path().native(), base::errno_text(errno));
     }
     return {};
