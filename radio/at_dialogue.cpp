@@ -92,7 +92,10 @@ void at_dialogue_t::take_pdu(const std::string& text) {
     if (in_progress_ && reply_.entry_sent && text == command_.entry) {
         return;  // echo
     }
-    if (delivery_ && (delivery_is_latest_ || !reply_waits_for_pdu_)) {
+    if (in_progress_ && is_reply(text)) {  // a number that a command asked for
+        reply_.lines.push_back({text, {}});
+        reply_size_ += text.size();
+    } else if (delivery_ && (delivery_is_latest_ || !reply_waits_for_pdu_)) {
         delivery_->pdu = text;
         unsolicited_.push_back(*std::exchange(delivery_, std::nullopt));
         delivery_is_latest_ = false;
