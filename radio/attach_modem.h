@@ -7,10 +7,13 @@
 #include <functional>
 #include <string>
 
+#include "radio/line_settings.h"
+
 namespace radio {
 
 struct modem_options_t {
     std::string tty;
+    line_settings_t line{};
     /// Holds the SIM's PIN in its first line; empty for none.
     std::filesystem::path pin_file{};
     /// The parameters of AT+CNMI that a user insists on; empty to choose from what the modem offers.

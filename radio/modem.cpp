@@ -31,7 +31,7 @@ std::string modem_t::start(const modem_options_t& options) {
     mailbox_.on_drop(options_.on_drop);
     std::string error = mailbox_.open();
     if (error.empty()) {
-        error = tty_.open(options_.tty);
+        error = tty_.open(options_.tty, options_.line);
     }
     if (error.empty()) {
         error = connect();
@@ -123,7 +123,7 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         jobs_.post([this] { mailbox_.acknowledge(true); });
     } else if (text.starts_with("+CMGS:")) {
         submitter_.take_late_result(text);
-    } else if (!registration_.take(text)) {
+    } else if (!identity_.take(text) && !registration_.take(text)) {
         warn_of_unknown(text);
     }
 }
@@ -171,7 +171,7 @@ std::string modem_t::set_up() {
 
 // What the rest relies on, each step on those before it.
 bool modem_t::set_up(setup_inquiry_t& inquiry) {
-    if (!inquiry.ask("AT+CMEE=1") || !registration_.set_up_technology(inquiry) ||
+    if (!inquiry.ask("AT+CMEE=1") || !identity_.set_up(inquiry) || !registration_.set_up_technology(inquiry) ||
         !sim_.set_up(inquiry, !registration_.only_cdma())) {
         return false;
     }
@@ -216,7 +216,7 @@ void modem_t::tell_loss() {
 
 // That the tty is not there yet is no news; that the modem on it cannot be set up is, once a reason.
 void modem_t::look_again() {
-    if (tty_.open(present_path()).empty()) {
+    if (tty_.open(present_path(), options_.line).empty()) {
         const std::string error = connect();
         if (error.empty()) {
             loss_told_ = false;

@@ -18,6 +18,7 @@
 #include "radio/callbacks.h"
 #include "radio/job_queue.h"
 #include "radio/mailbox.h"
+#include "radio/modem_identity.h"
 #include "radio/modem_link.h"
 #include "radio/registration_watch.h"
 #include "radio/sim.h"
@@ -75,6 +76,7 @@ class modem_t {
     modem_link_t link_;
     job_queue_t jobs_;
 
+    modem_identity_t identity_;
     sim_t sim_;
     registration_watch_t registration_;
     announcements_t announcements_;

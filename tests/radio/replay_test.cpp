@@ -112,7 +112,7 @@ TEST_P(replay, urc_inside_response) {
 
 TEST_P(replay, told_by_the_doctor) {
     load(pace_t::whole, false);
-    const radio::diagnosis_t found = radio::diagnose(modem.tty(), [] { return false; });
+    const radio::diagnosis_t found = radio::diagnose({modem.tty()}, [] { return false; });
     EXPECT_EQ(found.maker, recorded.outcome.at("maker"));
     EXPECT_EQ(found.model, recorded.outcome.at("model"));
 }
