@@ -68,6 +68,11 @@ void add_modem_options(CLI::App* command, radio::modem_options_t& modem) {
         ->type_name("KIND")
         ->check(CLI::IsMember(std::vector<std::string>{"none", "hardware"}).description(""))
         ->default_str("none");
+    command
+        ->add_option("--trace", modem.trace,
+                     "record what the modem and the radio say; numbers and messages are in it, the PIN is not")
+        ->type_name("FILE")
+        ->check(not_empty("the name of the trace"));
 }
 
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {

@@ -27,7 +27,7 @@ CLI::Validator not_empty(const std::string& what);
 void add_device_option(CLI::App* command, context_t& context);
 void add_home_option(CLI::App* command, context_t& context);
 void add_json_option(CLI::App* command, context_t& context);
-/// --modem, --baud and --flow; the options outlive the command.
+/// --modem, --baud, --flow and --trace; the options outlive the command.
 void add_modem_options(CLI::App* command, radio::modem_options_t& modem);
 
 /// Runs `use` on a connection to the device, or tells why there is none.

@@ -20,6 +20,8 @@ struct modem_options_t {
     std::string announcement{};
     /// Holds links with lasting names to ttys whose own names change.
     std::filesystem::path links = "/dev/serial/by-id";
+    /// A record of the dialogue begins there (trace.h); empty for none.
+    std::filesystem::path trace{};
     /// Told of each card that the driver took and did not store, and of whom it was; on a thread that may call the
     /// driver. Empty for nobody.
     std::function<void(const std::string& sender)> on_drop{};

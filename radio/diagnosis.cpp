@@ -59,7 +59,7 @@ class examination_t : public inquiry_t {
         : options_(options),
           path_(options.tty),
           cancelled_(cancelled),
-          link_(tty_, [this](const modem_line_t& line) { between_.push_back(line.text); }) {}
+          link_(tty_, trace_, [this](const modem_line_t& line) { between_.push_back(line.text); }) {}
 
     diagnosis_t run() {
         if (reach()) {
@@ -108,6 +108,10 @@ class examination_t : public inquiry_t {
     }
 
     bool reach() {
+        if (std::string error = options_.trace.empty() ? "" : trace_.open(options_.trace); !error.empty()) {
+            hinder(std::move(error), {});
+            return false;
+        }
         if (std::string error = tty_.open(path_, options_.line); !error.empty()) {
             hinder(std::move(error), tty_advice(path_));
             return false;
@@ -385,6 +389,7 @@ class examination_t : public inquiry_t {
     const std::function<bool()>& cancelled_;
     std::vector<std::string> between_;  // lines since the last question that belong to no reply
     tty_t tty_;
+    trace_t trace_;
     modem_link_t link_;
     diagnosis_t found_;
     networks_t networks_;

@@ -43,7 +43,7 @@ struct diagnosis_t {
     [[nodiscard]] bool usable() const;
 };
 
-/// Of the options, the tty and its line count. Takes the tty for as long as it lasts: mostly a second, and
+/// Of the options, the tty, its line and the trace count. Takes the tty for as long as it lasts: mostly a second, and
 /// some more where the modem is silent. `cancelled` is asked between the questions, and leaves out the rest of them.
 diagnosis_t diagnose(const modem_options_t& options, const std::function<bool()>& cancelled);
 

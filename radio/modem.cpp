@@ -13,7 +13,7 @@ namespace radio {
 
 modem_t::modem_t(callbacks_t& callbacks)
     : callbacks_(callbacks),
-      link_(tty_, [this](const modem_line_t& line) { take_unsolicited(line); }),
+      link_(tty_, trace_, [this](const modem_line_t& line) { take_unsolicited(line); }),
       jobs_([this] { link_.wake(); }),
       sim_(options_),
       registration_(link_, jobs_, [this](DWORD type) { tell_system_type(type); }),
@@ -30,6 +30,9 @@ std::string modem_t::start(const modem_options_t& options) {
     lasting_path_ = link_to(options_.tty, options_.links);
     mailbox_.on_drop(options_.on_drop);
     std::string error = mailbox_.open();
+    if (error.empty() && !options_.trace.empty()) {
+        error = trace_.open(options_.trace);
+    }
     if (error.empty()) {
         error = tty_.open(options_.tty, options_.line);
     }

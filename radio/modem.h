@@ -73,6 +73,7 @@ class modem_t {
     callbacks_t& callbacks_;
     modem_options_t options_;
     tty_t tty_;
+    trace_t trace_;
     modem_link_t link_;
     job_queue_t jobs_;
 
