@@ -52,6 +52,29 @@ std::function<int()> on_home(const context_t& context, const std::function<int()
     };
 }
 
+void add_modem_options(CLI::App* command, radio::modem_options_t& modem) {
+    command->add_option("--modem", modem.tty, "the modem's tty")
+        ->type_name("TTY")
+        ->check(not_empty("the modem's tty"))
+        ->required();
+    command->add_option("--baud", modem.line.baud, "the rate of the modem's line; a USB modem has none")
+        ->type_name("N")
+        ->check(CLI::IsMember(radio::baud_rates()).description(""))
+        ->default_str(std::to_string(radio::line_settings_t::usual_baud));
+    command
+        ->add_option_function<std::string>(
+            "--flow", [&modem](const std::string& flow) { modem.line.hardware_flow = flow == "hardware"; },
+            "the flow control of the line: none, or hardware (RTS and CTS)")
+        ->type_name("KIND")
+        ->check(CLI::IsMember(std::vector<std::string>{"none", "hardware"}).description(""))
+        ->default_str("none");
+    command
+        ->add_option("--trace", modem.trace,
+                     "record what the modem and the radio say; numbers and messages are in it, the PIN is not")
+        ->type_name("FILE")
+        ->check(not_empty("the name of the trace"));
+}
+
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {
     auto connection = client::client_t::connect(context.device);
     if (!connection) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "client/client.h"
+#include "radio/attach_modem.h"
 
 struct context_t {
     std::string device;
@@ -26,6 +27,8 @@ CLI::Validator not_empty(const std::string& what);
 void add_device_option(CLI::App* command, context_t& context);
 void add_home_option(CLI::App* command, context_t& context);
 void add_json_option(CLI::App* command, context_t& context);
+/// --modem, --baud, --flow and --trace; the options outlive the command.
+void add_modem_options(CLI::App* command, radio::modem_options_t& modem);
 
 /// Runs `use` on a connection to the device, or tells why there is none.
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use);

@@ -106,11 +106,8 @@ ordered_json as_json(const diagnosis_t& found) {
 void add_doctor_command(CLI::App& app, context_t& context) {
     auto* command =
         app.add_subcommand("doctor", "Tell what a modem is, and what keeps cards from being sent or received");
-    const auto modem = std::make_shared<std::string>();
-    command->add_option("--modem", *modem, "the modem's tty")
-        ->type_name("TTY")
-        ->check(not_empty("the modem's tty"))
-        ->required();
+    const auto modem = std::make_shared<radio::modem_options_t>();
+    add_modem_options(command, *modem);
     add_json_option(command, context);
     command->footer(
         "Asks the modem, and changes nothing on it: no PIN is entered, no message read or deleted.\n"

@@ -20,10 +20,7 @@ void set_limits(const std::vector<std::string>& assignments) {
 void add_serve_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("serve", "Run the driver on a modem, its device open to the other commands");
     const auto options = std::make_shared<serve_options_t>();
-    command->add_option("--modem", options->modem.tty, "the modem's tty")
-        ->type_name("TTY")
-        ->check(not_empty("the modem's tty"))
-        ->required();
+    add_modem_options(command, options->modem);
     add_home_option(command, context);
     add_device_option(command, context);
     command->add_option("--group", options->group, "let the members of this group use the device too")

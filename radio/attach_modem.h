@@ -7,10 +7,13 @@
 #include <functional>
 #include <string>
 
+#include "radio/line_settings.h"
+
 namespace radio {
 
 struct modem_options_t {
     std::string tty;
+    line_settings_t line{};
     /// Holds the SIM's PIN in its first line; empty for none.
     std::filesystem::path pin_file{};
     /// The PIN is entered also where the modem does not tell how many tries it has left.
@@ -19,6 +22,8 @@ struct modem_options_t {
     std::string announcement{};
     /// Holds links with lasting names to ttys whose own names change.
     std::filesystem::path links = "/dev/serial/by-id";
+    /// A record of the dialogue begins there (trace.h); empty for none.
+    std::filesystem::path trace{};
     /// Told of each card that the driver took and did not store, and of whom it was; on a thread that may call the
     /// driver. Empty for nobody.
     std::function<void(const std::string& sender)> on_drop{};

@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 
 #include "radio/announcements.h"
 #include "radio/diagnosis_words.h"
 #include "radio/inquiry.h"
 #include "radio/mailbox.h"
+#include "radio/modem_identity.h"
 #include "radio/modem_link.h"
 #include "radio/registration_watch.h"
 #include "radio/sim.h"
@@ -39,11 +39,6 @@ std::string text_in(const std::string& line, size_t place) {
     return place < values.size() ? values[place].text : std::string();
 }
 
-// Of the lines without a name before them: what modems say by themselves begins with a sign, save of calls.
-bool is_identity(const std::string& line) {
-    return std::isalnum(static_cast<unsigned char>(line[0])) != 0 && line != "RING" && line != "NO CARRIER";
-}
-
 // What to do about a tty that cannot be taken. Where another program has it, the error itself says it.
 std::string tty_advice(const std::string& path) {
     struct stat status {};
@@ -60,10 +55,11 @@ std::string tty_advice(const std::string& path) {
 
 class examination_t : public inquiry_t {
   public:
-    examination_t(const std::string& path, const std::function<bool()>& cancelled)
-        : path_(path),
+    examination_t(const modem_options_t& options, const std::function<bool()>& cancelled)
+        : options_(options),
+          path_(options.tty),
           cancelled_(cancelled),
-          link_(tty_, [this](const modem_line_t& line) { between_.push_back(line.text); }) {}
+          link_(tty_, trace_, [this](const modem_line_t& line) { between_.push_back(line.text); }) {}
 
     diagnosis_t run() {
         if (reach()) {
@@ -114,7 +110,11 @@ class examination_t : public inquiry_t {
     }
 
     bool reach() {
-        if (std::string error = tty_.open(path_); !error.empty()) {
+        if (std::string error = options_.trace.empty() ? "" : trace_.open(options_.trace); !error.empty()) {
+            hinder(std::move(error), {});
+            return false;
+        }
+        if (std::string error = tty_.open(path_, options_.line); !error.empty()) {
             hinder(std::move(error), tty_advice(path_));
             return false;
         }
@@ -147,7 +147,7 @@ class examination_t : public inquiry_t {
     // 3GPP TS 27.007 5.1 to 5.4: a bare line; some modems put the command's name before it, or quotation marks around.
     bool read_identity(const std::string& command, std::string& text) {
         const std::optional<reply_t> reply = ask(command, std::string_view(command).substr(2));
-        const auto bare = std::ranges::find_if(between_, is_identity);
+        const auto bare = std::ranges::find_if(between_, is_bare_answer);
         if (reply && reply->ok() && (!reply->lines.empty() || bare != between_.end())) {
             text = reply->lines.empty() ? *bare : text_in(reply->first(), 0);
             std::erase(text, '"');
@@ -401,10 +401,12 @@ class examination_t : public inquiry_t {
         }
     }
 
+    const modem_options_t& options_;
     const std::string& path_;
     const std::function<bool()>& cancelled_;
     std::vector<std::string> between_;  // lines since the last question that belong to no reply
     tty_t tty_;
+    trace_t trace_;
     modem_link_t link_;
     diagnosis_t found_;
     networks_t networks_;
@@ -416,8 +418,8 @@ bool diagnosis_t::usable() const {
     return std::ranges::none_of(findings, &finding_t::hinders);
 }
 
-diagnosis_t diagnose(const std::string& tty, const std::function<bool()>& cancelled) {
-    return examination_t(tty, cancelled).run();
+diagnosis_t diagnose(const modem_options_t& options, const std::function<bool()>& cancelled) {
+    return examination_t(options, cancelled).run();
 }
 
 }  // namespace radio

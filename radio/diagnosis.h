@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "radio/at_values.h"
+#include "radio/attach_modem.h"
 
 namespace radio {
 
@@ -43,8 +44,8 @@ struct diagnosis_t {
     [[nodiscard]] bool usable() const;
 };
 
-/// Takes the tty for as long as it lasts: mostly a second, and some more where the modem is silent. `cancelled` is
-/// asked between the questions, and leaves out the rest of them.
-diagnosis_t diagnose(const std::string& tty, const std::function<bool()>& cancelled);
+/// Of the options, the tty, its line and the trace count. Takes the tty for as long as it lasts: mostly a second, and
+/// some more where the modem is silent. `cancelled` is asked between the questions, and leaves out the rest of them.
+diagnosis_t diagnose(const modem_options_t& options, const std::function<bool()>& cancelled);
 
 }  // namespace radio

@@ -14,7 +14,7 @@ namespace radio {
 
 modem_t::modem_t(callbacks_t& callbacks)
     : callbacks_(callbacks),
-      link_(tty_, [this](const modem_line_t& line) { take_unsolicited(line); }),
+      link_(tty_, trace_, [this](const modem_line_t& line) { take_unsolicited(line); }),
       jobs_([this] { link_.wake(); }),
       sim_(options_),
       registration_(link_, jobs_, [this](DWORD type) { tell_system_type(type); }),
@@ -31,8 +31,11 @@ std::string modem_t::start(const modem_options_t& options) {
     lasting_path_ = link_to(options_.tty, options_.links);
     mailbox_.on_drop(options_.on_drop);
     std::string error = mailbox_.open();
+    if (error.empty() && !options_.trace.empty()) {
+        error = trace_.open(options_.trace);
+    }
     if (error.empty()) {
-        error = tty_.open(options_.tty);
+        error = tty_.open(options_.tty, options_.line);
     }
     if (error.empty()) {
         error = connect();
@@ -131,7 +134,7 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         jobs_.post([this] { mailbox_.acknowledge(true); });
     } else if (text.starts_with("+CMGS:")) {
         submitter_.take_late_result(text);
-    } else if (!registration_.take(text) && !announces_start(text) && !tells_sim_state(text)) {
+    } else if (!identity_.take(text) && !registration_.take(text) && !announces_start(text) && !tells_sim_state(text)) {
         warn_of_unknown(text);
     }
 }
@@ -179,7 +182,7 @@ std::string modem_t::set_up() {
 
 // What the rest relies on, each step on those before it.
 bool modem_t::set_up(setup_inquiry_t& inquiry) {
-    if (!inquiry.ask("AT+CMEE=1") || !registration_.set_up_technology(inquiry) ||
+    if (!inquiry.ask("AT+CMEE=1") || !identity_.set_up(inquiry) || !registration_.set_up_technology(inquiry) ||
         !sim_.set_up(inquiry, !registration_.only_cdma())) {
         return false;
     }
@@ -234,7 +237,7 @@ void modem_t::tell_loss() {
 
 // That the tty is not there yet is no news; that the modem on it cannot be set up is, once a reason.
 void modem_t::look_again() {
-    if (tty_.open(present_path()).empty()) {
+    if (tty_.open(present_path(), options_.line).empty()) {
         const std::string error = connect();
         if (error.empty()) {
             loss_told_ = false;

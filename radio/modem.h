@@ -18,6 +18,7 @@
 #include "radio/callbacks.h"
 #include "radio/job_queue.h"
 #include "radio/mailbox.h"
+#include "radio/modem_identity.h"
 #include "radio/modem_link.h"
 #include "radio/registration_watch.h"
 #include "radio/sim.h"
@@ -73,9 +74,11 @@ class modem_t {
     callbacks_t& callbacks_;
     modem_options_t options_;
     tty_t tty_;
+    trace_t trace_;
     modem_link_t link_;
     job_queue_t jobs_;
 
+    modem_identity_t identity_;
     sim_t sim_;
     registration_watch_t registration_;
     announcements_t announcements_;

@@ -33,8 +33,9 @@ int poll_time(uint64_t until) {
 
 }  // namespace
 
-modem_link_t::modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited)
+modem_link_t::modem_link_t(tty_t& tty, trace_t& trace, std::function<void(const modem_line_t&)> unsolicited)
     : tty_(tty),
+      trace_(trace),
       unsolicited_(std::move(unsolicited)),
       wake_event_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
       clock_watch_([this] { wake(); }) {}
@@ -256,6 +257,7 @@ void modem_link_t::read_some() {
     char buffer[1024];
     const ssize_t count = read(tty_.descriptor(), buffer, sizeof buffer);
     if (count > 0) {
+        trace_.received({buffer, static_cast<size_t>(count)});
         out_ += dialogue_.feed({buffer, static_cast<size_t>(count)});
         for (const modem_line_t& line : dialogue_.take_unsolicited()) {
             take_unsolicited(line);
@@ -268,6 +270,7 @@ void modem_link_t::read_some() {
 void modem_link_t::write_some() {
     const ssize_t count = write(tty_.descriptor(), out_.data(), out_.size());
     if (count > 0) {
+        trace_.sent(std::string_view(out_).substr(0, static_cast<size_t>(count)));
         out_.erase(0, static_cast<size_t>(count));
     } else if (count < 0 && errno != EAGAIN && errno != EINTR) {
         hang_up();

@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "base/descriptor.h"
 #include "radio/at_dialogue.h"
+#include "radio/trace.h"
 #include "radio/tty.h"
 
 namespace radio {
@@ -17,8 +18,8 @@ namespace radio {
 class modem_link_t {
   public:
     /// `unsolicited` gets each unsolicited line when it arrives, also in the middle of an exchange; it must not
-    /// exchange.
-    modem_link_t(tty_t& tty, std::function<void(const modem_line_t&)> unsolicited);
+    /// exchange. The trace records what is said.
+    modem_link_t(tty_t& tty, trace_t& trace, std::function<void(const modem_line_t&)> unsolicited);
     modem_link_t(const modem_link_t&) = delete;
     modem_link_t& operator=(const modem_link_t&) = delete;
 
@@ -84,6 +85,7 @@ class modem_link_t {
     [[nodiscard]] bool interrupted() const;
 
     tty_t& tty_;
+    trace_t& trace_;
     std::function<void(const modem_line_t&)> unsolicited_;
     base::descriptor_t wake_event_;
     at_dialogue_t dialogue_;

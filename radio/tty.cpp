@@ -11,9 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <fstream>
 #include <iterator>
 #include <utility>
 
@@ -24,10 +21,19 @@ namespace radio {
 
 namespace {
 
-const std::filesystem::path lock_folder = "/run/lock";
+constexpr struct {
+    unsigned baud;
+    speed_t code;
+} rates[] = {
+    {1200, B1200},   {2400, B2400},     {4800, B4800},     {9600, B9600},     {19200, B19200},   {38400, B38400},
+    {57600, B57600}, {115200, B115200}, {230400, B230400}, {460800, B460800}, {921600, B921600},
+};
 
-// Stands behind the process id in lock files of ours; others look at the id alone.
-constexpr std::string_view our_mark = "zpd";
+// B0, which hangs up, for a rate that is none of them.
+speed_t code_of(unsigned baud) {
+    const auto* const row = std::ranges::find(rates, baud, [](const auto& rate) { return rate.baud; });
+    return row != std::end(rates) ? row->code : speed_t{B0};
+}
 
 std::string failure(const std::string& path, const char* attempt, int error) {
     return fmt::format("cannot {} {}: {}", attempt, path, base::errno_text(error));
@@ -45,81 +51,39 @@ bool is_pseudo_terminal(int descriptor) {
            major(status.st_rdev) <= last_major;
 }
 
-std::filesystem::path lock_file_of(const std::string& path) {
-    std::error_code ignored;
-    std::string name = std::filesystem::canonical(path, ignored).lexically_relative("/dev").string();
-    std::ranges::replace(name, '/', '_');
-    return lock_folder / ("LCK.." + name);
-}
-
-// A process that was killed, and not waited for by its parent yet, still takes signals.
-bool is_alive(pid_t pid) {
-    if (kill(pid, 0) != 0 && errno == ESRCH) {
-        return false;
-    }
-    std::ifstream file(fmt::format("/proc/{}/stat", pid));
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    // "pid (name) state ...", and the name may hold anything.
-    const size_t name_end = text.rfind(") ");
-    const char state = name_end == std::string::npos ? '?' : text[name_end + 2];
-    return state != 'Z' && state != 'X';
-}
-
-// The process that a lock file names; 0 when that is this one, none, or dead.
-pid_t holder_of(const std::filesystem::path& lock_file) {
-    std::ifstream file(lock_file);
-    pid_t pid = 0;
-    if (!(file >> pid) || pid <= 0 || pid == getpid() || !is_alive(pid)) {
-        return 0;
-    }
-    return pid;
-}
-
-// Whoever writes such a file holds the flock too: with that in hand, the file is that of a process that was killed,
-// whoever has its number by now.
-bool is_left_over(const std::filesystem::path& lock_file) {
-    std::ifstream file(lock_file);
-    pid_t pid = 0;
-    std::string mark;
-    return file >> pid >> mark && mark == our_mark;
-}
-
-std::string name_of(pid_t pid) {
-    std::ifstream file(fmt::format("/proc/{}/comm", pid));
-    std::string name;
-    std::getline(file, name);
-    return fmt::format("process {} ({})", pid, name.empty() ? "name unknown" : shown(name));
-}
-
-bool set_raw(int descriptor) {
-    termios settings{};
-    if (tcgetattr(descriptor, &settings) != 0) {
-        return false;
-    }
-    cfmakeraw(&settings);
-    settings.c_cflag |= CLOCAL | CREAD;
+// Nothing stays of the last program's settings. Breaks and damaged octets are dropped, control signals do not matter,
+// and a close leaves DTR as it is: many a modem resets when it falls.
+termios raw(termios settings, speed_t rate, bool hardware_flow) {
+    settings.c_iflag = IGNBRK | IGNPAR;
+    settings.c_oflag = 0;
+    settings.c_lflag = 0;
+    settings.c_cflag = CS8 | CREAD | CLOCAL | (hardware_flow ? CRTSCTS : 0);
+    std::ranges::fill(settings.c_cc, cc_t{_POSIX_VDISABLE});
     settings.c_cc[VMIN] = 1;
     settings.c_cc[VTIME] = 0;
-    // Serial modems find the rate out by themselves; for others it has no meaning.
-    cfsetspeed(&settings, B115200);
-    return tcsetattr(descriptor, TCSANOW, &settings) == 0;
+    cfsetspeed(&settings, rate);
+    return settings;
 }
 
-// Makes the lock file in one step, with its content in place.
-bool write_lock_file(const std::filesystem::path& lock_file) {
-    const std::string temporary = fmt::format("{}.{}", lock_file.string(), getpid());
-    {
-        std::ofstream file(temporary, std::ios::trunc);
-        file << fmt::format("{:10} {}\n", getpid(), our_mark);
-        if (!file.flush()) {
-            return false;
-        }
+// tcsetattr succeeds as soon as the tty takes any of it. A tty without a line, a USB modem's, may take no rate.
+std::string set_up(int descriptor, const std::string& path, const line_settings_t& line) {
+    const unsigned baud = line.baud.value_or(line_settings_t::usual_baud);
+    const speed_t rate = code_of(baud);
+    termios settings{};
+    if (tcgetattr(descriptor, &settings) != 0) {
+        return failure(path, "set up", errno);
     }
-    const bool made = link(temporary.c_str(), lock_file.c_str()) == 0;
-    const int error = errno;
-    unlink(temporary.c_str());
-    errno = error;
-    return made;
+    const termios wanted = raw(settings, rate, line.hardware_flow);
+    if (rate != B0 && (tcsetattr(descriptor, TCSANOW, &wanted) != 0 || tcgetattr(descriptor, &settings) != 0)) {
+        return failure(path, "set up", errno);
+    }
+    if (rate == B0 || (line.baud && cfgetospeed(&settings) != rate)) {
+        return fmt::format("{} does not take {} baud", path, baud);
+    }
+    if (line.hardware_flow && (settings.c_cflag & CRTSCTS) == 0) {
+        return fmt::format("{} has no hardware flow control", path);
+    }
+    return {};
 }
 
 }  // namespace
@@ -128,7 +92,7 @@ tty_t::~tty_t() {
     close();
 }
 
-std::string tty_t::open(const std::string& path) {
+std::string tty_t::open(const std::string& path, const line_settings_t& line) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
         return failure(path, "open", errno);
@@ -141,6 +105,9 @@ std::string tty_t::open(const std::string& path) {
         return errno == EBUSY ? held(path, "another program, exclusively") : failure(path, "open", errno);
     }
     std::string error = take(path);
+    if (error.empty()) {
+        error = set_up(descriptor(), path, line);
+    }
     if (!error.empty()) {
         close();
     }
@@ -151,51 +118,34 @@ std::string tty_t::take(const std::string& path) {
     if (!isatty(descriptor())) {
         return fmt::format("{} is no tty", path);
     }
-    const std::filesystem::path lock_file = lock_file_of(path);
+    lock_file_ = lock_file_t(path);
+    const auto held_by = [&](const char* otherwise) {
+        const std::string holder = lock_file_.holder();
+        return held(path, holder.empty() ? otherwise : holder);
+    };
     int exclusively = 0;
     // A privileged process opens a tty in exclusive mode all the same, so that the mode is asked for.
     if (ioctl(descriptor(), TIOCGEXCL, &exclusively) == 0 && exclusively != 0) {
-        const pid_t holder = holder_of(lock_file);
-        return held(path, holder != 0 ? name_of(holder) : "another program, exclusively");
+        return held_by("another program, exclusively");
     }
     if (flock(descriptor(), LOCK_EX | LOCK_NB) != 0) {
-        const pid_t holder = holder_of(lock_file);
-        return held(path, holder != 0 ? name_of(holder) : "another program, which has locked it");
+        return held_by("another program, which has locked it");
     }
-    std::string error = take_lock_file(path, lock_file);
-    if (!error.empty()) {
-        return error;
-    }
-    if (!set_raw(descriptor())) {
-        return failure(path, "set up", errno);
-    }
-    if (!is_pseudo_terminal(descriptor())) {
+    std::string error = take_lock_file(path);
+    if (error.empty() && !is_pseudo_terminal(descriptor())) {
         exclusive_ = ioctl(descriptor(), TIOCEXCL) == 0;
     }
-    return {};
+    return error;
 }
 
-// Programs of this kind hold the flock while they look at the file, so that two of them never take over at once.
-std::string tty_t::take_lock_file(const std::string& path, const std::filesystem::path& lock_file) {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if (write_lock_file(lock_file)) {
-            lock_file_ = lock_file;
-            return {};
-        }
-        if (errno != EEXIST) {
-            break;
-        }
-        const pid_t holder = is_left_over(lock_file) ? 0 : holder_of(lock_file);
-        if (holder != 0) {
-            return held(path, name_of(holder));
-        }
-        unlink(lock_file.c_str());
-    }
-    if (!std::exchange(warned_, true)) {
+std::string tty_t::take_lock_file(const std::string& path) {
+    std::string other;
+    const lock_file_t::taking_t taking = lock_file_.take(other);
+    if (taking == lock_file_t::taking_t::cannot_be_written && !std::exchange(warned_, true)) {
         warn(fmt::format("cannot write {}: programs that look only for it will not see that the tty is in use",
-                         lock_file.string()));
+                         lock_file_.path().string()));
     }
-    return {};
+    return taking == lock_file_t::taking_t::held ? held(path, other) : std::string();
 }
 
 std::string link_to(const std::string& tty, const std::filesystem::path& folder) {
@@ -215,14 +165,19 @@ std::string link_to(const std::string& tty, const std::filesystem::path& folder)
 }
 
 void tty_t::close() {
-    if (!lock_file_.empty()) {
-        unlink(lock_file_.c_str());
-        lock_file_.clear();
-    }
+    lock_file_.give_up();
     if (std::exchange(exclusive_, false)) {
         ioctl(descriptor(), TIOCNXCL);
     }
     descriptor_.close();
+}
+
+std::vector<unsigned> baud_rates() {
+    std::vector<unsigned> all;
+    for (const auto& rate : rates) {
+        all.push_back(rate.baud);
+    }
+    return all;
 }
 
 }  // namespace radio

@@ -61,7 +61,7 @@ TEST(diagnosis, what_stands_against_cards) {
         modem.on("AT+CEREG?", error);
         modem.on("AT+CSCA?", line("+CSCA: \"+12025550111\",145"));
         modem.on(row.command, row.reply);
-        const diagnosis_t found = radio::diagnose(modem.tty(), never);
+        const diagnosis_t found = radio::diagnose({modem.tty()}, never);
         EXPECT_THAT(found.findings, one_finding(row.hinders, row.text)) << row.reply;
         EXPECT_EQ(found.usable(), !row.hinders) << row.reply;
     }
@@ -84,7 +84,7 @@ TEST(diagnosis, tells_the_tries_of_the_pin_and_what_would_be_done_with_it) {
         modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
         modem.on("AT+CPINR", error);
         modem.on(row.question, row.reply);
-        const diagnosis_t found = radio::diagnose(modem.tty(), never);
+        const diagnosis_t found = radio::diagnose({modem.tty()}, never);
         EXPECT_EQ(found.pin_tries, row.left) << row.reply;
         ASSERT_FALSE(found.findings.empty());
         EXPECT_THAT(found.findings[0].advice, HasSubstr(row.advice)) << row.reply;
@@ -102,7 +102,7 @@ TEST(diagnosis, identities_in_every_form) {
     modem.on("AT+C5GREG?", line("+C5GREG: 0,5,\"000001\",\"0000002\",11"));
     modem.on("AT+CREG?", line("+CREG: 0,0"));
     modem.on("AT+COPS?", line("+COPS: 0,2,\"00101\",7"));
-    const diagnosis_t found = radio::diagnose(modem.tty(), never);
+    const diagnosis_t found = radio::diagnose({modem.tty()}, never);
     EXPECT_THAT((std::vector{found.maker, found.model, found.revision, found.serial_number, found.registration,
                              found.operator_name, found.technology}),
                 ElementsAre("Maker, Inc.", "M-1", "1.0: a", "3512345678901234", "roaming", "00101", "5G"));
@@ -115,7 +115,7 @@ TEST(diagnosis, of_a_cdma_modem) {
     for (const char* unknown : {"AT+CPIN?", "AT+CREG?", "AT+CEREG?", "AT+COPS?"}) {
         modem.on(unknown, error);
     }
-    const diagnosis_t found = radio::diagnose(modem.tty(), never);
+    const diagnosis_t found = radio::diagnose({modem.tty()}, never);
     EXPECT_TRUE(found.usable());
     EXPECT_EQ(found.technology, "CDMA");
     EXPECT_EQ(modem.count("AT+CSCA?"), 0U);
@@ -136,7 +136,7 @@ TEST(diagnosis, leaves_the_modem_as_it_was) {
             }
         });
         const diagnosis_t found =
-            radio::diagnose(modem.tty(), [&] { return end == "interruption" && modem.count("AT+CPMS=\"SM\"") > 0; });
+            radio::diagnose({modem.tty()}, [&] { return end == "interruption" && modem.count("AT+CPMS=\"SM\"") > 0; });
         EXPECT_EQ(found.findings.size(), end.empty() ? 1 : 2) << end;
         EXPECT_EQ(found.memories.size(), 2U);
         std::vector<std::string> changes = modem.log();

@@ -47,6 +47,7 @@ void scripted_modem_t::on(const std::string& command, const std::string& reply) 
 void scripted_modem_t::otherwise(const std::string& reply) {
     const std::lock_guard lock(mutex_);
     replies_.clear();
+    next_replies_.clear();
     otherwise_ = reply;
 }
 

@@ -79,8 +79,10 @@ TEST_F(set_up, modem_that_returns_under_another_name_is_found) {
     std::filesystem::create_directory(options.links);
     const std::filesystem::path lasting = options.links / "usb-modem-if00";
     link(lasting, modem);
+    modem.on("AT+CGSN", "\r\n+CGSN: \"490154203237518\"\r\n" + ok);
     ASSERT_EQ(attach_now(), "");
     open();
+    modem.on("AT+CGSN", "\r\n490154203237518\r\n" + ok);
     testing::internal::CaptureStderr();
     std::filesystem::remove(lasting);
     scripted_modem_t stranger;
@@ -90,11 +92,18 @@ TEST_F(set_up, modem_that_returns_under_another_name_is_found) {
     recorder.events(1);
     base::advance_clock(5000);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("under " + lasting.native()));
+    // A stick of the same make, and of the same name.
+    testing::internal::CaptureStderr();
+    stranger.on("AT+CGSN", "\r\n490154203237519\r\n" + ok);
+    link(lasting, stranger);
+    ASSERT_TRUE(as_time_passes([&] { return stranger.heard("AT+CGSN", 1, std::chrono::milliseconds(5)); }));
+    std::filesystem::remove(lasting);
     modem.plug_in();
     link(lasting, modem);
     ASSERT_TRUE(as_time_passes([this] { return modem.heard("AT+CPIN?", 2, std::chrono::milliseconds(5)); }));
     EXPECT_EQ(recorder.events(2), (events_t{system_type(RIL_SYSTEMTYPE_NONE), system_type(RIL_SYSTEMTYPE_GSM)}));
-    EXPECT_TRUE(stranger.log().empty()) << "it is not the one";
+    EXPECT_EQ(stranger.count("AT+CPIN?") + stranger.count("AT+CPMS?"), 0U) << "it is not the one";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("serial number ...7519 and not ...7518"));
     EXPECT_THAT(modem.log(), Not(testing::Contains(testing::StartsWith("AT+CFUN")))) << "no reset";
 }
 

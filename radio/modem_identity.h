@@ -1,0 +1,29 @@
+/// Which modem it is, told by its serial number (3GPP TS 27.007 5.4): two sticks of one make may have the same lasting
+/// name, and the SIM of the other is somebody else. Used on the modem's thread.
+#pragma once
+
+#include <string>
+
+#include "radio/setup_inquiry.h"
+
+namespace radio {
+
+/// Whether the line can be an answer without a name before it: what modems say by themselves begins with a sign, save
+/// of calls.
+bool is_bare_answer(const std::string& line);
+
+class modem_identity_t {
+  public:
+    /// Asks for the number; the first one that is told counts from then on. False when the inquiry is over, and so it
+    /// is with the number of another. A modem that tells none is taken for the same.
+    [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
+    /// Of a line that is nobody's: true for the number that was asked for.
+    bool take(const std::string& line);
+
+  private:
+    bool asking_ = false;
+    std::string told_;
+    std::string number_;  // empty until one has been told
+};
+
+}  // namespace radio
