@@ -135,7 +135,7 @@ std::optional<pdu_t> decode_pdu(octets_view_t octets) {
     pdu_t pdu;
     const uint8_t length = reader.octet();  // octets that follow, the type octet among them
     if (length > 0) {
-        const size_t digits = (length - 1U) * 2;
+        const size_t digits = (size_t{length} - 1) * 2;
         if (digits > max_address_digits || octets.size() <= length) {
             return std::nullopt;
         }

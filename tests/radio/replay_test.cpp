@@ -127,10 +127,13 @@ class replay : public session, public testing::WithParamInterface<std::filesyste
                 send();
             }
         }
-        for (const auto& [command, reply] : recorded.exchanges) {
-            const auto is_it = [&](const std::string& line) { return scripted_modem_t::key_of(line) == command; };
+        for (const exchange_t& exchange : recorded.exchanges) {
+            const auto is_it = [&](const std::string& line) {
+                return scripted_modem_t::key_of(line) == exchange.first;
+            };
             const auto before = static_cast<size_t>(std::ranges::count_if(heard_before, is_it));
-            EXPECT_TRUE(as_time_passes([&] { return modem.heard(command, before + 1, instant); })) << command;
+            EXPECT_TRUE(as_time_passes([&] { return modem.heard(exchange.first, before + 1, instant); }))
+                << exchange.first;
         }
     }
     /// As if nothing had come in yet.
