@@ -66,7 +66,7 @@ class network_t {
     phone_t* find(std::string_view number) const;
     void serve();
     void wait();
-    int time_to_wait() const;
+    [[nodiscard]] uint64_t next_deadline() const;
     void forget_closed_hosts();
     void publish_statistics();
 
