@@ -11,27 +11,16 @@ namespace {
 
 constexpr std::string_view semi_octet_characters = "0123456789*#abc";
 constexpr uint8_t filler = 0xF;
-constexpr uint8_t type_extension_bit = 0x80;  // always set: no further type octet follows
+constexpr uint8_t type_extension_bit = 0x80;
 
 size_t semi_octets_of(size_t septets) {
     return (septets * 7 + 3) / 4;
 }
 
-std::string read_alphanumeric(bit_reader_t& reader, size_t semi_octets, uint8_t& fill) {
-    const size_t count = semi_octets * 4 / 7;
-    fill = static_cast<uint8_t>(semi_octets - semi_octets_of(count));
+// A length that counts a semi-octet beyond the text tells nothing else: what is left of its octets is passed over.
+std::string read_alphanumeric(bit_reader_t& reader, size_t semi_octets) {
     const octets_view_t octets = reader.octets((semi_octets + 1) / 2);
-    if (reader.failed()) {
-        return {};
-    }
-    const octets_t septets = gsm_alphabet::unpack(octets, count);
-    // Bits beyond the last septet are zero, or the text would not be all there is.
-    octets_t again = gsm_alphabet::pack(septets);
-    again.resize(octets.size());
-    if (!std::ranges::equal(again, octets)) {
-        reader.fail();
-    }
-    return gsm_alphabet::to_utf8(septets);
+    return reader.failed() ? std::string() : gsm_alphabet::to_utf8(gsm_alphabet::unpack(octets, semi_octets * 4 / 7));
 }
 
 bool write_alphanumeric(const address_t& address, octets_t& out) {
@@ -39,12 +28,11 @@ bool write_alphanumeric(const address_t& address, octets_t& out) {
     if (!septets) {
         return false;
     }
-    const size_t semi_octets = semi_octets_of(septets->size()) + address.fill_semi_octets;
-    if (semi_octets > max_address_digits || semi_octets * 4 / 7 != septets->size()) {
+    const size_t semi_octets = semi_octets_of(septets->size());
+    if (semi_octets > max_address_digits) {
         return false;
     }
-    octets_t packed = gsm_alphabet::pack(*septets);
-    packed.resize((semi_octets + 1) / 2);
+    const octets_t packed = gsm_alphabet::pack(*septets);
     out.insert(out.end(), {static_cast<uint8_t>(semi_octets), address_type_octet(address)});
     out.insert(out.end(), packed.begin(), packed.end());
     return true;
@@ -55,15 +43,12 @@ bool write_alphanumeric(const address_t& address, octets_t& out) {
 std::string read_semi_octets(bit_reader_t& reader, size_t digits) {
     const octets_view_t octets = reader.octets((digits + 1) / 2);
     std::string text;
-    for (size_t i = 0; i < octets.size() * 2; ++i) {
+    for (size_t i = 0; i < digits && i / 2 < octets.size(); ++i) {
         const unsigned value = octets[i / 2] >> (i % 2 * 4) & 0xFU;
-        if ((value == filler) != (i >= digits)) {
-            reader.fail();
-            return {};
+        if (value == filler) {
+            break;
         }
-        if (i < digits) {
-            text += semi_octet_characters[value];
-        }
+        text += semi_octet_characters[value];
     }
     return text;
 }
@@ -82,9 +67,6 @@ bool write_semi_octets(std::string_view digits, octets_t& out) {
 
 void read_address_type(bit_reader_t& reader, address_t& address) {
     const uint8_t octet = reader.octet();
-    if ((octet & type_extension_bit) == 0) {
-        reader.fail();
-    }
     address.type = static_cast<number_type_t>(octet >> 4 & 0x7);
     address.numbering_plan = octet & 0xF;
 }
@@ -103,9 +85,8 @@ address_t read_address(bit_reader_t& reader) {
     if (reader.failed()) {
         return address;
     }
-    address.text = address.type == number_type_t::alphanumeric
-                       ? read_alphanumeric(reader, length, address.fill_semi_octets)
-                       : read_semi_octets(reader, length);
+    address.text = address.type == number_type_t::alphanumeric ? read_alphanumeric(reader, length)
+                                                               : read_semi_octets(reader, length);
     return address;
 }
 
@@ -154,16 +135,18 @@ std::optional<pdu_t> decode_pdu(octets_view_t octets) {
     pdu_t pdu;
     const uint8_t length = reader.octet();  // octets that follow, the type octet among them
     if (length > 0) {
-        const size_t digit_octets = length - 1U;
-        if (digit_octets == 0 || digit_octets * 2 > max_address_digits || octets.size() <= length) {
+        const size_t digits = (length - 1U) * 2;
+        if (digits > max_address_digits || octets.size() <= length) {
             return std::nullopt;
         }
         read_address_type(reader, pdu.service_centre);
-        const bool odd = octets[length] >> 4 == filler;
-        pdu.service_centre.text = read_semi_octets(reader, digit_octets * 2 - (odd ? 1 : 0));
+        pdu.service_centre.text = read_semi_octets(reader, digits);
+    }
+    if (pdu.service_centre.type == number_type_t::alphanumeric) {
+        pdu.service_centre = {};
     }
     const octets_view_t tpdu = reader.octets(reader.left() / 8);
-    if (reader.failed() || pdu.service_centre.type == number_type_t::alphanumeric) {
+    if (reader.failed()) {
         return std::nullopt;
     }
     pdu.tpdu.assign(tpdu.begin(), tpdu.end());

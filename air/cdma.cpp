@@ -32,20 +32,20 @@ struct parameters_t {
     std::optional<octets_view_t> bearer_data;
 };
 
-bool read_parameter(const parameter_t& parameter, parameters_t& read) {
+void read_parameter(const parameter_t& parameter, parameters_t& read) {
     bit_reader_t reader(parameter.octets);
     switch (parameter.identifier) {
         case parameter_teleservice:
-            read.teleservice = reader.bits(teleservice_bits);
+            set_if_whole(reader, reader.bits(teleservice_bits), read.teleservice);
             break;
         case parameter_originating_address:
-            read.originating = read_address(reader);
+            set_if_whole(reader, read_address(reader), read.originating);
             break;
         case parameter_destination_address:
-            read.destination = read_address(reader);
+            set_if_whole(reader, read_address(reader), read.destination);
             break;
         case parameter_bearer_reply_option:
-            read.reply_sequence = static_cast<uint8_t>(reader.bits(reply_sequence_bits));
+            set_if_whole(reader, static_cast<uint8_t>(reader.bits(reply_sequence_bits)), read.reply_sequence);
             break;
         case parameter_bearer_data:
             read.bearer_data = parameter.octets;
@@ -53,7 +53,6 @@ bool read_parameter(const parameter_t& parameter, parameters_t& read) {
         default:
             break;
     }
-    return !reader.failed();
 }
 
 }  // namespace
@@ -82,11 +81,9 @@ std::optional<message_t> decode(octets_view_t octets) {
         return std::nullopt;
     }
     parameters_t read;
-    for (octets = octets.subspan(1); !octets.empty();) {
-        const std::optional<parameter_t> parameter = next_parameter(octets);
-        if (!parameter || !read_parameter(*parameter, read)) {
-            return std::nullopt;
-        }
+    octets = octets.subspan(1);
+    while (const std::optional<parameter_t> parameter = next_parameter(octets)) {
+        read_parameter(*parameter, read);
     }
     message_t message;
     if (!read.teleservice || !read.bearer_data || !read_bearer_data(*read.bearer_data, message)) {
@@ -100,6 +97,21 @@ std::optional<message_t> decode(octets_view_t octets) {
     message.address = deliver ? *read.originating : *read.destination;
     message.reply_sequence = read.reply_sequence;
     return message;
+}
+
+octets_t without_reply_option(octets_view_t octets) {
+    octets_t out;
+    if (!octets.empty()) {
+        out.push_back(octets[0]);
+        octets = octets.subspan(1);
+    }
+    while (const std::optional<parameter_t> parameter = next_parameter(octets)) {
+        if (parameter->identifier != parameter_bearer_reply_option) {
+            append_parameter(parameter->identifier, parameter->octets, out);
+        }
+    }
+    out.insert(out.end(), octets.begin(), octets.end());
+    return out;
 }
 
 std::optional<octets_t> encode(const message_t& message) {

@@ -1,10 +1,11 @@
 /// Short messages of CDMA networks, decoded from and encoded to octets: the SMS point-to-point message of 3GPP2 C.S0015
 /// 3.4.2.1 with its bearer data (4.5), of the two types that carry what people send: submit (phone to message centre)
-/// and deliver (message centre to phone). Pure functions. Decoders fail by value on anything malformed or truncated.
+/// and deliver (message centre to phone). Pure functions.
 ///
-/// Parameters and subparameters that are not known, or not used here, are skipped, and so are reserved bits: what was
-/// decoded encodes to an equal message, and to the same octets when it came in the order of the standard's tables and
-/// held nothing else.
+/// Parameters and subparameters that are not known, or not used here, are skipped, and so are those that are too short
+/// for what they hold, what is left at the end that makes none, and reserved bits. The message is none, by value,
+/// without a teleservice, an address, bearer data and in them the message identifier. What was decoded encodes to an
+/// equal message, and to the same octets when it came in the order of the standard's tables and held nothing else.
 #pragma once
 
 #include "air/tpdu.h"
@@ -37,7 +38,7 @@ struct message_t {
     std::optional<uint8_t> reply_sequence;  // bearer reply option: the transport layer is to acknowledge
     uint16_t identifier = 0;                // MESSAGE_ID
     bool header_indicator = false;          // HEADER_IND: the characters begin with a header and its length octet
-    std::optional<user_data_t> user_data;   // none also for another encoding
+    std::optional<user_data_t> user_data;   // none also for another encoding, or when it is cut short
     std::optional<timestamp_t> service_centre_time;
     std::optional<timestamp_t> validity_absolute;
     std::optional<uint8_t> validity_relative;
@@ -49,6 +50,8 @@ struct message_t {
 };
 
 std::optional<message_t> decode(octets_view_t octets);
+/// A message without its bearer reply option, which may differ between the transmissions of one; all else is as it is.
+octets_t without_reply_option(octets_view_t octets);
 /// None when a field does not fit its place: too long an address, too many characters, a time that has no
 /// digits for it.
 std::optional<octets_t> encode(const message_t& message);

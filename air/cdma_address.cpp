@@ -11,8 +11,9 @@ constexpr size_t type_bits = 3;
 constexpr size_t plan_bits = 4;
 constexpr uint8_t electronic_mail = 2;  // the type of a data network address, C.S0015 3.4.3.3
 
-// DTMF digits, 3GPP2 C.S0005 table 2.7.1.3.2.4-4: the first of them is 1.
-constexpr std::string_view dtmf_digits = "1234567890*#";
+// DTMF digits, 3GPP2 C.S0005 table 2.7.1.3.2.4-4, by their codes; 0 and those from 13 on, which it reserves, as the
+// keys of a telephone continue.
+constexpr std::string_view dtmf_digits = "D1234567890*#ABC";
 
 bool printable(char character) {
     return character >= 0x20 && character < 0x7F;
@@ -21,12 +22,7 @@ bool printable(char character) {
 std::string read_digits(bit_reader_t& reader) {
     std::string text;
     for (size_t count = reader.octet(); count > 0 && !reader.failed(); --count) {
-        const uint16_t digit = reader.bits(4);
-        if (digit == 0 || digit > dtmf_digits.size()) {
-            reader.fail();
-            break;
-        }
-        text += dtmf_digits[digit - 1U];
+        text += dtmf_digits[reader.bits(4)];
     }
     return text;
 }
@@ -34,10 +30,8 @@ std::string read_digits(bit_reader_t& reader) {
 std::string read_characters(bit_reader_t& reader) {
     std::string text;
     for (size_t count = reader.octet(); count > 0 && !reader.failed(); --count) {
-        text += static_cast<char>(reader.octet());
-        if (!printable(text.back())) {
-            reader.fail();
-        }
+        const char character = static_cast<char>(reader.octet());
+        text += printable(character) ? character : '?';
     }
     return text;
 }
@@ -86,7 +80,7 @@ bool write_address(const address_t& address, bit_writer_t& writer) {
     writer.bits(static_cast<unsigned>(address.text.size()), 8);
     for (const char character : address.text) {
         if (is_dtmf) {
-            writer.bits(static_cast<unsigned>(dtmf_digits.find(character)) + 1, 4);
+            writer.bits(static_cast<unsigned>(dtmf_digits.find(character)), 4);
         } else {
             writer.bits(static_cast<uint8_t>(character), 8);
         }

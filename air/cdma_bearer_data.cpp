@@ -49,9 +49,6 @@ void read_message_identifier(bit_reader_t& reader, message_t& message) {
     message.type = static_cast<message_type_t>(reader.bits(message_type_bits));
     message.identifier = reader.bits(message_identifier_bits);
     message.header_indicator = reader.bits(1) != 0;
-    if (message.type != message_type_t::deliver && message.type != message_type_t::submit) {
-        reader.fail();
-    }
 }
 
 void read_user_data(bit_reader_t& reader, message_t& message) {
@@ -65,19 +62,21 @@ void read_user_data(bit_reader_t& reader, message_t& message) {
     for (size_t count = reader.octet(); count > 0 && !reader.failed(); --count) {
         user_data.characters.push_back(static_cast<uint8_t>(reader.bits(*width)));
     }
-    message.user_data = std::move(user_data);
+    message.user_data.reset();
+    set_if_whole(reader, std::move(user_data), message.user_data);
 }
 
-// Six octets of two decimal digits each.
+unsigned read_digit(bit_reader_t& reader) {
+    const uint16_t digit = reader.bits(4);
+    return digit > 9 ? 0 : digit;
+}
+
+// Six octets of two decimal digits each; what is no digit counts as 0, as in a TPDU.
 timestamp_t read_time(bit_reader_t& reader) {
     timestamp_t time;
     for (uint8_t* field : {&time.year, &time.month, &time.day, &time.hour, &time.minute, &time.second}) {
-        const uint16_t tens = reader.bits(4);
-        const uint16_t units = reader.bits(4);
-        if (tens > 9 || units > 9) {
-            reader.fail();
-        }
-        *field = static_cast<uint8_t>(tens * 10 + units);
+        const unsigned tens = read_digit(reader);
+        *field = static_cast<uint8_t>(tens * 10 + read_digit(reader));
     }
     return time;
 }
@@ -92,24 +91,27 @@ bool write_time(const timestamp_t& time, bit_writer_t& writer) {
     return fits;
 }
 
+// False for a message identifier that is cut short.
 bool read_subparameter(const parameter_t& subparameter, message_t& message) {
     bit_reader_t reader(subparameter.octets);
     if (subparameter.identifier == subparameter_message_identifier) {
         read_message_identifier(reader, message);
-    } else if (subparameter.identifier == subparameter_user_data) {
+        return !reader.failed();
+    }
+    if (subparameter.identifier == subparameter_user_data) {
         read_user_data(reader, message);
     }
     for (const auto& row : time_rows) {
         if (row.identifier == subparameter.identifier) {
-            message.*row.member = read_time(reader);
+            set_if_whole(reader, read_time(reader), message.*row.member);
         }
     }
     for (const auto& row : number_rows) {
         if (row.identifier == subparameter.identifier) {
-            message.*row.member = static_cast<uint8_t>(reader.bits(row.bits));
+            set_if_whole(reader, static_cast<uint8_t>(reader.bits(row.bits)), message.*row.member);
         }
     }
-    return !reader.failed();
+    return true;
 }
 
 bool append_message_identifier(const message_t& message, octets_t& out) {
@@ -153,14 +155,13 @@ bool append_number(uint8_t identifier, uint8_t value, size_t bits, octets_t& out
 
 bool read_bearer_data(octets_view_t octets, message_t& message) {
     bool has_type = false;
-    while (!octets.empty()) {
-        const std::optional<parameter_t> subparameter = next_parameter(octets);
-        if (!subparameter || !read_subparameter(*subparameter, message)) {
+    while (const std::optional<parameter_t> subparameter = next_parameter(octets)) {
+        if (!read_subparameter(*subparameter, message)) {
             return false;
         }
         has_type = has_type || subparameter->identifier == subparameter_message_identifier;
     }
-    return has_type;
+    return has_type && (message.type == message_type_t::deliver || message.type == message_type_t::submit);
 }
 
 std::optional<octets_t> bearer_data_of(const message_t& message) {

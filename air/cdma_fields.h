@@ -1,6 +1,8 @@
 /// Inside the codec of CDMA messages: the layout that the transport layer and the bearer data share, and the fields.
 #pragma once
 
+#include <utility>
+
 #include "air/cdma.h"
 
 namespace air::cdma {
@@ -10,8 +12,15 @@ struct parameter_t {
     uint8_t identifier = 0;
     octets_view_t octets;
 };
-/// Takes the next one off the front; none when it is cut short.
+/// Takes the next one off the front; none at the end, or when it is cut short.
 std::optional<parameter_t> next_parameter(octets_view_t& octets);
+/// What was read, unless the reader has failed.
+template <class value_t>
+void set_if_whole(const bit_reader_t& reader, value_t value, std::optional<value_t>& out) {
+    if (!reader.failed()) {
+        out = std::move(value);
+    }
+}
 /// False when it is longer than a length octet can say.
 bool append_parameter(uint8_t identifier, octets_view_t octets, octets_t& out);
 

@@ -11,9 +11,8 @@ namespace {
 constexpr uint8_t type_mask = 0x03;
 constexpr uint8_t type_deliver = 0x00;
 constexpr uint8_t type_submit = 0x01;
-constexpr uint8_t bit_no_more_messages = 0x04;   // deliver
+constexpr uint8_t type_reserved = 0x03;
 constexpr uint8_t bit_loop_prevention = 0x08;    // deliver
-constexpr uint8_t bit_spare = 0x10;              // deliver
 constexpr uint8_t bit_reject_duplicates = 0x04;  // submit
 constexpr uint8_t validity_mask = 0x18;          // submit
 constexpr uint8_t validity_relative = 0x10;
@@ -23,14 +22,13 @@ constexpr uint8_t bit_reply_path = 0x80;
 
 constexpr uint8_t bit_west = 0x08;  // of the time zone's first semi-octet: negative
 
+unsigned digit(unsigned semi_octet) {
+    return semi_octet > 9 ? 0 : semi_octet;
+}
+
 uint8_t read_two_digits(bit_reader_t& reader) {
     const uint8_t octet = reader.octet();
-    const unsigned tens = octet & 0xFU;
-    const unsigned units = octet >> 4;
-    if (tens > 9 || units > 9) {
-        reader.fail();
-    }
-    return static_cast<uint8_t>(tens * 10 + units);
+    return static_cast<uint8_t>(digit(octet & 0xFU) * 10 + digit(octet >> 4));
 }
 
 uint8_t two_digits(uint8_t value) {
@@ -40,12 +38,8 @@ uint8_t two_digits(uint8_t value) {
 void read_time_zone(bit_reader_t& reader, timestamp_t& time) {
     const uint8_t octet = reader.octet();
     const bool west = (octet & bit_west) != 0;
-    const int quarters = (octet & 0x7) * 10 + (octet >> 4);
-    if (octet >> 4 > 9) {
-        reader.fail();
-    }
+    const int quarters = (octet & 0x7) * 10 + static_cast<int>(digit(octet >> 4));
     time.quarters_east = static_cast<int8_t>(west ? -quarters : quarters);
-    time.minus_zero = west && quarters == 0;
 }
 
 timestamp_t read_timestamp(bit_reader_t& reader) {
@@ -65,11 +59,11 @@ bool write_timestamp(const timestamp_t& time, octets_t& out) {
         out.push_back(two_digits(field));
     }
     const int quarters = time.quarters_east < 0 ? -time.quarters_east : time.quarters_east;
-    if (quarters > 79 || (time.minus_zero && quarters != 0)) {
+    if (quarters > 79) {
         return false;
     }
     const uint8_t digits = two_digits(static_cast<uint8_t>(quarters));
-    out.push_back(static_cast<uint8_t>(digits | (time.quarters_east < 0 || time.minus_zero ? bit_west : 0)));
+    out.push_back(static_cast<uint8_t>(digits | (time.quarters_east < 0 ? bit_west : 0)));
     return true;
 }
 
@@ -99,7 +93,7 @@ std::optional<submit_t> decode_submit(octets_view_t octets) {
         submit.validity_period = reader.octet();
     }
     read_user_data(reader, submit.data_coding, submit.user_data_length, submit.user_data);
-    return reader.failed() ? std::nullopt : std::optional(submit);
+    return reader.failed() || reader.left() != 0 ? std::nullopt : std::optional(submit);
 }
 
 std::optional<octets_t> encode(const submit_t& submit) {
@@ -127,7 +121,7 @@ std::optional<deliver_t> decode_deliver(octets_view_t octets) {
     bit_reader_t reader(octets);
     deliver_t deliver;
     const uint8_t first = reader.octet();
-    if ((first & type_mask) != type_deliver || (first & bit_spare)) {
+    if ((first & type_mask) != type_deliver && (first & type_mask) != type_reserved) {
         return std::nullopt;
     }
     deliver.more_messages = !(first & bit_no_more_messages);
@@ -140,6 +134,7 @@ std::optional<deliver_t> decode_deliver(octets_view_t octets) {
     deliver.data_coding = reader.octet();
     deliver.service_centre_time = read_timestamp(reader);
     read_user_data(reader, deliver.data_coding, deliver.user_data_length, deliver.user_data);
+    deliver.padding = reader.left() / 8;
     return reader.failed() ? std::nullopt : std::optional(deliver);
 }
 

@@ -1,7 +1,10 @@
 /// Short message transfer protocol data units of 3GPP TS 23.040, decoded from and encoded to octets: SMS-SUBMIT (phone
 /// to service centre) and SMS-DELIVER (service centre to phone), and the service centre address that precedes them in
-/// the PDU mode of 3GPP TS 27.005. Pure functions; nothing here logs or does I/O. Decoders fail by value on anything
-/// malformed or truncated; what they accept they encode back to the same octets.
+/// the PDU mode of 3GPP TS 27.005. Pure functions; nothing here logs or does I/O.
+///
+/// Decoders fail by value on what is truncated or cannot be what it claims to be. What centres and modems get wrong
+/// without harm they pass over: spare bits, fillers, a length of digits that counts the filler, and octets behind a
+/// message that is delivered. So more than one text of octets may decode to a message, and encoding gives one of them.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +39,6 @@ struct address_t {
     number_type_t type = number_type_t::unknown;
     uint8_t numbering_plan = 1;
     std::string text;
-    /// Alphanumeric only: semi-octets (0 or 1) that the length counts beyond the text, as some service centres do.
-    uint8_t fill_semi_octets = 0;
 
     bool operator==(const address_t&) const = default;
 };
@@ -49,7 +50,8 @@ std::optional<address_t> address_from_number(std::string_view number);
 /// replaced by U+FFFD.
 std::string number_from_address(const address_t& address);
 
-/// TP-Service-Centre-Time-Stamp, 9.2.3.11: local time and its offset from UTC in quarters of an hour.
+/// TP-Service-Centre-Time-Stamp, 9.2.3.11: local time and its offset from UTC in quarters of an hour. What is no digit
+/// counts as 0 there.
 struct timestamp_t {
     uint8_t year = 0;  // 0..99
     uint8_t month = 1;
@@ -58,7 +60,6 @@ struct timestamp_t {
     uint8_t minute = 0;
     uint8_t second = 0;
     int8_t quarters_east = 0;
-    bool minus_zero = false;  // the zone is 0 with the sign of the west, as some service centres write it
 
     bool operator==(const timestamp_t&) const = default;
 };
@@ -85,6 +86,9 @@ struct submit_t {
     bool operator==(const submit_t&) const = default;
 };
 
+/// The bit of an SMS-DELIVER's first octet that tells that no more messages wait (TP-MMS, 9.2.3.2).
+inline constexpr uint8_t bit_no_more_messages = 0x04;
+
 /// SMS-DELIVER, 9.2.2.1.
 struct deliver_t {
     bool more_messages = false;    // the service centre has more waiting (the TP-MMS bit inverted)
@@ -98,11 +102,13 @@ struct deliver_t {
     bool header_indicator = false;
     uint8_t user_data_length = 0;
     octets_t user_data;
+    size_t padding = 0;  // octets that came behind the user data and mean nothing; not encoded
 
     bool operator==(const deliver_t&) const = default;
 };
 
 std::optional<submit_t> decode_submit(octets_view_t octets);
+/// Also of the reserved message type, which a phone is to take for a delivery (9.2.3.1).
 std::optional<deliver_t> decode_deliver(octets_view_t octets);
 /// None when a field does not fit its place on the wire: an address too long, user data over 140 octets, or a length
 /// that disagrees with them.
@@ -127,6 +133,7 @@ struct pdu_t {
     address_t service_centre;
     octets_t tpdu;
 };
+/// A service centre's name in letters is passed over.
 std::optional<pdu_t> decode_pdu(octets_view_t octets);
 std::optional<octets_t> encode_pdu(const pdu_t& pdu);
 

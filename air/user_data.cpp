@@ -37,7 +37,7 @@ void read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length, 
     length = reader.octet();
     const size_t count = octets_of(data_coding, length);
     const octets_view_t octets = reader.octets(count);
-    if (count > max_user_data || reader.left() != 0) {
+    if (count > max_user_data) {
         reader.fail();
     }
     user_data.assign(octets.begin(), octets.end());

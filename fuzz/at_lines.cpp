@@ -21,10 +21,10 @@ void read_line(const std::string& line) {
     radio::choose_announcement(radio::offered_numbers(line), true);
     radio::announcement_of(line);
     if (const auto length = radio::delivered_length(line)) {
-        radio::tpdu_of_line(line, *length);
+        radio::tpdus_of_line(line, *length);
     }
     for (const auto& read : {radio::read_message(line), radio::listed_message(line)}) {
-        must(!read || !radio::tpdu_of_line(line, read->length));  // a header line is no PDU
+        must(!read || radio::tpdus_of_line(line, read->length).empty());  // a header line is no PDU
     }
     for (const auto& result : {radio::final_result(line), radio::numeric_result(line)}) {
         must(!result || !radio::described(*result).empty());

@@ -1,4 +1,5 @@
-// TPDUs and PDUs off the air: what is accepted is encoded to the same octets again (3GPP TS 23.040 9.2).
+// TPDUs and PDUs off the air: what is accepted is encoded to octets of the same meaning, and those to themselves (3GPP
+// TS 23.040 9.2).
 #include "air/tpdu.h"
 
 #include <algorithm>
@@ -7,22 +8,22 @@
 
 namespace {
 
-template <typename message_t>
-void there_and_back(const std::optional<message_t>& message, air::octets_view_t octets) {
-    if (message) {
-        const auto again = air::encode(*message);
-        must(again && std::ranges::equal(*again, octets.first(again->size())));
-    }
+template <auto decode, typename message_t>
+void there_and_back(const message_t& message) {
+    const auto octets = air::encode(message);
+    must(octets && decode(*octets) == message);
 }
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const air::octets_view_t octets(data, size);
-    there_and_back(air::decode_submit(octets), octets);
-    const auto deliver = air::decode_deliver(octets);
-    there_and_back(deliver, octets);
-    if (deliver) {
+    if (const auto submit = air::decode_submit(octets)) {
+        there_and_back<air::decode_submit>(*submit);
+    }
+    if (auto deliver = air::decode_deliver(octets)) {
+        deliver->padding = 0;
+        there_and_back<air::decode_deliver>(*deliver);
         const std::string number = air::number_from_address(deliver->originator);
         must(std::ranges::none_of(number, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }));
     }
@@ -31,7 +32,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (const auto pdu = air::decode_pdu(octets)) {
         const auto again = air::encode_pdu(*pdu);
-        must(again && std::ranges::equal(*again, octets));
+        must(again && air::encode_pdu(*air::decode_pdu(*again)) == again);
     }
     return 0;
 }

@@ -225,19 +225,18 @@ std::optional<size_t> delivered_length(std::string_view line) {
     return values.empty() ? std::nullopt : length_at(values, values.size() - 1);
 }
 
-std::optional<air::octets_t> tpdu_of_line(std::string_view pdu, size_t length) {
-    std::optional<air::octets_t> octets = base::from_hex(pdu);
-    if (!octets) {
-        return std::nullopt;
+std::vector<air::octets_t> tpdus_of_line(std::string_view pdu, size_t length) {
+    const auto nearly_fits = [length](size_t size) { return size + 1 >= length && size <= length + 1; };
+    std::vector<air::octets_t> tpdus;
+    const std::optional<air::octets_t> octets = base::from_hex(pdu);
+    if (octets && nearly_fits(octets->size())) {
+        tpdus.push_back(*octets);
     }
-    if (octets->size() == length) {
-        return octets;
+    std::optional<air::pdu_t> parts = octets ? air::decode_pdu(*octets) : std::nullopt;
+    if (parts && !parts->tpdu.empty() && (nearly_fits(parts->tpdu.size()) || octets->size() == length)) {
+        tpdus.push_back(std::move(parts->tpdu));
     }
-    std::optional<air::pdu_t> whole = air::decode_pdu(*octets);
-    if (!whole || whole->tpdu.size() != length) {
-        return std::nullopt;
-    }
-    return std::move(whole->tpdu);
+    return tpdus;
 }
 
 std::vector<std::string> readable_memories(std::string_view line) {

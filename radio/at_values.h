@@ -83,9 +83,10 @@ std::optional<stored_message_t> read_message(std::string_view line);
 std::optional<stored_message_t> listed_message(std::string_view line);
 /// The <length> of +CMT.
 std::optional<size_t> delivered_length(std::string_view line);
-/// The TPDU of a PDU line with the length that its header line told. A modem that leaves the service centre address
-/// away is understood. None when it is no PDU of that length.
-std::optional<air::octets_t> tpdu_of_line(std::string_view pdu, size_t length);
+/// What may be the TPDU in a PDU line with the length that its header line told: all of it, where the modem leaves the
+/// service centre address away, and what stands behind such an address. A length that is one off, or counts the
+/// address, is understood. None of them when it is no PDU, or octets of it were lost.
+std::vector<air::octets_t> tpdus_of_line(std::string_view pdu, size_t length);
 
 /// The first value of +CPMS=?: the memories that messages can be read from.
 std::vector<std::string> readable_memories(std::string_view line);

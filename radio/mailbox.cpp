@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/clock.h"
+#include "base/hex.h"
 #include "platform/linux/home.h"
 #include "radio/limits.h"
 #include "radio/warning.h"
@@ -185,7 +186,7 @@ void mailbox_t::read(const location_t& location) {
 }
 
 void mailbox_t::consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
-                         datagrams_t& datagrams) const {
+                         datagrams_t& datagrams) {
     if (!message.received) {
         return;
     }
@@ -196,14 +197,32 @@ void mailbox_t::consider(const location_t& location, const stored_message_t& mes
 }
 
 // None for anything that is no card datagram.
-std::optional<arrival_t> mailbox_t::arrival_of(const std::string& pdu, size_t length) const {
-    std::optional<air::octets_t> octets = tpdu_of_line(pdu, length);
+std::optional<arrival_t> mailbox_t::arrival_of(const std::string& pdu, size_t length) {
     const technology_t technology = registration_.technology();
-    std::optional<card_datagram_t> card = octets ? card_datagram_of(technology, *octets) : std::nullopt;
-    if (!card) {
-        return std::nullopt;
+    for (air::octets_t& octets : tpdus_of_line(pdu, length)) {
+        if (std::optional<card_datagram_t> card = card_datagram_of(technology, octets)) {
+            return arrival_t{technology, std::move(octets), std::move(*card)};
+        }
     }
-    return arrival_t{technology, std::move(*octets), std::move(*card)};
+    tell_unreadable(pdu);
+    return std::nullopt;
+}
+
+// What is addressed to us and makes no sense stays where it is, for somebody to look at: told once, however often it is
+// listed. A line that was cut off may end in the middle of an octet.
+void mailbox_t::tell_unreadable(const std::string& pdu) {
+    constexpr size_t most_remembered = 1000;
+    const std::string_view digits(pdu);
+    const std::optional<air::octets_t> octets = base::from_hex(digits.substr(0, digits.size() / 2 * 2));
+    if (!octets || !names_card_port(*octets)) {
+        return;
+    }
+    if (told_.size() >= most_remembered) {
+        told_.clear();
+    }
+    if (told_.insert(pdu).second) {
+        warn("a message for the port of cards cannot be read and is left as it is: " + pdu);
+    }
 }
 
 // The modem forgets what the journal has, and nothing else.

@@ -81,8 +81,9 @@ class mailbox_t {
     void read(const location_t& location);
     bool select(const std::string& memory);
     void consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
-                  datagrams_t& datagrams) const;
-    [[nodiscard]] std::optional<arrival_t> arrival_of(const std::string& pdu, size_t length) const;
+                  datagrams_t& datagrams);
+    [[nodiscard]] std::optional<arrival_t> arrival_of(const std::string& pdu, size_t length);
+    void tell_unreadable(const std::string& pdu);
     void take(const datagrams_t& datagrams);
     bool keep(std::span<const arrival_t> arrivals);
     void remove(const location_t& location);
@@ -99,6 +100,7 @@ class mailbox_t {
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
     std::string selected_;
     std::set<location_t> undeleted_;  // which the modem refused to delete
+    std::set<std::string> told_;      // PDUs that could not be read
     bool texts_refused_ = false;      // since the last listing
     bool refused_text_told_ = false;
     uint64_t next_listing_ = 0;

@@ -109,6 +109,20 @@ std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference
     return air::cdma::encode(std::get<air::cdma::message_t>(submission.message));
 }
 
+bool names_card_port(air::octets_view_t octets) {
+    constexpr uint32_t element = 0x05040000 | card_port;  // 3GPP TS 23.040 9.2.3.24.4
+    uint64_t last = 0;
+    for (const uint8_t octet : octets) {
+        last = last << 8 | octet;
+        for (unsigned shift = 0; shift < 8; ++shift) {
+            if (static_cast<uint32_t>(last >> shift) == element) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets) {
     return technology == technology_t::gsm ? gsm_card_datagram_of(octets) : cdma_card_datagram_of(octets);
 }

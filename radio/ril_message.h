@@ -56,5 +56,8 @@ struct card_datagram_t {
 /// Of the octets that a modem delivers: an SMS-DELIVER, or a CDMA point-to-point message of that type. None for
 /// anything that is no card datagram.
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets);
+/// Whether the element that addresses the port of contact cards is somewhere in them, at any bit: what has it and is no
+/// card datagram may be a damaged one.
+bool names_card_port(air::octets_view_t octets);
 
 }  // namespace radio

@@ -55,12 +55,6 @@ RILMESSAGE message_of(const air::cdma::message_t& deliver, std::optional<int64_t
     return message;
 }
 
-// Each transmission of a message may ask for an acknowledgement under another number.
-air::octets_t identity_of(air::cdma::message_t deliver) {
-    deliver.reply_sequence.reset();
-    return air::cdma::encode(deliver).value_or(air::octets_t());
-}
-
 }  // namespace
 
 std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
@@ -99,7 +93,7 @@ std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets) 
                            .stamp = stamp,
                            .header = {parts->header.begin(), parts->header.end()},
                            .body = {parts->body.begin(), parts->body.end()},
-                           .identity = identity_of(*deliver)};
+                           .identity = air::cdma::without_reply_option(octets)};
 }
 
 }  // namespace radio

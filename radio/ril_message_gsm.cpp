@@ -86,10 +86,12 @@ std::optional<air::octets_t> body_of(const air::deliver_t& deliver, const air::u
     return text.size() <= MAXLENGTH_MSG ? std::optional(air::octets_t(text.begin(), text.end())) : std::nullopt;
 }
 
-// The bit that more messages wait differs between copies of one message.
-air::octets_t identity_of(air::deliver_t deliver) {
-    deliver.more_messages = false;
-    return air::encode(deliver).value_or(air::octets_t());
+// The octets as they came: what decodes alike may have been sent apart. Only the bit that more messages wait differs
+// between copies of one message, and the padding, which may be a memory's.
+air::octets_t identity_of(air::octets_view_t octets, const air::deliver_t& deliver) {
+    air::octets_t identity(octets.begin(), octets.end() - static_cast<std::ptrdiff_t>(deliver.padding));
+    identity[0] |= air::bit_no_more_messages;
+    return identity;
 }
 
 }  // namespace
@@ -129,7 +131,7 @@ std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets) {
                            .stamp = stamp,
                            .header = {parts->header.begin(), parts->header.end()},
                            .body = *body,
-                           .identity = identity_of(*deliver)};
+                           .identity = identity_of(octets, *deliver)};
 }
 
 }  // namespace radio

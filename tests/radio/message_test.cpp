@@ -92,10 +92,25 @@ TEST(message, only_card_datagrams_are_taken_and_their_copies_known) {
              [](auto& message) { message.type = air::cdma::message_type_t::submit; }}) {
         EXPECT_EQ(identity_of(change), "none");
     }
-    air::deliver_t copy = incoming("x");
-    copy.more_messages = !copy.more_messages;
-    EXPECT_EQ(card_datagram_of(technology_t::gsm, *air::encode(incoming("x")))->identity,
-              card_datagram_of(technology_t::gsm, *air::encode(copy))->identity);
+    // The same from a memory that fills its records, and with more messages behind it; a time that reads alike.
+    const air::octets_t first = *air::encode(incoming("x"));
+    air::octets_t copy = first;
+    copy[0] ^= air::bit_no_more_messages;
+    copy.resize(175, 0xFF);
+    air::octets_t another = first;
+    another[16] |= 0x0F;
+    EXPECT_EQ(card_datagram_of(technology_t::gsm, copy)->identity,
+              card_datagram_of(technology_t::gsm, first)->identity);
+    EXPECT_NE(card_datagram_of(technology_t::gsm, another)->identity,
+              card_datagram_of(technology_t::gsm, first)->identity);
+}
+
+TEST(message, the_card_port_is_seen_at_any_bit) {
+    EXPECT_TRUE(radio::names_card_port(octets_of("440C91 050423F4 00")));
+    EXPECT_TRUE(radio::names_card_port(octets_of("050423F4")));
+    EXPECT_TRUE(radio::names_card_port(octets_of(cdma_deliver)));
+    EXPECT_FALSE(radio::names_card_port(octets_of("050423F5 050423")));
+    EXPECT_FALSE(radio::names_card_port({}));
 }
 
 TEST(message, what_does_not_fit_on_cdma_is_no_submission) {

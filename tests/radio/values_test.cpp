@@ -91,9 +91,30 @@ TEST(values, messages) {
     EXPECT_EQ(delivered_length("+CMT: ,"), std::nullopt);
     EXPECT_EQ(message_reference("+CMGS: 255,\"00\""), 255);
     EXPECT_EQ(message_reference("+CMGS: 65536"), std::nullopt);
-    EXPECT_EQ(tpdu_of_line("02aabb", 3), (air::octets_t{0x02, 0xAA, 0xBB}));  // no service centre address
-    EXPECT_EQ(tpdu_of_line("0002AABB", 2), std::nullopt);
-    EXPECT_EQ(tpdu_of_line("", 2), std::nullopt);
+}
+
+TEST(values, tpdus) {
+    const air::octets_t behind = {0x02, 0xAA, 0xBB};
+    const air::octets_t all = {0x00, 0x02, 0xAA, 0xBB};
+    const struct {
+        const char* line;
+        size_t length;
+        std::vector<air::octets_t> tpdus;
+    } rows[] = {
+        {"02aabb", 3, {behind}},                  // no service centre address
+        {"07912143658709F102AABB", 3, {behind}},  //
+        {"07912143658709F102AABB", 2, {behind}},  // a length that is one off
+        {"07912143658709F102AABB", 4, {behind}},  //
+        {"07912143658709F102AABB", 11, {{0x07, 0x91, 0x21, 0x43, 0x65, 0x87, 0x09, 0xF1, 0x02, 0xAA, 0xBB}, behind}},
+        {"0002AABB", 3, {all, behind}},  // either
+        {"0002AABB", 1, {}},             // octets were lost, or added
+        {"0002AABB", 6, {}},
+        {"0002AABB5", 3, {}},
+        {"", 2, {}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(tpdus_of_line(row.line, row.length), row.tpdus) << row.line << ", " << row.length;
+    }
 }
 
 TEST(values, memories) {
