@@ -123,6 +123,16 @@ std::string network_t::set_fault(std::string_view number, std::string_view order
     return error;
 }
 
+sim_t::entries_t network_t::pin_entries(std::string_view number) {
+    sim_t::entries_t entries;
+    tasks_.run([&] {
+        if (phone_t* phone = find(number)) {
+            entries = phone->modem().sim().entries();
+        }
+    });
+    return entries;
+}
+
 std::string network_t::trace(const fs::path& file) {
     std::string error;
     tasks_.run([&] { error = service_centre_.trace().open(file); });

@@ -21,6 +21,7 @@
 #include "base/descriptor.h"
 #include "network/event_loop.h"
 #include "network/service_centre.h"
+#include "network/sim.h"
 
 namespace network {
 
@@ -50,6 +51,9 @@ class network_t {
     /// Makes one phone misbehave, or stop it: an order of fault_table.h, "lose-results=2". Returns an empty text, or
     /// what is wrong: no such phone, no such fault, no such value.
     [[nodiscard]] std::string set_fault(std::string_view number, std::string_view order);
+
+    /// What has been entered at the phone's SIM since its PIN was last cleared; nothing for a number that is none.
+    sim_t::entries_t pin_entries(std::string_view number);
 
     /// Writes what passes from now on to this file (trace.h). Returns an empty text, or what failed.
     [[nodiscard]] std::string trace(const std::filesystem::path& file);

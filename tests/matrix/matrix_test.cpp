@@ -11,6 +11,7 @@
 #include "network/fault_table.h"
 #include "radio/assembly.h"
 #include "radio/limits.h"
+#include "tests/matrix/cards.h"
 #include "tests/matrix/phone.h"
 #include "tests/network/host.h"
 
@@ -122,16 +123,6 @@ constexpr size_t sizes[] = {3};  // what the others add is time
 #else
 constexpr size_t sizes[] = {30, 3, 1};
 #endif
-constexpr size_t body_octets = 128;  // of a datagram with a short reference
-
-/// A card of so many datagrams, unlike any other of the run.
-std::string card_of(size_t datagrams, size_t serial) {
-    std::string card = fmt::format("BEGIN:VCARD\r\nVERSION:2.1\r\nN:Number {}\r\nX-OCTETS:", serial);
-    while (card.size() < datagrams * body_octets - 40) {
-        card += static_cast<char>(card.size() * 37 % 223 + 32);
-    }
-    return card + "\r\nEND:VCARD\r\n";
-}
 
 class matrix : public network::network_test, public testing::WithParamInterface<row_t> {
   protected:
@@ -209,16 +200,7 @@ class matrix : public network::network_test, public testing::WithParamInterface<
     /// The peer sends it, with a text in between.
     void put_in(const std::string& card, size_t datagrams) {
         for (size_t i = 0; i < datagrams; ++i) {
-            air::octets_t header = {0x05, 0x04, 0x23, 0xF4, 0x00, 0x00};
-            if (datagrams > 1) {
-                header.insert(header.end(), {0x00, 0x03, static_cast<uint8_t>(serial_), static_cast<uint8_t>(datagrams),
-                                             static_cast<uint8_t>(i + 1)});
-            }
-            const std::string body = card.substr(i * body_octets, body_octets);
-            const air::octets_t octets(body.begin(), body.end());
-            air::submit_t message = network::submit_to(ours, air::join_user_data(header, octets).value());
-            message.header_indicator = true;
-            submit(message);
+            submit(datagram_of(card, i, ours, serial_));
             if (i == datagrams / 2) {
                 send_text(0);
             }
