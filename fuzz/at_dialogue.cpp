@@ -15,15 +15,15 @@ using namespace radio;
 
 const command_t shapes[] = {
     {.line = "AT", .limit = limit_t::setting},
-    {.line = "ATQ0V1E0", .limit = limit_t::repeat, .any_form = true},
-    {.line = "AT+CMGF?", .limit = limit_t::settling, .prefixes = {"+CMGF:"}, .needs_line = true},
-    {.line = "AT+CREG?", .limit = limit_t::query, .prefixes = {"+CREG:", "+CGREG:"}},
-    {.line = "AT+CMGL=4", .limit = limit_t::listing, .prefixes = {"+CMGL:"}, .pdu_follows = true},
+    {.line = "ATQ0V1E0", .limit = limit_t::repeat, .shape = reply_shape_t::plain_result},
+    {.line = "AT+CMGF?", .limit = limit_t::settling, .shape = reply_shape_t::line, .prefix = "+CMGF:"},
+    {.line = "AT+CREG?", .limit = limit_t::query, .prefix = "+CREG:"},
+    {.line = "AT+CMGL=4", .limit = limit_t::listing, .shape = reply_shape_t::pdus, .prefix = "+CMGL:"},
     {.line = "AT+CMGS=2",
      .limit = limit_t::submission,
-     .prefixes = {"+CMGS:"},
+     .shape = reply_shape_t::entry,
+     .prefix = "+CMGS:",
      .entry = "000100",
-     .needs_line = true,
      .is_late = [](const std::string& text) { return text == "+CMGS: 7"; }},
 };
 
@@ -60,7 +60,7 @@ class observed_t {
     void begin(const command_t& command) {
         command_ = command;
         must(dialogue_.begin(command) == command.line + '\r');
-        if (!command.entry.empty()) {
+        if (command.shape == reply_shape_t::entry) {
             lexer_.expect_prompt();
         }
     }
@@ -94,10 +94,11 @@ class observed_t {
         const reply_t reply = dialogue_.end(reply_t::outcome_t::timeout);
         must((reply.outcome == reply_t::outcome_t::timeout) != resulted && !dialogue_.in_progress());
         must(!reply.ok() || command_.entry.empty() || reply.entry_sent);
-        must(!reply.ok() || !command_.needs_line || !reply.lines.empty());
+        const bool wants_line = command_.shape == reply_shape_t::line || command_.shape == reply_shape_t::entry;
+        must(!reply.ok() || !wants_line || !reply.lines.empty());
         for (const modem_line_t& line : reply.lines) {
-            must(std::ranges::any_of(command_.prefixes, [&](auto prefix) { return line.text.starts_with(prefix); }));
-            must(line.pdu.empty() || command_.pdu_follows);
+            must(line.text.starts_with(command_.prefix));
+            must(line.pdu.empty() || command_.shape == reply_shape_t::pdus);
             delivered(line);
         }
         lexer_.expect_no_prompt();
@@ -109,7 +110,7 @@ class observed_t {
 
   private:
     bool is_result(const std::string& line) const {
-        return final_result(line) || (command_.any_form && numeric_result(line));
+        return final_result(line) || (command_.shape == reply_shape_t::plain_result && numeric_result(line));
     }
     bool may_be_kept_back(const std::string& line) const {
         return is_result(line) || line.starts_with("AT") || line.starts_with('>') || line == command_.entry ||

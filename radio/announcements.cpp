@@ -132,7 +132,8 @@ bool announcements_t::have_stopped() {
     if (chosen_.way == none || link_.lost() || link_.ending()) {
         return false;
     }
-    const reply_t reply = link_.exchange({.line = "AT+CNMI?", .limit = limit_t::setting, .prefixes = {"+CNMI:"}});
+    const reply_t reply = link_.exchange(
+        {.line = "AT+CNMI?", .limit = limit_t::setting, .shape = reply_shape_t::line, .prefix = "+CNMI:"});
     const std::vector<value_t> now = values_of(reply.first());
     return now.size() > 1 && now[1].text == "0";
 }

@@ -21,6 +21,10 @@ bool is_echo(std::string_view line) {
 
 }  // namespace
 
+reply_shape_t shape_of_answer(std::string_view line) {
+    return line.ends_with('?') ? reply_shape_t::line : reply_shape_t::result;
+}
+
 std::optional<std::string> at_dialogue_t::begin(const command_t& command) {
     if (!command_line(command.line) || !command_line(command.entry)) {
         return std::nullopt;
@@ -29,9 +33,10 @@ std::optional<std::string> at_dialogue_t::begin(const command_t& command) {
     reply_ = {};
     reply_size_ = 0;
     in_progress_ = true;
-    reply_waits_for_pdu_ = false;
+    doubtful_.reset();
     late_ok_follows_ = false;
-    if (!command.entry.empty()) {
+    expect_no_pdu(header_t::reply);
+    if (command.shape == reply_shape_t::entry) {
         lexer_.expect_prompt();
     }
     return command.line + '\r';
@@ -45,6 +50,7 @@ std::string at_dialogue_t::feed(std::string_view octets) {
         } else if (token.kind == token_t::kind_t::pdu) {
             take_pdu(token.text);
         } else {
+            doubtful_.reset();
             reply_.entry_sent = true;
             out += command_.entry + ctrl_z;
         }
@@ -53,55 +59,99 @@ std::string at_dialogue_t::feed(std::string_view octets) {
 }
 
 void at_dialogue_t::take_line(const std::string& text) {
-    std::optional<final_result_t> result = final_result(text);
-    if (in_progress_ && command_.any_form && !result) {
-        result = numeric_result(text);
-    }
-    if (in_progress_ && result) {
-        const bool wants_line = std::exchange(late_ok_follows_, false) || command_.needs_line;
-        const bool too_early = (wants_line && reply_.lines.empty()) || waits_for_prompt();
-        if (!too_early || result->kind != final_result_t::kind_t::ok) {
-            reply_.result = *result;
-            reply_.outcome =
-                result->kind == final_result_t::kind_t::ok ? reply_t::outcome_t::ok : reply_t::outcome_t::error;
-            in_progress_ = false;
-            lexer_.expect_no_prompt();
-        }
+    if (const std::optional<final_result_t> result = result_in(text)) {
+        take_result(*result);
         return;
     }
     late_ok_follows_ = late_ok_follows_ || is_late(text);
-    if (in_progress_ && is_reply(text)) {
-        reply_.lines.push_back({text, {}});
-        reply_size_ += text.size();
-        reply_waits_for_pdu_ = command_.pdu_follows;
-        delivery_is_latest_ = false;
+    if (is_reply(text)) {
+        take_reply_line(text);
     } else if (announces_pdu(text)) {
-        if (delivery_) {
-            unsolicited_.push_back(*std::exchange(delivery_, std::nullopt));
-        }
-        delivery_ = modem_line_t{text, {}};
-        delivery_is_latest_ = true;
+        take_delivery(text);
     } else if (is_echo(text)) {
-        echoes_ = true;
-    } else if (!result) {  // the result of a command that has been given up is nobody's
+        echoes_ += text == command_.line ? 1 : 0;
+    } else {
         unsolicited_.push_back({text, {}});
     }
+}
+
+std::optional<final_result_t> at_dialogue_t::result_in(const std::string& text) const {
+    const std::optional<final_result_t> result = final_result(text);
+    const bool may_be_digit = in_progress_ && command_.shape == reply_shape_t::plain_result;
+    return result || !may_be_digit ? result : numeric_result(text);
+}
+
+// That of a command that has been given up is nobody's; an OK before the prompt can be no other.
+void at_dialogue_t::take_result(const final_result_t& result) {
+    const bool is_ok = result.kind == final_result_t::kind_t::ok;
+    const bool is_late = is_ok && (std::exchange(late_ok_follows_, false) || waits_for_prompt());
+    if (!in_progress_ || is_late) {
+        return;
+    }
+    const bool wants_line = command_.shape == reply_shape_t::line || command_.shape == reply_shape_t::entry;
+    if (waits_for_prompt() || (is_ok && wants_line && reply_.lines.empty())) {
+        doubtful_ = result;
+    } else {
+        finish(result);
+    }
+}
+
+void at_dialogue_t::finish(const final_result_t& result) {
+    reply_.result = result;
+    reply_.outcome = result.kind == final_result_t::kind_t::ok ? reply_t::outcome_t::ok : reply_t::outcome_t::error;
+    in_progress_ = false;
+    doubtful_.reset();
+    lexer_.expect_no_prompt();
+}
+
+void at_dialogue_t::believe() {
+    if (in_progress_ && doubtful_) {
+        finish(final_result_t(*doubtful_));
+    }
+}
+
+void at_dialogue_t::take_reply_line(const std::string& text) {
+    doubtful_.reset();
+    reply_.lines.push_back({text, {}});
+    reply_size_ += text.size();
+    if (command_.shape == reply_shape_t::pdus) {
+        expect_pdu(header_t::reply);
+    }
+}
+
+void at_dialogue_t::take_delivery(const std::string& text) {
+    if (delivery_) {
+        unsolicited_.push_back(*std::exchange(delivery_, std::nullopt));
+    }
+    delivery_ = modem_line_t{text, {}};
+    expect_pdu(header_t::delivery);
+}
+
+void at_dialogue_t::expect_pdu(header_t header) {
+    expect_no_pdu(header);
+    headers_.push_back(header);
+}
+
+void at_dialogue_t::expect_no_pdu(header_t header) {
+    std::erase(headers_, header);
 }
 
 void at_dialogue_t::take_pdu(const std::string& text) {
     if (in_progress_ && reply_.entry_sent && text == command_.entry) {
         return;  // echo
     }
-    if (delivery_ && (delivery_is_latest_ || !reply_waits_for_pdu_)) {
+    if (headers_.empty()) {
+        unsolicited_.push_back({text, {}});
+        return;
+    }
+    const header_t header = headers_.back();
+    headers_.pop_back();
+    if (header == header_t::delivery) {
         delivery_->pdu = text;
         unsolicited_.push_back(*std::exchange(delivery_, std::nullopt));
-        delivery_is_latest_ = false;
-    } else if (in_progress_ && reply_waits_for_pdu_) {
+    } else {
         reply_.lines.back().pdu = text;
         reply_size_ += text.size();
-        reply_waits_for_pdu_ = false;
-    } else {
-        unsolicited_.push_back({text, {}});
     }
 }
 
@@ -110,14 +160,12 @@ bool at_dialogue_t::is_late(const std::string& text) const {
 }
 
 bool at_dialogue_t::is_reply(const std::string& text) const {
-    if (text == command_.line || waits_for_prompt() || is_late(text)) {
-        return false;
-    }
-    return std::ranges::any_of(command_.prefixes, [&](std::string_view prefix) { return text.starts_with(prefix); });
+    return in_progress_ && !command_.prefix.empty() && text.starts_with(command_.prefix) && text != command_.line &&
+           !waits_for_prompt() && !is_late(text);
 }
 
 bool at_dialogue_t::waits_for_prompt() const {
-    return !command_.entry.empty() && !reply_.entry_sent;
+    return in_progress_ && command_.shape == reply_shape_t::entry && !reply_.entry_sent;
 }
 
 reply_t at_dialogue_t::end(reply_t::outcome_t outcome) {
@@ -126,7 +174,8 @@ reply_t at_dialogue_t::end(reply_t::outcome_t outcome) {
         in_progress_ = false;
         lexer_.expect_no_prompt();
     }
-    reply_waits_for_pdu_ = false;
+    doubtful_.reset();
+    expect_no_pdu(header_t::reply);
     return std::exchange(reply_, {});
 }
 

@@ -1,10 +1,12 @@
 /// One command at a time, and everything that a modem says besides. No I/O and no clock: octets in, octets to write
 /// out.
 ///
-/// A command names the prefixes of its reply lines; every other line is unsolicited, wherever it stands, also between
-/// the lines of a reply; so is a late reply to an earlier submission: one before the prompt, or one that the command
-/// knows by its contents. A line of hexadecimal digits belongs to the last header line that still waits for one. Echo
-/// of commands and PDUs is dropped, where the modem echoes, also when it comes late. Not thread-safe.
+/// A command names the shape of its reply and the prefix of its lines; every other line is unsolicited, wherever it
+/// stands, also between the lines of a reply; so is a late reply to an earlier submission: one before the prompt, or
+/// one that the command knows by its contents. A result that comes before what its command asks for is doubtful: it
+/// ends the command only when the owner believes it, because nothing else came. A line of hexadecimal digits belongs to
+/// the last header line that still waits for one. Echo of commands and PDUs is dropped, where the modem echoes, also
+/// when it comes late. Not thread-safe.
 #pragma once
 
 #include <cstddef>
@@ -21,14 +23,23 @@
 
 namespace radio {
 
+/// What a modem answers.
+enum class reply_shape_t : uint8_t {
+    result,        // a result, and lines before it, where there are any
+    plain_result,  // the same; the result may come as a digit, as after ATV0
+    line,          // a line at least; a result of "OK" before it is doubtful
+    pdus,          // any number of lines, each followed by one PDU line
+    entry,         // the prompt, and behind the text a line as above; an error before the prompt is doubtful
+};
+/// Of a read or a test command (V.250 5.4.3, 5.4.4), which end with a question mark, a line; of others a result.
+reply_shape_t shape_of_answer(std::string_view line);
+
 struct command_t {
-    std::string line;                          // with "AT", without the line's end
-    limit_t limit;                             // for the whole exchange
-    std::vector<std::string_view> prefixes{};  // of its reply lines
-    bool pdu_follows = false;                  // each reply line is followed by one PDU line
-    std::string entry{};      // text for the prompt, in hexadecimal; with it the command expects a prompt
-    bool needs_line = false;  // an OK before the first reply line is a late one, of a command before this
-    bool any_form = false;    // the result may come as a digit, as after ATV0
+    std::string line;  // with "AT", without the line's end
+    limit_t limit;     // for the whole exchange
+    reply_shape_t shape = reply_shape_t::result;
+    std::string prefix{};  // of its reply lines; without one there are none
+    std::string entry{};   // for the prompt, in hexadecimal
     // Of a line: a late one of a command before this, as is the OK behind it.
     std::function<bool(const std::string&)> is_late{};
     std::string alias{};  // what warnings call a command whose line is nobody's business
@@ -66,21 +77,34 @@ class at_dialogue_t {
     [[nodiscard]] bool in_progress() const { return in_progress_; }
     /// The command has a text entry, and its prompt has not come.
     [[nodiscard]] bool waits_for_prompt() const;
+    /// A result has come that may be that of an earlier command.
+    [[nodiscard]] bool in_doubt() const { return doubtful_.has_value(); }
+    /// It is this command's: nothing else has come.
+    void believe();
     /// Ends the command: with its result when it has one, else with `outcome` and the reply lines so far.
     reply_t end(reply_t::outcome_t outcome);
 
     /// Octets of the reply so far.
     [[nodiscard]] size_t reply_size() const { return reply_size_; }
 
-    /// The modem has echoed a command.
-    [[nodiscard]] bool echoes() const { return echoes_; }
+    /// How many commands the modem has echoed.
+    [[nodiscard]] size_t echoes() const { return echoes_; }
 
     /// The unsolicited lines since the last call, in order.
     std::deque<modem_line_t> take_unsolicited();
 
   private:
+    enum class header_t : uint8_t { reply, delivery };
+
     void take_line(const std::string& text);
+    void take_result(const final_result_t& result);
+    void take_reply_line(const std::string& text);
+    void take_delivery(const std::string& text);
     void take_pdu(const std::string& text);
+    void finish(const final_result_t& result);
+    void expect_pdu(header_t header);
+    void expect_no_pdu(header_t header);
+    [[nodiscard]] std::optional<final_result_t> result_in(const std::string& text) const;
     [[nodiscard]] bool is_late(const std::string& text) const;
     [[nodiscard]] bool is_reply(const std::string& text) const;
 
@@ -89,12 +113,12 @@ class at_dialogue_t {
     reply_t reply_;
     size_t reply_size_ = 0;
     bool in_progress_ = false;
-    bool echoes_ = false;
+    std::optional<final_result_t> doubtful_;
+    bool late_ok_follows_ = false;
+    size_t echoes_ = 0;
     std::deque<modem_line_t> unsolicited_;
     std::optional<modem_line_t> delivery_;  // an unsolicited header line whose PDU line is still to come
-    bool reply_waits_for_pdu_ = false;
-    bool late_ok_follows_ = false;
-    bool delivery_is_latest_ = false;
+    std::vector<header_t> headers_;         // that wait for their PDU line, the latest last
 };
 
 }  // namespace radio

@@ -89,8 +89,10 @@ class examination_t : public inquiry_t {
             return std::nullopt;
         }
         between_.clear();
-        reply_t reply = link_.exchange(
-            {.line = line, .limit = limit_t::setting, .prefixes = {prefix.empty() ? std::string_view("+") : prefix}});
+        reply_t reply = link_.exchange({.line = line,
+                                        .limit = limit_t::setting,
+                                        .shape = shape_of_answer(line),
+                                        .prefix = std::string(prefix.empty() ? "+" : prefix)});
         if (reply.outcome == reply_t::outcome_t::lost) {
             hinder(fmt::format("the modem on {} hung up during {}", path_, line),
                    "check its cable and its power supply");
@@ -132,7 +134,7 @@ class examination_t : public inquiry_t {
     }
 
     void put_back(const std::string& line) {
-        if (!link_.exchange({.line = line, .limit = limit_t::setting, .prefixes = {"+"}}).ok()) {
+        if (!link_.exchange({.line = line, .limit = limit_t::setting, .prefix = "+"}).ok()) {
             warn_of(fmt::format("a setting could not be put back ({})", line), "switch the modem off and on");
         }
     }

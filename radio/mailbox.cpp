@@ -86,7 +86,7 @@ bool mailbox_t::set_up(setup_inquiry_t& inquiry) {
 // What fails because the modem is away is not worth a line each: its loss is told, and all is done again when it is
 // back.
 void mailbox_t::warn_unless_lost(const std::string& text) const {
-    if (!link_.lost()) {
+    if (!link_.lost() && !link_.restarted()) {
         warn(text);
     }
 }
@@ -99,8 +99,7 @@ bool mailbox_t::select(const std::string& memory) {
     if (!name) {
         return false;
     }
-    const reply_t reply =
-        link_.exchange({.line = "AT+CPMS=" + *name, .limit = limit_t::storage, .prefixes = {"+CPMS:"}});
+    const reply_t reply = link_.exchange({.line = "AT+CPMS=" + *name, .limit = limit_t::storage, .prefix = "+CPMS:"});
     if (!reply.ok()) {
         return false;
     }
@@ -135,8 +134,8 @@ void mailbox_t::list(const std::string& memory) {
         warn_unless_lost("cannot select the message memory " + memory);
         return;
     }
-    const reply_t reply =
-        link_.exchange({.line = all_messages, .limit = limit_t::listing, .prefixes = {"+CMGL:"}, .pdu_follows = true});
+    const reply_t reply = link_.exchange(
+        {.line = all_messages, .limit = limit_t::listing, .shape = reply_shape_t::pdus, .prefix = "+CMGL:"});
     if (!reply.ok()) {
         warn_unless_lost("cannot list the message memory " + memory);
     }
@@ -171,8 +170,8 @@ void mailbox_t::read(const location_t& location) {
     }
     const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGR={}", location.index),
                                           .limit = limit_t::storage,
-                                          .prefixes = {"+CMGR:"},
-                                          .pdu_follows = true});
+                                          .shape = reply_shape_t::pdus,
+                                          .prefix = "+CMGR:"});
     const std::optional<stored_message_t> message = read_message(reply.first());
     datagrams_t datagrams;
     if (message) {
@@ -294,8 +293,11 @@ void mailbox_t::give_texts_back() {
 
 // Write message to memory, 3GPP TS 27.005 4.4: as received, unread.
 bool mailbox_t::put_on_modem(size_t length, const std::string& pdu) {
-    const command_t command = {
-        .line = fmt::format("AT+CMGW={},0", length), .limit = limit_t::storage, .prefixes = {"+CMGW:"}, .entry = pdu};
+    const command_t command = {.line = fmt::format("AT+CMGW={},0", length),
+                               .limit = limit_t::storage,
+                               .shape = reply_shape_t::entry,
+                               .prefix = "+CMGW:",
+                               .entry = pdu};
     const bool put = link_.exchange(command).ok();
     if (!put && !std::exchange(refused_text_told_, true)) {
         warn_unless_lost("the modem does not take back a message that is no card; such are kept in the journal");

@@ -7,6 +7,7 @@
 
 #include "base/clock.h"
 #include "radio/limits.h"
+#include "radio/signs_of_restart.h"
 #include "radio/warning.h"
 
 namespace radio {
@@ -52,10 +53,14 @@ void modem_t::stop() {
 
 void modem_t::run() {
     while (true) {
-        if (const job_queue_t::job_t job = jobs_.next()) {
+        if (link_.restarted() && !lost() && !link_.ending()) {
+            set_up_again("has restarted");
+        } else if (const job_queue_t::job_t job = jobs_.next()) {
             job();
         } else if (link_.ending()) {
             return;
+        } else if (!lost() && link_.is_out_of_step()) {
+            link_.recover();
         } else if (lost() && !loss_told_) {
             tell_loss();
         } else {
@@ -89,6 +94,9 @@ void modem_t::set_session(session_pointer_t session) {
 
 void modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
     jobs_.post([this, session = std::move(session), request, submission = std::move(submission), more_follow] {
+        if (!link_.is_still_set_up() && !lost() && !link_.ending()) {
+            set_up_again("has restarted");
+        }
         submitter_.submit(session, request, submission, more_follow);
     });
 }
@@ -123,7 +131,7 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         jobs_.post([this] { mailbox_.acknowledge(true); });
     } else if (text.starts_with("+CMGS:")) {
         submitter_.take_late_result(text);
-    } else if (!registration_.take(text)) {
+    } else if (!registration_.take(text) && !announces_start(text) && !tells_sim_state(text)) {
         warn_of_unknown(text);
     }
 }
@@ -147,7 +155,7 @@ void modem_t::warn_of_unknown(const std::string& line) {
 
 std::string modem_t::connect() {
     if (std::string error = set_up(); !error.empty()) {
-        link_.hang_up();
+        link_.hang_up("cannot be set up: " + error);
         return error;
     }
     // Told after it can be used: the driver submits as soon as it hears of a network.
@@ -186,13 +194,19 @@ bool modem_t::set_up(setup_inquiry_t& inquiry) {
            registration_.set_up(inquiry);
 }
 
+void modem_t::set_up_again(std::string_view reason) {
+    warn(fmt::format("the modem {}; it is set up again", reason));
+    if (const std::string error = connect(); !error.empty()) {
+        known_failure_ = error;
+    } else {
+        mailbox_.list_soon();
+    }
+}
+
 void modem_t::look_after() {
     warn_of_the_rest();
     if (announcements_.have_stopped()) {
-        warn("the modem has stopped to announce new messages; it is set up again");
-        if (const std::string error = connect(); !error.empty() && !link_.ending()) {
-            warn(error);
-        }
+        set_up_again("has stopped to announce new messages");
     }
     mailbox_.list_all();
 }
@@ -205,10 +219,14 @@ std::string modem_t::present_path() const {
 
 void modem_t::tell_loss() {
     loss_told_ = true;
-    told_failures_.clear();
+    told_failures_ = {std::exchange(known_failure_, {})};
+    if (link_.fell_silent()) {
+        told_failures_.insert(no_answer_on(options_.tty));
+    }
     const std::string also =
         lasting_path_.empty() || lasting_path_ == options_.tty ? "" : " and under " + lasting_path_;
-    warn(fmt::format("the modem on {} has hung up; it is looked for there{} until it is back", options_.tty, also));
+    warn(
+        fmt::format("the modem on {} {}; it is looked for there{} until it is back", options_.tty, link_.loss(), also));
     registration_.publish();
     back_off_ = milliseconds(limit_t::reopening);
     next_look_ = base::tick64() + back_off_;

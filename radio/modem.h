@@ -62,6 +62,7 @@ class modem_t {
     [[nodiscard]] std::string connect();
     [[nodiscard]] std::string set_up();
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
+    void set_up_again(std::string_view reason);
     void look_after();
 
     // A modem that is lost.
@@ -84,6 +85,7 @@ class modem_t {
     std::set<std::string> unknown_lines_;
     std::string lasting_path_;             // see modem_options_t::links
     std::set<std::string> told_failures_;  // to set it up, since the loss
+    std::string known_failure_;            // told as the reason of the loss
     bool loss_told_ = false;
     uint64_t next_look_ = 0;  // for a lost modem, on tick64
     uint64_t back_off_ = 0;   // milliseconds

@@ -24,19 +24,32 @@ class modem_link_t {
 
     /// The tty has been opened: nothing of an earlier dialogue counts any more.
     void begin();
-    /// Ends a text entry that a crash may have left, asks for results in words and for no echo, and waits for the
-    /// modem's first answer; false without one.
-    bool wake_modem();
+    /// Ends a text entry that a crash may have left, asks for results in words and for no echo, and for something that
+    /// the modem answers with a line of its own, so that what comes from then on answers what is asked from then on;
+    /// false when it does not answer within `limit`.
+    bool wake_modem(limit_t limit = limit_t::first_answer);
     /// The modem has echoed a command: it had not been told before to do without.
-    [[nodiscard]] bool echoes() const { return dialogue_.echoes(); }
+    [[nodiscard]] bool echoes() const { return dialogue_.echoes() > 0; }
     /// The modem is set up: it is no longer lost.
-    void connected() { lost_ = false; }
-    /// Closes the tty: the modem is lost.
-    void hang_up();
-    /// Runs one command. After a time-out the next exchange first brings the dialogue back.
+    void connected();
+    /// Closes the tty: the modem is lost. `reason` goes on after "the modem on TTY"; a tty that is closed already keeps
+    /// its own.
+    void hang_up(std::string reason = "has hung up");
+    /// The reason of the last loss.
+    [[nodiscard]] const std::string& loss() const { return loss_; }
+    /// The tty is still there, and its modem was lost because it said nothing any more.
+    [[nodiscard]] bool fell_silent() const { return fell_silent_; }
+    /// Runs one command. After a time-out, or a reply that may not have been its own, the next exchange first brings
+    /// the dialogue back.
     reply_t exchange(const command_t& command);
-    /// Brings the dialogue back after a time-out, so that late answers have come; false when the modem stays silent.
+    /// Brings the dialogue back, so that late answers have come; false when the modem stays silent, which is then lost.
     bool recover();
+    /// A reply is owed, or may have been another's.
+    [[nodiscard]] bool is_out_of_step() const { return out_of_step_; }
+    /// Asks a modem that has had the time to restart since its last answer; false when it did.
+    bool is_still_set_up();
+    /// The modem has restarted since it was set up, as far as it shows, and has forgotten its settings.
+    [[nodiscard]] bool restarted() const { return restarted_ || sim_told_; }
     /// Listens for so long; false when the modem is gone or the end has begun.
     bool pause(limit_t time);
     /// Waits until the modem has said something, somebody calls wake, or tick64 reaches `until`.
@@ -57,11 +70,18 @@ class modem_link_t {
     static constexpr uint64_t never = UINT64_MAX;
 
     reply_t run(const command_t& command);
+    reply_t finish(const command_t& command);
+    bool in_step();
+    reply_t ask_question();
+    [[nodiscard]] bool is_fresh() const;
+    void look_for_restart(const command_t& command, const reply_t& reply);
+    void take_unsolicited(const modem_line_t& line);
     [[nodiscard]] static limit_t limit_of(const command_t& command, bool before_prompt);
     void pump(uint64_t until);
     void read_some();
     void write_some();
     [[nodiscard]] bool cut_off() const;
+    [[nodiscard]] bool interrupted() const;
 
     tty_t& tty_;
     std::function<void(const modem_line_t&)> unsolicited_;
@@ -69,6 +89,16 @@ class modem_link_t {
     at_dialogue_t dialogue_;
     std::string out_;  // still to be written
     bool out_of_step_ = false;
+    size_t questions_ = 0;    // of all greetings
+    bool in_use_ = false;     // set up, and not lost since
+    bool restarted_ = false;  // no exchange is of use any more
+    bool sim_told_ = false;   // one may be; the modem is set up again afterwards
+    bool keeps_echoing_ = false;
+    size_t known_echoes_ = 0;
+    uint64_t connected_at_ = 0;  // these on tick64
+    uint64_t answered_at_ = 0;
+    std::string loss_;
+    bool fell_silent_ = false;
     std::atomic<bool> lost_ = true;
     std::atomic<uint64_t> ending_at_ = never;
     base::clock_watch_t clock_watch_;  // last: it wakes, until it is gone

@@ -116,6 +116,10 @@ bool registration_watch_t::take(const std::string& line) {
     return true;
 }
 
+reply_t registration_watch_t::ask(const std::string& question, const std::string& prefix) {
+    return link_.exchange({.line = question, .limit = limit_t::query, .shape = reply_shape_t::line, .prefix = prefix});
+}
+
 void registration_watch_t::query() {
     query_technology();
     for (domain_t& domain : domains_) {
@@ -135,7 +139,7 @@ void registration_watch_t::query() {
 // A modem for both kinds of network is on that which serves it.
 void registration_watch_t::query_technology() {
     if (tells_service_ && !only_cdma_) {
-        const reply_t reply = link_.exchange({.line = "AT+CAD?", .limit = limit_t::query, .prefixes = {"+CAD:"}});
+        const reply_t reply = ask("AT+CAD?", "+CAD:");
         technology_ = cdma_service(reply.first()) == on_cdma ? technology_t::cdma : technology_t::gsm;
     }
 }
@@ -143,8 +147,7 @@ void registration_watch_t::query_technology() {
 // A line that came by itself among the reply lines is as true as the reply.
 void registration_watch_t::query_domain(domain_t& domain) {
     const std::string prefix = fmt::format("{}:", domain.name);
-    const reply_t reply =
-        link_.exchange({.line = fmt::format("AT{}?", domain.name), .limit = limit_t::query, .prefixes = {prefix}});
+    const reply_t reply = ask(fmt::format("AT{}?", domain.name), prefix);
     if (!reply.ok()) {
         domain.now = {};
     }
@@ -156,15 +159,15 @@ void registration_watch_t::query_domain(domain_t& domain) {
 // What a CDMA modem without +CREG tells: that it is served, and by which system.
 void registration_watch_t::query_serving_system() {
     constexpr int registered = 1;
-    const reply_t service = link_.exchange({.line = "AT+CAD?", .limit = limit_t::query, .prefixes = {"+CAD:"}});
-    const reply_t system = link_.exchange({.line = "AT+CSS?", .limit = limit_t::query, .prefixes = {"+CSS:"}});
+    const reply_t service = ask("AT+CAD?", "+CAD:");
+    const reply_t system = ask("AT+CSS?", "+CSS:");
     const bool served = tells_service_ ? cdma_service(service.first()) == on_cdma : !system.lines.empty();
     const bool known = system.lines.empty() || has_serving_system(system.first());
     circuit_.now = {served && known ? registered : 0, std::nullopt};
 }
 
 void registration_watch_t::query_operator() {
-    const reply_t reply = link_.exchange({.line = "AT+COPS?", .limit = limit_t::query, .prefixes = {"+COPS:"}});
+    const reply_t reply = ask("AT+COPS?", "+COPS:");
     circuit_.now.access = operator_access(reply.first()).value_or(access_gsm);
 }
 

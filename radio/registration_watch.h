@@ -60,6 +60,7 @@ class registration_watch_t {
         [[nodiscard]] bool owns(std::string_view line) const;
     };
     bool ask_to_be_told(setup_inquiry_t& inquiry, domain_t& domain) const;
+    reply_t ask(const std::string& question, const std::string& prefix);
     void query_technology();
     void query_serving_system();
     void query_domain(domain_t& domain);

@@ -158,6 +158,11 @@ bool not_ready_yet(const final_result_t& result) {
            (result.kind == cme_error && (result.code == cme_sim_busy || result.code == initialising));
 }
 
+bool is_without_sim(const final_result_t& result) {
+    using enum final_result_t::kind_t;
+    return result == final_result_t{cms_error, 310} || result == final_result_t{cme_error, 10};
+}
+
 bool lacks_sim(const final_result_t& result) {
     using enum final_result_t::kind_t;
     constexpr std::array cms = {310, 313, 315};  // not inserted, failure, wrong

@@ -25,6 +25,8 @@ std::string described(const final_result_t& result);
 
 /// The SIM, or the modem's own start, is not finished yet: the same command succeeds a little later.
 bool not_ready_yet(const final_result_t& result);
+/// There is no SIM in the modem, or it has not been found yet.
+bool is_without_sim(const final_result_t& result);
 /// There is no SIM in the modem, or a broken or foreign one.
 bool lacks_sim(const final_result_t& result);
 /// The service centre has the message already (TP-FCS "SM rejected - duplicate SM", 3GPP TS 23.040 9.2.3.22).

@@ -11,13 +11,13 @@
 namespace radio {
 
 setup_inquiry_t::setup_inquiry_t(modem_link_t& link, const std::string& tty)
-    : link_(link), tty_(tty), sim_deadline_(base::tick64() + milliseconds(limit_t::sim_ready)) {}
+    : link_(link), tty_(tty), begun_at_(base::tick64()) {}
 
 std::optional<reply_t> setup_inquiry_t::ask(const std::string& line, std::string_view prefix) {
-    command_t command{.line = line, .limit = limit_t::setting};
-    if (!prefix.empty()) {
-        command.prefixes = {prefix};
-    }
+    const command_t command{.line = line,
+                            .limit = limit_t::setting,
+                            .shape = prefix.empty() ? reply_shape_t::result : shape_of_answer(line),
+                            .prefix = std::string(prefix)};
     reply_t reply;
     do {
         reply = link_.exchange(command);
@@ -37,7 +37,11 @@ bool setup_inquiry_t::wait_for_sim() {
     if (!std::exchange(sim_wait_told_, true)) {
         warn(fmt::format("the SIM is not ready yet; it is waited for, {} s at most", value_of(limit_t::sim_ready)));
     }
-    return base::tick64() < sim_deadline_ && link_.pause(limit_t::repeat);
+    return base::tick64() < begun_at_ + milliseconds(limit_t::sim_ready) && link_.pause(limit_t::repeat);
+}
+
+bool setup_inquiry_t::wait_for_sim_to_appear() {
+    return base::tick64() < begun_at_ + milliseconds(limit_t::sim_there) && wait_for_sim();
 }
 
 bool setup_inquiry_t::fail(std::string text) {

@@ -19,6 +19,8 @@ class setup_inquiry_t : public inquiry_t {
     [[nodiscard]] std::optional<reply_t> ask(const std::string& line, std::string_view prefix = {}) override;
     /// A moment for the SIM; false when there is no time left.
     bool wait_for_sim();
+    /// The same for a SIM of which the modem says that there is none: just after a start it has not found it yet.
+    bool wait_for_sim_to_appear();
 
     /// Ends the set-up with this failure; false, so that a step can return it.
     bool fail(std::string text);
@@ -33,7 +35,7 @@ class setup_inquiry_t : public inquiry_t {
   private:
     modem_link_t& link_;
     const std::string& tty_;
-    const uint64_t sim_deadline_;
+    const uint64_t begun_at_;  // tick64
     bool sim_wait_told_ = false;
     std::string failure_;
 };

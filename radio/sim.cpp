@@ -56,6 +56,9 @@ bool sim_t::set_up(setup_inquiry_t& inquiry, bool needed) {
             return false;
         }
         const std::string state = state_of(*reply);
+        if (needed && is_without_sim(reply->result) && inquiry.wait_for_sim_to_appear()) {
+            continue;
+        }
         if (state.empty() && !reply->ok()) {
             return !needed || !lacks_sim(reply->result) ||
                    inquiry.fail_modem("has no SIM that it can use: " + described(reply->result));

@@ -11,9 +11,10 @@ using lines_t = std::vector<modem_line_t>;
 constexpr limit_t any_limit = limit_t::setting;
 
 TEST(dialogue, each_line_belongs_where_it_belongs) {
-    const command_t query{.line = "AT+CREG?", .limit = any_limit, .prefixes = {"+CREG:"}, .needs_line = true};
-    const command_t list{.line = "AT+CMGL=4", .limit = any_limit, .prefixes = {"+CMGL:"}, .pdu_follows = true};
-    const command_t submit{.line = "AT+CMGS=2", .limit = any_limit, .prefixes = {"+CMGS:"}, .entry = "000102"};
+    const command_t query{.line = "AT+CREG?", .limit = any_limit, .shape = reply_shape_t::line, .prefix = "+CREG:"};
+    const command_t list{.line = "AT+CMGL=4", .limit = any_limit, .shape = reply_shape_t::pdus, .prefix = "+CMGL:"};
+    const command_t submit{
+        .line = "AT+CMGS=2", .limit = any_limit, .shape = reply_shape_t::entry, .prefix = "+CMGS:", .entry = "000102"};
     const lines_t listed = {{"+CMGL: 1,1,,3", "0002AABB"}};
     const lines_t delivered = {{"+CMT: ,3", "0002EEFF"}};
     const struct {
@@ -54,7 +55,8 @@ TEST(dialogue, each_line_belongs_where_it_belongs) {
 TEST(dialogue, noise_is_not_the_end) {
     at_dialogue_t dialogue;
     EXPECT_FALSE(dialogue.begin({.line = "AT\rATD1", .limit = any_limit}));
-    EXPECT_FALSE(dialogue.begin({.line = "AT+CMGS=1", .limit = any_limit, .entry = "00\x1A"}));
+    EXPECT_FALSE(
+        dialogue.begin({.line = "AT+CMGS=1", .limit = any_limit, .shape = reply_shape_t::entry, .entry = "00\x1A"}));
     dialogue.feed("\r\nOK\r\n> " + std::string(100000, 'x') + "\r\n");  // no command, no prompt expected, overlong
     ASSERT_TRUE(dialogue.begin({.line = "AT", .limit = any_limit}));
     EXPECT_EQ(dialogue.feed(std::string("\0\0", 2) + "\r\n> \r\n"), "");

@@ -16,8 +16,9 @@ TEST(limits, the_document_shows_the_table) {
     const std::string document(std::istreambuf_iterator<char>(file), {});
     for (const radio::limit_row_t& row : radio::limits()) {
         const std::string range = row.settable() ? fmt::format("{} to {}", row.least, row.most) : "fixed";
-        EXPECT_THAT(document, HasSubstr(fmt::format("\n| {} | {} {} | {} | {} |\n", row.name, row.initial, row.unit,
-                                                    range, row.reason)));
+        const std::string shown =
+            fmt::format("\n| {} | {} {} | {} | {} |\n", row.name, row.initial, row.unit, range, row.reason);
+        EXPECT_NE(document.find(shown), std::string::npos) << shown;
     }
 }
 
@@ -33,7 +34,7 @@ TEST(limits, what_may_be_set) {
     }
     EXPECT_EQ(radio::milliseconds(radio::limit_t::submission), 120'000U);
     radio::reset_limits();
-    EXPECT_EQ(radio::milliseconds(radio::limit_t::submission), 300'000U);
+    EXPECT_EQ(radio::milliseconds(radio::limit_t::submission), 180'000U);
 }
 
 }  // namespace

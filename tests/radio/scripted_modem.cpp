@@ -15,6 +15,8 @@ scripted_modem_t::scripted_modem_t() {
     plug_in();
     replies_ = {
         {"AT+CMGF?", line_and_ok("+CMGF: 0")},
+        {"AT+CSMS?", line_and_ok("+CSMS: 0,1,1,1")},
+        {"AT+CMEE?", line_and_ok("+CMEE: 1")},
         {"AT+CPIN?", line_and_ok("+CPIN: READY")},
         {"AT+CPMS=?", line_and_ok("+CPMS: (\"SM\",\"ME\"),(\"SM\",\"ME\"),(\"SM\")")},
         {"AT+CPMS?", line_and_ok("+CPMS: \"ME\",0,20,\"ME\",0,20,\"SM\",0,20")},
@@ -56,6 +58,16 @@ void scripted_modem_t::set_pace(pace_t pace) {
 void scripted_modem_t::once(const std::string& command, const std::string& reply) {
     const std::lock_guard lock(mutex_);
     next_replies_[command].push_back(reply);
+}
+
+void scripted_modem_t::set_delay(std::chrono::milliseconds delay) {
+    const std::lock_guard lock(mutex_);
+    delay_ = delay;
+}
+
+void scripted_modem_t::mute(bool mute) {
+    const std::lock_guard lock(mutex_);
+    muted_ = mute;
 }
 
 void scripted_modem_t::say(const std::string& text) {
@@ -121,6 +133,7 @@ void scripted_modem_t::serve(const std::stop_token& stop) {
         }
         poll(&descriptor, 1, 5);
         const std::lock_guard lock(mutex_);
+        write_delayed();
         std::array<char, 512> buffer{};
         const ssize_t count = read(master_, buffer.data(), buffer.size());
         std::for_each_n(buffer.begin(), std::max<ssize_t>(count, 0), [this](char octet) { take(octet); });
@@ -149,15 +162,29 @@ std::string scripted_modem_t::answer(const std::string& line) {
     const std::string key = key_of(line);
     std::deque<std::string>& next = next_replies_[key];
     const auto fixed = replies_.find(key);
-    std::string reply = fixed == replies_.end() ? otherwise_ : fixed->second;
+    std::string reply = fixed != replies_.end() ? fixed->second : line.ends_with('?') ? error : otherwise_;
     if (!next.empty()) {
         reply = next.front();
         next.pop_front();
     }
-    write_out(reply);
+    this->reply(reply);
     log_.push_back(line);
     changed_.notify_all();
     return reply;
+}
+
+void scripted_modem_t::reply(const std::string& text) {
+    if (!muted_) {
+        delayed_.emplace_back(std::chrono::steady_clock::now() + delay_, text);
+        write_delayed();
+    }
+}
+
+void scripted_modem_t::write_delayed() {
+    while (!delayed_.empty() && delayed_.front().first <= std::chrono::steady_clock::now()) {
+        write_out(delayed_.front().second);
+        delayed_.pop_front();
+    }
 }
 
 void scripted_modem_t::write_out(const std::string& text) {

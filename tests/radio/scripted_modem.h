@@ -1,8 +1,8 @@
 /// A modem in the hands of a test: a pseudo-terminal, a reply for each command, and what was said recorded.
 ///
-/// A command without a reply of its own gets OK; replies are written as they are. "AT+CMGS" stands for that command
-/// with whatever length, and ">" for the end of a text entry with whatever text; the reply to the former begins the
-/// latter when it holds a prompt. Thread-safe; one thread serves the pseudo-terminal.
+/// A command without a reply of its own gets OK, a question ERROR; replies are written as they are. "AT+CMGS" stands
+/// for that command with whatever length, and ">" for the end of a text entry with whatever text; the reply to the
+/// former begins the latter when it holds a prompt. Thread-safe; one thread serves the pseudo-terminal.
 #pragma once
 
 #include <chrono>
@@ -18,6 +18,7 @@ class scripted_modem_t {
   public:
     static constexpr std::chrono::seconds patience{20};  // only a failing test waits so long
     static constexpr const char* ok = "\r\nOK\r\n";
+    static constexpr const char* error = "\r\nERROR\r\n";
     static std::string line_and_ok(const std::string& line) { return "\r\n" + line + "\r\n" + ok; }
 
     /// A modem with message storage "SM" and "ME", registered on GSM.
@@ -35,6 +36,11 @@ class scripted_modem_t {
     /// How much is written at once; the rest waits until the host has read that.
     enum class pace_t { whole, line, octet };
     void set_pace(pace_t pace);
+
+    /// Answers so late, in order: it takes the next command meanwhile.
+    void set_delay(std::chrono::milliseconds delay);
+    /// Takes what it hears, and neither answers nor says anything.
+    void mute(bool mute);
 
     /// Says something unasked; with a prompt at its end a text entry begins.
     void say(const std::string& text);
@@ -57,6 +63,8 @@ class scripted_modem_t {
     void take(char octet);
     std::string answer(const std::string& line);
     size_t count_of(const std::string& command) const;
+    void reply(const std::string& text);
+    void write_delayed();
     void write_out(const std::string& text);
     void wait_until_read() const;
 
@@ -72,5 +80,8 @@ class scripted_modem_t {
     bool entering_ = false;
     std::string otherwise_ = ok;
     pace_t pace_ = pace_t::whole;
+    bool muted_ = false;
+    std::chrono::milliseconds delay_{0};
+    std::deque<std::pair<std::chrono::steady_clock::time_point, std::string>> delayed_;
     std::jthread thread_;
 };

@@ -133,7 +133,7 @@ class session : public testing::Test {
         current = this;
         link(options.tty, modem);
         // Where tests move the clock, a busy machine has time to answer all the same.
-        for (const char* limit : {"first-answer", "setting", "sim-ready", "storage"}) {
+        for (const char* limit : {"first-answer", "silence", "setting", "sim-ready", "storage"}) {
             EXPECT_EQ(radio::set_limit(limit, "300"), "");
         }
         EXPECT_EQ(radio::set_limit("submission", "100"), "") << "before messages are listed again";

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <future>
+#include <thread>
 
 #include "base/clock.h"
 #include "tests/radio/session_fixture.h"
@@ -160,6 +161,48 @@ TEST_F(session, what_cannot_go_on_the_air_fails_at_once) {
     EXPECT_GT(RIL_SendMsg(handle, &largest, 0), 0) << "20 digits, 140 octets";
     recorder.events(1);
     EXPECT_THAT(modem.log(), Contains(HasSubstr("1481214365870921436587090004AD8C0B05")));
+}
+
+// In text mode "AT+CMGS=30" would send the digits of the PDU to the number 30.
+TEST_F(session, nothing_goes_out_in_text_mode) {
+    attach_and_open();
+    RIL_GetCurrentSystemType(handle);
+    recorder.events(1);  // it has nothing else to do
+    advance_clock(3'000);
+    modem.once("AT+CMGF?", modem.line_and_ok("+CMGF: 1"));
+    const HRESULT request = send();
+    EXPECT_EQ(recorder.events(2).back(), sent(request));
+    const std::vector<std::string> log = modem.log();
+    const auto submitted = std::ranges::find_if(log, [](auto& line) { return line.starts_with("AT+CMGS="); });
+    EXPECT_EQ(std::count(log.begin(), submitted, "AT+CMGF=0"), 2) << "it has restarted, and is set up again";
+}
+
+// A first answer after 1.4 s, and every one from then on, must not shift: the SIM is asked before it is believed.
+TEST_F(session, late_answers_are_not_taken_for_those_to_later_questions) {
+    modem.set_delay(std::chrono::milliseconds(1400));
+    modem.on("AT+CPIN?", modem.line_and_ok("+CPIN: SIM PUK"));
+    EXPECT_THAT(attach_modem(options), HasSubstr("locked (SIM PUK)"));
+}
+
+TEST_F(session, a_silent_modem_is_given_up_and_found_again) {
+    attach_and_open();
+    ASSERT_EQ(radio::set_limit("silence", "60") + radio::set_limit("first-answer", "5"), "");
+    testing::internal::CaptureStderr();
+    modem.mute(true);
+    const HRESULT request = send();
+    const auto have_come = [this](size_t events) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        return recorder.events(0).size() >= events;
+    };
+    EXPECT_TRUE(as_time_passes([&] { return have_come(2); }));
+    EXPECT_EQ(recorder.events(2), (events_t{failed(request, RIL_E_NETWORKTIMEOUT), system_type(0)}));
+    EXPECT_FALSE(as_time_passes([&] { return have_come(3); }));  // and it is looked for
+    modem.mute(false);
+    EXPECT_TRUE(as_time_passes([&] { return have_come(3); }));
+    EXPECT_EQ(recorder.events(3).back(), system_type(8));
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(told, HasSubstr("does not answer (AT for 60 s); it is looked for"));
+    EXPECT_THAT(told, Not(HasSubstr("no modem answers"))) << "told once";
 }
 
 TEST_F(session, an_end_waits_for_the_callback_that_runs) {
