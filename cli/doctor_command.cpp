@@ -44,7 +44,7 @@ void say_memories(const diagnosis_t& found) {
 void say_report(const diagnosis_t& found) {
     say_about("modem", listed({found.maker, found.model, found.revision}));
     say_about("serial number", masked(found.serial_number));
-    say_about("SIM", found.sim);
+    say_about("SIM", listed({found.sim, found.pin_tries ? fmt::format("tries left: {}", *found.pin_tries) : ""}));
     say_about("network", listed({found.registration, found.operator_name, found.technology,
                                  found.signal ? fmt::format("{} dBm", *found.signal) : ""}));
     say_memories(found);
@@ -67,6 +67,10 @@ ordered_json told(const std::string& text) {
     return text.empty() ? ordered_json(nullptr) : ordered_json(text);
 }
 
+ordered_json told(const std::optional<int>& number) {
+    return number ? ordered_json(*number) : ordered_json(nullptr);
+}
+
 ordered_json as_json(const diagnosis_t& found) {
     ordered_json memories = ordered_json::array();
     for (const auto& [name, level] : found.memories) {
@@ -85,10 +89,11 @@ ordered_json as_json(const diagnosis_t& found) {
             {"revision", told(found.revision)},
             {"serial_number", told(found.serial_number)},
             {"sim", told(found.sim)},
+            {"pin_tries", told(found.pin_tries)},
             {"registration", told(found.registration)},
             {"operator", told(found.operator_name)},
             {"technology", told(found.technology)},
-            {"signal_dbm", found.signal ? ordered_json(*found.signal) : ordered_json(nullptr)},
+            {"signal_dbm", told(found.signal)},
             {"memories", memories},
             {"service_centre", told(found.service_centre)},
             {"delivery", told(found.delivery)},

@@ -28,9 +28,15 @@ void add_serve_command(CLI::App& app, context_t& context) {
     add_device_option(command, context);
     command->add_option("--group", options->group, "let the members of this group use the device too")
         ->type_name("NAME");
-    command->add_option("--pin-file", options->modem.pin_file, "the SIM's PIN, in the first line of a file of your own")
-        ->type_name("FILE")
-        ->check(not_empty("the name of the PIN's file"));
+    auto* pin_file = command
+                         ->add_option("--pin-file", options->modem.pin_file,
+                                      "the SIM's PIN, in the first line of a file of your own")
+                         ->type_name("FILE")
+                         ->check(not_empty("the name of the PIN's file"));
+    command
+        ->add_flag("--pin-unchecked", options->modem.pin_unchecked,
+                   "enter it once also where the modem does not tell how many tries are left")
+        ->needs(pin_file);
     command
         ->add_option("--announcement", options->modem.announcement,
                      "how the modem tells new messages, the parameters of AT+CNMI (default: what suits it)")
@@ -51,7 +57,9 @@ void add_serve_command(CLI::App& app, context_t& context) {
         "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"
         "\"ready\" when the device answers. /dev/serial/by-id has names that stay the same when a\n"
         "modem is plugged in again; one that was named otherwise is looked for under its name there\n"
-        "as well.\n\nTimes and limits for --set (docs/radio.md has all of them):\n" +
+        "as well.\n\nA PIN is entered while the SIM has two tries or more, and no value that it rejected is\n"
+        "entered again. 'zpd doctor' tells the tries.\n\nTimes and limits for --set (docs/radio.md has all of "
+        "them):\n" +
         radio_limits() +
         "\nExamples:\n"
         "  zpd serve --modem /dev/ttyUSB0 --activate\n"

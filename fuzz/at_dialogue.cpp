@@ -16,13 +16,13 @@ using namespace radio;
 const command_t shapes[] = {
     {.line = "AT", .limit = limit_t::setting},
     {.line = "ATQ0V1E0", .limit = limit_t::repeat, .shape = reply_shape_t::plain_result},
-    {.line = "AT+CMGF?", .limit = limit_t::settling, .shape = reply_shape_t::line, .prefix = "+CMGF:"},
-    {.line = "AT+CREG?", .limit = limit_t::query, .prefix = "+CREG:"},
-    {.line = "AT+CMGL=4", .limit = limit_t::listing, .shape = reply_shape_t::pdus, .prefix = "+CMGL:"},
+    {.line = "AT+CMGF?", .limit = limit_t::settling, .shape = reply_shape_t::line, .prefixes = {"+CMGF:"}},
+    {.line = "AT+CREG?", .limit = limit_t::query, .prefixes = {"+CREG:"}},
+    {.line = "AT+CMGL=4", .limit = limit_t::listing, .shape = reply_shape_t::pdus, .prefixes = {"+CMGL:"}},
     {.line = "AT+CMGS=2",
      .limit = limit_t::submission,
      .shape = reply_shape_t::entry,
-     .prefix = "+CMGS:",
+     .prefixes = {"+CMGS:"},
      .entry = "000100",
      .is_late = [](const std::string& text) { return text == "+CMGS: 7"; }},
 };
@@ -97,7 +97,7 @@ class observed_t {
         const bool wants_line = command_.shape == reply_shape_t::line || command_.shape == reply_shape_t::entry;
         must(!reply.ok() || !wants_line || !reply.lines.empty());
         for (const modem_line_t& line : reply.lines) {
-            must(line.text.starts_with(command_.prefix));
+            must(std::ranges::any_of(command_.prefixes, [&](auto& prefix) { return line.text.starts_with(prefix); }));
             must(line.pdu.empty() || command_.shape == reply_shape_t::pdus);
             delivered(line);
         }

@@ -3,6 +3,7 @@
 #include "radio/at_lexer.h"
 #include "radio/at_values.h"
 #include "radio/result_codes.h"
+#include "radio/sim_values.h"
 
 namespace {
 
@@ -17,7 +18,11 @@ void read_line(const std::string& line) {
     radio::memories_in_use(line);
     radio::memory_level(line);
     radio::message_reference(line);
-    radio::tries_left(line, "SIM PIN");
+    for (const radio::tries_question_t& question : radio::tries_questions()) {
+        radio::tries_left(question, line);
+    }
+    const auto card = radio::card_identity(line);
+    must(!card || radio::card_identity(*card) == card);
     radio::choose_announcement(radio::offered_numbers(line), true);
     radio::announcement_of(line);
     if (const auto length = radio::delivered_length(line)) {

@@ -35,6 +35,7 @@ const other_commands_t::command_t other_commands_t::commands[] = {
     // The SIM: its PIN is all that locks; two of its files; an empty phone book.
     {.name = "+CLCK", .values = R"(("SC"))", .run = &other_commands_t::clck},
     {.name = "+CRSM", .run = &other_commands_t::crsm},
+    {.name = "+CCID", .run = &other_commands_t::ccid},
     {.name = "+CPBS", .values = R"(("SM"))", .standing = R"("SM",0,250)", .checked = 1},
     {.name = "+CPBR", .values = "(1-250),40,16", .checked = 1},
     // The line, V.250 6.2.10 to 6.2.12: a pseudo-terminal has neither speed nor parity.
@@ -239,6 +240,15 @@ at_result_t other_commands_t::crsm(const at_command_t& command, at_lines_t& line
         octets.resize(std::min<size_t>(length, octets.size()));
     }
     lines.push_back(fmt::format("+CRSM: {},\"{}\"", normal_end, base::to_hex(octets)));
+    return at_ok;
+}
+
+/// ICCID, a command that no standard has and most modems know: told before the PIN, too.
+at_result_t other_commands_t::ccid(const at_command_t& /*command*/, at_lines_t& lines) {
+    if (const std::optional<at_result_t> refusal = modem_.sim.refusal()) {
+        return *refusal;
+    }
+    lines.push_back(fmt::format("+CCID: {}", card_identity(modem_.number)));
     return at_ok;
 }
 

@@ -49,6 +49,7 @@ class other_commands_t {
     at_result_t cind(const at_command_t& command, at_lines_t& lines);
     at_result_t cgdcont(const at_command_t& command, at_lines_t& lines);
     at_result_t crsm(const at_command_t& command, at_lines_t& lines);
+    at_result_t ccid(const at_command_t& command, at_lines_t& lines);
     at_result_t cusd(const at_command_t& command, at_lines_t& lines);
 
     const modem_state_t modem_;

@@ -133,7 +133,7 @@ bool announcements_t::have_stopped() {
         return false;
     }
     const reply_t reply = link_.exchange(
-        {.line = "AT+CNMI?", .limit = limit_t::setting, .shape = reply_shape_t::line, .prefix = "+CNMI:"});
+        {.line = "AT+CNMI?", .limit = limit_t::setting, .shape = reply_shape_t::line, .prefixes = {"+CNMI:"}});
     const std::vector<value_t> now = values_of(reply.first());
     return now.size() > 1 && now[1].text == "0";
 }

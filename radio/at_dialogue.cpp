@@ -140,6 +140,10 @@ void at_dialogue_t::take_pdu(const std::string& text) {
     if (in_progress_ && reply_.entry_sent && text == command_.entry) {
         return;  // echo
     }
+    if (is_reply(text)) {  // a number that a command asked for
+        take_reply_line(text);
+        return;
+    }
     if (headers_.empty()) {
         unsolicited_.push_back({text, {}});
         return;
@@ -160,8 +164,8 @@ bool at_dialogue_t::is_late(const std::string& text) const {
 }
 
 bool at_dialogue_t::is_reply(const std::string& text) const {
-    return in_progress_ && !command_.prefix.empty() && text.starts_with(command_.prefix) && text != command_.line &&
-           !waits_for_prompt() && !is_late(text);
+    return in_progress_ && text != command_.line && !waits_for_prompt() && !is_late(text) &&
+           std::ranges::any_of(command_.prefixes, [&](const std::string& prefix) { return text.starts_with(prefix); });
 }
 
 bool at_dialogue_t::waits_for_prompt() const {

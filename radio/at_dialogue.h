@@ -1,7 +1,7 @@
 /// One command at a time, and everything that a modem says besides. No I/O and no clock: octets in, octets to write
 /// out.
 ///
-/// A command names the shape of its reply and the prefix of its lines; every other line is unsolicited, wherever it
+/// A command names the shape of its reply and the prefixes of its lines; every other line is unsolicited, wherever it
 /// stands, also between the lines of a reply; so is a late reply to an earlier submission: one before the prompt, or
 /// one that the command knows by its contents. A result that comes before what its command asks for is doubtful: it
 /// ends the command only when the owner believes it, because nothing else came. A line of hexadecimal digits belongs to
@@ -38,8 +38,8 @@ struct command_t {
     std::string line;  // with "AT", without the line's end
     limit_t limit;     // for the whole exchange
     reply_shape_t shape = reply_shape_t::result;
-    std::string prefix{};  // of its reply lines; without one there are none
-    std::string entry{};   // for the prompt, in hexadecimal
+    std::vector<std::string> prefixes{};  // of its reply lines; without one there are none
+    std::string entry{};                  // for the prompt, in hexadecimal
     // Of a line: a late one of a command before this, as is the OK behind it.
     std::function<bool(const std::string&)> is_late{};
     std::string alias{};  // what warnings call a command whose line is nobody's business

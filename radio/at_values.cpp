@@ -351,9 +351,4 @@ std::optional<announcement_t> announcement_of(std::string_view parameters) {
     return announcement_t{way_of(number_at(values, 1).value_or(0)), std::string(parameters)};
 }
 
-std::optional<int> tries_left(std::string_view line, std::string_view password) {
-    const std::vector<value_t> values = values_of(line);
-    return !values.empty() && values[0].text == password ? number_at(values, 1) : std::nullopt;
-}
-
 }  // namespace radio

@@ -126,7 +126,4 @@ announcement_t choose_announcement(const std::vector<std::vector<int>>& offered,
 /// The same of parameters that somebody else chose; none when they are not numbers between commas.
 std::optional<announcement_t> announcement_of(std::string_view parameters);
 
-/// The tries that +CPINR tells for a password; none when it is the line of another.
-std::optional<int> tries_left(std::string_view line, std::string_view password);
-
 }  // namespace radio

@@ -13,6 +13,8 @@ struct modem_options_t {
     std::string tty;
     /// Holds the SIM's PIN in its first line; empty for none.
     std::filesystem::path pin_file{};
+    /// The PIN is entered also where the modem does not tell how many tries it has left.
+    bool pin_unchecked = false;
     /// The parameters of AT+CNMI that a user insists on; empty to choose from what the modem offers.
     std::string announcement{};
     /// Holds links with lasting names to ttys whose own names change.
@@ -40,8 +42,8 @@ struct card_counts_t {
 /// path, which may be a link, and under the lasting name that it had when it was attached; never is it reset. Then the
 /// session goes on as before, with the messages that have come meanwhile and the system type notified.
 ///
-/// A SIM that is busy is waited for. One that wants its PIN gets it, each value once: one that was not accepted is
-/// remembered in the phone's home, and never tried again.
+/// A SIM that is busy is waited for. One that wants its PIN gets it, unless that may cost it its last try: a value that
+/// it did not accept is remembered in the phone's home, and never entered into it again.
 [[nodiscard]] std::string attach_modem(const modem_options_t& options);
 
 /// Makes the attach_modem that runs, or else the next one, return promptly with "cancelled". One that has succeeded is

@@ -92,7 +92,7 @@ class examination_t : public inquiry_t {
         reply_t reply = link_.exchange({.line = line,
                                         .limit = limit_t::setting,
                                         .shape = shape_of_answer(line),
-                                        .prefix = std::string(prefix.empty() ? "+" : prefix)});
+                                        .prefixes = {std::string(prefix.empty() ? "+" : prefix)}});
         if (reply.outcome == reply_t::outcome_t::lost) {
             hinder(fmt::format("the modem on {} hung up during {}", path_, line),
                    "check its cable and its power supply");
@@ -134,7 +134,7 @@ class examination_t : public inquiry_t {
     }
 
     void put_back(const std::string& line) {
-        if (!link_.exchange({.line = line, .limit = limit_t::setting, .prefix = "+"}).ok()) {
+        if (!link_.exchange({.line = line, .limit = limit_t::setting, .prefixes = {"+"}}).ok()) {
             warn_of(fmt::format("a setting could not be put back ({})", line), "switch the modem off and on");
         }
     }
@@ -176,14 +176,29 @@ class examination_t : public inquiry_t {
         if (!state || !state->hinders()) {
             return true;
         }
-        const bool wants_pin = text_in(reply->first(), 0) == "SIM PIN";
-        const std::optional<pin_tries_t> tries = wants_pin ? ask_pin_tries(*this) : pin_tries_t{};
         const std::string text = fmt::format("the SIM cannot be used: {}", state->words);
-        if (tries && tries->too_few()) {
+        if (text_in(reply->first(), 0) == "SIM PIN") {
+            return examine_pin(text);
+        }
+        hinder(text, state->advice);
+        return true;
+    }
+
+    // What the radio would do with a PIN.
+    bool examine_pin(const std::string& text) {
+        const std::optional<pin_tries_t> tries = ask_pin_tries(*this);
+        found_.pin_tries = tries ? tries->left : std::nullopt;
+        if (!found_.pin_tries) {
+            hinder(text,
+                   "the modem does not tell how many tries are left: start 'zpd serve' with --pin-file and "
+                   "--pin-unchecked, which enters it once, or switch the question for the PIN off in a phone");
+        } else if (tries->too_few()) {
             hinder(fmt::format("{}, {} left", text, tries->words()),
                    "unlock it in a phone: 'zpd serve' enters no PIN any more");
         } else {
-            hinder(text, state->advice);
+            hinder(fmt::format("{}, {} left", text, tries->words()),
+                   "start 'zpd serve' with --pin-file, which enters it once, or switch the question for the PIN off in "
+                   "a phone");
         }
         return tries.has_value();
     }

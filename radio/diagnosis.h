@@ -27,6 +27,7 @@ struct diagnosis_t {
     std::string revision;
     std::string serial_number;
     std::string sim;
+    std::optional<int> pin_tries;  // left, where the SIM waits for its PIN
     std::string registration;
     std::string operator_name;
     std::string technology;

@@ -99,7 +99,8 @@ bool mailbox_t::select(const std::string& memory) {
     if (!name) {
         return false;
     }
-    const reply_t reply = link_.exchange({.line = "AT+CPMS=" + *name, .limit = limit_t::storage, .prefix = "+CPMS:"});
+    const reply_t reply =
+        link_.exchange({.line = "AT+CPMS=" + *name, .limit = limit_t::storage, .prefixes = {"+CPMS:"}});
     if (!reply.ok()) {
         return false;
     }
@@ -135,7 +136,7 @@ void mailbox_t::list(const std::string& memory) {
         return;
     }
     const reply_t reply = link_.exchange(
-        {.line = all_messages, .limit = limit_t::listing, .shape = reply_shape_t::pdus, .prefix = "+CMGL:"});
+        {.line = all_messages, .limit = limit_t::listing, .shape = reply_shape_t::pdus, .prefixes = {"+CMGL:"}});
     if (!reply.ok()) {
         warn_unless_lost("cannot list the message memory " + memory);
     }
@@ -171,7 +172,7 @@ void mailbox_t::read(const location_t& location) {
     const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGR={}", location.index),
                                           .limit = limit_t::storage,
                                           .shape = reply_shape_t::pdus,
-                                          .prefix = "+CMGR:"});
+                                          .prefixes = {"+CMGR:"}});
     const std::optional<stored_message_t> message = read_message(reply.first());
     datagrams_t datagrams;
     if (message) {
@@ -296,7 +297,7 @@ bool mailbox_t::put_on_modem(size_t length, const std::string& pdu) {
     const command_t command = {.line = fmt::format("AT+CMGW={},0", length),
                                .limit = limit_t::storage,
                                .shape = reply_shape_t::entry,
-                               .prefix = "+CMGW:",
+                               .prefixes = {"+CMGW:"},
                                .entry = pdu};
     const bool put = link_.exchange(command).ok();
     if (!put && !std::exchange(refused_text_told_, true)) {

@@ -114,7 +114,7 @@ reply_t modem_link_t::ask_question() {
     return run({.line = question.line,
                 .limit = limit_t::first_answer,
                 .shape = reply_shape_t::line,
-                .prefix = question.prefix});
+                .prefixes = {question.prefix}});
 }
 
 bool modem_link_t::pause(limit_t time) {
@@ -153,7 +153,7 @@ bool modem_link_t::recover() {
 
 bool modem_link_t::is_still_set_up() {
     if (in_use_ && base::tick64() >= answered_at_ + milliseconds(limit_t::restart)) {
-        exchange({.line = "AT+CMGF?", .limit = limit_t::setting, .shape = reply_shape_t::line, .prefix = "+CMGF:"});
+        exchange({.line = "AT+CMGF?", .limit = limit_t::setting, .shape = reply_shape_t::line, .prefixes = {"+CMGF:"}});
     }
     return !restarted();
 }

@@ -117,7 +117,8 @@ bool registration_watch_t::take(const std::string& line) {
 }
 
 reply_t registration_watch_t::ask(const std::string& question, const std::string& prefix) {
-    return link_.exchange({.line = question, .limit = limit_t::query, .shape = reply_shape_t::line, .prefix = prefix});
+    return link_.exchange(
+        {.line = question, .limit = limit_t::query, .shape = reply_shape_t::line, .prefixes = {prefix}});
 }
 
 void registration_watch_t::query() {

@@ -17,7 +17,7 @@ std::optional<reply_t> setup_inquiry_t::ask(const std::string& line, std::string
     const command_t command{.line = line,
                             .limit = limit_t::setting,
                             .shape = prefix.empty() ? reply_shape_t::result : shape_of_answer(line),
-                            .prefix = std::string(prefix)};
+                            .prefixes = prefix.empty() ? std::vector<std::string>() : std::vector{std::string(prefix)}};
     reply_t reply;
     do {
         reply = link_.exchange(command);

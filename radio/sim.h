@@ -1,5 +1,5 @@
-/// The SIM, made ready to be used: 3GPP TS 27.007 8.3. A PIN is entered at most once for each value; a PUK never. Used
-/// on the modem's thread.
+/// The SIM, made ready to be used: 3GPP TS 27.007 8.3. It gets its PIN by the rules of sim_pin.h; a PUK never. Used on
+/// the modem's thread.
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace radio {
 
-/// How often a PIN may still be tried, as far as the modem tells (3GPP TS 27.007 8.65).
+/// How often a PIN may still be tried, as far as the modem tells.
 struct pin_tries_t {
     std::optional<int> left;
 
@@ -19,7 +19,7 @@ struct pin_tries_t {
     /// "1 try", "2 tries"; of a number that is told.
     [[nodiscard]] std::string words() const;
 };
-/// None when the inquiry is over.
+/// Of a SIM that waits for its PIN. None when the inquiry is over.
 std::optional<pin_tries_t> ask_pin_tries(inquiry_t& inquiry);
 
 class sim_t {
@@ -32,13 +32,20 @@ class sim_t {
 
   private:
     enum class step_t { ready, failed, wait };
-    step_t take_state(setup_inquiry_t& inquiry, const std::string& state, bool& entered);
+    struct entry_t {
+        std::string pin;
+        std::string card;  // the SIM's ICCID, if told
+        reply_t reply;
+    };
+
+    step_t take_state(setup_inquiry_t& inquiry, const std::string& state);
     bool enter_pin(setup_inquiry_t& inquiry);
-    bool may_enter(setup_inquiry_t& inquiry, const std::string& pin) const;
-    void tell_ready();
+    bool may_enter(setup_inquiry_t& inquiry, const std::string& pin, const std::string& card,
+                   const pin_tries_t& tries) const;
+    bool may_wait(setup_inquiry_t& inquiry);
 
     const modem_options_t& options_;
-    bool pin_entered_ = false;  // and not refused; whether it was right shows in the SIM's state
+    std::optional<entry_t> entry_;  // of this set-up, while the SIM's state does not show what became of it
 };
 
 }  // namespace radio

@@ -3,7 +3,6 @@
 #include <crypt.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <platform/linux/home.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -21,6 +22,8 @@
 #include "base/descriptor.h"
 #include "base/own_file.h"
 #include "base/text.h"
+#include "radio/sim_values.h"
+#include "radio/warning.h"
 
 namespace radio {
 
@@ -63,12 +66,61 @@ bool write_durably(const std::filesystem::path& path, const std::string& text) {
     return fsync(folder.get()) == 0;
 }
 
+constexpr const char* word_for_any = "any";
+constexpr const char* word_for_rejected = "rejected";
+
+struct mark_t {
+    std::string hash;
+    std::string card{};  // empty: any
+    bool rejected = false;
+    std::optional<int> tries{};  // before the entry
+
+    [[nodiscard]] bool counts_for(const std::string& other) const {
+        return card.empty() || other.empty() || is_card(other);
+    }
+    // Modems tell the check digit at the end of an ICCID, or leave it away.
+    [[nodiscard]] bool is_card(const std::string& other) const {
+        return card.empty() == other.empty() && (card.starts_with(other) || other.starts_with(card));
+    }
+    [[nodiscard]] bool is_of(const std::string& pin) const {
+        const std::string hashed = radio::hash(pin, hash);
+        return hashed.empty() || hashed == hash;
+    }
+};
+using marks_t = std::vector<mark_t>;
+
+// What is of no form counts for every SIM.
+mark_t mark_of(const std::string& line) {
+    std::istringstream words(line);
+    std::string hash_text;
+    std::string card;
+    std::string state;
+    words >> hash_text >> card >> state;
+    if (card != word_for_any && card_identity(card) != card) {
+        return {.hash = line};
+    }
+    mark_t mark{.hash = hash_text, .card = card == word_for_any ? std::string() : card};
+    mark.rejected = state == word_for_rejected;
+    int tries = 0;
+    if (std::from_chars(state.data(), state.data() + state.size(), tries).ec == std::errc{}) {
+        mark.tries = tries;
+    }
+    return mark;
+}
+
+std::string line_of(const mark_t& mark) {
+    return fmt::format("{} {} {}\n", mark.hash, mark.card.empty() ? word_for_any : mark.card,
+                       mark.rejected ? word_for_rejected
+                       : mark.tries  ? std::to_string(*mark.tries)
+                                     : "?");
+}
+
 // None when they cannot be read; no file has none.
-std::optional<std::vector<std::string>> read_marks() {
+std::optional<marks_t> read_marks() {
     std::string problem;
     const base::descriptor_t file = base::open_own_file(pin_marks(), O_RDONLY, problem);
     if (!file) {
-        return errno == ENOENT ? std::optional(std::vector<std::string>()) : std::nullopt;
+        return errno == ENOENT ? std::optional(marks_t()) : std::nullopt;
     }
     std::string text;
     std::array<char, 512> buffer{};
@@ -76,12 +128,42 @@ std::optional<std::vector<std::string>> read_marks() {
     while ((count = read(file.get(), buffer.data(), buffer.size())) > 0) {
         text.append(buffer.data(), static_cast<size_t>(count));
     }
-    std::vector<std::string> marks;
+    marks_t marks;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        marks.push_back(line);
+        marks.push_back(mark_of(line));
     }
     return count == 0 ? std::optional(std::move(marks)) : std::nullopt;
+}
+
+// An empty text, or why not.
+std::string write_marks(const marks_t& marks) {
+    std::string text;
+    for (const mark_t& mark : marks) {
+        text += line_of(mark);
+    }
+    const bool written = marks.empty() ? unlink(pin_marks().c_str()) == 0 : write_durably(pin_marks(), text);
+    return written ? std::string() : fmt::format("cannot write {}: {}", pin_marks().native(), base::errno_text(errno));
+}
+
+// Does with each open mark as `judge` says; returns whether one was settled.
+enum class verdict_t { open, forgotten, rejected };
+bool settle(const std::function<verdict_t(const mark_t&)>& judge) {
+    marks_t settled;
+    bool any = false;
+    for (mark_t& mark : read_marks().value_or(marks_t())) {
+        const verdict_t verdict = mark.rejected ? verdict_t::open : judge(mark);
+        any = any || verdict != verdict_t::open;
+        if (verdict != verdict_t::forgotten) {
+            mark.rejected = mark.rejected || verdict == verdict_t::rejected;
+            settled.push_back(std::move(mark));
+        }
+    }
+    // A mark that could not be changed counts as before.
+    if (const std::string error = any ? write_marks(settled) : std::string(); !error.empty()) {
+        warn(error);
+    }
+    return any;
 }
 
 }  // namespace
@@ -111,33 +193,55 @@ std::filesystem::path pin_marks() {
     return platform::home() / "rejected-pin";
 }
 
-bool pin_is_marked(const std::string& pin) {
-    const std::optional<std::vector<std::string>> marks = read_marks();
-    return !marks || std::ranges::any_of(*marks, [&](const std::string& mark) {
-        const std::string hashed = hash(pin, mark);
-        return hashed.empty() || hashed == mark;
+bool pin_is_marked(const std::string& pin, const std::string& card) {
+    const std::optional<marks_t> marks = read_marks();
+    return !marks ||
+           std::ranges::any_of(*marks, [&](const mark_t& mark) { return mark.counts_for(card) && mark.is_of(pin); });
+}
+
+bool any_pin_is_marked(const std::string& card) {
+    const std::optional<marks_t> marks = read_marks();
+    return !marks || std::ranges::any_of(*marks, [&](const mark_t& mark) { return mark.counts_for(card); });
+}
+
+bool any_pin_is_open() {
+    return std::ranges::any_of(read_marks().value_or(marks_t()), [](const mark_t& mark) { return !mark.rejected; });
+}
+
+std::string mark_entered_pin(const std::string& pin, const std::string& card, std::optional<int> tries) {
+    std::optional<marks_t> marks = read_marks();
+    const std::string hashed = new_hash(pin);
+    if (!marks || hashed.empty()) {
+        return fmt::format("cannot {} {}: {}", marks ? "hash the PIN for" : "read", pin_marks().native(),
+                           base::errno_text(errno));
+    }
+    marks->push_back({.hash = hashed, .card = card, .tries = tries});
+    return write_marks(*marks);
+}
+
+void settle_entered_pins(const std::string& card, std::optional<int> tries) {
+    settle([&](const mark_t& mark) {
+        if (!mark.is_card(card) || !tries) {
+            return verdict_t::open;
+        }
+        if (*tries == 0 || (mark.tries && *tries < *mark.tries)) {
+            return verdict_t::rejected;
+        }
+        return mark.tries == tries ? verdict_t::forgotten : verdict_t::open;
     });
 }
 
-bool any_pin_is_marked() {
-    const std::optional<std::vector<std::string>> marks = read_marks();
-    return !marks || !marks->empty();
+void reject_pin(const std::string& pin, const std::string& card) {
+    settle([&](const mark_t& mark) {
+        return mark.is_card(card) && mark.is_of(pin) ? verdict_t::rejected : verdict_t::open;
+    });
 }
 
-std::string mark_pin(const std::string& pin) {
-    const std::string hashed = new_hash(pin);
-    std::optional<std::vector<std::string>> marks = read_marks();
-    if (marks) {
-        marks->push_back(hashed);
-    }
-    if (!marks || hashed.empty() || !write_durably(pin_marks(), fmt::format("{}\n", fmt::join(*marks, "\n")))) {
-        return fmt::format("cannot write {}: {}", pin_marks().native(), base::errno_text(errno));
-    }
-    return {};
-}
-
-void unmark_pins() {
-    unlink(pin_marks().c_str());
+// A modem may tell the ICCID only now.
+bool forget_entered_pins(const std::string& card) {
+    return settle([&](const mark_t& mark) {
+        return mark.card.empty() || mark.is_card(card) ? verdict_t::forgotten : verdict_t::open;
+    });
 }
 
 }  // namespace radio

@@ -123,7 +123,7 @@ reply_t submitter_t::run(const open_submission_t& open, bool more_follow) {
     reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
                                     .limit = limit_t::submission,
                                     .shape = reply_shape_t::entry,
-                                    .prefix = "+CMGS:",
+                                    .prefixes = {"+CMGS:"},
                                     .entry = base::to_hex(*pdu),
                                     .is_late = is_late});
     link_kept_until_ = base::tick64() + milliseconds(limit_t::link_kept);

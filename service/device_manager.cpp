@@ -19,6 +19,7 @@
 #include "radio/at_values.h"
 #include "radio/attach_modem.h"
 #include "radio/limits.h"
+#include "radio/sim_pin.h"
 #include "service/device_server.h"
 #include "service/dropped_cards.h"
 #include "service/instance_lock.h"
@@ -57,6 +58,11 @@ std::string attach(const radio::modem_options_t& modem, const base::end_signals_
 int fail(const std::string& error) {
     std::fputs(fmt::format("zpd serve: {}\n", base::escaped(error)).c_str(), stderr);
     return 1;
+}
+
+/// A PIN that cannot be had is told at once, not when a SIM wants it, which may be at a start that nobody sees.
+std::string pin_problem(const radio::modem_options_t& modem) {
+    return modem.pin_file.empty() ? std::string() : radio::read_pin(modem.pin_file).error;
 }
 
 /// See device::service_status.
@@ -153,6 +159,9 @@ int serve(const serve_options_t& options) {
     const base::end_signals_t signals;
     instance_lock_t home_lock;
     if (const std::string error = take_home(options.home, home_lock); !error.empty()) {
+        return fail(error);
+    }
+    if (const std::string error = pin_problem(options.modem); !error.empty()) {
         return fail(error);
     }
     listener_t listener;

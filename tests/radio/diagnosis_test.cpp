@@ -67,15 +67,27 @@ TEST(diagnosis, what_stands_against_cards) {
     }
 }
 
-TEST(diagnosis, advises_no_pin_that_would_not_be_entered) {
-    for (const auto& [left, advice] : {std::pair("1,3", "unlock it in a phone"), {"2,3", "--pin-file"}}) {
+TEST(diagnosis, tells_the_tries_of_the_pin_and_what_would_be_done_with_it) {
+    const struct {
+        std::string question, reply;
+        std::optional<int> left;
+        const char* advice;
+    } rows[] = {
+        {"AT+CPINR", "\r\n+CPINR: SIM PUK,10,10\r\n" + line("+CPINR: SIM PIN,1,3"), 1, "enters no PIN any more"},
+        {"AT+CPINR", "\r\n+CPINR: SIM PUK,10,10\r\n" + line("+CPINR: SIM PIN,2,3"), 2, "with --pin-file, which enters"},
+        {"AT^CPIN?", line("^CPIN: SIM PIN,3,10,3,10,3"), 3, "with --pin-file, which enters"},
+        {"AT+CPINC", line("+CPINC: 0,3,10,10"), 0, "enters no PIN any more"},
+        {"AT+CPINR", line("+CPINR: SIM PUK,10,10"), {}, "--pin-unchecked"},
+    };
+    for (const auto& row : rows) {
         scripted_modem_t modem;
         modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
-        modem.on("AT+CPINR",
-                 std::string("\r\n+CPINR: SIM PUK,10,10\r\n") + line(std::string("+CPINR: SIM PIN,") + left));
+        modem.on("AT+CPINR", error);
+        modem.on(row.question, row.reply);
         const diagnosis_t found = radio::diagnose(modem.tty(), never);
+        EXPECT_EQ(found.pin_tries, row.left) << row.reply;
         ASSERT_FALSE(found.findings.empty());
-        EXPECT_THAT(found.findings[0].advice, HasSubstr(advice));
+        EXPECT_THAT(found.findings[0].advice, HasSubstr(row.advice)) << row.reply;
     }
 }
 

@@ -11,10 +11,13 @@ using lines_t = std::vector<modem_line_t>;
 constexpr limit_t any_limit = limit_t::setting;
 
 TEST(dialogue, each_line_belongs_where_it_belongs) {
-    const command_t query{.line = "AT+CREG?", .limit = any_limit, .shape = reply_shape_t::line, .prefix = "+CREG:"};
-    const command_t list{.line = "AT+CMGL=4", .limit = any_limit, .shape = reply_shape_t::pdus, .prefix = "+CMGL:"};
-    const command_t submit{
-        .line = "AT+CMGS=2", .limit = any_limit, .shape = reply_shape_t::entry, .prefix = "+CMGS:", .entry = "000102"};
+    const command_t query{.line = "AT+CREG?", .limit = any_limit, .shape = reply_shape_t::line, .prefixes = {"+CREG:"}};
+    const command_t list{.line = "AT+CMGL=4", .limit = any_limit, .shape = reply_shape_t::pdus, .prefixes = {"+CMGL:"}};
+    const command_t submit{.line = "AT+CMGS=2",
+                           .limit = any_limit,
+                           .shape = reply_shape_t::entry,
+                           .prefixes = {"+CMGS:"},
+                           .entry = "000102"};
     const lines_t listed = {{"+CMGL: 1,1,,3", "0002AABB"}};
     const lines_t delivered = {{"+CMT: ,3", "0002EEFF"}};
     const struct {

@@ -1,14 +1,9 @@
 // What a modem has to be asked, waited for and given before it can be used.
-#include <sys/stat.h>
-
-#include <fstream>
-
 #include "base/clock.h"
 #include "tests/radio/session_fixture.h"
 
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -17,20 +12,9 @@ const auto line = scripted_modem_t::line_and_ok;
 
 class set_up : public session {
   protected:
-    set_up() { options.pin_file = folder / "pin"; }
-    void write_pin(const std::string& text, mode_t mode = 0600) const {
-        std::ofstream(options.pin_file) << text;
-        chmod(options.pin_file.c_str(), mode);
-    }
     std::string attach_now() {
         radio::detach_modem();
         return radio::attach_modem(options);
-    }
-    /// The modem does not answer the command in time.
-    std::string attach_without(const std::string& command) {
-        std::future<std::string> attached = attach_up_to(command);
-        base::advance_clock(300'000);
-        return attached.get();
     }
     std::string attach_as_time_passes() {
         auto attached = std::async(std::launch::async, [this] { return attach_now(); });
@@ -42,72 +26,6 @@ class set_up : public session {
 
     const std::filesystem::path& folder = home.path();
 };
-
-TEST_F(set_up, pin_is_never_tried_twice) {
-    testing::internal::CaptureStderr();
-    std::string told;
-    modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
-    modem.on("AT+CPIN=\"1234\"", "AT+CPIN=\"1234\"\r\r\n+CME ERROR: 16\r\n");
-    write_pin("1234");
-    EXPECT_THAT(attach_without("AT+CPINR"), HasSubstr("does not answer AT+CPINR")) << "never entered, never rejected";
-    modem.on("AT+CPINR", line("+CPINR: SIM PIN,3,3"));
-    for (const std::string wrong : {"1234\n", "1234\r\n", "5555", "5555\n1234", "1234"}) {
-        write_pin(wrong);
-        const std::string error = wrong == "5555" ? attach_without("AT+CPIN=\"5555\"") : attach_now();
-        EXPECT_THAT(error, AllOf(HasSubstr("did not accept"), HasSubstr(options.pin_file.native())));
-        told += error;
-    }
-    modem.say("\r\nAT+CPIN=\"5555\"\r\n");  // its echo, late
-    EXPECT_TRUE(modem.count("AT+CPIN=\"1234\"") == 1 && modem.count("AT+CPIN=\"5555\"") == 1);
-
-    write_pin("4321");
-    modem.on("AT+CPIN=\"4321\"", ok);
-    modem.on("AT+CPINR", ok);  // which may mean the last try
-    EXPECT_THAT(attach_now(), AllOf(HasSubstr("unlock the SIM in a phone"), HasSubstr("remove " + folder.native())));
-    modem.once("AT+CPINR", line("+CPINR: SIM PIN,2,3"));
-    for (const size_t times : {1, 2}) {  // a power cycle asks for it again
-        modem.once("AT+CPIN?", line("+CPIN: SIM PIN"));
-        modem.once("AT+CPIN?", line("+CPIN: SIM PIN"));  // for a moment
-        modem.once("AT+CPIN?", line("+CPIN: READY"));
-        EXPECT_EQ(attach_as_time_passes(), "");
-        EXPECT_EQ(modem.count("AT+CPIN=\"4321\""), times);
-    }
-    told += testing::internal::GetCapturedStderr();
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (entry.is_regular_file() && entry.path() != options.pin_file) {
-            told += (std::stringstream() << std::ifstream(entry.path()).rdbuf()).str();
-        }
-    }
-    EXPECT_THAT(told, AllOf(Not(HasSubstr("1234")), Not(HasSubstr("5555")), Not(HasSubstr("4321"))));
-}
-
-TEST_F(set_up, a_pin_that_must_not_be_entered_is_not) {
-    const struct {
-        std::string pin;
-        mode_t mode;
-        std::string state, tries, error;
-    } rows[] = {
-        {"1234", 0640, "SIM PIN", "\r\nERROR\r\n", "chmod 600"},
-        {"123", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
-        {"12a4", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
-        {"123456789", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
-        {"1234\";+CFUN=0", 0600, "SIM PIN", "\r\nERROR\r\n", "4 to 8 digits"},
-        {"1234", 0600, "SIM PIN", "\r\n+CPINR: SIM PIN,1,3\r\n+CPINR: SIM PUK,10,10\r\n" + ok, "has 1 try left"},
-        {"1234", 0600, "SIM PUK", "\r\nERROR\r\n", "locked (SIM PUK)"},
-        {"1234", 0600, "PH-SIM PIN", "\r\nERROR\r\n", "locked (PH-SIM PIN)"},
-    };
-    for (const auto& row : rows) {
-        write_pin(row.pin, row.mode);
-        modem.on("AT+CPIN?", line("+CPIN: " + row.state));
-        modem.on("AT+CPINR", row.tries);
-        EXPECT_THAT(attach_now(), AllOf(HasSubstr(row.error), Not(HasSubstr(row.pin))));
-    }
-    options.pin_file = folder / "nothing";
-    EXPECT_THAT(attach_now(), HasSubstr("PH-SIM PIN"));
-    modem.on("AT+CPIN?", line("+CPIN: SIM PIN"));
-    EXPECT_THAT(attach_now(), HasSubstr("nothing: No such file"));
-    EXPECT_THAT(modem.log(), Not(testing::Contains(testing::StartsWith("AT+CPIN="))));
-}
 
 TEST_F(set_up, sim_busy_after_start_is_waited_for) {
     for (const char* busy : {"\r\n+CME ERROR: 14\r\n", "\r\n+CMS ERROR: 515\r\n", "\r\n+CME ERROR: SIM busy\r\n"}) {

@@ -253,6 +253,7 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
                                    "version --device ",
                                    "doctor --modem ",
                                    "serve --modem /dev/null --pin-file ",
+                                   "serve --modem /dev/null --pin-unchecked",
                                    "serve --modem /dev/null --announcement ",
                                    "serve --modem /dev/null --announcement abc",
                                    "serve --modem /dev/null --log-size 10",

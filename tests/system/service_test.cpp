@@ -124,6 +124,28 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
     EXPECT_EQ(running.zpd({"version"}).status, 0);
 }
 
+TEST(service, refuses_a_pin_that_cannot_be_had_before_it_looks_for_the_modem) {
+    const folder_t folder;
+    const std::string file = folder / "pin";
+    const arguments_t serve{"serve", "--modem", "/nowhere", "--home", folder / "home", "--pin-file", file};
+    const auto write = [&](const std::string& text, mode_t mode) {
+        write_file(file, text);
+        chmod(file.c_str(), mode);
+    };
+    const std::pair<std::string, std::function<void()>> cases[] = {
+        {file + ": No such file", [] {}},
+        {"chmod 600 " + file, [&] { write("4711", 0644); }},
+        {"4 to 8 digits", [&] { write("47", 0600); }},
+        {"/nowhere: No such file", [&] { write("4711", 0600); }},
+    };
+    for (const auto& [problem, make] : cases) {
+        make();
+        const outcome_t outcome = zpd(serve);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.errors, HasSubstr(problem));
+    }
+}
+
 /// Each problem is told with the command that mends it; then the service gets as far as the missing modem.
 void expect_refusal_and_cure(const std::string& problem, const arguments_t& where) {
     const arguments_t serve = joined({"serve", "--modem", "/nowhere"}, where);
@@ -208,7 +230,7 @@ TEST(service, doctor_tells_what_the_modem_is_and_who_has_it) {
 
     const arguments_t fault{"fault", "--dir", folder / "modems", alice};
     const std::pair<const char*, const char*> faults[] = {
-        {"pin=1234", "the SIM cannot be used: PIN wanted"},
+        {"pin=1234", "the SIM cannot be used: PIN wanted, 3 tries left"},
         {"storage=0", "0 of 0 messages: nothing more can be received"},
         {"registration=denied", "registered with a network: denied"}};
     for (const auto& [name, finding] : faults) {
@@ -216,6 +238,8 @@ TEST(service, doctor_tells_what_the_modem_is_and_who_has_it) {
         const outcome_t found = zpd(question);
         EXPECT_EQ(found.status, 1) << name;
         EXPECT_THAT(found.output, HasSubstr(finding));
+        EXPECT_EQ(nlohmann::json::parse(zpd(joined(question, {"--json"})).output)["pin_tries"].is_number(),
+                  std::string(name).starts_with("pin"));
         EXPECT_EQ(zpd(joined(fault, {"clear"})).status, 0);
     }
 
