@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 
 namespace base {
 
@@ -19,7 +20,22 @@ class clock_watch_t {
     clock_watch_t& operator=(const clock_watch_t&) = delete;
 };
 
+/// Stands beside a wait that ends at this tick by itself, for as long as it lasts: tests look how far the clock may
+/// move before somebody would wake.
+class timed_wait_t {
+  public:
+    explicit timed_wait_t(uint64_t until);
+    ~timed_wait_t();
+    timed_wait_t(const timed_wait_t&) = delete;
+    timed_wait_t& operator=(const timed_wait_t&) = delete;
+
+  private:
+    const std::multiset<uint64_t>::const_iterator place_;
+};
+
 /// For tests only: moves tick64 forward; timed waits whose time has come then end.
 void advance_clock(uint64_t milliseconds);
+/// For tests only: when the first of the timed waits ends; UINT64_MAX when none does.
+uint64_t next_deadline();
 
 }  // namespace base

@@ -61,7 +61,7 @@ void at_server_t::take_line(char octet) {
     }
     echo(octet);
     if (octet == carriage_return) {
-        end_line();
+        complete();
     } else if (octet == backspace) {
         if (line_.size() > 2) {
             line_.pop_back();
@@ -85,7 +85,7 @@ bool at_server_t::take_prefix(char octet) {
     }
     if (octet == '/') {
         line_ = last_line_;
-        end_line();
+        complete();
         return false;
     }
     if (to_upper(octet) != 'T') {
@@ -100,6 +100,22 @@ void at_server_t::append(char octet) {
         line_ += octet;
     } else {
         too_long_ = true;
+    }
+}
+
+void at_server_t::complete() {
+    if (faults_.late_answers > 0) {
+        answer_at_ = base::tick64() + faults_.late_answers;
+    } else {
+        answer();
+    }
+}
+
+void at_server_t::answer() {
+    if (entering_text_) {
+        end_text();
+    } else {
+        end_line();
     }
 }
 
@@ -142,10 +158,10 @@ void at_server_t::begin_prompt() {
 }
 
 std::optional<uint64_t> at_server_t::deadline() const {
-    if (late_results_.empty()) {
-        return prompt_at_;
-    }
-    return prompt_at_ ? std::min(*prompt_at_, late_results_.front().at) : late_results_.front().at;
+    constexpr uint64_t never = UINT64_MAX;
+    const uint64_t earliest = std::min({prompt_at_.value_or(never), answer_at_.value_or(never),
+                                        late_results_.empty() ? never : late_results_.front().at});
+    return earliest == never ? std::nullopt : std::optional(earliest);
 }
 
 void at_server_t::pass_deadline() {
@@ -158,12 +174,16 @@ void at_server_t::pass_deadline() {
         prompt_at_.reset();
         output_ += faults_.prompt;
     }
+    if (answer_at_ && *answer_at_ <= now) {
+        answer_at_.reset();
+        answer();
+    }
 }
 
 void at_server_t::take_text(char octet) {
     echo(octet);
     if (octet == ctrl_z) {
-        end_text();
+        complete();
     } else if (octet == escape) {
         line_.clear();
         too_long_ = false;
@@ -318,6 +338,7 @@ void at_server_t::power_on() {
         text->clear();
     }
     prompt_at_.reset();
+    answer_at_.reset();
     late_results_.clear();
     too_long_ = false;
     entering_text_ = false;

@@ -46,7 +46,7 @@ class at_server_t {
     /// Whether the host has left so much unread that nothing more should be taken from it.
     bool congested() const { return output_.size() >= max_output; }
     /// Whether the next octet may be taken.
-    bool ready() const { return !prompt_at_ && !congested(); }
+    bool ready() const { return !prompt_at_ && !answer_at_ && !congested(); }
     /// When, on base::tick64, something that is said late is due.
     std::optional<uint64_t> deadline() const;
     /// To be called at or after the deadline.
@@ -76,6 +76,8 @@ class at_server_t {
     void take_line_end(char octet);
     void echo(char octet);
     void append(char octet);
+    void complete();
+    void answer();
     void end_line();
     void run(std::string_view commands);
     void begin_prompt();
@@ -104,6 +106,7 @@ class at_server_t {
     std::string after_text_;       // the commands that follow the one that asked for text
     std::string held_;             // unsolicited, until the text is entered
     std::optional<uint64_t> prompt_at_;
+    std::optional<uint64_t> answer_at_;  // the line or text is complete, and taken up then
     std::deque<late_t> late_results_;
     std::string output_;
 };

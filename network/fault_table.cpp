@@ -122,6 +122,44 @@ bool come_back(phone_t* phone, std::string_view value) {
     return value.empty() && (phone == nullptr || phone->plugged_in() || phone->plug_in(&error));
 }
 
+bool restart(phone_t* phone, std::string_view value) {
+    const pair_t parts = split(value, ':');
+    const std::string_view line = parts.second.value_or("");
+    const auto time = number(parts.first, longest);
+    const bool good = time && std::ranges::none_of(line, is_control);
+    if (good && phone != nullptr) {
+        phone->restart(*time, std::string(line));
+    }
+    return good;
+}
+
+bool set_silent(phone_t* phone, std::string_view value) {
+    constexpr word_t words[] = {{"off", 0}, {"", 1}, {"on", 1}, {"opened", 2}};
+    const auto silence = meaning_of(value, words);
+    if (silence && phone != nullptr) {
+        phone->modem().faults().silent = static_cast<silence_t>(*silence);
+    }
+    return silence.has_value();
+}
+
+bool set_text_mode(phone_t* phone, std::string_view value) {
+    const bool good = set_flag<&faults_t::text_at_start>(phone, value);
+    if (good && phone != nullptr) {
+        phone->modem().reset_settings();
+    }
+    return good;
+}
+
+bool set_pdu(phone_t* phone, std::string_view value) {
+    constexpr word_t words[] = {{"usual", 0},  {"spare-bits", 1},  {"even-address", 2}, {"no-clock", 3},
+                                {"padded", 4}, {"length-over", 5}, {"length-under", 6}};
+    const auto form = meaning_of(value, words);
+    if (form && phone != nullptr) {
+        phone->modem().faults().pdu_form = static_cast<pdu_form_t>(*form);
+    }
+    return form.has_value();
+}
+
 bool set_echo(phone_t* phone, std::string_view value) {
     constexpr word_t words[] = {{"as-asked", 0}, {"always", 1}, {"off", 2}};
     const auto echo = meaning_of(value, words);
@@ -154,12 +192,21 @@ bool set_prompt(phone_t* phone, std::string_view value) {
     return form != std::end(forms);
 }
 
-bool set_chatter(phone_t* phone, std::string_view value) {
+/// A line that the modem then says: the one that goes without saying, another, or with "off" none.
+bool set_line(std::string* line, std::string_view value, std::string_view usual) {
     const bool good = std::ranges::none_of(value, is_control);
-    if (good && phone != nullptr) {
-        phone->modem().faults().chatter = value.empty() ? "^RSSI: 21" : value == "off" ? "" : value;
+    if (good && line != nullptr) {
+        *line = value.empty() ? usual : value == "off" ? "" : value;
     }
     return good;
+}
+
+bool set_chatter(phone_t* phone, std::string_view value) {
+    return set_line(phone == nullptr ? nullptr : &phone->modem().faults().chatter, value, "^RSSI: 21");
+}
+
+bool set_full_line(phone_t* phone, std::string_view value) {
+    return set_line(phone == nullptr ? nullptr : &phone->modem().faults().full_line, value, R"(^SMMEMFULL: "ME")");
 }
 
 bool set_service_answer(phone_t* phone, std::string_view value) {
@@ -236,16 +283,23 @@ constexpr fault_t table[] = {
     {"unannounced", "[on|off]", "store what comes without +CMTI", set_flag<&faults_t::unannounced>},
     {"wrong-index", "[on|off]", "tell the index -1 in +CMTI", set_flag<&faults_t::wrong_index>},
     {"fail-deletes", "N", "refuse the next N deletes of a message", set_number<&faults_t::failing_deletes>},
+    {"pdu", "FORM", "deliveries with spare-bits, even-address, no-clock, padded, length-over or length-under; or usual",
+     set_pdu},
+    {"memory-full", "[LINE]", "say LINE when a message finds no place", set_full_line},
     {"storage", "N", "N places in each message memory; what lies beyond is lost", set_storage},
     {"registration", "STATE", "home, roaming, searching, denied, unknown or none", set_registration},
     {"technology", "NAME", "gsm, edge, umts, hspa, lte, nr or cdma", set_technology},
     {"ussd", "TEXT", "what the network answers to every service code (AT+CUSD)", set_service_answer},
     {"hang-up", "[MS]", "go away, and come back after MS milliseconds on another tty", hang_up},
     {"return", "", "come back after a hang-up", come_back},
-    {"silent", "[on|off]", "take everything and say nothing", set_flag<&faults_t::silent>},
+    {"restart", "MS[:LINE]", "start anew on the same tty: hear nothing for MS milliseconds, then say LINE", restart},
+    {"silent", "[on|off|opened]", "take everything and say nothing; opened: until the tty is closed", set_silent},
+    {"late-answers", "MS", "take up each command and PDU MS milliseconds late, one after the other",
+     set_number<&faults_t::late_answers>},
     {"single-octets", "[on|off]", "write each octet by itself", set_flag<&faults_t::single_octets>},
     {"echo", "HOW", "as-asked (on at the start), always, or off at the start", set_echo},
     {"numeric-results", "[on|off]", "begin with ATV0", set_numeric},
+    {"text-mode", "[on|off]", "begin with AT+CMGF=1", set_text_mode},
     {"prompt", "FORM", "usual, bare, same-line, no-space, own-line or spaced-line", set_prompt},
     {"chatter", "[LINE]", "say LINE between any two lines of a response", set_chatter},
     {"errors", "FORM", "plain, numeric or verbose, whatever +CMEE asks for, or as-asked", set_errors},

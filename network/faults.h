@@ -39,6 +39,19 @@ struct coverage_t {
     bool in_service() const { return registration == registration_t::home || registration == registration_t::roaming; }
 };
 
+/// How a delivery's PDU is written, where modems and service centres are at odds with 3GPP TS 23.040 and 27.005.
+enum class pdu_form_t {
+    usual,
+    spare_bits,    // the bit of the first octet that means nothing is set (TS 23.040 9.2.2.1)
+    even_address,  // the originator's length counts the filler, too (9.1.2.5)
+    no_clock,      // seconds and time zone are no decimal digits (9.2.3.11)
+    padded,        // octets follow that mean nothing, as in a record of a SIM
+    length_over,   // <length> counts one octet too many (TS 27.005 3.1)
+    length_under,  // one too few
+};
+
+enum class silence_t { none, until_told, until_opened };
+
 enum class echo_t { as_asked, always, off_at_start };
 
 /// Few enough that no card takes noticeably longer, and enough for a host to see one datagram after the other.
@@ -61,18 +74,22 @@ struct faults_t {
     bool both_ways = false;                        // stored, and handed over without a wait for an acknowledgement
     bool unannounced = false;                      // stored without +CMTI
     bool wrong_index = false;                      // +CMTI tells -1
+    pdu_form_t pdu_form = pdu_form_t::usual;
 
     // The message memories.
     unsigned failing_deletes = 0;  // so many of the next AT+CMGD fail
+    std::string full_line;         // told when a message finds no place; empty: nothing is
 
     // What the network answers to each service code (+CUSD), in UTF-8.
     std::string service_answer = "An emulated network: nothing is charged.";
 
     // The manner of speaking.
-    bool silent = false;         // the modem takes everything and says nothing at all
-    bool single_octets = false;  // each octet to the host is written by itself
+    silence_t silent = silence_t::none;  // the modem takes everything and says nothing at all
+    uint64_t late_answers = 0;           // each command line and text is taken up so much later, one after the other
+    bool single_octets = false;          // each octet to the host is written by itself
     echo_t echo = echo_t::as_asked;
     bool numeric_at_start = false;  // ATV0
+    bool text_at_start = false;     // AT+CMGF=1
     std::string_view prompt = "\r\n> ";
     std::string chatter;                 // an unsolicited line between any two lines of a response; empty: none
     std::optional<error_form_t> errors;  // whatever +CMEE asks for

@@ -130,9 +130,10 @@ void message_memories_t::show(stored_message_t& message, std::optional<size_t> i
         lines.push_back(fmt::format("{}: {}", name, told->header));
         lines.push_back(told->data);
     } else {
+        const told_pdu_t written = told_pdu(message.message, faults_.pdu_form);
         lines.push_back(fmt::format("{}: {}{},,{}", name, index ? fmt::format("{},", *index) : "",
-                                    static_cast<unsigned>(message.status), message.message.octets.size()));
-        lines.push_back(pdu_text(message.message));
+                                    static_cast<unsigned>(message.status), written.length));
+        lines.push_back(written.pdu);
     }
     if (message.status == message_status_t::unread) {
         message.status = message_status_t::read;

@@ -7,10 +7,17 @@
 #include <string_view>
 
 #include "network/air_message.h"
+#include "network/faults.h"
 
 namespace network {
 
-std::string pdu_text(const air_message_t& message);
+/// What a host is told of a message.
+struct told_pdu_t {
+    size_t length = 0;
+    std::string pdu;
+};
+/// Deliveries on GSM have the form, all others the usual one.
+told_pdu_t told_pdu(const air_message_t& message, pdu_form_t form);
 
 /// None when the text is no PDU with a message of so many octets.
 std::optional<air_message_t> message_of_pdu(std::string_view text, air_form_t form, size_t length);

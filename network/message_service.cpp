@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "air/deliver_report.h"
 #include "base/clock.h"
 #include "base/hex.h"
@@ -91,7 +93,7 @@ void message_service_t::list_commands(at_lines_t& lines) {
 void message_service_t::reset_settings() {
     end_pending(false);
     settings_ = {};
-    text_mode_.reset_settings();
+    text_mode_.reset_settings(faults_.text_at_start && !coverage_.on_cdma());
     memories_.reset_settings();
 }
 
@@ -360,9 +362,13 @@ receiver_t::taken_t message_service_t::receive(const air_message_t& message) {
 
 receiver_t::taken_t message_service_t::store_delivery(const air_message_t& message, bool announce) {
     const auto place = memories_.store_received(message);
+    if (!place && !faults_.full_line.empty() && !std::exchange(full_told_, true)) {
+        dialogue_.unsolicited(faults_.full_line);
+    }
     if (!place) {
         return taken_t::not_now;
     }
+    full_told_ = false;
     if (announce && !faults_.unannounced) {
         dialogue_.unsolicited(
             fmt::format("+CMTI: \"{}\",{}", place->memory, faults_.wrong_index ? "-1" : std::to_string(place->index)));
@@ -387,7 +393,8 @@ void message_service_t::hand_over(const air_message_t& message) {
         dialogue_.unsolicited(fmt::format("+CMT: {}\r\n{}", told->header, told->data));
         return;
     }
-    dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", message.octets.size(), pdu_text(message)));
+    const told_pdu_t written = told_pdu(message, faults_.pdu_form);
+    dialogue_.unsolicited(fmt::format("+CMT: ,{}\r\n{}", written.length, written.pdu));
 }
 
 void message_service_t::pass_deadline() {

@@ -109,6 +109,7 @@ class message_service_t : public receiver_t {
     entry_t entry_;
     uint8_t next_reference_ = 0;  // TP-MR, kept over a power cycle (3GPP TS 23.040 9.2.3.6)
     std::optional<uint64_t> acknowledge_until_;
+    bool full_told_ = false;  // since a message has found a place
 };
 
 }  // namespace network

@@ -123,6 +123,16 @@ std::string network_t::set_fault(std::string_view number, std::string_view order
     return error;
 }
 
+sim_t::entries_t network_t::pin_entries(std::string_view number) {
+    sim_t::entries_t entries;
+    tasks_.run([&] {
+        if (phone_t* phone = find(number)) {
+            entries = phone->modem().sim().entries();
+        }
+    });
+    return entries;
+}
+
 std::string network_t::trace(const fs::path& file) {
     std::string error;
     tasks_.run([&] { error = service_centre_.trace().open(file); });
@@ -164,11 +174,15 @@ void network_t::wait() {
             waits.push_back({phone->fd(), phone->wanted_events(), 0});
         }
     }
-    poll(waits.data(), waits.size(), time_to_wait());
+    const uint64_t until = next_deadline();
+    constexpr uint64_t longest = 60'000;
+    const uint64_t now = base::tick64();
+    const base::timed_wait_t timed(until);
+    poll(waits.data(), waits.size(), static_cast<int>(std::min(until - std::min(until, now), longest)));
 }
 
-/// Milliseconds, or -1 for ever.
-int network_t::time_to_wait() const {
+/// When, on base::tick64, there is something to do even if nobody says anything.
+uint64_t network_t::next_deadline() const {
     uint64_t limit = service_centre_.deadline().value_or(UINT64_MAX);
     for (const auto& [digits, phone] : phones_) {
         if (phone->plugged_in() && phone->has_input()) {
@@ -176,9 +190,7 @@ int network_t::time_to_wait() const {
         }
         limit = std::min(limit, phone->deadline().value_or(UINT64_MAX));
     }
-    constexpr uint64_t longest = 60'000;
-    const uint64_t now = base::tick64();
-    return limit == UINT64_MAX ? -1 : static_cast<int>(std::min(limit - std::min(limit, now), longest));
+    return limit;
 }
 
 void network_t::forget_closed_hosts() {

@@ -21,6 +21,7 @@
 #include "base/descriptor.h"
 #include "network/event_loop.h"
 #include "network/service_centre.h"
+#include "network/sim.h"
 
 namespace network {
 
@@ -51,6 +52,9 @@ class network_t {
     /// what is wrong: no such phone, no such fault, no such value.
     [[nodiscard]] std::string set_fault(std::string_view number, std::string_view order);
 
+    /// What has been entered at the phone's SIM since its PIN was last cleared; nothing for a number that is none.
+    sim_t::entries_t pin_entries(std::string_view number);
+
     /// Writes what passes from now on to this file (trace.h). Returns an empty text, or what failed.
     [[nodiscard]] std::string trace(const std::filesystem::path& file);
 
@@ -66,7 +70,7 @@ class network_t {
     phone_t* find(std::string_view number) const;
     void serve();
     void wait();
-    int time_to_wait() const;
+    [[nodiscard]] uint64_t next_deadline() const;
     void forget_closed_hosts();
     void publish_statistics();
 

@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include <utility>
+
 #include "base/clock.h"
 
 namespace network {
@@ -36,9 +38,21 @@ bool phone_t::plug_in(std::string* error) {
     pty_ = std::move(pty);
     watch_id_ = watch_.add(pty_->name());
     return_at_.reset();
+    power_on();
+    return true;
+}
+
+void phone_t::power_on() {
+    starting_.reset();
     modem_.power_on();
     service_centre_.attach(number_, modem_.messages(), modem_.faults());
-    return true;
+}
+
+void phone_t::restart(uint64_t milliseconds, std::string line) {
+    if (plugged_in()) {
+        service_centre_.detach(number_);
+        starting_ = {base::tick64() + milliseconds, std::move(line)};
+    }
 }
 
 void phone_t::hang_up(std::optional<uint64_t> milliseconds) {
@@ -52,17 +66,26 @@ void phone_t::hang_up(std::optional<uint64_t> milliseconds) {
     watch_id_ = -1;
     input_.clear();
     return_at_.reset();
+    starting_.reset();
     if (milliseconds) {
         return_at_ = base::tick64() + *milliseconds;
     }
 }
 
 std::optional<uint64_t> phone_t::deadline() const {
-    return plugged_in() ? modem_.deadline() : return_at_;
+    return starting_ ? starting_->at : plugged_in() ? modem_.deadline() : return_at_;
 }
 
 void phone_t::pass_deadline() {
-    if (plugged_in()) {
+    if (starting_ && starting_->at <= base::tick64()) {
+        const std::string line = starting_->line;
+        power_on();
+        if (!line.empty()) {
+            modem_.dialogue().unsolicited(line);
+        }
+    } else if (starting_) {
+        return;
+    } else if (plugged_in()) {
         modem_.pass_deadline();
     } else if (return_at_ && *return_at_ <= base::tick64()) {
         std::string error;  // what stands in the link's place may be gone the next time
@@ -84,6 +107,9 @@ void phone_t::read() {
 }
 
 void phone_t::execute() {
+    if (starting_) {
+        input_.clear();
+    }
     size_t taken = 0;
     while (taken < input_.size() && modem_.dialogue().ready()) {
         modem_.dialogue().take(input_[taken++]);
@@ -93,7 +119,7 @@ void phone_t::execute() {
 
 void phone_t::write() {
     std::string& output = modem_.dialogue().output();
-    if (modem_.faults().silent) {
+    if (starting_ || modem_.faults().silent != silence_t::none) {
         output.clear();
     }
     if (modem_.faults().single_octets && output.size() > 1) {
@@ -109,6 +135,9 @@ void phone_t::write() {
 void phone_t::host_closed() {
     modem_.dialogue().output().clear();
     pty_->forget_host();
+    if (modem_.faults().silent == silence_t::until_opened) {
+        modem_.faults().silent = silence_t::none;
+    }
 }
 
 }  // namespace network

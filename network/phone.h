@@ -29,6 +29,9 @@ class phone_t {
     /// Takes the tty and its link away, for so many milliseconds of base::tick64, or until plug_in. The next tty
     /// has another name.
     void hang_up(std::optional<uint64_t> milliseconds);
+    /// The modem starts anew on its tty: it hears nothing for so many milliseconds of base::tick64, and then says
+    /// `line`, if any.
+    void restart(uint64_t milliseconds, std::string line);
     bool plugged_in() const { return pty_ != nullptr; }
 
     const std::string& number() const { return number_; }
@@ -50,6 +53,12 @@ class phone_t {
     void host_closed();
 
   private:
+    struct start_t {
+        uint64_t at;  // base::tick64
+        std::string line;
+    };
+    void power_on();
+
     const std::string number_;
     service_centre_t& service_centre_;
     const std::filesystem::path path_;
@@ -59,6 +68,7 @@ class phone_t {
     std::unique_ptr<tty_link_t> link_;
     std::unique_ptr<pty_t> next_pty_;  // while it is hung up: of another name than the one before
     std::optional<uint64_t> return_at_;
+    std::optional<start_t> starting_;
     int watch_id_ = -1;
     std::string input_;  // read, not yet executed: at most one read's worth
 };

@@ -69,8 +69,9 @@ class service_centre_t {
     // Bounds what a flood to numbers that nobody has can take up.
     static constexpr uint64_t max_waiting = 100'000;
 
-    // How many of an originator's last submissions are remembered, to tell a repeated one.
-    static constexpr size_t max_remembered = 32;
+    // How many of an originator's last submissions are remembered, to tell a repeated one: half of the references, so
+    // that none is taken for an earlier one that had the same.
+    static constexpr size_t max_remembered = 128;
 
     struct attached_t {
         receiver_t* phone = nullptr;

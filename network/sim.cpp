@@ -37,6 +37,7 @@ at_result_t sim_t::enter(std::string_view pin) {
         return cme_sim_busy;
     }
     if (!locked_) {
+        ++entries_.unasked;
         return cme_not_allowed;
     }
     if (tries_left_ == 0) {
@@ -44,8 +45,10 @@ at_result_t sim_t::enter(std::string_view pin) {
     }
     if (pin != pin_) {
         --tries_left_;
+        ++entries_.wrong;
         return cme_incorrect_password;
     }
+    ++entries_.right;
     tries_left_ = all_tries;
     power_on();
     locked_ = false;

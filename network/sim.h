@@ -26,6 +26,13 @@ class sim_t {
     /// After each power-on, +CLCK.
     bool asks_for_pin() const { return !pin_.empty(); }
     unsigned tries_left() const { return tries_left_; }
+    /// How often a host has entered a PIN so far: the right one where it was wanted, another, or any unasked.
+    struct entries_t {
+        unsigned right = 0;
+        unsigned wrong = 0;
+        unsigned unasked = 0;
+    };
+    const entries_t& entries() const { return entries_; }
     at_result_t enter(std::string_view pin);
 
     /// What a command fails with at this moment: one on the SIM, or one of the message service.
@@ -40,6 +47,7 @@ class sim_t {
     std::string pin_;
     bool locked_ = false;
     unsigned tries_left_ = all_tries;
+    entries_t entries_;
     uint64_t busy_for_ = 0;
     uint64_t busy_until_ = 0;
     unsigned busy_code_ = 0;

@@ -25,7 +25,10 @@ class text_mode_t {
     explicit text_mode_t(const character_set_t& character_set) : character_set_(character_set) {}
 
     bool on() const { return settings_.on; }
-    void reset_settings() { settings_ = {}; }
+    void reset_settings(bool on) {
+        settings_ = {};
+        settings_.on = on;
+    }
 
     at_result_t cmgf(const at_command_t& command, at_lines_t& lines);
     at_result_t csmp(const at_command_t& command, at_lines_t& lines);

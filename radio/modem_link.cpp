@@ -238,6 +238,7 @@ void modem_link_t::pump(uint64_t until) {
     if (!out_.empty()) {
         descriptors[1].events |= POLLOUT;
     }
+    const base::timed_wait_t timed(until);
     if (poll(descriptors, 2, poll_time(until)) <= 0) {
         return;
     }

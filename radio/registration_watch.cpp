@@ -105,7 +105,10 @@ bool registration_watch_t::take(const std::string& line) {
     if (tells_service_ || (&*domain == &circuit_ && told->registered() && !told->access)) {
         // The technology has to be asked for; a modem that tells of its registration at each question, once.
         if (!std::exchange(query_due_, true)) {
-            jobs_.post([this] { query(); });
+            jobs_.post([this] {
+                query();
+                query_due_ = false;
+            });
         }
     } else {
         publish();
@@ -131,7 +134,6 @@ void registration_watch_t::query() {
     if (circuit_.now.registered() && !circuit_.now.access && technology_ == technology_t::gsm) {
         query_operator();
     }
-    query_due_ = false;
     publish();
 }
 

@@ -51,6 +51,7 @@ DWORD waitable_t::wait(DWORD milliseconds) {
         if (now >= deadline) {
             return WAIT_TIMEOUT;
         }
+        const base::timed_wait_t timed(deadline);
         changed.wait_for(lock, std::chrono::milliseconds(deadline - now));
     }
     if (kind == kind_t::auto_reset_event) {

@@ -6,15 +6,12 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <future>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "base/clock.h"
 #include "com/miscio/text.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -22,27 +19,7 @@
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
 #include "tests/incoming.h"
-
-/// Moves the clock by so much, in small steps.
-inline void let_time_pass(uint64_t milliseconds) {
-    constexpr uint64_t step = 30;  // a modem has still a third of a second of ours for what it must do in ten
-    for (uint64_t passed = 0; passed < milliseconds; passed += step) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        base::advance_clock(step);
-    }
-}
-
-/// Moves it, some hundred times as fast as it is, until the predicate holds; false after some seconds.
-inline bool as_time_passes(const std::function<bool()>& predicate) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!predicate()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        let_time_pass(1);
-    }
-    return true;
-}
+#include "tests/passing_time.h"
 
 inline std::string read_file(const std::filesystem::path& path) {
     std::ostringstream octets;
@@ -65,13 +42,14 @@ class phone_t {
     /// Attaches the modem, starts the driver, and waits until it knows its network.
     void start(const radio::modem_options_t& modem) {
         auto attached = std::async(std::launch::async, [&] { return radio::attach_modem(modem); });
-        as_time_passes([&] { return attached.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+        ASSERT_TRUE(
+            as_time_passes([&] { return attached.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
         ASSERT_EQ(attached.get(), "");
         DllMain(nullptr, process_attach, nullptr);
         ZPD_Init(TEXT("Drivers\\BuiltIn\\ZPD"), nullptr);
         started_ = true;
         ASSERT_TRUE(as_time_passes([this] { return log().find("System type: ") != std::string::npos; }));
-        base::advance_clock(10'000);  // the driver waits so long before it believes it
+        let_time_pass(10'000);  // the driver waits so long before it believes it
     }
     void stop() {
         radio::detach_modem();

@@ -98,6 +98,56 @@ TEST_F(faults_test, arrivals_are_told_wrongly_twice_or_not_at_all) {
     EXPECT_EQ(stored(*to), (air::octets_t{1, 3}));
 }
 
+// What differs from the usual PDU: so many octets, so many behind it, and <length>.
+TEST_F(faults_test, pdus_are_written_oddly) {
+    const std::string odd_number = "+4917000000020";
+    ASSERT_TRUE(network_->attach(odd_number, &error_)) << error_;
+    const auto from = host(odd_number);
+    submit(*from, submit_to(bob, {7}));
+    EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
+    const auto to = host(bob);
+    struct told_t {
+        int length;
+        air::octets_t pdu;
+    };
+    const auto told = [&](const std::string& form) {
+        set_fault(bob, "pdu=" + form);
+        to->send("AT+CMGR=1\r");
+        to->read_until(",,");
+        const std::string length = to->read_until("\r\n");
+        const std::string pdu = to->read_until("\r\n");
+        to->read_until("OK\r\n");
+        return told_t{std::stoi(length), base::from_hex(pdu.substr(0, pdu.size() - 2)).value()};
+    };
+    struct row_t {
+        const char* form;
+        int octets, behind, length;
+    };
+    const told_t usual = told("usual");
+    for (const row_t& row :
+         {row_t{"spare-bits", 1, 0, 0}, row_t{"even-address", 1, 0, 0}, row_t{"no-clock", 2, 0, 0},
+          row_t{"padded", 0, 4, 4}, row_t{"length-over", 0, 0, 1}, row_t{"length-under", 0, 0, -1}}) {
+        const told_t odd = told(row.form);
+        EXPECT_EQ(odd.pdu.size(), usual.pdu.size() + row.behind) << row.form;
+        EXPECT_EQ(odd.length, usual.length + row.length) << row.form;
+        int differing = 0;
+        for (size_t i = 0; i < usual.pdu.size(); ++i) {
+            differing += odd.pdu.at(i) != usual.pdu[i] ? 1 : 0;
+        }
+        EXPECT_EQ(differing, row.octets) << row.form;
+    }
+}
+
+TEST_F(faults_test, a_full_memory_is_told_once) {
+    const auto to = host(bob, {"AT+CNMI=2,1"});
+    set_fault(bob, "storage=1");
+    set_fault(bob, "memory-full");
+    send({1, 2, 3});
+    to->expect("", "\r\n+CMTI: \"ME\",1\r\n\r\n^SMMEMFULL: \"ME\"\r\n");
+    to->expect("AT+CMGD=1\r", "\r\nOK\r\n\r\n+CMTI: \"ME\",1\r\n\r\n^SMMEMFULL: \"ME\"\r\n");
+    to->expect_nothing();
+}
+
 TEST_F(faults_test, results_and_prompts_come_late) {
     const auto from = host(alice);
     set_fault(alice, "late-results=60000");
