@@ -128,6 +128,12 @@ void announcements_t::tell() {
     }
 }
 
+void announcements_t::renew() {
+    if (!link_.exchange({.line = "AT+CNMI=" + chosen_.parameters, .limit = limit_t::setting}).ok() && !link_.lost()) {
+        warn("the modem does not renew its announcements; new messages are looked for");
+    }
+}
+
 bool announcements_t::have_stopped() {
     if (chosen_.way == none || link_.lost() || link_.ending()) {
         return false;

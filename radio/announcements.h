@@ -36,6 +36,9 @@ class announcements_t {
     /// that misses an acknowledgement, or restarts without a hang-up, and then has lost every other setting, too.
     [[nodiscard]] bool have_stopped();
 
+    /// Asks for them once more: a modem that missed an acknowledgement has stopped them (3GPP TS 27.005 3.4.4).
+    void renew();
+
     /// A message that is delivered directly waits for AT+CNMA.
     [[nodiscard]] bool are_acknowledged() const { return acknowledged_; }
 

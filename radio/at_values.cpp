@@ -1,6 +1,7 @@
 #include "radio/at_values.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 
 #include "base/hex.h"
@@ -203,6 +204,12 @@ std::optional<location_t> new_message(std::string_view line) {
         return std::nullopt;
     }
     return location_t{values[0].text, *index};
+}
+
+bool announces_full_memory(std::string_view line) {
+    constexpr std::array<std::string_view, 6> beginnings = {"^SMMEMFULL", "+QIND: \"SMSFULL\"",   "%SMSFULL",
+                                                            "+SMSFULL",   "+CIEV: \"SMSFULL\",1", "^SMGO: 2"};
+    return std::ranges::any_of(beginnings, [&](std::string_view beginning) { return line.starts_with(beginning); });
 }
 
 std::optional<stored_message_t> read_message(std::string_view line) {

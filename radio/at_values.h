@@ -71,6 +71,9 @@ struct location_t {
 };
 std::optional<location_t> new_message(std::string_view line);
 
+/// What makers say, unasked, of a message memory that has no room.
+bool announces_full_memory(std::string_view line);
+
 /// +CMGR and +CMGL in PDU mode.
 struct stored_message_t {
     int index = 0;  // +CMGL only

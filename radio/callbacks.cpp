@@ -43,6 +43,9 @@ void callbacks_t::end(const session_pointer_t& session) {
 }
 
 void callbacks_t::drain(const session_pointer_t& session) {
+    if (std::this_thread::get_id() == thread_.get_id()) {
+        return;
+    }
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return running_ == nullptr || running_->session != session; });
 }

@@ -42,7 +42,7 @@ class callbacks_t {
 
     /// Ends a session without waiting: a callback that runs goes on, none begins.
     void end(const session_pointer_t& session);
-    /// Waits for the callback of the session that runs, if one does.
+    /// Waits for the callback of the session that runs, if one does; not for the one that calls this.
     void drain(const session_pointer_t& session);
     /// Hands over no more messages, and waits for one that is being handed over.
     void stop_messages();

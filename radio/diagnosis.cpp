@@ -328,7 +328,7 @@ class examination_t : public inquiry_t {
             "delete some in a phone or with AT+CMGD; an activated service takes the cards out by itself";
         if (used >= total && memory.name == found_.receiving_memory) {
             hinder(text + ": nothing more can be received", advice);
-        } else if (is_nearly_full(memory.level)) {
+        } else if (fullness_of(memory.level) != fullness_t::some_room) {
             warn_of(text, advice);
         }
     }

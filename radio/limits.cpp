@@ -27,6 +27,7 @@ constexpr limit_row_t rows[] = {
     {limit_t::listing, "listing", 60, "s", 10, 600, "a full SIM, read message by message"},
     {limit_t::listing_again, "listing-again", 300, "s", 10, 86'400, "announcements get lost; a delete may fail"},
     {limit_t::deleting_again, "deleting-again", 30, "s", 0, 0, "a SIM that refused is busy, or the place is none"},
+    {limit_t::odd_again, "odd-again", 30, "s", 0, 0, "a modem that names no places may do so each second"},
     {limit_t::reply_size, "reply-size", 8'000'000, "octets", 0, 0, "a listing of twenty thousand messages"},
     {limit_t::waiting_jobs, "waiting-jobs", 1'000, "jobs", 0, 0, "more announcements wait than a SIM has places"},
     {limit_t::journal_age, "journal-age", 7, "days", 1, 365, "the network keeps the missing datagrams no longer"},

@@ -26,6 +26,7 @@ enum class limit_t : uint8_t {
     listing,
     listing_again,
     deleting_again,
+    odd_again,
     reply_size,
     waiting_jobs,
     journal_age,

@@ -34,14 +34,20 @@ std::optional<memories_t> ask_memories(inquiry_t& inquiry) {
     return memories;
 }
 
-bool is_nearly_full(const memory_level_t& level) {
-    constexpr int per_cent = 80;
-    return level.total > 0 && level.used * 100 >= level.total * per_cent;
+fullness_t fullness_of(const memory_level_t& level) {
+    if (level.total > 0 && level.used >= level.total) {
+        return fullness_t::full;
+    }
+    return level.total > 0 && level.used * 5 >= level.total * 4 ? fullness_t::nearly_full : fullness_t::some_room;
 }
 
-mailbox_t::mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs,
-                     const announcements_t& announcements, const registration_watch_t& registration)
-    : link_(link), announcements_(announcements), registration_(registration), handover_(journal_, callbacks, jobs) {}
+mailbox_t::mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, announcements_t& announcements,
+                     const registration_watch_t& registration)
+    : link_(link),
+      jobs_(jobs),
+      announcements_(announcements),
+      registration_(registration),
+      handover_(journal_, callbacks, jobs) {}
 
 std::string mailbox_t::open() {
     constexpr int64_t seconds_a_day = 86'400;
@@ -105,16 +111,36 @@ bool mailbox_t::select(const std::string& memory) {
         return false;
     }
     selected_ = memory;
-    const std::optional<memory_level_t> level = memory_level(reply.first());
-    if (level && is_nearly_full(*level)) {
-        warn(fmt::format("the message memory {} holds {} of {} messages; a full one receives nothing", memory,
-                         level->used, level->total));
+    if (const std::optional<memory_level_t> level = memory_level(reply.first())) {
+        tell_level(memory, *level);
     }
     return true;
 }
 
+// Once each, when it is reached.
+void mailbox_t::tell_level(const std::string& memory, const memory_level_t& level) {
+    const fullness_t now = fullness_of(level);
+    const fullness_t before = std::exchange(told_levels_[memory], now);
+    if (now > before) {
+        warn(now == fullness_t::full
+                 ? fmt::format("the message memory {} is full, with {} messages: it receives nothing more until some "
+                               "are deleted",
+                               memory, level.used)
+                 : fmt::format("the message memory {} holds {} of {} messages; a full one receives nothing", memory,
+                               level.used, level.total));
+    }
+}
+
+// The network waits for an acknowledgement, and for nothing else.
+void mailbox_t::deliver_first() {
+    while (const job_queue_t::job_t delivery = jobs_.next_urgent()) {
+        delivery();
+    }
+}
+
 void mailbox_t::list_all() {
-    next_listing_ = base::tick64() + milliseconds(limit_t::listing_again);
+    listed_at_ = base::tick64();
+    next_listing_ = listed_at_ + milliseconds(limit_t::listing_again);
     journal_.expire();
     texts_refused_ = false;
     if (link_.lost() || link_.ending()) {
@@ -125,12 +151,18 @@ void mailbox_t::list_all() {
         list({});
     }
     for (const std::string& memory : memories_) {
+        deliver_first();
         list(memory);
     }
 }
 
+void mailbox_t::list_now() {
+    next_listing_ = std::min(next_listing_, listed_at_ + milliseconds(limit_t::odd_again));
+}
+
 void mailbox_t::list(const std::string& memory) {
     constexpr const char* all_messages = "AT+CMGL=4";
+    selected_.clear();  // the reply tells how full it is
     if (!select(memory)) {
         warn_unless_lost("cannot select the message memory " + memory);
         return;
@@ -157,7 +189,7 @@ void mailbox_t::read_new(const std::string& line) {
         return;
     }
     warn("odd announcement, listing all messages: " + line);
-    list_all();
+    list_now();
 }
 
 void mailbox_t::read(const location_t& location) {
@@ -166,7 +198,7 @@ void mailbox_t::read(const location_t& location) {
     }
     if (!select(location.memory)) {
         warn_unless_lost("cannot select the message memory " + location.memory + ", listing all messages");
-        list_all();
+        list_now();
         return;
     }
     const reply_t reply = link_.exchange({.line = fmt::format("AT+CMGR={}", location.index),
@@ -231,6 +263,7 @@ void mailbox_t::take(const datagrams_t& datagrams) {
         return;
     }
     for (const location_t& location : datagrams.locations) {
+        deliver_first();
         remove(location);
     }
 }
@@ -277,13 +310,14 @@ void mailbox_t::take_delivery(const modem_line_t& line) {
         acknowledge(keep({&*arrival, 1}));
     } else {
         acknowledge(journal_.keep_text(length, line.pdu));
-        give_texts_back();
+        jobs_.post([this] { give_texts_back(); });
     }
 }
 
 // A modem that refuses one is not asked again before the next listing.
 void mailbox_t::give_texts_back() {
-    while (!texts_refused_) {
+    while (!texts_refused_ && !link_.lost() && !link_.ending()) {
+        deliver_first();
         const std::optional<journal_t::text_t> text = journal_.first_text();
         if (!text) {
             return;
@@ -315,6 +349,8 @@ void mailbox_t::acknowledge(bool safe) {
     const command_t command = {.line = safe ? "AT+CNMA" : "AT+CNMA=2", .limit = limit_t::storage};
     if (!link_.exchange(command).ok() && safe) {
         warn_unless_lost("the modem refused the acknowledgement of a delivered message");
+        announcements_.renew();
+        list_soon();
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <span>
@@ -32,13 +33,14 @@ struct memories_t {
 /// None when the inquiry is over.
 std::optional<memories_t> ask_memories(inquiry_t& inquiry);
 
-/// Nothing more fits soon: time to say so.
-bool is_nearly_full(const memory_level_t& level);
+enum class fullness_t : uint8_t { some_room, nearly_full, full };
+/// Nearly full from four fifths on.
+fullness_t fullness_of(const memory_level_t& level);
 
 class mailbox_t {
   public:
     /// All outlive the object.
-    mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, const announcements_t& announcements,
+    mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, announcements_t& announcements,
               const registration_watch_t& registration);
 
     /// Opens the journal; once, and before all else. Returns an empty text, or what failed and why.
@@ -63,6 +65,8 @@ class mailbox_t {
     void list_all();
     /// The same, when there is nothing else to do.
     void list_soon() { look_again_in(limit_t::journal_again); }
+    /// The same at once, unless that has just been done: of a modem whose announcements name no place.
+    void list_now();
     /// When, on tick64, they are to be listed again.
     [[nodiscard]] uint64_t next_listing() const { return next_listing_; }
     /// +CMTI
@@ -88,12 +92,15 @@ class mailbox_t {
     bool keep(std::span<const arrival_t> arrivals);
     void remove(const location_t& location);
     void look_again_in(limit_t limit);
+    void deliver_first();
+    void tell_level(const std::string& memory, const memory_level_t& level);
     void give_texts_back();
     bool put_on_modem(size_t length, const std::string& pdu);
     void warn_unless_lost(const std::string& text) const;
 
     modem_link_t& link_;
-    const announcements_t& announcements_;
+    job_queue_t& jobs_;
+    announcements_t& announcements_;
     const registration_watch_t& registration_;
     journal_t journal_;
     handover_t handover_;
@@ -103,6 +110,8 @@ class mailbox_t {
     std::set<std::string> told_;      // PDUs that could not be read
     bool texts_refused_ = false;      // since the last listing
     bool refused_text_told_ = false;
+    std::map<std::string, fullness_t> told_levels_;
+    uint64_t listed_at_ = 0;  // these on tick64
     uint64_t next_listing_ = 0;
 };
 

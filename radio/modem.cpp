@@ -129,11 +129,13 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
     if (text.starts_with("+CMTI:")) {
         announce(text);
     } else if (text.starts_with("+CMT:")) {
-        jobs_.post([this, line] { mailbox_.take_delivery(line); });
+        jobs_.post_urgent([this, line] { mailbox_.take_delivery(line); });
     } else if (text.starts_with("+CDS:")) {
-        jobs_.post([this] { mailbox_.acknowledge(true); });
+        jobs_.post_urgent([this] { mailbox_.acknowledge(true); });
     } else if (text.starts_with("+CMGS:")) {
         submitter_.take_late_result(text);
+    } else if (announces_full_memory(text)) {
+        mailbox_.list_now();
     } else if (!identity_.take(text) && !registration_.take(text) && !announces_start(text) && !tells_sim_state(text)) {
         warn_of_unknown(text);
     }

@@ -1,9 +1,12 @@
 #include "radio/warning.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <map>
 #include <mutex>
 
@@ -17,9 +20,9 @@ constexpr uint64_t interval = 600'000;  // milliseconds
 constexpr size_t most_of_a_kind = 50;   // a person reads the first few
 
 struct kind_t {
-    uint64_t since = 0;  // on tick64
-    size_t told = 0;
-    size_t more = 0;
+    uint64_t since = 0;                                // on tick64
+    std::map<std::string, size_t, std::less<>> again;  // of the texts that were told: how often they came again
+    size_t more = 0;                                   // texts that were not told
 };
 
 struct state_t {
@@ -37,16 +40,38 @@ std::string_view kind_of(std::string_view text) {
     return text.substr(0, text.find_first_of("0123456789+:'\"/"));
 }
 
+// A person at a terminal wants to know when; a journal knows it.
+std::string time_of_day() {
+    const time_t now = time(nullptr);
+    tm local{};
+    return isatty(STDERR_FILENO) == 1 && localtime_r(&now, &local) != nullptr ? fmt::format("{:%H:%M:%S} ", local)
+                                                                              : std::string();
+}
+
 void write(std::string_view text) {
-    const std::string line = "zpd radio: " + shown(text) + '\n';
+    const std::string line = time_of_day() + "zpd radio: " + shown(text) + '\n';
     static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
 
-void begin_anew(std::string_view words, kind_t& kind) {
-    if (kind.more != 0) {
-        write(fmt::format("\"{}...\": {} more in ten minutes", words, kind.more));
+/// "5,866"
+std::string grouped(size_t number) {
+    std::string digits = std::to_string(number);
+    for (size_t at = digits.size(); at > 3; at -= 3) {
+        digits.insert(at - 3, 1, ',');
     }
-    kind = {.since = base::tick64()};
+    return digits;
+}
+
+void begin_anew(std::string_view words, kind_t& kind) {
+    for (const auto& [text, again] : kind.again) {
+        if (again != 0) {
+            write(fmt::format("{} ... {} more in 10 minutes", text, grouped(again)));
+        }
+    }
+    if (kind.more != 0) {
+        write(fmt::format("\"{}...\": {} more in 10 minutes", words, grouped(kind.more)));
+    }
+    kind = {.since = base::tick64(), .again = {}, .more = 0};
 }
 
 }  // namespace
@@ -69,12 +94,14 @@ void warn(std::string_view text) {
     if (kind.since == 0 || base::tick64() - kind.since >= interval) {
         begin_anew(kind_of(text), kind);
     }
-    if (kind.told == most_of_a_kind) {
+    if (const auto told = kind.again.find(text); told != kind.again.end()) {
+        told->second += 1;
+    } else if (kind.again.size() == most_of_a_kind) {
         kind.more += 1;
-        return;
+    } else {
+        kind.again.emplace(text, 0);
+        write(text);
     }
-    kind.told += 1;
-    write(text);
 }
 
 void warn_of_the_rest() {

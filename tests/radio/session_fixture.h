@@ -192,6 +192,7 @@ class session : public testing::Test {
     radio::modem_options_t options{.tty = home.path() / "modem"};
     recorder_t recorder;
     HRIL handle = nullptr;
+    std::function<void()> in_the_next_result;  // done once, on the thread of the callbacks
 
   private:
     static constexpr DWORD parameter = 0x5EED;
@@ -202,6 +203,9 @@ class session : public testing::Test {
         EXPECT_EQ(size, data == nullptr ? 0 : sizeof(DWORD));
         const DWORD number = data == nullptr ? 0 : *static_cast<const DWORD*>(data);
         current->recorder.add(code == RIL_RESULT_OK ? sent(request, number) : failed(request, number));
+        if (const auto then = std::exchange(current->in_the_next_result, {})) {
+            then();
+        }
     }
     static void on_notify(DWORD code, const void* data, DWORD size, DWORD told) {
         EXPECT_EQ(told, parameter);

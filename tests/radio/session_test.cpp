@@ -199,6 +199,20 @@ TEST_F(session, an_end_waits_for_the_callback_that_runs) {
     EXPECT_EQ(recorder.events(4), expected) << "or for the next process";
 }
 
+TEST_F(session, a_session_ends_in_its_own_callback) {
+    attach_and_open();
+    std::promise<HRESULT> ended;
+    in_the_next_result = [&] { ended.set_value(RIL_Deinitialize(handle)); };
+    send();
+    std::future<HRESULT> result = ended.get_future();
+    ASSERT_EQ(result.wait_for(scripted_modem_t::patience), std::future_status::ready) << "it waits for itself";
+    EXPECT_EQ(result.get(), S_OK);
+    EXPECT_LT(send(), 0);
+    open();
+    const HRESULT request = send();
+    EXPECT_EQ(recorder.events(2).back(), sent(request));
+}
+
 TEST_F(session, announcements_without_end_become_a_listing) {
     attach_and_open();
     const size_t listings = modem.count("AT+CMGL=4");
