@@ -192,9 +192,10 @@ class dialogue : public network::network_test, public testing::WithParamInterfac
     /// Which datagram it is of those sent.
     std::string where(const std::string& body) {
         for (const std::string& card : sent_) {
-            const size_t at = card.find(body);
-            if (at != std::string::npos) {
-                return fmt::format("{}, datagram {}", names({card}).front(), at / body_octets + 1);
+            for (size_t i = 0; i < datagrams_of(card); ++i) {
+                if (body_of(card, i) == body) {
+                    return fmt::format("{}, datagram {}", names({card}).front(), i + 1);
+                }
             }
         }
         return "no card";
