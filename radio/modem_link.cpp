@@ -87,7 +87,7 @@ bool modem_link_t::wake_modem(limit_t limit) {
             {.line = greetings[i % greetings.size()], .limit = limit_t::repeat, .shape = reply_shape_t::plain_result});
         if (greeted.ok()) {
             const reply_t answer = ask_question();
-            refused += answer.outcome == reply_t::outcome_t::error || (answer.ok() && answer.lines.empty()) ? 1 : 0;
+            refused += answer.outcome == reply_t::outcome_t::error ? 1 : 0;
             if (!answer.lines.empty() || refused == questions.size()) {
                 return in_step();
             }

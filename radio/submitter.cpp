@@ -16,6 +16,7 @@ namespace {
 
 DWORD radio_error(const reply_t& reply) {
     switch (reply.outcome) {
+        case reply_t::outcome_t::ok:  // of another command
         case reply_t::outcome_t::timeout:
             return static_cast<DWORD>(RIL_E_NETWORKTIMEOUT);
         case reply_t::outcome_t::lost:
@@ -32,7 +33,7 @@ DWORD radio_error(const reply_t& reply) {
 // The modem had the message, and nobody knows what became of it.
 bool is_open(const reply_t& reply) {
     using enum reply_t::outcome_t;
-    return reply.entry_sent && (reply.outcome == timeout || reply.outcome == lost || leaves_open(reply.result));
+    return reply.entry_sent && (reply.outcome != error || leaves_open(reply.result));
 }
 
 // The modem, or the network, refused the message itself, and did not say why.
@@ -75,7 +76,7 @@ void submitter_t::submit(const session_pointer_t& session, HRESULT request, cons
     open_submission_t& open = open_.begin(submission);
     const reply_t reply = open.sent ? reply_t{} : run(open, more_follow);
     // With its reference told the message is on its way, whether or not an OK follows.
-    if (reply.ok() || !reply.lines.empty() || (open.unknown && is_duplicate(reply.result)) || open.sent) {
+    if (is_sent(reply) || (open.unknown && is_duplicate(reply.result)) || open.sent) {
         const uint16_t told = message_reference(reply.first()).value_or(open.reference);
         open_.learn(open, told);
         open_.close(open);
@@ -98,6 +99,12 @@ DWORD submitter_t::what_hinders(const submission_t& submission) {
         return static_cast<DWORD>(link_.lost() ? RIL_E_RADIONOTPRESENT : RIL_E_NETWORKTIMEOUT);
     }
     return 0;
+}
+
+// An OK alone is an answer of a modem that never tells references; else it may be that to another command.
+bool submitter_t::is_sent(const reply_t& reply) {
+    tells_references_ = tells_references_ || !reply.lines.empty();
+    return !reply.lines.empty() || (reply.ok() && !tells_references_);
 }
 
 // One that nobody knows of goes out again under its reference. A repetition that is refused without a reason may have

@@ -32,6 +32,7 @@ class submitter_t {
   private:
     [[nodiscard]] DWORD what_hinders(const submission_t& submission);
     reply_t run(const open_submission_t& open, bool more_follow);
+    bool is_sent(const reply_t& reply);
     void keep_or_close(open_submission_t& open, const reply_t& reply);
     void tell_refusal(const open_submission_t& open, const reply_t& reply);
     void keep_link(bool more_follow);
@@ -43,6 +44,7 @@ class submitter_t {
     std::set<std::string> told_refusals_;
     int link_keeping_ = 0;  // what to set +CMMS to; 0 when it cannot be
     bool link_kept_ = false;
+    bool tells_references_ = false;
     uint64_t link_kept_until_ = 0;  // tick64
 };
 

@@ -72,7 +72,7 @@ const row_t rows[] = {
     {"restarted_in_text_mode", {"text-mode"}, {"restart=2000:^SYSSTART"}, {}, ""},
     {"answers_late", {"late-answers=700"}, {}, {}, ""},
     {"answers_too_late", {}, {"late-answers=3000"}, {"late-answers=0"}, ""},
-    {"memory_full", {"storage=16", "unannounced", "memory-full"}, {}, {}, "SMMEMFULL"},
+    {"memory_full", {"storage=16", "unannounced", "memory-full"}, {}, {}, "is full"},
     {"pdu_spare_bits", {"pdu=spare-bits"}, {}, {}, ""},
     {"pdu_even_address", {"pdu=even-address"}, {}, {}, ""},
     {"pdu_no_clock", {"pdu=no-clock"}, {}, {}, ""},
