@@ -64,6 +64,9 @@ class card_world_t {
         }
         deliver_until(std::numeric_limits<int64_t>::max());
         pass_to(now_ + 1000);
+        for (sender_t& sender : senders_) {
+            sender.next = std::max(sender.next, now_);
+        }
     }
 
     result_t result() const {
