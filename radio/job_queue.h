@@ -21,7 +21,7 @@ class job_queue_t {
     void post_urgent(job_t job) { post_to(urgent_, std::move(job)); }
     size_t size() {
         const std::lock_guard lock(mutex_);
-        return jobs_.size();
+        return urgent_.size() + jobs_.size();
     }
     /// Takes the first one; an empty function when there is none.
     job_t next() {

@@ -57,7 +57,7 @@ void modem_t::stop() {
 void modem_t::run() {
     while (true) {
         if (link_.restarted() && !lost() && !link_.ending()) {
-            set_up_again("has restarted");
+            set_up_again(link_.restart());
         } else if (const job_queue_t::job_t job = jobs_.next()) {
             job();
         } else if (link_.ending()) {
@@ -98,7 +98,7 @@ void modem_t::set_session(session_pointer_t session) {
 void modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
     jobs_.post([this, session = std::move(session), request, submission = std::move(submission), more_follow] {
         if (!link_.is_still_set_up() && !lost() && !link_.ending()) {
-            set_up_again("has restarted");
+            set_up_again(link_.restart());
         }
         submitter_.submit(session, request, submission, more_follow);
     });
@@ -129,7 +129,7 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
     if (text.starts_with("+CMTI:")) {
         announce(text);
     } else if (text.starts_with("+CMT:")) {
-        jobs_.post_urgent([this, line] { mailbox_.take_delivery(line); });
+        take_delivery(line);
     } else if (text.starts_with("+CDS:")) {
         jobs_.post_urgent([this] { mailbox_.acknowledge(true); });
     } else if (text.starts_with("+CMGS:")) {
@@ -138,6 +138,15 @@ void modem_t::take_unsolicited(const modem_line_t& line) {
         mailbox_.list_now();
     } else if (!identity_.take(text) && !registration_.take(text) && !announces_start(text) && !tells_sim_state(text)) {
         warn_of_unknown(text);
+    }
+}
+
+// What is not acknowledged is delivered again.
+void modem_t::take_delivery(const modem_line_t& line) {
+    if (jobs_.size() < value_of(limit_t::waiting_jobs)) {
+        jobs_.post_urgent([this, line] { mailbox_.take_delivery(line); });
+    } else {
+        warn("messages are delivered faster than they can be kept; the network is to repeat them");
     }
 }
 

@@ -56,6 +56,7 @@ class modem_t {
     void wait_for_the_next();
     void tell_system_type(DWORD type);
     void take_unsolicited(const modem_line_t& line);
+    void take_delivery(const modem_line_t& line);
     void announce(const std::string& line);
     void warn_of_unknown(const std::string& line);
 

@@ -209,7 +209,8 @@ void modem_link_t::look_for_restart(const command_t& command, const reply_t& rep
     const bool echoed = dialogue_.echoes() > known_echoes_ && !keeps_echoing_;
     const bool in_text_mode = command.line == "AT+CMGF?" && reply.first() == "+CMGF: 1";
     const bool wants_sim = reply.outcome == reply_t::outcome_t::error && tells_sim_state(reply.result);
-    restarted_ = restarted_ || (in_use_ && (echoed || in_text_mode || (wants_sim && !is_fresh())));
+    restarted_ = restarted_ || (in_use_ && (echoed || in_text_mode));
+    sim_told_ = sim_told_ || (in_use_ && wants_sim && !is_fresh());
 }
 
 bool modem_link_t::is_fresh() const {

@@ -51,6 +51,8 @@ class modem_link_t {
     bool is_still_set_up();
     /// The modem has restarted since it was set up, as far as it shows, and has forgotten its settings.
     [[nodiscard]] bool restarted() const { return restarted_ || sim_told_; }
+    /// The sign of it; goes on after "the modem".
+    [[nodiscard]] const char* restart() const { return restarted_ ? "has restarted" : "tells anew of its SIM"; }
     /// Listens for so long; false when the modem is gone or the end has begun.
     bool pause(limit_t time);
     /// Waits until the modem has said something, somebody calls wake, or tick64 reaches `until`.

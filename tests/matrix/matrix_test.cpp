@@ -72,7 +72,7 @@ const row_t rows[] = {
     {"restarted_in_text_mode", {"text-mode"}, {"restart=2000:^SYSSTART"}, {}, ""},
     {"answers_late", {"late-answers=700"}, {}, {}, ""},
     {"answers_too_late", {}, {"late-answers=3000"}, {"late-answers=0"}, ""},
-    {"memory_full", {"storage=16", "unannounced", "memory-full"}, {}, {}, "is full"},
+    {"memory_full", {"storage=8", "unannounced", "memory-full"}, {}, {}, "is full"},
     {"pdu_spare_bits", {"pdu=spare-bits"}, {}, {}, ""},
     {"pdu_even_address", {"pdu=even-address"}, {}, {}, ""},
     {"pdu_no_clock", {"pdu=no-clock"}, {}, {}, ""},
@@ -87,7 +87,7 @@ const row_t rows[] = {
     {"service_codes_answered", {"ussd=nothing"}, {}, {}, ""},
     {"sim_busy", {"sim-busy=5000"}, {}, {}, "it is waited for"},
     {"sim_not_ready", {"sim-busy=5000:515"}, {}, {}, "it is waited for"},
-    {"sim_busy_again", {}, {"sim-busy=3000"}, {}, "SIM busy"},
+    {"sim_busy_again", {}, {"sim-busy=3000"}, {}, "tells anew of its SIM"},
     {"pin", {"pin=4711"}, {}, {}, "has taken its PIN"},
     {"pin_after_power_cycle", {"pin=4711"}, {"hang-up=2000"}, {}, "is back"},
     // On CDMA, which takes few of the texts.
