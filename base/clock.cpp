@@ -1,8 +1,8 @@
 #include "base/clock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <map>
 #include <mutex>
 #include <utility>
 
@@ -13,29 +13,20 @@ namespace {
 // What tests have added to the host's monotonic clock. It only grows.
 std::atomic<uint64_t> moved_by{0};
 
-struct watches_t {
+template <typename item_t>
+struct list_t {
     std::mutex mutex;
-    std::map<const clock_watch_t*, std::function<void()>> moved;
+    item_t* first = nullptr;
 };
 
-watches_t& watches() {
-    static auto& instance = *new watches_t;  // threads that outlive main may still wait
+// Never destroyed: threads that outlive main may still wait.
+list_t<clock_watch_t>& watches() {
+    static auto& instance = *new list_t<clock_watch_t>;
     return instance;
 }
-
-struct timed_waits_t {
-    std::mutex mutex;
-    std::multiset<uint64_t> until;
-};
-
-timed_waits_t& timed_waits() {
-    static auto& instance = *new timed_waits_t;  // threads that outlive main may still wait
+list_t<timed_wait_t>& timed_waits() {
+    static auto& instance = *new list_t<timed_wait_t>;
     return instance;
-}
-
-std::multiset<uint64_t>::const_iterator begin_wait(uint64_t until) {
-    const std::lock_guard lock(timed_waits().mutex);
-    return timed_waits().until.insert(until);
 }
 
 }  // namespace
@@ -46,34 +37,40 @@ uint64_t tick64() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count() + 1 + moved_by.load();
 }
 
-clock_watch_t::clock_watch_t(std::function<void()> moved) {
+clock_watch_t::clock_watch_t(std::function<void()> moved) : moved_(std::move(moved)) {
     const std::lock_guard lock(watches().mutex);
-    watches().moved.emplace(this, std::move(moved));
+    enter(watches().first);
 }
 
 clock_watch_t::~clock_watch_t() {
     const std::lock_guard lock(watches().mutex);
-    watches().moved.erase(this);
+    leave();
 }
 
-timed_wait_t::timed_wait_t(uint64_t until) : place_(begin_wait(until)) {}
+timed_wait_t::timed_wait_t(uint64_t until) : until_(until) {
+    const std::lock_guard lock(timed_waits().mutex);
+    enter(timed_waits().first);
+}
 
 timed_wait_t::~timed_wait_t() {
     const std::lock_guard lock(timed_waits().mutex);
-    timed_waits().until.erase(place_);
+    leave();
 }
 
 uint64_t next_deadline() {
     const std::lock_guard lock(timed_waits().mutex);
-    const std::multiset<uint64_t>& until = timed_waits().until;
-    return until.empty() ? UINT64_MAX : *until.begin();
+    uint64_t next = UINT64_MAX;
+    for (const timed_wait_t* wait = timed_waits().first; wait != nullptr; wait = wait->next()) {
+        next = std::min(next, wait->until());
+    }
+    return next;
 }
 
 void advance_clock(uint64_t milliseconds) {
     const std::lock_guard lock(watches().mutex);
     moved_by.fetch_add(milliseconds);
-    for (const auto& [watch, moved] : watches().moved) {
-        moved();
+    for (const clock_watch_t* watch = watches().first; watch != nullptr; watch = watch->next()) {
+        watch->tell();
     }
 }
 

@@ -1,5 +1,6 @@
 #include "tests/driver/memory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -7,6 +8,7 @@ namespace {
 
 thread_local long left = -1;  // allocations before the one that is refused; below 0: none is, or it has been
 thread_local bool refused = false;
+std::atomic<long> refusals = 0;
 
 }  // namespace
 
@@ -20,9 +22,14 @@ bool was_memory_refused() {
     return refused;
 }
 
+long refusals_of_memory() {
+    return refusals;
+}
+
 void* operator new(std::size_t size) {
     if (left >= 0 && left-- == 0) {
         refused = true;
+        ++refusals;
         throw std::bad_alloc();
     }
     if (void* const memory = std::malloc(size != 0 ? size : 1)) {

@@ -5,3 +5,5 @@
 void refuse_memory_after(long count);
 /// Takes that back. Whether memory was refused meanwhile.
 bool was_memory_refused();
+/// How often it was refused, to any thread.
+long refusals_of_memory();

@@ -5,7 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
 #include <functional>
+#include <utility>
 
 #include "tests/driver/phone.h"
 
@@ -123,6 +126,37 @@ TEST_F(memory_test, callbacks_lose_what_they_bring) {
     const std::string reference = u32(1);
     run_out_everywhere([&] { radio.result(request, RIL_RESULT_OK, reference); });
     radio.follow({.confirm_everything = true});
+    expect_service();
+}
+
+// At each place behind the first call of the radio in turn, on the sender's thread.
+TEST_F(memory_test, the_sender_goes_on_without_memory) {
+    phone.preset("activated", 1);
+    phone.preset_logging();
+    phone.start_on(gsm);
+    long before = -1;
+    int failures = 0;
+    for (long count = 0; refusals_of_memory() != std::exchange(before, refusals_of_memory()); ++count) {
+        SCOPED_TRACE(count);
+        std::atomic<bool> armed = true;
+        radio.follow({.confirm_everything = true, .within = [&] {
+                          if (armed.exchange(false)) {
+                              refuse_memory_after(count);
+                          }
+                      }});
+        const uint32_t id = phone.send_card(200);
+        std::vector<int32_t> status;
+        eventually([&] {
+            phone.pass(10000);
+            status = phone.status(id);
+            return std::ranges::none_of(status,
+                                        [](int32_t one) { return static_cast<uint32_t>(one) < ZPD_STATUS_FAILED; });
+        });
+        failures += status == std::vector<int32_t>{ZPD_STATUS_FAILED, ZPD_STATUS_DEFERRED} ? 1 : 0;
+        ASSERT_EQ(phone.close(id), done());
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_GT(phone.logged("CRITICAL ERROR round not finished: std::bad_alloc"), 0u);
     expect_service();
 }
 
