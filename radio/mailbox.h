@@ -17,6 +17,7 @@
 #include "radio/handover.h"
 #include "radio/journal.h"
 #include "radio/limits.h"
+#include "radio/modem_state.h"
 #include "radio/registration_watch.h"
 #include "radio/setup_inquiry.h"
 
@@ -39,7 +40,7 @@ class mailbox_t {
   public:
     /// All outlive the object.
     mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, const announcements_t& announcements,
-              const registration_watch_t& registration);
+              const registration_watch_t& registration, modem_board_t& board);
 
     /// Opens the journal; once, and before all else. Returns an empty text, or what failed and why.
     [[nodiscard]] std::string open();
@@ -87,6 +88,8 @@ class mailbox_t {
     void take(const datagrams_t& datagrams);
     bool keep(std::span<const arrival_t> arrivals);
     void remove(const location_t& location);
+    void note(const memories_t& memories) const;
+    void count_in(const std::string& memory, int more) const;
     void look_again_in(limit_t limit);
     void give_texts_back();
     bool put_on_modem(size_t length, const std::string& pdu);
@@ -95,6 +98,7 @@ class mailbox_t {
     modem_link_t& link_;
     const announcements_t& announcements_;
     const registration_watch_t& registration_;
+    modem_board_t& board_;
     journal_t journal_;
     handover_t handover_;
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
