@@ -19,7 +19,7 @@ namespace device {
 ///     memories            [{ name, used, total, receives }]: new messages go to one of them
 ///     delivery            how new messages come
 ///     owed                what the modem has and tells no result for, in words
-///     refusals            [{ text, seconds_ago, overcome }]: overcome once a datagram got through; the latest last
+///     refusals            [{ text, seconds_ago, overcome }]: overcome once a datagram got through; the latest first
 ///     findings            [{ hinders, text, advice }]: what stands against cards, and what to do about it
 inline constexpr uint32_t service_status = 0x5A500001;
 

@@ -55,9 +55,9 @@ std::vector<finding_t> findings_of(const modem_state_t& state) {
             findings.push_back(*std::move(found));
         }
     }
-    for (auto refusal = state.refusals.rbegin(); refusal != state.refusals.rend(); ++refusal) {
-        if (!refusal->overcome) {
-            findings.push_back(about(*refusal));
+    for (const refusal_t& refusal : state.refusals) {
+        if (!refusal.overcome) {
+            findings.push_back(about(refusal));
         }
     }
     if (state.owed) {

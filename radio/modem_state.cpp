@@ -32,9 +32,9 @@ void modem_state_t::note_refusal(const std::string& text) {
     constexpr size_t most = 5;
     std::erase_if(refusals, [&](const refusal_t& one) { return one.text == text; });
     if (refusals.size() == most) {
-        refusals.erase(refusals.begin());
+        refusals.pop_back();
     }
-    refusals.push_back({.text = text, .at = base::tick64()});
+    refusals.insert(refusals.begin(), {.text = text, .at = base::tick64()});
 }
 
 void modem_state_t::note_success() {

@@ -52,7 +52,7 @@ struct modem_state_t {
     std::vector<memory_use_t> memories;  // those that are searched for messages
     std::string receiving_memory;
     std::string delivery;             // how new messages come
-    std::vector<refusal_t> refusals;  // each reason once, the latest last
+    std::vector<refusal_t> refusals;  // each reason once, the latest first
     std::optional<owed_result_t> owed;
 
     void note_memory(const memory_use_t& use);
