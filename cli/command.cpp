@@ -52,11 +52,10 @@ std::function<int()> on_home(const context_t& context, const std::function<int()
     };
 }
 
-void add_modem_options(CLI::App* command, radio::modem_options_t& modem) {
-    command->add_option("--modem", modem.tty, "the modem's tty")
-        ->type_name("TTY")
-        ->check(not_empty("the modem's tty"))
-        ->required();
+CLI::Option* add_modem_options(CLI::App* command, radio::modem_options_t& modem) {
+    auto* tty = command->add_option("--modem", modem.tty, "the modem's tty")
+                    ->type_name("TTY")
+                    ->check(not_empty("the modem's tty"));
     command->add_option("--baud", modem.line.baud, "the rate of the modem's line; a USB modem has none")
         ->type_name("N")
         ->check(CLI::IsMember(radio::baud_rates()).description(""))
@@ -73,6 +72,7 @@ void add_modem_options(CLI::App* command, radio::modem_options_t& modem) {
                      "record what the modem and the radio say; numbers and messages are in it, the PIN is not")
         ->type_name("FILE")
         ->check(not_empty("the name of the trace"));
+    return tty;
 }
 
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {

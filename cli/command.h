@@ -27,8 +27,8 @@ CLI::Validator not_empty(const std::string& what);
 void add_device_option(CLI::App* command, context_t& context);
 void add_home_option(CLI::App* command, context_t& context);
 void add_json_option(CLI::App* command, context_t& context);
-/// --modem, --baud, --flow and --trace; the options outlive the command.
-void add_modem_options(CLI::App* command, radio::modem_options_t& modem);
+/// --modem, which it returns, --baud, --flow and --trace; the options outlive the command.
+CLI::Option* add_modem_options(CLI::App* command, radio::modem_options_t& modem);
 
 /// Runs `use` on a connection to the device, or tells why there is none.
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use);

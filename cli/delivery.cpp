@@ -1,7 +1,9 @@
 #include "cli/delivery.h"
 
 #include <chrono>
+#include <functional>
 
+#include "cli/radio_report.h"
 #include "com/zpd/zpd_ioctl.h"
 
 namespace {
@@ -32,30 +34,39 @@ class explainer_t {
         submitted_once_ = submitted_once_ || tally.queued < tally.total;
         const auto standing = steady_clock::now() - since_;
         if (!submitted_once_ && standing >= first_answer_limit) {
-            once(&no_network_told_,
-                 "still nothing went to the radio: the modem is gone or has no network (look at its SIM, PIN and "
-                 "antenna), or "
-                 "other cards go first; the driver goes on trying");
+            once(&nothing_sent_told_,
+                 [&] { return fmt::format("still nothing went to the radio{}; the driver goes on trying", reason()); });
         } else if (!submitted_once_ && standing >= explain_after) {
-            once(&explained_, why_it_waits());
+            once(&explained_, [&] { return why_it_waits(); });
         }
         if (standing >= advise_after) {
-            once(&advised_,
-                 fmt::format("no datagram was confirmed for {} s; the driver goes on trying. Ctrl-C ends this "
-                             "command, not the message: see it with 'zpd status {}'",
-                             advise_after.count(), id_));
+            once(&advised_, [&] {
+                return fmt::format(
+                    "no datagram was confirmed for {} s{}; the driver goes on trying. Ctrl-C ends this command, not "
+                    "the "
+                    "message: see it with 'zpd status {}'",
+                    advise_after.count(), reason(), id_);
+            });
         }
     }
 
   private:
     std::string why_it_waits() const {
+        const std::string known = reason();
         if (const size_t others = count_others(); others != 0) {
-            return fmt::format(
-                "waiting while {} is not sent, perhaps because the radio refuses it or has no network; see: zpd list",
-                others == 1 ? "another message" : counted(others, "other message"));
+            return fmt::format("waiting while {} is not sent{}; see: zpd list",
+                               others == 1 ? "another message" : counted(others, "other message"), known);
         }
-        return "waiting for the radio to tell its network: there is none, or the service has just started (then it can "
-               "take 10 s), or the radio refuses cards before this one";
+        return known.empty() ? "waiting for the driver to look at the network, up to 10 s after the service has started"
+                             : "waiting" + known;
+    }
+
+    /// ": " and what the service knows of its modem; empty when nothing is known to hinder.
+    std::string reason() const {
+        const auto status = status_of_service(client_);
+        const std::string known =
+            status ? what_hinders(status->value("radio", nlohmann::ordered_json(nullptr))) : std::string();
+        return known.empty() ? known : ": " + known;
     }
 
     /// The other messages that are with the driver and not sent.
@@ -75,14 +86,17 @@ class explainer_t {
     void note_radio_error(const std::vector<uint32_t>& statuses) {
         for (size_t index = 0; index < statuses.size() && index < previous_.size(); ++index) {
             if (previous_[index] == ZPD_STATUS_SUBMITTED && statuses[index] == ZPD_STATUS_QUEUED) {
-                once(&error_told_, "the radio refuses; the driver tries again at once, and then every 5 s");
+                once(&error_told_, [&] {
+                    return fmt::format(
+                        "a datagram did not go out{}; the driver tries again at once, and then every 5 s", reason());
+                });
             }
         }
     }
 
-    void once(bool* told, const std::string& text) {
+    void once(bool* told, const std::function<std::string()>& text) {
         if (!*told) {
-            progress_.note(fmt::format("{}: {}", label_, text));
+            progress_.note(fmt::format("{}: {}", label_, text()));
         }
         *told = true;
     }
@@ -96,7 +110,7 @@ class explainer_t {
     steady_clock::time_point since_ = steady_clock::now();
     bool submitted_once_ = false;
     bool explained_ = false;
-    bool no_network_told_ = false;
+    bool nothing_sent_told_ = false;
     bool advised_ = false;
     bool error_told_ = false;
 };

@@ -6,6 +6,7 @@
 #include "cli/command.h"
 #include "cli/delivery.h"
 #include "cli/output.h"
+#include "cli/radio_report.h"
 #include "com/zpd/zpd_ioctl.h"
 
 namespace {
@@ -68,14 +69,11 @@ int status(client_t& client, uint32_t id, bool json) {
 }
 
 int service_status(client_t& client, bool json) {
-    const auto answer = client.service_status();
+    const auto answer = status_of_service(client);
     if (!answer) {
         return fail(answer.failure().text);
     }
-    const ordered_json status = ordered_json::parse(*answer, nullptr, false);
-    if (!status.is_object()) {
-        return fail("the service's answer is no JSON object");
-    }
+    const ordered_json& status = *answer;
     if (json) {
         say_json(status);
         return exit_done;
@@ -90,6 +88,7 @@ int service_status(client_t& client, bool json) {
         number("cards", "kept"));
     say("datagrams  {} wait for others, {} given up", number("datagrams", "incomplete"),
         number("datagrams", "given_up"));
+    say_radio(status.value("radio", ordered_json(nullptr)));
     return exit_done;
 }
 

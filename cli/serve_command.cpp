@@ -20,7 +20,7 @@ void set_limits(const std::vector<std::string>& assignments) {
 void add_serve_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("serve", "Run the driver on a modem, its device open to the other commands");
     const auto options = std::make_shared<serve_options_t>();
-    add_modem_options(command, options->modem);
+    add_modem_options(command, options->modem)->required();
     add_home_option(command, context);
     add_device_option(command, context);
     command->add_option("--group", options->group, "let the members of this group use the device too")

@@ -11,6 +11,16 @@ namespace device {
 ///   active                whether received cards are stored; null when the driver does not say
 ///   cards                 { stored, dropped, kept }: dropped by the driver's settings; kept until they can be stored
 ///   datagrams             { incomplete, given_up }: waiting for others of their messages; dropped after a long wait
+///   radio                 what the radio knows of the modem; null in what the modem does not tell:
+///     tty, present, loss  why it is not present goes on after "the modem on TTY"
+///     serial_number, sim  the SIM's state in words
+///     domains             [{ name, registration, technology }], by AT+CREG and those like it
+///     system_type         what the driver is told: none, CDMA, GSM or UMTS
+///     memories            [{ name, used, total, receives }]: new messages go to one of them
+///     delivery            how new messages come
+///     owed                what the modem has and tells no result for, in words
+///     refusals            [{ text, seconds_ago, overcome }]: overcome once a datagram got through; the latest first
+///     findings            [{ hinders, text, advice }]: what stands against cards, and what to do about it
 inline constexpr uint32_t service_status = 0x5A500001;
 
 }  // namespace device

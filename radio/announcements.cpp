@@ -123,8 +123,11 @@ void announcements_t::tell() {
                              : chosen_.way == direct ? "new messages are delivered directly"
                                                      : fmt::format("new messages are looked for every {} s",
                                                                    value_of(limit_t::listing_again));
+    const std::string whole =
+        chosen_.parameters.empty() ? text : fmt::format("{} (AT+CNMI={})", text, chosen_.parameters);
+    board_.change([&](modem_state_t& now) { now.delivery = whole; });
     if (text != std::exchange(told_, text)) {
-        warn(chosen_.parameters.empty() ? text : fmt::format("{} (AT+CNMI={})", text, chosen_.parameters));
+        warn(whole);
     }
 }
 

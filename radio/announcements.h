@@ -8,6 +8,7 @@
 
 #include "radio/at_values.h"
 #include "radio/attach_modem.h"
+#include "radio/modem_state.h"
 #include "radio/setup_inquiry.h"
 
 namespace radio {
@@ -27,8 +28,9 @@ std::optional<announcement_offers_t> ask_announcement_offers(inquiry_t& inquiry)
 
 class announcements_t {
   public:
-    /// Both outlive the object.
-    announcements_t(modem_link_t& link, const modem_options_t& options) : link_(link), options_(options) {}
+    /// All outlive the object.
+    announcements_t(modem_link_t& link, const modem_options_t& options, modem_board_t& board)
+        : link_(link), options_(options), board_(board) {}
 
     void forget();
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
@@ -51,6 +53,7 @@ class announcements_t {
 
     modem_link_t& link_;
     const modem_options_t& options_;
+    modem_board_t& board_;
     announcement_t chosen_;
     bool acknowledged_ = false;
     std::string told_;

@@ -1,7 +1,6 @@
 #include "radio/diagnosis.h"
 
 #include <fmt/format.h>
-#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "radio/modem_link.h"
 #include "radio/registration_watch.h"
 #include "radio/sim.h"
+#include "radio/tty_access.h"
 
 namespace radio {
 
@@ -45,12 +45,8 @@ std::string tty_advice(const std::string& path) {
     if (stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode)) {
         return "plug the modem in, switch it on, and name its tty; /dev/serial/by-id has those that there are";
     }
-    if (access(path.c_str(), R_OK | W_OK) != 0) {
-        const group* owner = getgrgid(status.st_gid);  // NOLINT(concurrency-mt-unsafe): no other thread asks
-        return fmt::format("become a member of its group, {}, and log in again",
-                           owner != nullptr ? owner->gr_name : std::to_string(status.st_gid));
-    }
-    return {};
+    return access(path.c_str(), R_OK | W_OK) != 0 ? access_advice(status.st_mode, status.st_uid, status.st_gid)
+                                                  : std::string();
 }
 
 class examination_t : public inquiry_t {
@@ -235,11 +231,10 @@ class examination_t : public inquiry_t {
     }
 
     bool describe(const registration_t& registration) {
-        const state_words_t state = registration_words(registration.status);
-        found_.registration = state.words;
+        found_.registration = registration_words(registration.status).words;
         if (!registration.registered()) {
             if (found_.usable()) {
-                hinder(fmt::format("the modem is not registered with a network: {}", state.words), state.advice);
+                found_.findings.push_back(about_registration(registration.status));
             }
             return true;
         }
@@ -287,7 +282,11 @@ class examination_t : public inquiry_t {
         note_offer(memories->offered);
         found_.receiving_memory = memories->receiving;
         const bool looked = look_into(*memories);
-        std::ranges::for_each(found_.memories, [this](const memory_use_t& memory) { judge(memory); });
+        for (const memory_use_t& memory : found_.memories) {
+            if (std::optional<finding_t> found = about_memory(memory, memory.name == found_.receiving_memory)) {
+                found_.findings.push_back(*std::move(found));
+            }
+        }
         return looked;
     }
 
@@ -319,18 +318,6 @@ class examination_t : public inquiry_t {
             found_.memories.push_back({name, *level});
         }
         return reply.has_value();
-    }
-
-    void judge(const memory_use_t& memory) {
-        const auto& [used, total] = memory.level;
-        const std::string text = fmt::format("the message memory {} holds {} of {} messages", memory.name, used, total);
-        const char* advice =
-            "delete some in a phone or with AT+CMGD; an activated service takes the cards out by itself";
-        if (used >= total && memory.name == found_.receiving_memory) {
-            hinder(text + ": nothing more can be received", advice);
-        } else if (fullness_of(memory.level) != fullness_t::some_room) {
-            warn_of(text, advice);
-        }
     }
 
     // 3GPP TS 27.005 3.2.1, 3.2.3 and 3.3.1.

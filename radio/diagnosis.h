@@ -12,14 +12,9 @@
 
 #include "radio/at_values.h"
 #include "radio/attach_modem.h"
+#include "radio/findings.h"
 
 namespace radio {
-
-struct finding_t {
-    bool hinders = false;  // keeps cards from being sent or received; else a warning
-    std::string text;
-    std::string advice;  // what to do about it; may be empty
-};
 
 /// Texts are empty where the modem does not tell. Those from the modem are as it sent them: not fit for a terminal.
 struct diagnosis_t {

@@ -95,4 +95,14 @@ const char* technology_words(int access) {
     return known ? technologies[access] : "unknown";
 }
 
+const char* system_type_words(DWORD type) {
+    if (type == RIL_SYSTEMTYPE_NONE) {
+        return "none";
+    }
+    if (type & (RIL_SYSTEMTYPE_UMTS | RIL_SYSTEMTYPE_HSDPA)) {
+        return "UMTS";
+    }
+    return type & (RIL_SYSTEMTYPE_GSM | RIL_SYSTEMTYPE_GPRS | RIL_SYSTEMTYPE_EDGE) ? "GSM" : "CDMA";
+}
+
 }  // namespace radio

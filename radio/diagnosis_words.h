@@ -2,6 +2,8 @@
 /// received. Pure functions; the texts are static.
 #pragma once
 
+#include <ril.h>
+
 #include <optional>
 
 #include "radio/at_dialogue.h"
@@ -22,5 +24,7 @@ std::optional<state_words_t> sim_words(const reply_t& reply);
 state_words_t registration_words(int status);
 /// <AcT>, 3GPP TS 27.007 7.2.
 const char* technology_words(int access);
+/// RIL_SYSTEMTYPE_* bits by the network that they name.
+const char* system_type_words(DWORD type);
 
 }  // namespace radio

@@ -42,11 +42,12 @@ fullness_t fullness_of(const memory_level_t& level) {
 }
 
 mailbox_t::mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, announcements_t& announcements,
-                     const registration_watch_t& registration)
+                     const registration_watch_t& registration, modem_board_t& board)
     : link_(link),
       jobs_(jobs),
       announcements_(announcements),
       registration_(registration),
+      board_(board),
       handover_(journal_, callbacks, jobs) {}
 
 std::string mailbox_t::open() {
@@ -84,9 +85,23 @@ void mailbox_t::forget() {
 bool mailbox_t::set_up(setup_inquiry_t& inquiry) {
     std::optional<memories_t> memories = ask_memories(inquiry);
     if (memories) {
+        note(*memories);
         memories_ = std::move(memories->to_read);
     }
     return memories.has_value();
+}
+
+void mailbox_t::note(const memories_t& memories) const {
+    board_.change([&](modem_state_t& now) {
+        now.receiving_memory = memories.receiving;
+        now.memories.clear();
+        for (const std::string& name : memories.to_read) {
+            const auto told = std::ranges::find(memories.in_use, name, &memory_use_t::name);
+            if (told != memories.in_use.end()) {
+                now.memories.push_back(*told);
+            }
+        }
+    });
 }
 
 // What fails because the modem is away is not worth a line each: its loss is told, and all is done again when it is
@@ -112,6 +127,7 @@ bool mailbox_t::select(const std::string& memory) {
     }
     selected_ = memory;
     if (const std::optional<memory_level_t> level = memory_level(reply.first())) {
+        board_.change([&](modem_state_t& now) { now.note_memory({memory, *level}); });
         tell_level(memory, *level);
     }
     return true;
@@ -208,6 +224,7 @@ void mailbox_t::read(const location_t& location) {
     const std::optional<stored_message_t> message = read_message(reply.first());
     datagrams_t datagrams;
     if (message) {
+        count_in(location.memory, 1);
         consider(location, *message, reply.lines.front().pdu, datagrams);
     } else if (!is_empty_place(reply)) {
         look_again_in(limit_t::deleting_again);
@@ -284,12 +301,17 @@ void mailbox_t::remove(const location_t& location) {
         select(location.memory) &&
         link_.exchange({.line = fmt::format("AT+CMGD={}", location.index), .limit = limit_t::storage}).ok();
     if (removed) {
+        count_in(location.memory, -1);
         undeleted_.erase(location);
     } else if (undeleted_.insert(location).second) {
         look_again_in(limit_t::deleting_again);
         warn_unless_lost(fmt::format("cannot delete message {} of memory {}; it is in the journal, and deleted later",
                                      location.index, location.memory));
     }
+}
+
+void mailbox_t::count_in(const std::string& memory, int more) const {
+    board_.change([&](modem_state_t& now) { now.count_messages(memory, more); });
 }
 
 void mailbox_t::look_again_in(limit_t limit) {

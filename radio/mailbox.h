@@ -18,6 +18,7 @@
 #include "radio/handover.h"
 #include "radio/journal.h"
 #include "radio/limits.h"
+#include "radio/modem_state.h"
 #include "radio/registration_watch.h"
 #include "radio/setup_inquiry.h"
 
@@ -41,7 +42,7 @@ class mailbox_t {
   public:
     /// All outlive the object.
     mailbox_t(modem_link_t& link, callbacks_t& callbacks, job_queue_t& jobs, announcements_t& announcements,
-              const registration_watch_t& registration);
+              const registration_watch_t& registration, modem_board_t& board);
 
     /// Opens the journal; once, and before all else. Returns an empty text, or what failed and why.
     [[nodiscard]] std::string open();
@@ -91,6 +92,8 @@ class mailbox_t {
     void take(const datagrams_t& datagrams);
     bool keep(std::span<const arrival_t> arrivals);
     void remove(const location_t& location);
+    void note(const memories_t& memories) const;
+    void count_in(const std::string& memory, int more) const;
     void look_again_in(limit_t limit);
     void deliver_first();
     void tell_level(const std::string& memory, const memory_level_t& level);
@@ -102,6 +105,7 @@ class mailbox_t {
     job_queue_t& jobs_;
     announcements_t& announcements_;
     const registration_watch_t& registration_;
+    modem_board_t& board_;
     journal_t journal_;
     handover_t handover_;
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice

@@ -16,11 +16,12 @@ modem_t::modem_t(callbacks_t& callbacks)
     : callbacks_(callbacks),
       link_(tty_, trace_, [this](const modem_line_t& line) { take_unsolicited(line); }),
       jobs_([this] { link_.wake(); }),
-      sim_(options_),
-      registration_(link_, jobs_, [this](DWORD type) { tell_system_type(type); }),
-      announcements_(link_, options_),
-      mailbox_(link_, callbacks, jobs_, announcements_, registration_),
-      submitter_(link_, callbacks, registration_) {}
+      identity_(board_),
+      sim_(options_, board_),
+      registration_(link_, jobs_, board_, [this](DWORD type) { tell_system_type(type); }),
+      announcements_(link_, options_, board_),
+      mailbox_(link_, callbacks, jobs_, announcements_, registration_, board_),
+      submitter_(link_, callbacks, registration_, board_) {}
 
 modem_t::~modem_t() {
     stop();
@@ -35,7 +36,7 @@ std::string modem_t::start(const modem_options_t& options) {
         error = trace_.open(options_.trace);
     }
     if (error.empty()) {
-        error = tty_.open(options_.tty, options_.line);
+        error = open(options_.tty);
     }
     if (error.empty()) {
         error = connect();
@@ -167,13 +168,30 @@ void modem_t::warn_of_unknown(const std::string& line) {
     }
 }
 
+std::string modem_t::open(const std::string& path) {
+    std::string error = tty_.open(path, options_.line);
+    if (error.empty()) {
+        board_.change([&](modem_state_t& now) { now.tty = path; });
+    }
+    return error;
+}
+
+void modem_t::note_presence() {
+    board_.change([this](modem_state_t& now) {
+        now.present = !lost();
+        now.loss = lost() ? link_.loss() : std::string();
+    });
+}
+
 std::string modem_t::connect() {
     if (std::string error = set_up(); !error.empty()) {
         link_.hang_up("cannot be set up: " + error);
+        note_presence();
         return error;
     }
     // Told after it can be used: the driver submits as soon as it hears of a network.
     link_.connected();
+    note_presence();
     registration_.publish();
     return {};
 }
@@ -241,6 +259,7 @@ void modem_t::tell_loss() {
         lasting_path_.empty() || lasting_path_ == options_.tty ? "" : " and under " + lasting_path_;
     warn(
         fmt::format("the modem on {} {}; it is looked for there{} until it is back", options_.tty, link_.loss(), also));
+    note_presence();
     registration_.publish();
     back_off_ = milliseconds(limit_t::reopening);
     next_look_ = base::tick64() + back_off_;
@@ -248,7 +267,7 @@ void modem_t::tell_loss() {
 
 // That the tty is not there yet is no news; that the modem on it cannot be set up is, once a reason.
 void modem_t::look_again() {
-    if (tty_.open(present_path(), options_.line).empty()) {
+    if (open(present_path()).empty()) {
         const std::string error = connect();
         if (error.empty()) {
             loss_told_ = false;

@@ -20,6 +20,7 @@
 #include "radio/mailbox.h"
 #include "radio/modem_identity.h"
 #include "radio/modem_link.h"
+#include "radio/modem_state.h"
 #include "radio/registration_watch.h"
 #include "radio/sim.h"
 #include "radio/submitter.h"
@@ -50,6 +51,7 @@ class modem_t {
     void submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow);
     void query_system_type(session_pointer_t session, HRESULT request);
     [[nodiscard]] card_counts_t card_counts() { return mailbox_.card_counts(); }
+    [[nodiscard]] modem_state_t state() const { return board_.state(); }
 
   private:
     void run();
@@ -61,11 +63,13 @@ class modem_t {
     void warn_of_unknown(const std::string& line);
 
     // Setting up.
+    [[nodiscard]] std::string open(const std::string& path);
     [[nodiscard]] std::string connect();
     [[nodiscard]] std::string set_up();
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
     void set_up_again(std::string_view reason);
     void look_after();
+    void note_presence();
 
     // A modem that is lost.
     void tell_loss();
@@ -78,6 +82,7 @@ class modem_t {
     trace_t trace_;
     modem_link_t link_;
     job_queue_t jobs_;
+    modem_board_t board_;
 
     modem_identity_t identity_;
     sim_t sim_;

@@ -52,6 +52,7 @@ bool modem_identity_t::set_up(setup_inquiry_t& inquiry) {
                         end_of(told_), end_of(number_)));
     }
     number_ = told_.empty() ? number_ : told_;
+    board_.change([this](modem_state_t& now) { now.serial_number = number_; });
     return true;
 }
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "radio/modem_state.h"
 #include "radio/setup_inquiry.h"
 
 namespace radio {
@@ -14,6 +15,9 @@ bool is_bare_answer(const std::string& line);
 
 class modem_identity_t {
   public:
+    /// It outlives the object.
+    explicit modem_identity_t(modem_board_t& board) : board_(board) {}
+
     /// Asks for the number; the first one that is told counts from then on. False when the inquiry is over, and so it
     /// is with the number of another. A modem that tells none is taken for the same.
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
@@ -21,6 +25,7 @@ class modem_identity_t {
     bool take(const std::string& line);
 
   private:
+    modem_board_t& board_;
     bool asking_ = false;
     std::string told_;
     std::string number_;  // empty until one has been told

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "radio/diagnosis_words.h"
 #include "radio/warning.h"
 
 namespace radio {
@@ -37,9 +38,11 @@ std::optional<networks_t> ask_networks(inquiry_t& inquiry) {
     return networks;
 }
 
-registration_watch_t::registration_watch_t(modem_link_t& link, job_queue_t& jobs, std::function<void(DWORD)> changed)
+registration_watch_t::registration_watch_t(modem_link_t& link, job_queue_t& jobs, modem_board_t& board,
+                                           std::function<void(DWORD)> changed)
     : link_(link),
       jobs_(jobs),
+      board_(board),
       changed_(std::move(changed)),
       domains_{{{"+CREG", access_gsm}, {"+CEREG", access_lte}, {"+C5GREG", access_nr}}} {}
 
@@ -185,8 +188,31 @@ DWORD registration_watch_t::system_type_now() const {
                                      : system_type_of_access(serving->now.access.value_or(serving->assumed_access));
 }
 
+const char* registration_watch_t::technology_of(const domain_t& domain) const {
+    if (!domain.now.registered()) {
+        return "";
+    }
+    const int access = domain.now.access.value_or(domain.assumed_access);
+    return technology_ == technology_t::cdma ? "CDMA" : technology_words(access);
+}
+
+// Those that tell, and what a CDMA modem tells in their place.
+std::vector<domain_state_t> registration_watch_t::domains_now() const {
+    std::vector<domain_state_t> all;
+    for (const domain_t& domain : domains_) {
+        if (domain.tells || domain.now.registered()) {
+            all.push_back({std::string(domain.name), domain.now.status, technology_of(domain)});
+        }
+    }
+    return all;
+}
+
 void registration_watch_t::publish() {
     const DWORD type = system_type_now();
+    board_.change([&](modem_state_t& now) {
+        now.domains = domains_now();
+        now.system_type = type;
+    });
     if (std::exchange(system_type_, type) != type) {
         changed_(type);
     }

@@ -10,9 +10,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "radio/at_values.h"
 #include "radio/job_queue.h"
+#include "radio/modem_state.h"
 #include "radio/ril_message.h"
 #include "radio/setup_inquiry.h"
 
@@ -31,8 +33,10 @@ std::optional<networks_t> ask_networks(inquiry_t& inquiry);
 
 class registration_watch_t {
   public:
-    /// `changed` is told each new system type; `jobs` gets questions that a line of the modem gives rise to.
-    registration_watch_t(modem_link_t& link, job_queue_t& jobs, std::function<void(DWORD)> changed);
+    /// All outlive the object. `changed` is told each new system type; `jobs` gets questions that a line of the modem
+    /// gives rise to.
+    registration_watch_t(modem_link_t& link, job_queue_t& jobs, modem_board_t& board,
+                         std::function<void(DWORD)> changed);
 
     /// What was known of a modem that is set up anew.
     void forget();
@@ -66,9 +70,12 @@ class registration_watch_t {
     void query_domain(domain_t& domain);
     void query_operator();
     [[nodiscard]] DWORD system_type_now() const;
+    [[nodiscard]] const char* technology_of(const domain_t& domain) const;
+    [[nodiscard]] std::vector<domain_state_t> domains_now() const;
 
     modem_link_t& link_;
     job_queue_t& jobs_;
+    modem_board_t& board_;
     const std::function<void(DWORD)> changed_;
     std::array<domain_t, 3> domains_;
     domain_t& circuit_ = domains_[0];

@@ -8,6 +8,7 @@
 #include "radio/attach_modem.h"
 #include "radio/callbacks.h"
 #include "radio/modem.h"
+#include "radio/modem_state.h"
 #include "radio/ril_message.h"
 
 namespace {
@@ -119,6 +120,11 @@ void detach_modem() {
 card_counts_t card_counts() {
     const std::lock_guard lock(state().mutex);
     return state().modem ? state().modem->card_counts() : card_counts_t{};
+}
+
+std::optional<modem_state_t> modem_state() {
+    const std::lock_guard lock(state().mutex);
+    return state().modem ? std::optional(state().modem->state()) : std::nullopt;
 }
 
 }  // namespace radio

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "radio/diagnosis_words.h"
 #include "radio/sim_pin.h"
 #include "radio/sim_values.h"
 #include "radio/warning.h"
@@ -87,6 +88,7 @@ bool sim_t::set_up(setup_inquiry_t& inquiry, bool needed) {
             return false;
         }
         const std::string state = state_of(*reply);
+        note_state(*reply);
         if (needed && is_without_sim(reply->result) && inquiry.wait_for_sim_to_appear()) {
             continue;
         }
@@ -102,6 +104,11 @@ bool sim_t::set_up(setup_inquiry_t& inquiry, bool needed) {
                                                              options_.tty, value_of(limit_t::sim_ready)));
         }
     }
+}
+
+void sim_t::note_state(const reply_t& reply) {
+    const std::optional<state_words_t> words = sim_words(reply);
+    board_.change([&](modem_state_t& now) { now.sim = words ? words->words : reply.first(); });
 }
 
 sim_t::step_t sim_t::take_state(setup_inquiry_t& inquiry, const std::string& state) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "radio/attach_modem.h"
+#include "radio/modem_state.h"
 #include "radio/setup_inquiry.h"
 
 namespace radio {
@@ -24,8 +25,8 @@ std::optional<pin_tries_t> ask_pin_tries(inquiry_t& inquiry);
 
 class sim_t {
   public:
-    /// The options outlive the object.
-    explicit sim_t(const modem_options_t& options) : options_(options) {}
+    /// Both outlive the object.
+    sim_t(const modem_options_t& options, modem_board_t& board) : options_(options), board_(board) {}
 
     /// Waits for a SIM that is busy, and gives it the PIN that it wants. `needed`: a modem without a SIM is of no use.
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry, bool needed);
@@ -38,6 +39,7 @@ class sim_t {
         reply_t reply;
     };
 
+    void note_state(const reply_t& reply);
     step_t take_state(setup_inquiry_t& inquiry, const std::string& state);
     bool enter_pin(setup_inquiry_t& inquiry);
     bool may_enter(setup_inquiry_t& inquiry, const std::string& pin, const std::string& card,
@@ -45,6 +47,7 @@ class sim_t {
     bool may_wait(setup_inquiry_t& inquiry);
 
     const modem_options_t& options_;
+    modem_board_t& board_;
     std::optional<entry_t> entry_;  // of this set-up, while the SIM's state does not show what became of it
 };
 

@@ -7,6 +7,7 @@
 
 #include "base/clock.h"
 #include "base/hex.h"
+#include "radio/assembly.h"
 #include "radio/limits.h"
 #include "radio/warning.h"
 
@@ -46,6 +47,22 @@ std::optional<air::octets_t> pdu_of(technology_t technology, const air::octets_t
     return technology == technology_t::gsm ? air::encode_pdu({{}, message}) : message;
 }
 
+// The place in its message; 1 of one without.
+int part_of(const submission_t& submission) {
+    const auto place = [](const air::octets_t& user_data) {
+        const std::optional<air::user_data_parts_t> parts = air::split_user_data(user_data);
+        return parts ? assembly::place_of(parts->header) : std::nullopt;
+    };
+    std::optional<assembly::place_t> found;
+    if (const auto* gsm = std::get_if<air::submit_t>(&submission.message); gsm != nullptr && gsm->header_indicator) {
+        found = place(gsm->user_data);
+    } else if (const auto* cdma = std::get_if<air::cdma::message_t>(&submission.message);
+               cdma != nullptr && cdma->header_indicator && cdma->user_data) {
+        found = place(cdma->user_data->characters);
+    }
+    return found.value_or(assembly::place_t{}).part;
+}
+
 bool offers(const std::vector<std::vector<int>>& offered, int value) {
     return std::ranges::find(offered[0], value) != offered[0].end();
 }
@@ -81,6 +98,7 @@ void submitter_t::submit(const session_pointer_t& session, HRESULT request, cons
         open_.learn(open, told);
         open_.close(open);
         told_refusals_.clear();
+        board_.change([](modem_state_t& now) { now.note_success(); });
         callbacks_.result(session, RIL_RESULT_OK, request, told);
         return;
     }
@@ -127,13 +145,22 @@ reply_t submitter_t::run(const open_submission_t& open, bool more_follow) {
         const std::optional<uint16_t> told = line.starts_with("+CMGS:") ? message_reference(line) : std::nullopt;
         return told && open_.is_of_another(open, *told);
     };
-    reply_t reply = link_.exchange({.line = fmt::format("AT+CMGS={}", message->size()),
-                                    .limit = limit_t::submission,
-                                    .shape = reply_shape_t::entry,
-                                    .prefixes = {"+CMGS:"},
-                                    .entry = base::to_hex(*pdu),
-                                    .is_late = is_late});
+    const command_t command = {.line = fmt::format("AT+CMGS={}", message->size()),
+                               .limit = limit_t::submission,
+                               .shape = reply_shape_t::entry,
+                               .prefixes = {"+CMGS:"},
+                               .entry = base::to_hex(*pdu),
+                               .is_late = is_late};
+    reply_t reply = exchange_as_owed(command, open.submission);
     link_kept_until_ = base::tick64() + milliseconds(limit_t::link_kept);
+    return reply;
+}
+
+reply_t submitter_t::exchange_as_owed(const command_t& command, const submission_t& submission) {
+    const owed_result_t owed{part_of(submission), base::tick64() + milliseconds(command.limit)};
+    board_.change([&](modem_state_t& now) { now.owed = owed; });
+    reply_t reply = link_.exchange(command);
+    board_.change([](modem_state_t& now) { now.owed.reset(); });
     return reply;
 }
 
@@ -142,10 +169,14 @@ void submitter_t::tell_refusal(const open_submission_t& open, const reply_t& rep
     if (open.unknown && is_unexplained(reply)) {
         warn("a repetition was refused without a reason; it goes out anew, and may arrive twice");
     } else if (reply.outcome == reply_t::outcome_t::error) {
-        if (const std::string reason = described(reply.result); told_refusals_.insert(reason).second) {
-            warn("a datagram was refused, " + reason);
+        const std::string text = "a datagram was refused, " + described(reply.result);
+        board_.change([&](modem_state_t& now) { now.note_refusal(text); });
+        if (told_refusals_.insert(text).second) {
+            warn(text);
         }
     } else if (is_open(reply) && !link_.ending()) {
+        const char* unanswered = "the modem did not tell what became of a datagram, which is repeated";
+        board_.change([&](modem_state_t& now) { now.note_refusal(unanswered); });
         warn("nobody knows whether a datagram was sent; a repetition will bear the same reference");
     }
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "radio/callbacks.h"
+#include "radio/modem_state.h"
 #include "radio/open_submissions.h"
 #include "radio/registration_watch.h"
 #include "radio/ril_message.h"
@@ -17,8 +18,9 @@ namespace radio {
 class submitter_t {
   public:
     /// All outlive the object.
-    submitter_t(modem_link_t& link, callbacks_t& callbacks, const registration_watch_t& registration)
-        : link_(link), callbacks_(callbacks), registration_(registration) {}
+    submitter_t(modem_link_t& link, callbacks_t& callbacks, const registration_watch_t& registration,
+                modem_board_t& board)
+        : link_(link), callbacks_(callbacks), registration_(registration), board_(board) {}
 
     /// What was known of a modem that is set up anew; not the datagrams that nobody knows of.
     void forget();
@@ -33,6 +35,7 @@ class submitter_t {
     [[nodiscard]] DWORD what_hinders(const submission_t& submission);
     reply_t run(const open_submission_t& open, bool more_follow);
     bool is_sent(const reply_t& reply);
+    reply_t exchange_as_owed(const command_t& command, const submission_t& submission);
     void keep_or_close(open_submission_t& open, const reply_t& reply);
     void tell_refusal(const open_submission_t& open, const reply_t& reply);
     void keep_link(bool more_follow);
@@ -40,6 +43,7 @@ class submitter_t {
     modem_link_t& link_;
     callbacks_t& callbacks_;
     const registration_watch_t& registration_;
+    modem_board_t& board_;
     open_submissions_t open_;
     std::set<std::string> told_refusals_;
     int link_keeping_ = 0;  // what to set +CMMS to; 0 when it cannot be

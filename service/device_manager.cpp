@@ -26,6 +26,7 @@
 #include "service/listener.h"
 #include "service/loaded_driver.h"
 #include "service/phone_home.h"
+#include "service/radio_status.h"
 
 namespace {
 
@@ -75,7 +76,8 @@ std::string status_of(const serve_options_t& options, const loaded_driver_t& dri
         {"home", options.home.native()},
         {"active", active ? nlohmann::ordered_json(*active) : nullptr},
         {"cards", {{"stored", counts.stored}, {"dropped", counts.dropped}, {"kept", counts.kept}}},
-        {"datagrams", {{"incomplete", counts.incomplete}, {"given_up", counts.given_up}}}};
+        {"datagrams", {{"incomplete", counts.incomplete}, {"given_up", counts.given_up}}},
+        {"radio", radio_status()}};
     return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 

@@ -239,7 +239,7 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
                                    "send card.vcf",
                                    "serve",
                                    "network",
-                                   "doctor",
+                                   "doctor --baud 9600",
                                    "ioctl nonsense",
                                    "ioctl 0x02000004 --in 0",
                                    "ioctl 0x02000004 --in zz",

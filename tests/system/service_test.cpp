@@ -301,18 +301,44 @@ TEST(service, a_running_network_takes_faults) {
     EXPECT_EQ(listed.value("/faults/0/name"_json_pointer, ""), "refuse");
 }
 
-TEST(service, send_tells_of_the_cards_before_it) {
+TEST(service, tells_what_its_modem_is_and_what_stands_against_cards) {
     const folder_t folder;
     const network_t network(folder);
     phone_t phone(folder, "alice", network.modem(alice));
     phone.start();
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
+    const auto fault = [&](const char* what) { return zpd({"fault", "--dir", folder / "modems", alice, what}).status; };
+    const auto doctor_tells = [&](int status, const std::string& words) {
+        outcome_t told;
+        EXPECT_TRUE(eventually([&] {
+            told = phone.zpd({"doctor"});
+            return told.status == status && told.output.find(words) != std::string::npos;
+        })) << told.output
+            << told.errors;
+    };
+    doctor_tells(0, "network    at home, GSM (+CREG), system type GSM");
+    const outcome_t status = phone.zpd({"status"});
+    for (const char* line : {"...1010", "SIM        ready", "ME holds 0 of 100 (new", "stored and announced"}) {
+        EXPECT_THAT(status.output, HasSubstr(line));
+    }
+
+    EXPECT_EQ(fault("registration=denied"), 0);
+    doctor_tells(1, "registered with a network: denied\n    the network refuses this SIM");
     const arguments_t send{"send", ZPD_EXAMPLES "/one-datagram.vcf", "--to", bob};
-    zpd({"fault", "--dir", folder / "modems", alice, "registration=none"});
     EXPECT_EQ(phone.zpd(joined(send, {"--no-wait"})).status, 0);
     process_t second(joined(send, {"--device", phone.device()}));
-    EXPECT_TRUE(eventually([&] { return second.output().find("while another message is not") != std::string::npos; }))
-        << second.output() << second.errors();
+    const char* why = "waiting while another message is not sent: the modem is not registered with a network: denied";
+    EXPECT_TRUE(eventually([&] { return second.output().find(why) != std::string::npos; })) << second.output();
+
+    EXPECT_EQ(fault("refuse=8x1000") | fault("registration=home"), 0);
+    doctor_tells(1, "a datagram was refused, Operator determined barring (+CMS ERROR: 8): ask the operator");
+    EXPECT_EQ(fault("refuse=8x0") | fault("lose-results=1"), 0);
+    doctor_tells(1, "warning: the modem owes a result for datagram 1, at most 1");
+    EXPECT_EQ(fault("hang-up"), 0);
+    doctor_tells(1, "hindrance: the modem on " + phone.modem() + " has hung up");
+    const auto told = nlohmann::json::parse(phone.zpd({"doctor", "--json"}).output);
+    EXPECT_EQ(told["usable"], false);
+    EXPECT_EQ(told["loss"], "has hung up");
 }
 
 bool told(phone_t& phone, const std::string& words) {
