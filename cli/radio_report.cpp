@@ -46,6 +46,11 @@ std::string network_words(const ordered_json& radio) {
     return (registered.empty() ? others : registered) + "system type " + text_of(radio, "system_type");
 }
 
+std::string signal_words(const ordered_json& radio) {
+    const auto signal = radio.find("signal_dbm");
+    return signal != radio.end() && signal->is_number() ? fmt::format("{} dBm", signal->get<int>()) : std::string();
+}
+
 void say_past_refusals(const ordered_json& radio) {
     for (const ordered_json& refusal : list_of(radio, "refusals")) {
         if (get<bool>(refusal, "overcome")) {
@@ -104,9 +109,11 @@ void say_findings(const ordered_json& findings) {
 void say_radio(const ordered_json& radio) {
     if (get<bool>(radio, "present")) {
         const std::string number = masked(text_of(radio, "serial_number"));
-        say_row("modem", listed({text_of(radio, "tty"), number.empty() ? number : "serial number " + number}));
+        say_row("modem", listed({text_of(radio, "tty"), text_of(radio, "maker"), text_of(radio, "model"),
+                                 number.empty() ? number : "serial number " + number}));
         say_row("SIM", text_of(radio, "sim"));
         say_row("network", network_words(radio));
+        say_row("signal", signal_words(radio));
         say_row("memories", memory_words(list_of(radio, "memories")));
         say_row("delivery", text_of(radio, "delivery"));
     }

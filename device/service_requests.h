@@ -13,9 +13,11 @@ namespace device {
 ///   datagrams             { incomplete, given_up }: waiting for others of their messages; dropped after a long wait
 ///   radio                 what the radio knows of the modem; null in what the modem does not tell:
 ///     tty, present, loss  why it is not present goes on after "the modem on TTY"
-///     serial_number, sim  the SIM's state in words
+///     maker, model, serial_number
+///     sim                 its state in words
 ///     domains             [{ name, registration, technology }], by AT+CREG and those like it
 ///     system_type         what the driver is told: none, CDMA, GSM or UMTS
+///     signal_dbm          when messages were last listed
 ///     memories            [{ name, used, total, receives }]: new messages go to one of them
 ///     delivery            how new messages come
 ///     owed                what the modem has and tells no result for, in words

@@ -186,6 +186,13 @@ capabilities_t capabilities(std::string_view line) {
     return {has("CGSM"), has("CIS707") || has("CIS-707")};
 }
 
+// Steps of 2 dBm; 99 is unknown, and other numbers are of other technologies.
+std::optional<int> signal_strength(std::string_view line) {
+    constexpr int highest = 31;
+    const std::optional<int> steps = number_at(values_of(line), 0);
+    return steps && *steps >= 0 && *steps <= highest ? std::optional(2 * *steps - 113) : std::nullopt;
+}
+
 std::optional<int> cdma_service(std::string_view line) {
     return number_at(values_of(line), 0);
 }

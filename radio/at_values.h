@@ -54,6 +54,8 @@ struct capabilities_t {
     bool cdma = false;
 };
 capabilities_t capabilities(std::string_view line);
+/// The <rssi> of +CSQ (3GPP TS 27.007 8.5), in dBm.
+std::optional<int> signal_strength(std::string_view line);
 /// The <service> of +CAD, 3GPP2 C.S0017: 0 none, 1 CDMA.
 std::optional<int> cdma_service(std::string_view line);
 /// +CSS of the same, which ends with the identification of the serving system: whether there is one.

@@ -20,8 +20,6 @@ namespace radio {
 
 namespace {
 
-constexpr int weak_signal = -105;  // dBm
-
 // The number at a place of a line; none where there is none.
 std::optional<int> number_in(const std::string& line, size_t place) {
     const std::vector<std::vector<int>> numbers = offered_numbers(line);
@@ -259,19 +257,13 @@ class examination_t : public inquiry_t {
         }
     }
 
-    // 3GPP TS 27.007 8.5: steps of 2 dBm; 99 is unknown, and other numbers are of other technologies.
     bool examine_signal() {
-        constexpr int highest = 31;
         const std::optional<reply_t> reply = ask("AT+CSQ", "+CSQ:");
-        const std::optional<int> steps = reply ? number_in(reply->first(), 0) : std::nullopt;
-        if (!steps || *steps < 0 || *steps > highest) {
-            return reply.has_value();
+        found_.signal = reply ? signal_strength(reply->first()) : std::nullopt;
+        if (std::optional<finding_t> found = found_.signal ? about_signal(*found_.signal) : std::nullopt) {
+            found_.findings.push_back(*std::move(found));
         }
-        found_.signal = 2 * *steps - 113;
-        if (*found_.signal <= weak_signal) {
-            warn_of(fmt::format("the signal is weak: {} dBm", *found_.signal), "try another place or another antenna");
-        }
-        return true;
+        return reply.has_value();
     }
 
     bool examine_memories() {

@@ -26,6 +26,13 @@ finding_t about(const refusal_t& refusal) {
 
 }  // namespace
 
+std::optional<finding_t> about_signal(int signal) {
+    constexpr int weak = -105;
+    return signal > weak ? std::nullopt
+                         : std::optional(finding_t{false, fmt::format("the signal is weak: {} dBm", signal),
+                                                   "try another place or another antenna"});
+}
+
 finding_t about_registration(int status) {
     const state_words_t state = registration_words(status);
     return {true, fmt::format("the modem is not registered with a network: {}", state.words), state.advice};
@@ -50,6 +57,11 @@ std::vector<finding_t> findings_of(const modem_state_t& state) {
     std::vector<finding_t> findings;
     if (state.system_type == RIL_SYSTEMTYPE_NONE) {
         findings.push_back(about_registration(best_status(state.domains)));
+    }
+    if (state.signal) {
+        if (std::optional<finding_t> found = about_signal(*state.signal)) {
+            findings.push_back(*std::move(found));
+        }
     }
     for (const memory_use_t& memory : state.memories) {
         if (std::optional<finding_t> found = about_memory(memory, memory.name == state.receiving_memory)) {

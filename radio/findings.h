@@ -16,6 +16,8 @@ struct finding_t {
     std::string advice;  // what to do about it; may be empty
 };
 
+/// None for one that is strong enough; in dBm.
+std::optional<finding_t> about_signal(int signal);
 /// Of a <stat> (3GPP TS 27.007 7.2) that is none of a registered modem.
 finding_t about_registration(int status);
 /// None for a memory with room in it. `receives`: new messages go there.

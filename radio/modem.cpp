@@ -240,6 +240,9 @@ void modem_t::look_after() {
     if (announcements_.have_stopped()) {
         set_up_again("has stopped to announce new messages");
     }
+    if (!lost() && !link_.ending()) {
+        registration_.query_signal();
+    }
     mailbox_.list_all();
 }
 

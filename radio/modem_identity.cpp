@@ -52,12 +52,37 @@ bool modem_identity_t::set_up(setup_inquiry_t& inquiry) {
                         end_of(told_), end_of(number_)));
     }
     number_ = told_.empty() ? number_ : told_;
-    board_.change([this](modem_state_t& now) { now.serial_number = number_; });
+    if (!ask_words(inquiry, "+CGMI", maker_) || !ask_words(inquiry, "+CGMM", model_)) {
+        return false;
+    }
+    board_.change([this](modem_state_t& now) {
+        now.maker = maker_;
+        now.model = model_;
+        now.serial_number = number_;
+    });
     return true;
+}
+
+// 3GPP TS 27.007 5.1, 5.2: a bare line, or one behind the command's name.
+bool modem_identity_t::ask_words(setup_inquiry_t& inquiry, const std::string& name, std::string& words) {
+    if (!words.empty()) {
+        return true;
+    }
+    words_ = &words;
+    const std::optional<reply_t> reply = inquiry.ask("AT" + name, name + ":");
+    words_ = nullptr;
+    if (const std::vector<value_t> values = values_of(reply ? reply->first() : std::string()); !values.empty()) {
+        words = values[0].text;
+    }
+    return reply.has_value();
 }
 
 bool modem_identity_t::take(const std::string& line) {
     const std::string text = without_quotation_marks(line);
+    if (words_ != nullptr && words_->empty() && is_bare_answer(line)) {
+        *words_ = text;
+        return true;
+    }
     if (!asking_ || !is_serial_number(text)) {
         return false;
     }

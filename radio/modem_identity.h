@@ -18,15 +18,20 @@ class modem_identity_t {
     /// It outlives the object.
     explicit modem_identity_t(modem_board_t& board) : board_(board) {}
 
-    /// Asks for the number; the first one that is told counts from then on. False when the inquiry is over, and so it
-    /// is with the number of another. A modem that tells none is taken for the same.
+    /// Asks for the number, and once for the maker and the model; the first number that is told counts from then on.
+    /// False when the inquiry is over, and so it is with the number of another. A modem that tells none is taken for
+    /// the same.
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
-    /// Of a line that is nobody's: true for the number that was asked for.
+    /// Of a line that is nobody's: true for what was asked for.
     bool take(const std::string& line);
 
   private:
+    [[nodiscard]] bool ask_words(setup_inquiry_t& inquiry, const std::string& name, std::string& words);
+
     modem_board_t& board_;
-    bool asking_ = false;
+    bool asking_ = false;           // for the number
+    std::string* words_ = nullptr;  // that are asked for
+    std::string maker_, model_;
     std::string told_;
     std::string number_;  // empty until one has been told
 };

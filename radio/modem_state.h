@@ -43,12 +43,15 @@ struct owed_result_t {
 
 struct modem_state_t {
     std::string tty;
-    bool present = false;       // set up, and not lost since
-    std::string loss;           // why it is not; goes on after "the modem on TTY"
-    std::string serial_number;  // empty where it tells none, like those below
-    std::string sim;            // its state in words
+    bool present = false;  // set up, and not lost since
+    std::string loss;      // why it is not; goes on after "the modem on TTY"
+    std::string maker;     // empty where it tells none, like those below
+    std::string model;
+    std::string serial_number;
+    std::string sim;  // its state in words
     std::vector<domain_state_t> domains;
     DWORD system_type = RIL_SYSTEMTYPE_NONE;
+    std::optional<int> signal;           // dBm
     std::vector<memory_use_t> memories;  // those that are searched for messages
     std::string receiving_memory;
     std::string delivery;             // how new messages come

@@ -170,6 +170,12 @@ void registration_watch_t::query_serving_system() {
     circuit_.now = {served && known ? registered : 0, std::nullopt};
 }
 
+// 3GPP TS 27.007 8.5
+void registration_watch_t::query_signal() {
+    const std::optional<int> signal = signal_strength(ask("AT+CSQ", "+CSQ:").first());
+    board_.change([&](modem_state_t& now) { now.signal = signal; });
+}
+
 void registration_watch_t::query_operator() {
     const reply_t reply = ask("AT+COPS?", "+COPS:");
     circuit_.now.access = operator_access(reply.first()).value_or(access_gsm);

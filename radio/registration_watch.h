@@ -46,6 +46,8 @@ class registration_watch_t {
     /// Takes an unsolicited line; false when it tells of no registration.
     bool take(const std::string& line);
     void query();
+    /// Asks how strong the signal is, for the board.
+    void query_signal();
     /// Tells the system type when it is another than before. That of a modem that is lost is none.
     void publish();
 

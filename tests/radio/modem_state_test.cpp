@@ -43,12 +43,16 @@ class modem_state : public session {
 TEST_F(modem_state, has_what_the_modem_told) {
     EXPECT_FALSE(radio::modem_state());
     modem.on("AT+CPMS?", scripted_modem_t::line_and_ok("+CPMS: \"ME\",0,20,\"ME\",0,20,\"SM\",20,20"));
+    modem.on("AT+CGMI", scripted_modem_t::line_and_ok("A Maker"));
+    modem.on("AT+CGMM", scripted_modem_t::line_and_ok("+CGMM: \"M-1\""));
     modem.on("AT+CGSN", scripted_modem_t::line_and_ok("351234567890123"));
+    modem.on("AT+CSQ", scripted_modem_t::line_and_ok("+CSQ: 20,99"));
     attach_and_open();
     const radio::modem_state_t state = *radio::modem_state();
     EXPECT_TRUE(state.present);
     EXPECT_EQ(state.tty, options.tty);
-    EXPECT_EQ(state.serial_number, "351234567890123");
+    EXPECT_EQ(state.maker + ", " + state.model + ", " + state.serial_number, "A Maker, M-1, 351234567890123");
+    EXPECT_EQ(state.signal, -73);
     EXPECT_EQ(state.sim, "ready");
     EXPECT_EQ(state.domains.at(0), (radio::domain_state_t{"+CREG", 1, "GSM"}));
     EXPECT_EQ(state.system_type, RIL_SYSTEMTYPE_GSM);

@@ -187,7 +187,7 @@ class scene : public session, public testing::WithParamInterface<std::filesystem
     }
     static bool is_question(const std::string& line) {
         return std::set<std::string>{"AT+CREG?", "AT+C5GREG?", "AT+COPS?", "AT+CAD?",  "AT+CSS?", "ATQ0V1E0",
-                                     "AT",       "AT+CMGF?",   "AT+CSMS?", "AT+CMEE?", "AT+CGSN"}
+                                     "AT",       "AT+CMGF?",   "AT+CSMS?", "AT+CMEE?", "AT+CGSN", "AT+CGMI", "AT+CGMM", "AT+CSQ"}
             .contains(line);
     }
 
