@@ -28,12 +28,16 @@ constexpr manners_t hasty{
 constexpr manners_t bursts{
     .senders = 20, .references = 2, .reused_after = 1, .longest_gap = 1, .lost_of_100 = 0, .in_a_burst = true};
 
-/// A thousand cards, or ZPD_CARDS of them.
+unsigned long from_environment(const char* name, unsigned long otherwise) {
+    const char* const told = std::getenv(name);
+    return told != nullptr ? std::stoul(told) : otherwise;
+}
+
+/// A thousand cards, or ZPD_CARDS of them, of ZPD_SEED.
 card_world_t::result_t live(const char* name, const manners_t& manners) {
-    const char* const told = std::getenv("ZPD_CARDS");
-    const size_t cards = told != nullptr ? std::stoul(told) : 1000;
+    const size_t cards = from_environment("ZPD_CARDS", 1000);
     const home_t home;
-    std::mt19937 random(20261122);  // NOLINT(bugprone-random-generator-seed): the runs are to be the same each time
+    std::mt19937 random(from_environment("ZPD_SEED", 20261122));
     card_world_t world(home.path(), manners,
                        [&](unsigned most) { return static_cast<unsigned>(random() % (most + 1)); });
     world.send(cards);
