@@ -28,13 +28,14 @@ class set_up : public session {
 };
 
 TEST_F(set_up, sim_busy_after_start_is_waited_for) {
-    for (const char* busy : {"\r\n+CME ERROR: 14\r\n", "\r\n+CMS ERROR: 515\r\n", "\r\n+CME ERROR: SIM busy\r\n"}) {
+    for (const char* busy : {"\r\n+CME ERROR: 14\r\n", "\r\n+CMS ERROR: 515\r\n", "\r\n+CME ERROR: SIM busy\r\n",
+                             "\r\n+CME ERROR: 10\r\n"}) {
         modem.once("AT+CPIN?", busy);
         modem.once("AT+CPIN?", ok);  // not yet there
         modem.once("AT+CPMS=?", "\r\n+CMS ERROR: 314\r\n");
         EXPECT_EQ(attach_as_time_passes(), "") << busy;
     }
-    EXPECT_EQ(modem.count("AT+CPIN?"), 9U);
+    EXPECT_EQ(modem.count("AT+CPIN?"), 12U);
     modem.on("AT+CPIN?", "\r\n+CME ERROR: 14\r\n");
     EXPECT_EQ(radio::set_limit("sim-ready", "60"), "");
     EXPECT_THAT(attach_as_time_passes(), HasSubstr("not ready after 60 s"));
