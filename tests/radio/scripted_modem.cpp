@@ -17,6 +17,7 @@ scripted_modem_t::scripted_modem_t() {
         {"AT+CMGF?", line_and_ok("+CMGF: 0")},
         {"AT+CSMS?", line_and_ok("+CSMS: 0,1,1,1")},
         {"AT+CMEE?", line_and_ok("+CMEE: 1")},
+        {"AT+CSQ", line_and_ok("+CSQ: 20,99")},
         {"AT+CPIN?", line_and_ok("+CPIN: READY")},
         {"AT+CPMS=?", line_and_ok("+CPMS: (\"SM\",\"ME\"),(\"SM\",\"ME\"),(\"SM\")")},
         {"AT+CPMS?", line_and_ok("+CPMS: \"ME\",0,20,\"ME\",0,20,\"SM\",0,20")},
