@@ -130,6 +130,7 @@ TEST_F(memory_test, callbacks_lose_what_they_bring) {
     expect_service();
 }
 
+#ifndef _WIN32  // where the clock that tests move needs memory for a wait
 // At each place behind the first call of the radio in turn, on the sender's thread.
 TEST_F(memory_test, the_sender_goes_on_without_memory) {
     phone.preset("activated", 1);
@@ -166,5 +167,6 @@ TEST_F(memory_test, the_sender_goes_on_without_memory) {
     EXPECT_GT(phone.logged("CRITICAL ERROR round not finished: std::bad_alloc"), 0u);
     expect_service();
 }
+#endif
 
 }  // namespace
