@@ -26,6 +26,12 @@ std::optional<uint32_t> reader_t::u32() {
     return octets[0] | uint32_t{octets[1]} << 8 | uint32_t{octets[2]} << 16 | uint32_t{octets[3]} << 24;
 }
 
+std::optional<uint64_t> reader_t::u64() {
+    const auto low = u32();
+    const auto high = u32();
+    return high ? std::optional(uint64_t{*high} << 32 | *low) : std::nullopt;
+}
+
 std::optional<std::string> reader_t::string() {
     const auto count = u32();
     const auto taken = count ? take(*count) : std::nullopt;
@@ -51,6 +57,10 @@ writer_t& writer_t::u32(uint32_t value) {
         octet(static_cast<uint8_t>(value >> shift));
     }
     return *this;
+}
+
+writer_t& writer_t::u64(uint64_t value) {
+    return u32(static_cast<uint32_t>(value)).u32(static_cast<uint32_t>(value >> 32));
 }
 
 writer_t& writer_t::string(std::string_view text) {

@@ -21,6 +21,7 @@ class reader_t {
 
     std::optional<uint8_t> octet();
     std::optional<uint32_t> u32();
+    std::optional<uint64_t> u64();
     std::optional<std::string> string();
     /// All that is left.
     octets_view_t rest();
@@ -37,6 +38,7 @@ class writer_t {
     writer_t& octet(uint8_t value);
     writer_t& flag(bool value) { return octet(value ? 1 : 0); }
     writer_t& u32(uint32_t value);
+    writer_t& u64(uint64_t value);
     writer_t& string(std::string_view text);
     writer_t& string16(std::u16string_view text);
     writer_t& raw(octets_view_t octets);

@@ -26,6 +26,10 @@ failure_t not_understood() {
     return {0, "the service's answer does not have the form of this request's"};
 }
 
+bool is_service_request(uint32_t code) {
+    return (code & device::service_request_mask) == device::service_request_type;
+}
+
 template <typename value_t>
 answer_t<value_t> value_or_not_understood(std::optional<value_t> value) {
     if (!value) {
@@ -56,6 +60,10 @@ answer_t<octets_t> client_t::call(uint32_t code, const writer_t& input) {
     auto reply = ioctl(code, input.octets(), device::max_output);
     if (!reply) {
         return reply.failure();
+    }
+    if (!reply->result && !reply->output.empty() && is_service_request(code)) {
+        return failure_t{reply->last_error, std::string(reply->output.begin(), reply->output.end()),
+                         obstacle_t::request};
     }
     if (!reply->result) {
         return refused(reply->last_error);
@@ -242,14 +250,6 @@ answer_t<contacts_value_t> client_t::contacts_setting(std::string_view name) {
         return not_understood();
     }
     return contacts_value_t{*type, std::move(*octets)};
-}
-
-answer_t<std::string> client_t::service_status() {
-    const auto status = call(device::service_status, writer_t());
-    if (!status) {
-        return status.failure();
-    }
-    return std::string(status->begin(), status->end());
 }
 
 }  // namespace client

@@ -39,6 +39,15 @@ struct log_options_t {
     uint8_t file_level = 0;
 };
 
+/// A card for the outbox.
+struct handed_in_card_t {
+    outgoing_card_t card;
+    std::string_view number;
+    std::string_view file;   // its name, for people
+    uint64_t expires = 0;    // seconds since 1970; 0 for never
+    std::string_view token;  // one that was handed in with this token is not handed in again; may be empty
+};
+
 struct contacts_value_t {
     uint32_t type = 0;  // as the registry names it
     std::string octets;
@@ -75,8 +84,19 @@ class client_t {
     answer_t<uint32_t> incoming_dir_size(std::optional<uint32_t> files = std::nullopt);
     answer_t<contacts_value_t> contacts_setting(std::string_view name);
 
-    /// A JSON object, see device::service_status.
+    // The service's own requests, see device/service_requests.h. Texts are JSON objects, as docs/json.md shows them.
     answer_t<std::string> service_status();
+    answer_t<std::string> outbox_add(const handed_in_card_t& card);
+    answer_t<std::string> outbox_list(uint64_t after, bool all);
+    /// The message when its version is another, or after that many milliseconds.
+    answer_t<std::string> outbox_watch(uint64_t id, uint64_t version, uint32_t milliseconds);
+    answer_t<std::string> outbox_cancel(uint64_t id);
+    answer_t<std::string> outbox_retry(uint64_t id, uint64_t expires);
+    answer_t<std::string> events(uint64_t after, uint64_t since, uint32_t milliseconds);
+    answer_t<std::string> inbox_list(uint64_t after);
+    /// All octets of a received card.
+    answer_t<std::string> inbox_octets(uint64_t number);
+    answer_t<done_t> inbox_remove(uint64_t number);
 
   private:
     client_t(base::descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
@@ -85,6 +105,7 @@ class client_t {
     answer_t<octets_t> receive_packet() const;
     /// The output of a request that must succeed.
     answer_t<octets_t> call(uint32_t code, const base::writer_t& input);
+    answer_t<std::string> call_text(uint32_t code, const base::writer_t& input);
     answer_t<done_t> command(uint32_t code, const base::writer_t& input);
     answer_t<uint32_t> call_u32(uint32_t code, const base::writer_t& input);
 

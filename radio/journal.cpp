@@ -34,7 +34,7 @@ std::string journal_t::open(const std::filesystem::path& file, const bounds_t& b
     const std::lock_guard lock(mutex_);
     bounds_ = bounds;
     opened_at_ = base::tick64();
-    std::string error = database_.open(file);
+    std::string error = database_.open(file, journal_file::version, journal_file::make_tables);
     if (error.empty() && !load()) {
         error = fmt::format("cannot read the journal {}: {}", file.native(),
                             base::sqlite::failure_of(database_.connection()));

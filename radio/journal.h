@@ -22,8 +22,9 @@
 #include <string_view>
 #include <vector>
 
-#include "radio/journal_database.h"
+#include "base/sqlite_file.h"
 #include "radio/journal_file.h"
+#include "radio/warning.h"
 
 namespace radio {
 
@@ -116,7 +117,7 @@ class journal_t {
     [[nodiscard]] int64_t ran() const;
 
     std::mutex mutex_;  // guards all below
-    journal_database_t database_;
+    base::sqlite::file_t database_{{"the journal", "messages stay on the modem"}, [](const auto& text) { warn(text); }};
     bounds_t bounds_;
     int64_t next_id_ = 1;
     size_t incomplete_ = 0;  // datagrams in the file that wait for others

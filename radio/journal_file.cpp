@@ -11,13 +11,11 @@ namespace radio::journal_file {
 namespace {
 
 using base::sqlite::execution_t;
+using base::sqlite::run_all;
 
-// FULL: a commit is on the disk when it returns. Times: `came` in seconds since 1970, for people; `ran` and `finished`
+// Times: `came` in seconds since 1970, for people; `ran` and `finished`
 // in seconds that the service had run by then. `parts` 0: not for the driver, which refuses it. `stored_as`, while it
 // is being stored: the path of the file that appears.
-// The log of what was written begins anew at 1 MB: a disk may have little room.
-constexpr const char* settings =
-    "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 250;";
 constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS datagrams (
         id INTEGER PRIMARY KEY,
@@ -39,19 +37,6 @@ constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS clock (only INTEGER PRIMARY KEY CHECK (only = 1), ran INTEGER NOT NULL);
     INSERT OR IGNORE INTO clock VALUES (1, 0);
 )";
-
-constexpr int64_t version = 2;
-
-bool run(sqlite3* connection, const char* statements) {
-    return sqlite3_exec(connection, statements, nullptr, nullptr, nullptr) == SQLITE_OK;
-}
-
-// One number; none when there is no row, or it cannot be read.
-std::optional<int64_t> number(sqlite3* connection, const char* text) {
-    const base::sqlite::statement_t statement = base::sqlite::prepare(connection, text);
-    execution_t query(statement);
-    return query.step() == SQLITE_ROW ? std::optional(query.number(0)) : std::nullopt;
-}
 
 // What the first version knew of a datagram: all of it stands in its octets. Those of one that had been handed over are
 // its identity.
@@ -79,30 +64,10 @@ bool copy_rows(sqlite3* connection, const char* select, bool finished, int64_t& 
 
 bool bring_up_to_date(sqlite3* connection) {
     int64_t id = 0;
-    return run(connection, "ALTER TABLE datagrams RENAME TO old_datagrams") && run(connection, tables) &&
+    return run_all(connection, "ALTER TABLE datagrams RENAME TO old_datagrams") && run_all(connection, tables) &&
            copy_rows(connection, "SELECT at, 0, identity FROM finished ORDER BY at", true, id) &&
            copy_rows(connection, "SELECT came, technology, octets FROM old_datagrams ORDER BY id", false, id) &&
-           run(connection, "DROP TABLE old_datagrams; DROP TABLE finished");
-}
-
-bool make_tables(sqlite3* connection) {
-    const std::optional<int64_t> found = number(connection, "PRAGMA user_version");
-    const bool first_version =
-        found == 0 && number(connection, "SELECT 1 FROM sqlite_schema WHERE name = 'finished'").has_value();
-    return found && run(connection, "BEGIN IMMEDIATE") &&
-           (first_version ? bring_up_to_date(connection) : run(connection, tables)) &&
-           run(connection, fmt::format("PRAGMA user_version = {}", version).c_str()) && run(connection, "COMMIT");
-}
-
-// SQLite opens a file with damaged pages as though it were whole.
-std::string damage(sqlite3* connection) {
-    const base::sqlite::statement_t statement = base::sqlite::prepare(connection, "PRAGMA quick_check(1)");
-    execution_t check(statement);
-    if (check.step() != SQLITE_ROW) {
-        return base::sqlite::failure_of(connection);
-    }
-    const std::string verdict = check.text(0);
-    return verdict == "ok" ? std::string() : verdict + "; put back a copy of it, or move it away";
+           run_all(connection, "DROP TABLE old_datagrams; DROP TABLE finished");
 }
 
 // The sender as the driver sees him, and a person reads him.
@@ -156,24 +121,11 @@ std::filesystem::path path(const std::filesystem::path& home) {
     return home / "journal.sqlite";
 }
 
-std::string prepare(sqlite3* connection) {
-    constexpr int busy_timeout_ms = 5000;  // somebody looks into the file with a tool of his own
-    sqlite3_busy_timeout(connection, busy_timeout_ms);
-    if (!run(connection, settings)) {
-        return base::sqlite::failure_of(connection);
-    }
-    if (std::string damaged = damage(connection); !damaged.empty()) {
-        return damaged;
-    }
-    if (number(connection, "PRAGMA user_version").value_or(0) > version) {
-        return "it is of a newer version of this program";
-    }
-    if (!make_tables(connection)) {
-        std::string error = base::sqlite::failure_of(connection);
-        run(connection, "ROLLBACK");
-        return error;
-    }
-    return {};
+bool make_tables(sqlite3* connection, int64_t found_version) {
+    const bool first_version =
+        found_version == 0 &&
+        base::sqlite::number(connection, "SELECT 1 FROM sqlite_schema WHERE name = 'finished'").has_value();
+    return first_version ? bring_up_to_date(connection) : run_all(connection, tables);
 }
 
 bool read(sqlite3* connection, groups_t& groups) {

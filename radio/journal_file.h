@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "base/sqlite.h"
+#include "base/sqlite_file.h"
 #include "radio/assembly.h"
 #include "radio/ril_message.h"
 
@@ -26,9 +26,9 @@ namespace journal_file {
 /// Where the journal of a phone lies.
 std::filesystem::path path(const std::filesystem::path& home);
 
-/// Makes the tables of a new file, brings an older file up to date, and looks for damage. Returns an empty text, or
-/// what is wrong.
-[[nodiscard]] std::string prepare(sqlite3* connection);
+constexpr int64_t version = 2;
+/// See base::sqlite::file_t.
+bool make_tables(sqlite3* connection, int64_t found_version);
 
 /// A row of a datagram.
 struct row_t {

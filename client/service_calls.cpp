@@ -1,0 +1,80 @@
+// The requests that the service answers itself.
+#include "client/client.h"
+#include "device/service_requests.h"
+
+namespace client {
+
+using base::reader_t;
+using base::writer_t;
+
+answer_t<std::string> client_t::call_text(uint32_t code, const writer_t& input) {
+    const auto output = call(code, input);
+    if (!output) {
+        return output.failure();
+    }
+    return std::string(output->begin(), output->end());
+}
+
+answer_t<std::string> client_t::service_status() {
+    return call_text(device::service_status, {});
+}
+
+answer_t<std::string> client_t::outbox_add(const handed_in_card_t& card) {
+    return call_text(device::outbox_add, writer_t()
+                                             .string(card.card.octets)
+                                             .flag(card.card.is_utf8)
+                                             .flag(card.card.long_reference)
+                                             .string(card.number)
+                                             .string(card.file)
+                                             .u64(card.expires)
+                                             .string(card.token));
+}
+
+answer_t<std::string> client_t::outbox_list(uint64_t after, bool all) {
+    return call_text(device::outbox_list, writer_t().u64(after).flag(all));
+}
+
+answer_t<std::string> client_t::outbox_watch(uint64_t id, uint64_t version, uint32_t milliseconds) {
+    return call_text(device::outbox_watch, writer_t().u64(id).u64(version).u32(milliseconds));
+}
+
+answer_t<std::string> client_t::outbox_cancel(uint64_t id) {
+    return call_text(device::outbox_cancel, writer_t().u64(id));
+}
+
+answer_t<std::string> client_t::outbox_retry(uint64_t id, uint64_t expires) {
+    return call_text(device::outbox_retry, writer_t().u64(id).u64(expires));
+}
+
+answer_t<std::string> client_t::events(uint64_t after, uint64_t since, uint32_t milliseconds) {
+    return call_text(device::event_list, writer_t().u64(after).u64(since).u32(milliseconds));
+}
+
+answer_t<std::string> client_t::inbox_list(uint64_t after) {
+    return call_text(device::inbox_list, writer_t().u64(after));
+}
+
+// A card may be larger than an answer.
+answer_t<std::string> client_t::inbox_octets(uint64_t number) {
+    std::string octets;
+    for (;;) {
+        const auto output =
+            call(device::inbox_octets, writer_t().u64(number).u32(static_cast<uint32_t>(octets.size())));
+        if (!output) {
+            return output.failure();
+        }
+        reader_t reader(*output);
+        const auto size = reader.u32();
+        const octets_view_t more = reader.rest();
+        octets.append(more.begin(), more.end());
+        if (!size || octets.size() >= *size || more.empty()) {
+            return octets;
+        }
+    }
+}
+
+answer_t<done_t> client_t::inbox_remove(uint64_t number) {
+    return command(device::inbox_remove, writer_t().u64(number));
+}
+
+}  // namespace client
