@@ -172,7 +172,6 @@ int serve(const serve_options_t& options) {
     }
     dropped_cards_t dropped;
     radio::modem_options_t modem_options = options.modem;
-    modem_options.on_drop = [&](const std::string& sender) { dropped.tell(sender); };
     const attached_modem_t modem;
     const std::string error = attach(modem_options, signals);
     if (signals.wait(0)) {
