@@ -463,20 +463,23 @@ bool outbox_t::is_held_back(const std::string& number) {
     return number_of(query).has_value();
 }
 
-void outbox_t::tidy() {
-    const int64_t now = now_in_seconds();
+void outbox_t::forget() {
+    const std::lock_guard lock(mutex_);
+    const int64_t oldest = now_in_seconds() - limit_of(limit_t::journal_age) * day;
+    static_cast<void>(transaction(
+        [&] {
+            return file_.run("DELETE FROM messages WHERE state IN (3, 4) AND changed < ?1", oldest) &&
+                   log_.forget_before(oldest);
+        },
+        false));
+}
+
+void outbox_t::expire() {
     std::vector<int64_t> expired;
     {
         const std::lock_guard lock(mutex_);
-        const int64_t oldest = now - limit_of(limit_t::journal_age) * day;
-        static_cast<void>(transaction(
-            [&] {
-                return file_.run("DELETE FROM messages WHERE state IN (3, 4) AND changed < ?1", oldest) &&
-                       log_.forget_before(oldest);
-            },
-            false));
         execution_t query(file_.statement("SELECT id FROM messages WHERE state = 0 AND expires > 0 AND expires <= ?1"));
-        query.bind(1, now);
+        query.bind(1, now_in_seconds());
         while (query.step() == SQLITE_ROW) {
             expired.push_back(query.number(0));
         }
@@ -489,14 +492,16 @@ void outbox_t::tidy() {
 std::optional<int64_t> outbox_t::next_due() {
     const std::lock_guard lock(mutex_);
     execution_t query(
-        file_.statement("SELECT min(at) FROM (SELECT min(until) AS at FROM numbers UNION ALL "
-                        "SELECT min(expires) FROM messages WHERE state = 0 AND expires > 0)"));
+        file_.statement("SELECT min(at) FROM (SELECT min(until) AS at FROM numbers WHERE until > ?1 UNION ALL "
+                        "SELECT min(expires) FROM messages WHERE state = 0 AND expires > ?1)"));
+    query.bind(1, now_in_seconds());
     return query.step() == SQLITE_ROW && query.column_type(0) == SQLITE_INTEGER ? std::optional(query.number(0))
-                                                                                : std::nullopt;
+                                                                               : std::nullopt;
 }
 
 outbox_t::view_t outbox_t::view_of(outbox_message_t message) {
-    view_t view{.version = 1};
+    view_t view;
+    view.version = 1;  // as long as nothing changes
     if (const auto live = live_.find(message.id); live != live_.end()) {
         view.version = live->second.version;
         view.driver_message = live->second.driver_message;

@@ -91,9 +91,11 @@ class outbox_t {
     [[nodiscard]] bool refuse(int64_t id, int64_t refusals, const reason_t& reason);
     /// It waits again as though it had never been taken.
     [[nodiscard]] bool give_back(int64_t id);
-    /// Sets aside what waits and is too old, and forgets what has long been over.
-    void tidy();
-    /// When `take_next` or `tidy` may find something that they do not find now.
+    /// Sets aside what waits and is too old.
+    void expire();
+    /// Forgets what has long been over.
+    void forget();
+    /// When, later than now, `take_next` or `expire` may find something that they do not find now.
     std::optional<int64_t> next_due();
 
   private:

@@ -18,7 +18,8 @@ ordered_json reason_json(const reason_t& reason) {
     if (reason.text.empty()) {
         return nullptr;
     }
-    return {{"text", reason.text}, {"advice", reason.advice.empty() ? ordered_json(nullptr) : reason.advice}};
+    return {{"text", reason.text},
+            {"advice", reason.advice.empty() ? ordered_json(nullptr) : ordered_json(reason.advice)}};
 }
 
 /// The names on the card, else its file.

@@ -1,0 +1,56 @@
+/// Gives the cards of the outbox to the driver, few datagrams ahead of what the modem takes, and tells the outbox what
+/// becomes of them. It has a thread; the other calls may come from any.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "service/in_flight.h"
+#include "service/loaded_driver.h"
+#include "service/outbox.h"
+
+class feeder_t {
+  public:
+    /// All outlive the object. Begins at once.
+    feeder_t(outbox_t& outbox, in_flight_t& in_flight, const loaded_driver_t& driver);
+    /// Ends the thread. What is with the driver stays there, and in the outbox.
+    ~feeder_t();
+    feeder_t(const feeder_t&) = delete;
+    feeder_t& operator=(const feeder_t&) = delete;
+
+    /// There may be something to do.
+    void wake();
+    /// The outbox was told to cancel a message that was being sent.
+    void cancel(int64_t id);
+
+  private:
+    void run();
+    void look();
+    bool look_at(const in_flight_t::state_t& message, bool asks);
+    [[nodiscard]] bool settle(const in_flight_t::state_t& message, bool sent);
+    enum class fate_t : uint8_t { with_driver, sent, gone };
+    [[nodiscard]] fate_t fate_of(const in_flight_t::state_t& message) const;
+    void take_cancels();
+    void feed();
+    bool hand_in(const outbox_message_t& message);
+    void wait();
+
+    outbox_t& outbox_;
+    in_flight_t& in_flight_;
+    const loaded_driver_t& driver_;
+    std::set<uint32_t> closed_;  // messages of the driver that are given up, and closed
+    bool looks_again_ = false;   // something has to be asked for
+    uint64_t next_feeding_ = 0;  // tick64, after a failure
+    uint64_t next_tidying_ = 0;  // tick64
+
+    std::mutex mutex_;  // guards all below
+    std::condition_variable changed_;
+    std::vector<int64_t> cancelled_;
+    bool woken_ = false;
+    bool stopping_ = false;
+    std::thread thread_;
+};
