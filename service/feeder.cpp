@@ -25,16 +25,28 @@ int64_t seconds_until(int64_t time) {
 
 }  // namespace
 
-feeder_t::feeder_t(outbox_t& outbox, in_flight_t& in_flight, const loaded_driver_t& driver)
-    : outbox_(outbox), in_flight_(in_flight), driver_(driver), thread_([this] { run(); }) {}
+void feeder_t::start(const loaded_driver_t& driver) {
+    driver_ = &driver;
+    thread_ = std::thread([this] { run(); });
+}
 
-feeder_t::~feeder_t() {
+void feeder_t::stop() {
     {
         const std::lock_guard lock(mutex_);
         stopping_ = true;
         changed_.notify_all();
     }
-    thread_.join();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void feeder_t::finish() {
+    for (const in_flight_t::state_t& message : in_flight_.look()) {
+        if (message.complete) {
+            static_cast<void>(outbox_.finish_sent(message.id));
+        }
+    }
 }
 
 void feeder_t::wake() {
@@ -109,16 +121,16 @@ bool feeder_t::look_at(const in_flight_t::state_t& message, bool asks) {
         return false;
     }
     if (message.ending && message.driver_message && closed_.insert(*message.driver_message).second) {
-        driver_.close(*message.driver_message);
+        driver_->close(*message.driver_message);
     }
-    const fate_t fate = message.complete             ? fate_t::sent
-                        : message.ending || asks     ? fate_of(message)
-                                                     : fate_t::with_driver;
+    const fate_t fate = message.complete         ? fate_t::sent
+                        : message.ending || asks ? fate_of(message)
+                                                 : fate_t::with_driver;
     if (fate == fate_t::with_driver || !settle(message, fate == fate_t::sent)) {
         return false;
     }
     if (message.driver_message && closed_.erase(*message.driver_message) == 0) {
-        driver_.close(*message.driver_message);
+        driver_->close(*message.driver_message);
     }
     in_flight_.end(message.id);
     return true;
@@ -129,13 +141,12 @@ feeder_t::fate_t feeder_t::fate_of(const in_flight_t::state_t& message) const {
     if (!message.driver_message) {
         return fate_t::with_driver;
     }
-    const auto datagrams = driver_.datagrams(*message.driver_message);
+    const auto datagrams = driver_->datagrams(*message.driver_message);
     if (!datagrams) {
         return fate_t::gone;
     }
-    const bool has_some = std::ranges::any_of(*datagrams, [](uint32_t status) {
-        return status == ZPD_STATUS_QUEUED || status == ZPD_STATUS_SUBMITTED;
-    });
+    const bool has_some = std::ranges::any_of(
+        *datagrams, [](uint32_t status) { return status == ZPD_STATUS_QUEUED || status == ZPD_STATUS_SUBMITTED; });
     const bool all_sent = std::ranges::all_of(*datagrams, [](uint32_t status) { return status == ZPD_STATUS_SENT; });
     return has_some || message.ending ? fate_t::with_driver : all_sent ? fate_t::sent : fate_t::gone;
 }
@@ -174,7 +185,7 @@ void feeder_t::feed() {
 bool feeder_t::hand_in(const outbox_message_t& message) {
     in_flight_.begin(message);
     const loaded_driver_t::answer_t answer =
-        driver_.send({message.octets, message.is_utf8, message.long_reference}, message.number);
+        driver_->send({message.octets, message.is_utf8, message.long_reference}, message.number);
     if (answer.error != ERROR_SUCCESS) {
         in_flight_.end(message.id);
         return false;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -15,17 +16,25 @@
 
 class feeder_t {
   public:
-    /// All outlive the object. Begins at once.
-    feeder_t(outbox_t& outbox, in_flight_t& in_flight, const loaded_driver_t& driver);
-    /// Ends the thread. What is with the driver stays there, and in the outbox.
-    ~feeder_t();
+    /// The outbox outlives the object.
+    explicit feeder_t(outbox_t& outbox) : outbox_(outbox) {}
+    ~feeder_t() { stop(); }
     feeder_t(const feeder_t&) = delete;
     feeder_t& operator=(const feeder_t&) = delete;
+
+    /// Begins. The driver outlives `stop`.
+    void start(const loaded_driver_t& driver);
+    /// Gives the driver nothing more. What it has stays with it, and in the outbox. Idempotent.
+    void stop();
+    /// Of what went out after that, when the radio tells nothing more.
+    void finish();
 
     /// There may be something to do.
     void wake();
     /// The outbox was told to cancel a message that was being sent.
     void cancel(int64_t id);
+
+    in_flight_t& in_flight() { return in_flight_; }
 
   private:
     void run();
@@ -40,8 +49,7 @@ class feeder_t {
     void wait();
 
     outbox_t& outbox_;
-    in_flight_t& in_flight_;
-    const loaded_driver_t& driver_;
+    const loaded_driver_t* driver_ = nullptr;
     std::set<uint32_t> closed_;  // messages of the driver that are given up, and closed
     bool looks_again_ = false;   // something has to be asked for
     uint64_t next_feeding_ = 0;  // tick64, after a failure
@@ -53,4 +61,6 @@ class feeder_t {
     bool woken_ = false;
     bool stopping_ = false;
     std::thread thread_;
+
+    in_flight_t in_flight_{[this] { wake(); }};
 };

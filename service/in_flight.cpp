@@ -139,8 +139,8 @@ bool in_flight_t::is_of(const entry_t& entry, const outgoing_t& datagram) {
 
 // Of equal ones of one datagram the first: the driver takes them in order.
 in_flight_t::entry_t* in_flight_t::find(const outgoing_t& datagram) {
-    const auto entry = std::ranges::find_if(
-        entries_, [&](const entry_t& one) { return !one.state.complete && is_of(one, datagram); });
+    const auto entry =
+        std::ranges::find_if(entries_, [&](const entry_t& one) { return !one.state.complete && is_of(one, datagram); });
     return entry == entries_.end() ? nullptr : &*entry;
 }
 

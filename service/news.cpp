@@ -20,6 +20,12 @@ std::string names_on(std::string_view octets) {
     return names.empty() ? "a card without a name" : names;
 }
 
+event_t stored_event(const inbox_t& inbox, const inbox_t::numbered_card_t& one) {
+    const stored_card_t& card = one.card;
+    const std::string text = fmt::format("stored card {} from {}: {}", *one.number, card.sender, names_on(card.octets));
+    return {"stored", text, {{"card", card_json(one.number, inbox.folder().file(card.name), card)}}};
+}
+
 bool has_network(const modem_state_t& state) {
     return state.present && state.system_type != RIL_SYSTEMTYPE_NONE;
 }
@@ -62,9 +68,31 @@ bool news_t::is_given_up(const radio::outgoing_t& datagram) {
     return in_flight_.is_given_up(datagram);
 }
 
-void news_t::stored(const std::string& /*sender*/, const std::filesystem::path& file) {
-    for (const inbox_t::card_t& card : inbox_.take_new()) {
-        outbox_.note(card_event(card));
+void news_t::begin(const loaded_driver_t& driver) {
+    driver_ = &driver;
+    tell_cards();
+    const std::lock_guard lock(mutex_);
+    begun_ = true;
+}
+
+void news_t::stored(const std::string& /*sender*/, const std::filesystem::path& /*file*/) {
+    tell_cards();
+}
+
+// Also of those that nobody could tell of: a kill, or a full disk, came between. Of those that lay there before there
+// were events nothing is.
+void news_t::tell_cards() {
+    const std::lock_guard lock(cards_);
+    const std::optional<uint64_t> last = outbox_.last_card();
+    inbox_.list(last.value_or(0), [&](const inbox_t::numbered_card_t& one) {
+        if (one.number) {
+            const auto event = [&] { return stored_event(inbox_, one); };
+            outbox_.note_card(*one.number, last ? std::optional(event()) : std::nullopt);
+        }
+        return true;
+    });
+    if (!last) {
+        outbox_.note_card(outbox_.last_card().value_or(0), std::nullopt);
     }
     if (on_stored_) {
         on_stored_();

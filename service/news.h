@@ -21,11 +21,10 @@ class news_t : public radio::observer_t {
     news_t(outbox_t& outbox, in_flight_t& in_flight, inbox_t& inbox)
         : outbox_(outbox), in_flight_(in_flight), inbox_(inbox) {}
 
-    /// The driver of which the reasons for dropped cards are asked from now on; null for none. It outlives this, or the
-    /// next call.
-    void ask(const loaded_driver_t* driver) { driver_ = driver; }
-    /// From now on changes of the modem are told.
-    void begin() { begun_ = true; }
+    /// From now on changes of the modem are told, and the reasons for dropped cards asked of this driver, until `end`.
+    /// Tells of the cards that were stored when nobody could.
+    void begin(const loaded_driver_t& driver);
+    void end() { driver_ = nullptr; }
     /// Who is told, after the event, that a card was stored. Before the modem is attached.
     void on_stored(std::function<void()> told) { on_stored_ = std::move(told); }
 
@@ -36,6 +35,7 @@ class news_t : public radio::observer_t {
     void modem_changed(const radio::modem_state_t& state) override;
 
   private:
+    void tell_cards();
     std::string why_dropped() const;
 
     outbox_t& outbox_;
@@ -43,7 +43,8 @@ class news_t : public radio::observer_t {
     inbox_t& inbox_;
     std::function<void()> on_stored_;
     std::atomic<const loaded_driver_t*> driver_ = nullptr;
-    std::atomic<bool> begun_ = false;
-    std::mutex mutex_;                         // guards the rest
+    bool begun_ = false;                        // guarded, like all below
+    std::mutex cards_;                          // one after the other
+    std::mutex mutex_;                          // guards what follows, and begun_
     std::optional<radio::modem_state_t> last_;  // of the modem
 };

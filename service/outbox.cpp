@@ -251,13 +251,30 @@ void outbox_t::end_waits() {
 }
 
 void outbox_t::note(const event_t& event) {
+    note(event, [] { return true; });
+}
+
+void outbox_t::note_card(uint64_t number, const std::optional<event_t>& event) {
+    note(event,
+         [&] { return file_.run("INSERT OR REPLACE INTO marks VALUES ('card', ?1)", static_cast<int64_t>(number)); });
+}
+
+void outbox_t::note(const std::optional<event_t>& event, const std::function<bool()>& also) {
     {
         const std::lock_guard lock(mutex_);
-        lines_.push_back(event.text);
-        static_cast<void>(file_.soon([&] { return log_.append(event, now_in_seconds()); }));
+        if (event) {
+            lines_.push_back(event->text);
+        }
+        static_cast<void>(file_.soon([&] { return (!event || log_.append(*event, now_in_seconds())) && also(); }));
         changed_.notify_all();
     }
     publish();
+}
+
+std::optional<uint64_t> outbox_t::last_card() {
+    const std::lock_guard lock(mutex_);
+    const auto number = base::sqlite::number(file_.connection(), "SELECT value FROM marks WHERE name = 'card'");
+    return number ? std::optional(static_cast<uint64_t>(*number)) : std::nullopt;
 }
 
 std::optional<outbox_message_t> outbox_t::take_next() {
@@ -496,7 +513,7 @@ std::optional<int64_t> outbox_t::next_due() {
                         "SELECT min(expires) FROM messages WHERE state = 0 AND expires > ?1)"));
     query.bind(1, now_in_seconds());
     return query.step() == SQLITE_ROW && query.column_type(0) == SQLITE_INTEGER ? std::optional(query.number(0))
-                                                                               : std::nullopt;
+                                                                                : std::nullopt;
 }
 
 outbox_t::view_t outbox_t::view_of(outbox_message_t message) {

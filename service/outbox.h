@@ -74,6 +74,10 @@ class outbox_t {
 
     /// Something else that happened: it is kept, and told.
     void note(const event_t& event);
+    /// The same, of the card that was received under this number. With no event only the number is kept.
+    void note_card(uint64_t number, const std::optional<event_t>& event);
+    /// The number of the last one that was told of; none before the first.
+    std::optional<uint64_t> last_card();
 
     // For the feeder, on its thread.
     /// The next one that may go, with its octets, which is being sent from now on.
@@ -110,6 +114,7 @@ class outbox_t {
     view_t view_of(outbox_message_t message);
     std::optional<view_t> find(int64_t id, problem_t* problem);
     bool finish(int64_t id, const char* kind, const change_t& change, bool hold);
+    void note(const std::optional<event_t>& event, const std::function<bool()>& also);
     bool tell(const outbox_message_t& message, const char* kind, int64_t now);
     bool hold_back(const std::string& number, int64_t now);
     bool release(const std::string& number);
