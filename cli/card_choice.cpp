@@ -35,6 +35,7 @@ bool means(const std::string& name, const ordered_json& card) {
 
 std::string several(const std::string& name, const std::vector<ordered_json>& cards) {
     std::vector<std::string> shown;
+    shown.reserve(cards.size());
     for (const ordered_json& card : cards) {
         shown.push_back(fmt::format("{} from {}", short_name(card), card.at("sender").get<std::string>()));
     }
