@@ -18,6 +18,9 @@ constexpr int64_t version = 1;
 constexpr const char* table =
     "CREATE TABLE IF NOT EXISTS cards (number INTEGER PRIMARY KEY AUTOINCREMENT, file TEXT NOT NULL UNIQUE)";
 
+// A number changes two pages: a log of 100 KB serves as well as the usual one, where there is little room.
+constexpr const char* short_log = "PRAGMA wal_autocheckpoint = 25";
+
 constexpr int64_t rows_at_once = 256;
 
 // Two changes of a folder within one tick of the file system's clock, 2 s at most, have the same time.
@@ -165,8 +168,9 @@ bool inbox_t::open() {
         problem_ = problem;
         return false;
     }
-    problem_ = numbers_.open(file_, version,
-                             [](sqlite3* connection, int64_t) { return base::sqlite::run_all(connection, table); });
+    problem_ = numbers_.open(file_, version, [](sqlite3* connection, int64_t) {
+        return base::sqlite::run_all(connection, table) && base::sqlite::run_all(connection, short_log);
+    });
     return problem_.empty();
 }
 
