@@ -32,6 +32,13 @@ std::vector<std::string> without(const std::vector<std::string>& all, const std:
     return left;
 }
 
+/// SQLite opens no file below a link; a home may be one.
+std::filesystem::path without_links(const std::filesystem::path& home) {
+    std::error_code failed;
+    std::filesystem::path path = std::filesystem::weakly_canonical(home, failed);
+    return failed ? home : path;
+}
+
 bool in_order(const inbox_t::numbered_card_t& one, const inbox_t::numbered_card_t& other) {
     return std::tie(one.card.time, one.card.name) < std::tie(other.card.time, other.card.name);
 }
@@ -40,7 +47,7 @@ bool in_order(const inbox_t::numbered_card_t& one, const inbox_t::numbered_card_
 
 inbox_t::inbox_t(const std::filesystem::path& home)
     : folder_(home),
-      file_(numbers_file(home)),
+      file_(numbers_file(without_links(home))),
       numbers_({"the file of the cards' numbers", "cards have no numbers"},
                [this](const std::string& text) { problem_ = text; }) {}
 

@@ -66,6 +66,8 @@ TEST_F(inbox, a_number_stays_and_is_never_given_again) {
     EXPECT_EQ(run({"show", "4"}).status, 1);
     EXPECT_EQ(add("d", 1, named("D")), d);
     EXPECT_EQ(numbers(), (numbers_t{{1, a}, {2, b}, {5, d}}));
+    fs::create_directory_symlink(home, folder / "link");
+    EXPECT_THAT(zpd({"inbox", "--home", folder / "link"}).output, testing::ContainsRegex("   5  D .*\n$"));
     struct stat status {};
     ASSERT_EQ(stat((home + "/inbox.sqlite").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
