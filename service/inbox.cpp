@@ -132,7 +132,8 @@ std::optional<uint64_t> inbox_t::number_of(const std::string& file) {
     if (const auto number = row_of(file)) {
         return number;
     }
-    if (!folder_.has(file) || !open() || !insert(file)) {
+    // Without a wait for the disk: a loss of power takes the number back, and it is given again.
+    if (!folder_.has(file) || !open() || !numbers_.soon([&] { return insert(file); })) {
         return std::nullopt;
     }
     return row_of(file);
