@@ -25,7 +25,7 @@ CLI::Validator not_empty(const std::string& what) {
 }
 
 void add_device_option(CLI::App* command, context_t& context) {
-    command->add_option("--device", context.device, "the device: a name, or its socket's path")
+    command->add_option("--device", context.device, "the device: a name, or its socket's path, with a / or . in it")
         ->type_name("NAME|PATH")
         ->check(not_empty("the device's name"))
         ->capture_default_str();
