@@ -30,7 +30,7 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     for (const arguments_t& change : std::vector<arguments_t>{{"settings", "capacity", "3"},
                                                               {"settings", "inbox-size", "70000"},
-                                                              {"settings", "log", "1", "0", "5"},
+                                                              {"settings", "log", "on", "notice"},
                                                               {"activation", "on"},
                                                               {"apps", "add", "contacts"}}) {
         const outcome_t outcome = phone.zpd(change);
@@ -43,9 +43,9 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     auto device = client::client_t::connect(phone.device());
     ASSERT_TRUE(device) << device.failure().text;
-    EXPECT_EQ(*device->capacity(), 3);
-    EXPECT_EQ(*device->incoming_dir_size(), 70000U);
-    EXPECT_EQ(device->log_options()->file_level, 5);
+    EXPECT_EQ(phone.zpd({"settings", "log", "on", "--json"}).output,
+              R"({"log":{"enabled":true,"output":7,"file":5},"capacity":3,"inbox_size":70000})"
+              "\n");
     EXPECT_TRUE(*device->activation());
     EXPECT_EQ(*device->applications(), std::vector<std::string>{"contacts"});
 
