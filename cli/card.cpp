@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "base/file.h"
 #include "base/safe_text.h"
 #include "base/text.h"
-#include "cli/file.h"
 #include "com/zpd/zpd_ioctl.h"
 
 namespace {
@@ -30,7 +30,7 @@ std::string size_and_limit(size_t size, const card_options_t& options) {
 
 std::string read_card(card_t* card, const card_options_t& options) {
     const std::string shown = base::escaped(card->path);
-    if (const int error = read_file(card->path, ZPD_CARD_MAX_SHORT_REFERENCE, &card->octets); error != 0) {
+    if (const int error = base::read_file(card->path, ZPD_CARD_MAX_SHORT_REFERENCE, &card->octets); error != 0) {
         return fmt::format("cannot read the card {}: {}", shown, base::errno_text(error));
     }
     if (card->octets.empty()) {

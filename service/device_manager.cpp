@@ -22,6 +22,7 @@
 #include "radio/sim_pin.h"
 #include "service/device_server.h"
 #include "service/dropped_cards.h"
+#include "service/inbox.h"
 #include "service/instance_lock.h"
 #include "service/listener.h"
 #include "service/loaded_driver.h"
@@ -120,7 +121,9 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
     }
     const asked_driver_t asked(dropped, driver);
     warn_when_inactive(driver);
-    device_server_t server(listener, driver.device(), [&] { return status_of(options, driver); });
+    inbox_t inbox(options.home);
+    device_server_t server(
+        listener, driver.device(), [&] { return status_of(options, driver); }, inbox);
     const std::string ready =
         fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native());
     std::fputs((base::escaped(ready) + '\n').c_str(), stdout);

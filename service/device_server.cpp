@@ -14,6 +14,7 @@
 #include "com/zpd/main.h"
 #include "device/device_socket.h"
 #include "device/service_requests.h"
+#include "service/inbox_requests.h"
 
 namespace {
 
@@ -68,8 +69,13 @@ std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
 
 }  // namespace
 
-device_server_t::device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status)
-    : listener_(listener), device_(device), status_(std::move(status)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+device_server_t::device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status,
+                                 inbox_t& inbox)
+    : listener_(listener),
+      device_(device),
+      status_(std::move(status)),
+      inbox_(inbox),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void device_server_t::serve(int end) {
     std::array<pollfd, 3> ready{pollfd{end, POLLIN, 0}, {wake_.get(), POLLIN, 0}, {listener_.descriptor(), POLLIN, 0}};
@@ -137,6 +143,10 @@ void device_server_t::run(connection_t& connection) {
 }
 
 reply_t device_server_t::answer(DWORD open, const device::request_t& request) const {
+    if (request.code == device::inbox_list || request.code == device::inbox_octets ||
+        request.code == device::inbox_remove) {
+        return answer_inbox_request(inbox_, request.code, request.input, request.output_capacity);
+    }
     if (request.code != device::service_status) {
         return control(open, request);
     }

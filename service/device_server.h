@@ -14,6 +14,7 @@
 
 #include "base/descriptor.h"
 #include "device/packet.h"
+#include "service/inbox.h"
 #include "service/listener.h"
 
 class device_server_t {
@@ -21,8 +22,9 @@ class device_server_t {
     /// Clients at once; a further one gets one reply with device::error_busy and is closed.
     static constexpr size_t max_connections = 64;
 
-    /// `device` is the handle that ZPD_Init returned. `status` answers device::service_status, on any thread.
-    device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status);
+    /// `device` is the handle that ZPD_Init returned. `status` answers device::service_status, on any thread. The inbox
+    /// outlives this.
+    device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status, inbox_t& inbox);
 
     /// Serves until `end` is readable; then closes every connection and waits for its thread. A request that the driver
     /// works on is finished first.
@@ -44,6 +46,7 @@ class device_server_t {
     const listener_t& listener_;
     const uint32_t device_;
     const std::function<std::string()> status_;
+    inbox_t& inbox_;
     base::descriptor_t wake_;  // an eventfd: some connection is over
     std::list<connection_t> connections_;
 };

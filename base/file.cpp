@@ -1,9 +1,11 @@
-#include "cli/file.h"
+#include "base/file.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+
+namespace base {
 
 namespace {
 
@@ -29,3 +31,5 @@ int read_file(const std::filesystem::path& file, size_t limit, std::string* octe
     }
     return std::ferror(stream.get()) != 0 ? errno : 0;
 }
+
+}  // namespace base
