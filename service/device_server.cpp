@@ -14,7 +14,6 @@
 #include "com/zpd/main.h"
 #include "device/device_socket.h"
 #include "device/service_requests.h"
-#include "service/inbox_requests.h"
 
 namespace {
 
@@ -69,12 +68,10 @@ std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
 
 }  // namespace
 
-device_server_t::device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status,
-                                 inbox_t& inbox)
+device_server_t::device_server_t(const listener_t& listener, uint32_t device, service_t service)
     : listener_(listener),
       device_(device),
-      status_(std::move(status)),
-      inbox_(inbox),
+      service_(std::move(service)),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void device_server_t::serve(int end) {
@@ -91,6 +88,9 @@ void device_server_t::serve(int end) {
             accept_one();
         }
     }
+}
+
+void device_server_t::close() {
     for (connection_t& connection : connections_) {
         shutdown(connection.socket.get(), SHUT_RDWR);
         connection.thread.join();
@@ -143,18 +143,14 @@ void device_server_t::run(connection_t& connection) {
 }
 
 reply_t device_server_t::answer(DWORD open, const device::request_t& request) const {
-    if (request.code == device::inbox_list || request.code == device::inbox_octets ||
-        request.code == device::inbox_remove) {
-        return answer_inbox_request(inbox_, request.code, request.input, request.output_capacity);
-    }
-    if (request.code != device::service_status) {
+    if ((request.code & device::service_request_mask) != device::service_request_type) {
         return control(open, request);
     }
-    const std::string status = status_();
-    if (!request.input.empty() || status.size() > request.output_capacity) {
-        return refusal(request.input.empty() ? ERROR_INSUFFICIENT_BUFFER : ERROR_INVALID_DATA);
+    std::optional<reply_t> reply = service_(request);
+    if (!reply) {
+        return refusal(ERROR_INVALID_FUNCTION);
     }
-    return {.result = true, .last_error = ERROR_SUCCESS, .output = {status.begin(), status.end()}};
+    return reply->output.size() <= request.output_capacity ? *std::move(reply) : refusal(ERROR_INSUFFICIENT_BUFFER);
 }
 
 void device_server_t::reap() {
