@@ -111,4 +111,30 @@ TEST_F(card_program, ends_with_all_that_it_started_at_its_limit_or_with_the_serv
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
 }
 
+// Of examples/on-card, with a notify-send of our own.
+TEST_F(card_program, examples_take_what_a_stranger_wrote_for_a_text) {
+    const std::filesystem::path examples = ZPD_SOURCE "/examples/on-card";
+    const std::string path = getenv("PATH");  // NOLINT(concurrency-mt-unsafe): no other thread
+    run("printf '<%s>' \"$@\" >told");
+    std::filesystem::rename(home_ / "program", home_ / "notify-send");
+    setenv("PATH", (home_.native() + ":" + path).c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    card_.name = "--help <b>&amp;";
+    EXPECT_EQ(card_program_t(examples / "notify", home_, {}).run(card_, end_.get()), "");
+    EXPECT_THAT(written("told"), HasSubstr("<--><Contact card from +12025550100><--help &lt;b&gt;&amp;amp;>"));
+
+    setenv("PATH", path.c_str(), 1);                          // NOLINT(concurrency-mt-unsafe)
+    setenv("ADDRESS_BOOK", (home_ / "contacts").c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    card_.octets = "BEGIN:VCARD\r\nFN:../a\r\nEND:VCARD\r\nbegin:vcard\nFN:b\nend:vcard";
+    for (int times = 0; times < 2; ++times) {
+        EXPECT_EQ(card_program_t(examples / "address-book", home_, {}).run(card_, end_.get()), "");
+    }
+    EXPECT_EQ(written("contacts/card-3-1.vcf"), "BEGIN:VCARD\r\nFN:../a\r\nEND:VCARD\r\n");
+    EXPECT_EQ(written("contacts/card-3-2.vcf"), "begin:vcard\nFN:b\nend:vcard\n");
+    const std::filesystem::directory_iterator files(home_ / "contacts");
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2);
+    card_.octets = "hello";
+    EXPECT_EQ(card_program_t(examples / "address-book", home_, {}).run(card_, end_.get()), "it ended with status 1");
+    unsetenv("ADDRESS_BOOK");  // NOLINT(concurrency-mt-unsafe)
+}
+
 }  // namespace
