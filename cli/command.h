@@ -51,6 +51,7 @@ void add_message_commands(CLI::App& app, context_t& context);   // list, status,
 void add_inbox_commands(CLI::App& app, context_t& context);     // inbox …
 void add_service_commands(CLI::App& app, context_t& context);   // activation, apps, launch
 void add_settings_commands(CLI::App& app, context_t& context);  // settings, contacts-setting
+void add_events_command(CLI::App& app, context_t& context);
 void add_log_command(CLI::App& app, context_t& context);
 void add_ioctl_command(CLI::App& app, context_t& context);
 void add_version_command(CLI::App& app, context_t& context);

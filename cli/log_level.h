@@ -1,4 +1,5 @@
-/// The levels of the driver's log (com/qmlog/api2.h): 1 is the most urgent, 7 the least; each comes with those above it.
+/// The levels of the driver's log (com/qmlog/api2.h): 1 is the most urgent, 7 the least; each comes with those above
+/// it.
 #pragma once
 
 #include <optional>

@@ -69,6 +69,7 @@ void add_commands(CLI::App& app, context_t& context) {
     add_inbox_commands(app, context);
     add_service_commands(app, context);
     add_settings_commands(app, context);
+    add_events_command(app, context);
     add_log_command(app, context);
     add_ioctl_command(app, context);
     add_version_command(app, context);

@@ -217,7 +217,7 @@ int serve(const serve_options_t& options) {
     }
     std::optional<on_card_t> on_card;
     if (!options.on_card.empty()) {
-        on_card.emplace(post.inbox, options.on_card, options.home, [&](const std::string& text) {
+        on_card.emplace(post.inbox, options.on_card, platform::home(), [&](const std::string& text) {
             post.outbox.note({"service", text});
         });
         if (const std::string error = on_card->start(); !error.empty()) {

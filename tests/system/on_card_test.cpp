@@ -98,6 +98,7 @@ TEST_F(on_card, is_run_three_times_when_it_does_not_end_well) {
     EXPECT_TRUE(told("card 1 did not end 3 times; it is not run again"));
     receive("two");
     EXPECT_TRUE(has_run("1 : one\n1 : one\n1 : one\n2 : two\n")) << runs();
+    EXPECT_THAT(phone_.zpd({"events"}).output, HasSubstr("it ended with status 3"));
 }
 
 }  // namespace
