@@ -212,13 +212,15 @@ class demo_t {
 /// None when one cannot be sent, which it tells.
 std::optional<std::vector<card_t>> demo_cards(const std::vector<std::string>& paths) {
     if (paths.empty()) {
-        return std::vector{card_t{"built-in.vcf", std::string(built_in_card)}};
+        card_t card;
+        card.path = "built-in.vcf";
+        card.octets = built_in_card;
+        return std::vector{card};
     }
-    std::vector<card_t> cards;
-    for (const std::string& path : paths) {
-        card_t& card = cards.emplace_back(card_t{path, {}});
-        if (const std::string error = read_card(&card, {.binary = true}); !error.empty()) {
-            fail(error);
+    auto cards = read_cards(paths, {.binary = true}, "demo");
+    for (const card_t& card : cards) {
+        if (!card.problem.empty()) {
+            fail(card.problem);
             return std::nullopt;
         }
     }

@@ -8,6 +8,7 @@
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
+#include "cli/usage_error.h"
 
 namespace {
 
@@ -16,8 +17,10 @@ int fail_usage(const std::string& text) {
     return exit_usage;
 }
 
-int no_command(const std::string& name) {
-    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", base::escaped(name)));
+int no_command(const CLI::App& app, const std::string& name) {
+    const std::string hint = did_you_mean(app, name);
+    return fail_usage(
+        fmt::format("there is no command '{}'{} zpd --help", name, hint.empty() ? "; see" : hint + " See"));
 }
 
 void add_help_command(CLI::App& app, context_t& context) {
@@ -34,7 +37,7 @@ void add_help_command(CLI::App& app, context_t& context) {
             }
             const auto about = app.get_subcommands([&](const CLI::App* one) { return one->get_name() == *name; });
             if (about.empty()) {
-                return no_command(*name);
+                return no_command(app, *name);
             }
             std::fputs(about.front()->help(app.get_name()).c_str(), stdout);
             return exit_done;
@@ -43,6 +46,7 @@ void add_help_command(CLI::App& app, context_t& context) {
 }
 
 void add_commands(CLI::App& app, context_t& context) {
+    app.failure_message(usage_error);
     app.require_subcommand(0, 1);  // none, or what is none of ours, gets words of our own
     app.set_version_flag("--version", "zpd " ZPD_PROGRAM_VERSION, "Print the program's version and exit");
     app.footer(
@@ -59,7 +63,8 @@ void add_commands(CLI::App& app, context_t& context) {
     add_fault_command(app, context);
     add_serve_command(app, context);
     add_doctor_command(app, context);
-    add_send_commands(app, context);
+    add_send_command(app, context);
+    add_count_command(app, context);
     add_message_commands(app, context);
     add_inbox_commands(app, context);
     add_service_commands(app, context);
@@ -74,7 +79,7 @@ void add_commands(CLI::App& app, context_t& context) {
 int explain(const CLI::App& app, const CLI::ParseError& error) {
     const auto remaining = app.remaining();
     if (app.get_subcommands().empty() && !remaining.empty() && !remaining.front().starts_with('-')) {
-        return no_command(remaining.front());
+        return no_command(app, remaining.front());
     }
     std::ostringstream text;  // with the words of the command line in it
     const int status = app.exit(error, std::cout, text);
@@ -92,6 +97,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return explain(app, error);
     }
+    speak_as(command_line_of(app));
     return context.run ? context.run() : fail_usage("a command is missing; see zpd --help");
 }
 

@@ -24,7 +24,12 @@ void say(fmt::format_string<arguments_t...> format, arguments_t&&... arguments) 
 /// UTF-8 become U+FFFD.
 void say_json(const nlohmann::ordered_json& value);
 
-/// "zpd: " and the text on standard error, safe for a terminal. Returns exit_failed.
+/// Whose words remark() and fail() tell from now on: "zpd send". At first they are those of "zpd".
+void speak_as(std::string_view command);
+
+/// The command, ": " and the text on standard error, safe for a terminal.
+void remark(std::string_view text, std::string_view end = "\n");
+/// The same, of what stops the command: what went wrong on what, why, and what helps. Returns exit_failed.
 int fail(std::string_view text);
 
 /// The exit status of the program, whose command ended with `status`: exit_failed, and told so, when it was done but

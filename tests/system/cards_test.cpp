@@ -225,7 +225,7 @@ TEST_F(cards, a_card_may_come_through_a_fifo) {
     const std::string fifo = phones->folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::jthread writer([&] { write_file(fifo, card_of(134)); });
-    EXPECT_THAT(phones->sender.zpd({"count", fifo}).output, HasSubstr("134 octets, 2 datagrams"));
+    EXPECT_THAT(zpd({"count", fifo}).output, HasSubstr("134 octets, 2 datagrams"));
 }
 
 TEST_F(cards, what_cannot_be_sent_is_told_and_sends_nothing) {
