@@ -7,7 +7,7 @@
 
 #include "base/descriptor.h"
 #include "base/end_signals.h"
-#include "cli/inbox_folder.h"
+#include "service/inbox_folder.h"
 
 class arrivals_t {
   public:

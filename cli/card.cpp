@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <system_error>
 
+#include "base/file.h"
 #include "base/safe_text.h"
 #include "base/text.h"
 #include "cli/datagram_count.h"
-#include "cli/file.h"
 #include "cli/text_encoding.h"
 #include "cli/vcard_split.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -73,7 +73,7 @@ class card_reader_t {
     void read_file(const std::string& path) {
         card_t& file = add(path);
         const int error =
-            path == "-" ? read_standard_input(file_limit, &file.octets) : ::read_file(path, file_limit, &file.octets);
+            path == "-" ? base::read_standard_input(file_limit, &file.octets) : base::read_file(path, file_limit, &file.octets);
         if (error != 0) {
             file.problem = fmt::format("cannot read {}: {}", shown(path), base::errno_text(error));
         } else if (file.octets.empty()) {

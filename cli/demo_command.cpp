@@ -8,8 +8,9 @@
 #include "cli/delivery.h"
 #include "cli/output.h"
 #include "cli/phone_process.h"
-#include "cli/vcard.h"
 #include "network/network.h"
+#include "service/card_json.h"
+#include "service/vcard.h"
 
 namespace {
 
@@ -182,10 +183,15 @@ class demo_t {
         return {};
     }
 
+    static std::string name_on(std::string_view octets) {
+        const auto contacts = contacts_of(octets);
+        return contacts.empty() ? std::string() : contacts.front().name;
+    }
+
     static std::string as_line(const transfer_t& transfer) {
         const stored_card_t& card = *transfer.stored;
         return fmt::format("  {}  {:>6} octets  {}  {}  ({})", card.name, card.octets.size(),
-                           transfer.is_identical() ? "identical" : "DIFFERENT", base::escaped(card_name(card.octets)),
+                           transfer.is_identical() ? "identical" : "DIFFERENT", base::escaped(name_on(card.octets)),
                            transfer.card->label());
     }
 
@@ -196,7 +202,7 @@ class demo_t {
                 {"name", card.name},
                 {"path", arrivals_.inbox().file(card.name).native()},
                 {"size", card.octets.size()},
-                {"card_name", card_name(card.octets)},
+                {"contacts", contacts_json(card.octets)},
                 {"identical", transfer.is_identical()}};
     }
 

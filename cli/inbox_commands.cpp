@@ -4,10 +4,11 @@
 
 #include "base/safe_text.h"
 #include "cli/command.h"
-#include "cli/inbox_folder.h"
 #include "cli/output.h"
-#include "cli/vcard.h"
 #include "radio/incomplete_messages.h"
+#include "service/card_json.h"
+#include "service/inbox_folder.h"
+#include "service/vcard.h"
 
 namespace {
 
@@ -26,12 +27,12 @@ std::string local_time(uint64_t since_1970) {
 }
 
 ordered_json as_json(const inbox_folder_t& inbox, const stored_card_t& card) {
-    return {{"name", card.name},
-            {"time", card.time},
-            {"sender", card.sender},
-            {"size", card.octets.size()},
-            {"card_name", card_name(card.octets)},
-            {"path", inbox.file(card.name).native()}};
+    return card_json(std::nullopt, inbox.file(card.name), card);
+}
+
+std::string name_on(std::string_view octets) {
+    const auto contacts = contacts_of(octets);
+    return contacts.empty() ? std::string() : contacts.front().name;
 }
 
 int tell(const std::vector<std::string>& errors) {
@@ -61,7 +62,7 @@ int list(const context_t& context) {
     }
     for (const stored_card_t& card : cards) {
         say("{}  {}  {:<16} {:>6}  {}", card.name.substr(0, shown_name_digits), local_time(card.time),
-            base::escaped(card.sender), card.octets.size(), base::escaped(card_name(card.octets)));
+            base::escaped(card.sender), card.octets.size(), base::escaped(name_on(card.octets)));
     }
     tell_if_none(inbox, cards.empty() && errors.empty());
     return status;

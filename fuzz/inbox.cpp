@@ -7,12 +7,13 @@
 
 #include "base/safe_text.h"
 #include "base/text.h"
-#include "cli/inbox_folder.h"
-#include "cli/vcard.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/home.h"
 #include "fuzz/input.h"
+#include "service/card_json.h"
+#include "service/inbox_folder.h"
+#include "service/vcard.h"
 
 namespace {
 
@@ -63,7 +64,12 @@ void check(const stored_card_t& card, const inbox_folder_t& inbox, const std::st
     must(inbox.load(card.name, &error)->octets == card.octets);
     must(inbox.find(card.name, &error) == card.name);
     must_be_safe(card.sender);
-    must_be_safe(card_name(card.octets));
+    for (const contact_t& contact : contacts_of(card.octets)) {
+        must_be_safe(contact.name + contact.organisation + contact.telephone);
+    }
+    must(card_json(1, inbox.file(card.name), card)
+             .dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace)
+             .size() < 21'000 + 6 * inbox.file(card.name).native().size());
 }
 
 }  // namespace

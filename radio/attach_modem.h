@@ -4,12 +4,13 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include "radio/line_settings.h"
 
 namespace radio {
+
+class observer_t;
 
 struct modem_options_t {
     std::string tty;
@@ -24,9 +25,8 @@ struct modem_options_t {
     std::filesystem::path links = "/dev/serial/by-id";
     /// A record of the dialogue begins there (trace.h); empty for none.
     std::filesystem::path trace{};
-    /// Told of each card that the driver took and did not store, and of whom it was; on a thread that may call the
-    /// driver. Empty for nobody.
-    std::function<void(const std::string& sender)> on_drop{};
+    /// Is told what becomes of cards, until the modem is detached; null for nobody.
+    observer_t* observer = nullptr;
 };
 
 /// Of the modem that is attached, since then: cards, and datagrams.

@@ -54,33 +54,39 @@ void handover_t::go_on() {
 
 // What the driver makes of a message, only the files that it writes meanwhile tell: it returns nothing.
 void handover_t::hand_over(const journal_t::message_t& message) {
-    const auto writes = std::make_shared<platform::file_writes_t>();
-    const auto call = [this, message, writes](const session_t& session) {
-        platform::begin_file_writes([&](const auto& path) { journal_.about_to_be_stored(message.number, path); });
+    const auto outcome = std::make_shared<outcome_t>();
+    outcome->sender = message.sender;
+    outcome->datagrams = message.datagrams.size();
+    const auto call = [this, message, outcome](const session_t& session) {
+        platform::begin_file_writes([&](const auto& path) {
+            journal_.about_to_be_stored(message.number, path);
+            outcome->file = path;
+        });
         notify(session, message);
-        *writes = platform::file_writes();
+        const platform::file_writes_t writes = platform::file_writes();
         platform::begin_file_writes();
+        outcome->stored = writes.written;
+        outcome->failure = writes.written == 0 ? writes.failure : std::string();
     };
-    const auto done = [this, session = receiver_, writes, number = message.number, refused = message.refused,
-                       outcome = outcome_t{message.sender, message.datagrams.size(), 0, {}}](bool handed_over) mutable {
-        outcome.stored = writes->written;
-        outcome.failure = writes->written == 0 ? writes->failure : std::string();
-        if (handed_over && outcome.failure.empty()) {
+    const auto done = [this, session = receiver_, number = message.number, refused = message.refused,
+                       outcome](bool handed_over) {
+        if (handed_over && outcome->failure.empty()) {
+            tell(*outcome, refused);
             journal_.finish(number);
-            stored_ += outcome.stored;
-            if (outcome.stored == 0 && !refused) {
-                note_drop(outcome.sender);
-            }
         }
-        jobs_.post([this, session, outcome] { take_back(session, outcome); });
+        jobs_.post([this, session, outcome] { take_back(session, *outcome); });
     };
     callbacks_.message(receiver_, call, done);
 }
 
-void handover_t::note_drop(const std::string& sender) {
-    dropped_ += 1;
-    if (on_drop_) {
-        on_drop_(sender);
+void handover_t::tell(const outcome_t& outcome, bool refused) {
+    stored_ += outcome.stored;
+    const bool is_dropped = outcome.stored == 0 && !refused;
+    dropped_ += is_dropped ? 1 : 0;
+    if (observer_ != nullptr && outcome.stored != 0) {
+        observer_->stored(outcome.sender, outcome.file);
+    } else if (observer_ != nullptr && is_dropped) {
+        observer_->dropped(outcome.sender);
     }
 }
 

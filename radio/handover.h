@@ -7,13 +7,14 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <filesystem>
 #include <limits>
 #include <string>
 
 #include "radio/callbacks.h"
 #include "radio/job_queue.h"
 #include "radio/journal.h"
+#include "radio/observer.h"
 
 namespace radio {
 
@@ -23,9 +24,8 @@ class handover_t {
     handover_t(journal_t& journal, callbacks_t& callbacks, job_queue_t& jobs)
         : journal_(journal), callbacks_(callbacks), jobs_(jobs) {}
 
-    /// Who is told, on the callbacks' thread, of a card that the driver took and did not store, and of whom it was.
-    /// Before the first session.
-    void on_drop(std::function<void(const std::string& sender)> told) { on_drop_ = std::move(told); }
+    /// Who is told, on the callbacks' thread, what became of a card; null for nobody. Before the first session.
+    void observe(observer_t* observer) { observer_ = observer; }
 
     /// A driver has begun, which gets all there is, and what comes from now on; null for none.
     void begin(session_pointer_t session);
@@ -45,17 +45,18 @@ class handover_t {
         std::string sender;
         size_t datagrams = 0;
         size_t stored = 0;
-        std::string failure;  // to store it; empty for none
+        std::string failure;         // to store it; empty for none
+        std::filesystem::path file;  // the last that appeared
     };
     void hand_over(const journal_t::message_t& message);
-    void note_drop(const std::string& sender);
+    void tell(const outcome_t& outcome, bool refused);
     void take_back(const session_pointer_t& session, const outcome_t& outcome);
     void note_failure(const outcome_t& outcome);
 
     journal_t& journal_;
     callbacks_t& callbacks_;
     job_queue_t& jobs_;
-    std::function<void(const std::string&)> on_drop_;
+    observer_t* observer_ = nullptr;
     std::atomic<size_t> stored_ = 0;
     std::atomic<size_t> dropped_ = 0;
     session_pointer_t receiver_;  // who wants messages; null for nobody

@@ -1,4 +1,4 @@
-/// Every wait and every bound of the radio, in one table.
+/// Every wait and every bound of the radio, and of the outbox before it, in one table.
 ///
 /// A time runs from the moment its command is written; nothing that the modem says meanwhile lengthens it. Values are
 /// read when they are needed, from any thread; `set_limit` is for the time before a modem is attached.
@@ -40,6 +40,13 @@ enum class limit_t : uint8_t {
     submission,
     unknown_submissions,
     link_kept,
+    outbox_size,
+    outbox_ahead,
+    outbox_again,
+    refusals,
+    refusals_at_once,
+    held_back,
+    held_back_most,
     reopening,
     reopening_most,
     end,

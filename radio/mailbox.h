@@ -53,7 +53,7 @@ class mailbox_t {
     /// Who gets the cards from now on; null for nobody.
     void set_receiver(session_pointer_t session) { handover_.begin(std::move(session)); }
     /// See handover_t.
-    void on_drop(std::function<void(const std::string& sender)> told) { handover_.on_drop(std::move(told)); }
+    void observe(observer_t* observer) { handover_.observe(observer); }
     /// From any thread.
     [[nodiscard]] card_counts_t card_counts();
 

@@ -30,7 +30,8 @@ modem_t::~modem_t() {
 std::string modem_t::start(const modem_options_t& options) {
     options_ = options;
     lasting_path_ = link_to(options_.tty, options_.links);
-    mailbox_.on_drop(options_.on_drop);
+    mailbox_.observe(options_.observer);
+    submitter_.observe(options_.observer);
     std::string error = mailbox_.open();
     if (error.empty() && !options_.trace.empty()) {
         error = trace_.open(options_.trace);
@@ -96,13 +97,19 @@ void modem_t::set_session(session_pointer_t session) {
     jobs_.post([this, session = std::move(session)] { mailbox_.set_receiver(session); });
 }
 
-void modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
+bool modem_t::submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow) {
+    if (options_.observer != nullptr) {
+        if (const outgoing_t datagram = outgoing_of(submission); options_.observer->is_given_up(datagram)) {
+            return datagram.place.parts > 1 && submitter_.ends_pause(session, request);
+        }
+    }
     jobs_.post([this, session = std::move(session), request, submission = std::move(submission), more_follow] {
         if (!link_.is_still_set_up() && !lost() && !link_.ending()) {
             set_up_again(link_.restart());
         }
         submitter_.submit(session, request, submission, more_follow);
     });
+    return true;
 }
 
 // An error carries no data: a caller that takes any DWORD for a system type would read a network out of its bits.
@@ -118,6 +125,7 @@ void modem_t::query_system_type(session_pointer_t session, HRESULT request) {
 }
 
 void modem_t::tell_system_type(DWORD type) {
+    tell_observer();
     const std::lock_guard lock(mutex_);
     if (session_ && (session_->classes & RIL_NCLASS_NETWORK)) {
         callbacks_.system_changed(session_, type);
@@ -181,6 +189,13 @@ void modem_t::note_presence() {
         now.present = !lost();
         now.loss = lost() ? link_.loss() : std::string();
     });
+    tell_observer();
+}
+
+void modem_t::tell_observer() const {
+    if (options_.observer != nullptr) {
+        options_.observer->modem_changed(board_.state());
+    }
 }
 
 std::string modem_t::connect() {

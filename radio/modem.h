@@ -21,6 +21,7 @@
 #include "radio/modem_identity.h"
 #include "radio/modem_link.h"
 #include "radio/modem_state.h"
+#include "radio/observer.h"
 #include "radio/registration_watch.h"
 #include "radio/sim.h"
 #include "radio/submitter.h"
@@ -48,7 +49,8 @@ class modem_t {
 
     /// The session that messages and notifications go to from now on; null for none.
     void set_session(session_pointer_t session);
-    void submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow);
+    /// False for a datagram of a message that is given up.
+    [[nodiscard]] bool submit(session_pointer_t session, HRESULT request, submission_t submission, bool more_follow);
     void query_system_type(session_pointer_t session, HRESULT request);
     [[nodiscard]] card_counts_t card_counts() { return mailbox_.card_counts(); }
     [[nodiscard]] modem_state_t state() const { return board_.state(); }
@@ -57,6 +59,7 @@ class modem_t {
     void run();
     void wait_for_the_next();
     void tell_system_type(DWORD type);
+    void tell_observer() const;
     void take_unsolicited(const modem_line_t& line);
     void take_delivery(const modem_line_t& line);
     void announce(const std::string& line);

@@ -18,9 +18,10 @@ constexpr int unknown_cms_error = 500;
 constexpr int unknown_cme_error = 100;
 constexpr int initialising = air::initialising;
 
-/// What a person can do; of a code without a row nothing but wait.
+/// What a person can do, and when a message goes that was refused so; a code without a row is tried later.
 struct advice_t {
     int code;
+    retry_t retry;
     std::string_view text;
 };
 
@@ -34,45 +35,88 @@ constexpr std::string_view free_memory = "delete messages from the modem";
 constexpr std::string_view check_centre = "set the service centre's number (AT+CSCA)";
 constexpr std::string_view check_network = "check the antenna and the reception";
 constexpr std::string_view restart = "switch the modem off and on";
+constexpr std::string_view full_receiver = "the receiver's memory is full";
+constexpr std::string_view no_receiver = "the receiver cannot be reached";
+constexpr std::string_view other_program = "another program uses the modem: stop it";
+constexpr std::string_view wait = "";
+
+using enum retry_t;
 
 constexpr advice_t cms_advice[] = {
-    {1, check_number},
-    {8, ask_operator},
-    {10, ask_operator},
-    {21, ask_operator},
-    {22, "the receiver's memory is full"},
-    {27, "the receiver cannot be reached"},
-    {28, ask_operator},
-    {29, ask_operator},
-    {30, check_number},
-    {50, ask_operator},
-    {69, ask_operator},
-    {96, check_centre},
-    {193, ask_operator},
-    {195, check_number},
-    {196, ask_operator},
-    {208, free_memory},
-    {211, free_memory},
-    {300, restart},
-    {301, "another program uses the modem: stop it"},
-    {310, check_sim},
-    {311, give_pin},
-    {312, use_phone},
-    {313, check_sim},
-    {315, one_operator},
-    {316, use_phone},
-    {317, use_phone},
-    {318, use_phone},
-    {322, free_memory},
-    {330, check_centre},
-    {331, check_network},
-    {332, check_network},
+    {1, never, check_number},
+    {8, never, ask_operator},
+    {10, never, ask_operator},
+    {21, later, ask_operator},
+    {22, later, full_receiver},
+    {27, later, no_receiver},
+    {28, never, ask_operator},
+    {29, never, ask_operator},
+    {30, never, check_number},
+    {41, now, wait},
+    {50, never, ask_operator},
+    {69, never, ask_operator},
+    {81, now, wait},
+    {95, never, wait},
+    {96, never, check_centre},
+    {97, never, wait},
+    {98, now, wait},
+    {99, never, wait},
+    {128, never, wait},
+    {129, never, wait},
+    {130, never, wait},
+    {143, never, wait},
+    {144, never, wait},
+    {145, never, wait},
+    {159, never, wait},
+    {176, never, wait},
+    {193, never, ask_operator},
+    {195, never, check_number},
+    {196, never, ask_operator},
+    {198, never, wait},
+    {199, never, wait},
+    {208, later, free_memory},
+    {211, later, free_memory},
+    {300, now, restart},
+    {301, with_modem, other_program},
+    {302, with_modem, wait},
+    {303, never, wait},
+    {304, never, wait},
+    {310, with_modem, check_sim},
+    {311, with_modem, give_pin},
+    {312, with_modem, use_phone},
+    {313, with_modem, check_sim},
+    {314, with_modem, wait},
+    {315, with_modem, one_operator},
+    {316, with_modem, use_phone},
+    {317, with_modem, use_phone},
+    {318, with_modem, use_phone},
+    {322, later, free_memory},
+    {330, with_modem, check_centre},
+    {331, with_modem, check_network},
+    {332, with_modem, check_network},
+    {air::initialising, with_modem, wait},
 };
 
 constexpr advice_t cme_advice[] = {
-    {0, restart},      {5, use_phone},      {10, check_sim},         {11, give_pin},     {12, use_phone},
-    {13, check_sim},   {15, one_operator},  {16, "correct the PIN"}, {17, use_phone},    {18, use_phone},
-    {20, free_memory}, {30, check_network}, {31, check_network},     {32, ask_operator}, {40, one_operator},
+    {0, now, restart},
+    {3, with_modem, wait},
+    {4, never, wait},
+    {5, with_modem, use_phone},
+    {10, with_modem, check_sim},
+    {11, with_modem, give_pin},
+    {12, with_modem, use_phone},
+    {13, with_modem, check_sim},
+    {14, with_modem, wait},
+    {15, with_modem, one_operator},
+    {16, with_modem, "correct the PIN"},
+    {17, with_modem, use_phone},
+    {18, with_modem, use_phone},
+    {20, later, free_memory},
+    {30, with_modem, check_network},
+    {31, with_modem, check_network},
+    {32, with_modem, ask_operator},
+    {40, with_modem, one_operator},
+    {air::initialising, with_modem, wait},
 };
 
 /// What either of the two families has of its own.
@@ -86,6 +130,17 @@ const family_t& family_of(final_result_t::kind_t kind) {
     static const family_t cms = {"+CMS ERROR:", unknown_cms_error, air::cms_errors(), cms_advice};
     static const family_t cme = {"+CME ERROR:", unknown_cme_error, air::cme_errors(), cme_advice};
     return kind == final_result_t::kind_t::cms_error ? cms : cme;
+}
+
+/// Null when the table has none, and of a result without a code.
+const advice_t* row_of(const final_result_t& result) {
+    using enum final_result_t::kind_t;
+    if (result.kind == ok || result.kind == error || !result.words.empty()) {
+        return nullptr;
+    }
+    const std::span<const advice_t> advice = family_of(result.kind).advice;
+    const auto row = std::ranges::find(advice, result.code, &advice_t::code);
+    return row == advice.end() ? nullptr : &*row;
 }
 
 final_result_t error_of(final_result_t::kind_t kind, std::string_view text) {
@@ -131,7 +186,7 @@ std::optional<final_result_t> numeric_result(std::string_view line) {
     return line == "4" ? std::optional(final_result_t{final_result_t::kind_t::error, 0}) : std::nullopt;
 }
 
-std::string described(const final_result_t& result) {
+std::string words_of(const final_result_t& result) {
     using enum final_result_t::kind_t;
     if (result.kind == ok || result.kind == error) {
         return result.kind == ok ? "done" : "refused without a reason";
@@ -142,12 +197,23 @@ std::string described(const final_result_t& result) {
     }
     const std::string code = fmt::format("({} {})", family.begin, result.code);
     const std::string_view words = air::words_of(family.codes, static_cast<unsigned>(result.code));
-    if (words.empty()) {
-        return fmt::format("unknown to the standard {}: the modem's manual has the code", code);
-    }
-    const auto known = std::ranges::find(family.advice, result.code, &advice_t::code);
-    return known == family.advice.end() ? fmt::format("{} {}", words, code)
-                                        : fmt::format("{} {}: {}", words, code, known->text);
+    return words.empty() ? fmt::format("unknown to the standard {}: the modem's manual has the code", code)
+                         : fmt::format("{} {}", words, code);
+}
+
+std::string_view advice_on(const final_result_t& result) {
+    const advice_t* const row = row_of(result);
+    return row != nullptr ? row->text : std::string_view();
+}
+
+std::string described(const final_result_t& result) {
+    const std::string_view advice = advice_on(result);
+    return advice.empty() ? words_of(result) : fmt::format("{}: {}", words_of(result), advice);
+}
+
+retry_t retry_after(const final_result_t& result) {
+    const advice_t* const row = row_of(result);
+    return row != nullptr ? row->retry : retry_t::later;
 }
 
 bool not_ready_yet(const final_result_t& result) {

@@ -2,6 +2,7 @@
 /// person can do about each. Pure functions.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,8 +21,21 @@ std::optional<final_result_t> final_result(std::string_view line);
 /// The same from a modem that answers in digits (V.250 6.2.6): "0" and "4".
 std::optional<final_result_t> numeric_result(std::string_view line);
 
-/// For a person: "SIM busy (+CME ERROR: 14)", with advice behind it, where there is some; or the modem's own words.
+/// For a person: "SIM busy (+CME ERROR: 14)", or the modem's own words.
+std::string words_of(const final_result_t& result);
+/// What a person can do about it; empty where there is nothing but to wait.
+std::string_view advice_on(const final_result_t& result);
+/// Both, with a colon between them.
 std::string described(const final_result_t& result);
+
+/// When a message that was refused so can go.
+enum class retry_t : uint8_t {
+    now,         // the same again may succeed
+    later,       // after some time
+    with_modem,  // nothing goes until something is done about the modem, its SIM or its network
+    never,
+};
+retry_t retry_after(const final_result_t& result);
 
 /// The SIM, or the modem's own start, is not finished yet: the same command succeeds a little later.
 bool not_ready_yet(const final_result_t& result);

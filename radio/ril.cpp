@@ -186,8 +186,8 @@ HRESULT RIL_SendMsg(HRIL session, const RILMESSAGE* message, DWORD options) {
         return E_INVALIDARG;
     }
     const HRESULT request = next_request(now);
-    now.modem->submit(now.session, request, std::move(*submission), (options & RIL_SENDOPT_PERSISTLINK) != 0);
-    return request;
+    const bool more_follow = (options & RIL_SENDOPT_PERSISTLINK) != 0;
+    return now.modem->submit(now.session, request, std::move(*submission), more_follow) ? request : E_FAIL;
 }
 
 HRESULT RIL_GetCurrentSystemType(HRIL session) {

@@ -47,20 +47,12 @@ std::optional<air::octets_t> pdu_of(technology_t technology, const air::octets_t
     return technology == technology_t::gsm ? air::encode_pdu({{}, message}) : message;
 }
 
-// The place in its message; 1 of one without.
-int part_of(const submission_t& submission) {
-    const auto place = [](const air::octets_t& user_data) {
-        const std::optional<air::user_data_parts_t> parts = air::split_user_data(user_data);
-        return parts ? assembly::place_of(parts->header) : std::nullopt;
-    };
-    std::optional<assembly::place_t> found;
-    if (const auto* gsm = std::get_if<air::submit_t>(&submission.message); gsm != nullptr && gsm->header_indicator) {
-        found = place(gsm->user_data);
-    } else if (const auto* cdma = std::get_if<air::cdma::message_t>(&submission.message);
-               cdma != nullptr && cdma->header_indicator && cdma->user_data) {
-        found = place(cdma->user_data->characters);
+submission_outcome_t outcome_of(const reply_t& reply) {
+    using enum submission_outcome_t::kind_t;
+    if (reply.outcome == reply_t::outcome_t::error && !leaves_open(reply.result)) {
+        return {refused, reply.result};
     }
-    return found.value_or(assembly::place_t{}).part;
+    return {reply.entry_sent ? unknown : not_out};
 }
 
 bool offers(const std::vector<std::vector<int>>& offered, int value) {
@@ -86,12 +78,13 @@ bool submitter_t::set_up(setup_inquiry_t& inquiry) {
 
 void submitter_t::submit(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                          bool more_follow) {
+    const outgoing_t datagram = outgoing_of(submission);
     if (const DWORD hindrance = what_hinders(submission); hindrance != 0) {
-        callbacks_.result(session, RIL_RESULT_ERROR, request, hindrance);
+        end(session, request, datagram, {submission_outcome_t::kind_t::not_out}, hindrance);
         return;
     }
     open_submission_t& open = open_.begin(submission);
-    const reply_t reply = open.sent ? reply_t{} : run(open, more_follow);
+    const reply_t reply = open.sent ? reply_t{} : run(open, datagram.place.part, more_follow);
     // With its reference told the message is on its way, whether or not an OK follows.
     if (is_sent(reply) || (open.unknown && is_duplicate(reply.result)) || open.sent) {
         const uint16_t told = message_reference(reply.first()).value_or(open.reference);
@@ -99,12 +92,30 @@ void submitter_t::submit(const session_pointer_t& session, HRESULT request, cons
         open_.close(open);
         told_refusals_.clear();
         board_.change([](modem_state_t& now) { now.note_success(); });
-        callbacks_.result(session, RIL_RESULT_OK, request, told);
+        end(session, request, datagram, {submission_outcome_t::kind_t::sent}, told);
         return;
     }
     tell_refusal(open, reply);
     keep_or_close(open, reply);
-    callbacks_.result(session, RIL_RESULT_ERROR, request, radio_error(reply));
+    end(session, request, datagram, outcome_of(reply), radio_error(reply));
+}
+
+void submitter_t::end(const session_pointer_t& session, HRESULT request, const outgoing_t& datagram,
+                      const submission_outcome_t& outcome, DWORD data) {
+    const bool sent = outcome.kind == submission_outcome_t::kind_t::sent;
+    if (observer_ != nullptr) {
+        observer_->submitted(datagram, outcome);
+    }
+    driver_pauses_ = !sent;
+    callbacks_.result(session, sent ? RIL_RESULT_OK : RIL_RESULT_ERROR, request, data);
+}
+
+bool submitter_t::ends_pause(const session_pointer_t& session, HRESULT request) {
+    if (!driver_pauses_.exchange(false)) {
+        return false;
+    }
+    callbacks_.result(session, RIL_RESULT_OK, request, 0);
+    return true;
 }
 
 // A radio error, or 0 when the message can go out. With the dialogue brought back comes a late result of the same
@@ -134,7 +145,7 @@ void submitter_t::keep_or_close(open_submission_t& open, const reply_t& reply) {
     }
 }
 
-reply_t submitter_t::run(const open_submission_t& open, bool more_follow) {
+reply_t submitter_t::run(const open_submission_t& open, int part, bool more_follow) {
     const std::optional<air::octets_t> message = encoded(open.submission, open.reference, open.unknown);
     const std::optional<air::octets_t> pdu = message ? pdu_of(open.submission.technology(), *message) : std::nullopt;
     if (!pdu) {
@@ -151,13 +162,13 @@ reply_t submitter_t::run(const open_submission_t& open, bool more_follow) {
                                .prefixes = {"+CMGS:"},
                                .entry = base::to_hex(*pdu),
                                .is_late = is_late};
-    reply_t reply = exchange_as_owed(command, open.submission);
+    reply_t reply = exchange_as_owed(command, part);
     link_kept_until_ = base::tick64() + milliseconds(limit_t::link_kept);
     return reply;
 }
 
-reply_t submitter_t::exchange_as_owed(const command_t& command, const submission_t& submission) {
-    const owed_result_t owed{part_of(submission), base::tick64() + milliseconds(command.limit)};
+reply_t submitter_t::exchange_as_owed(const command_t& command, int part) {
+    const owed_result_t owed{part, base::tick64() + milliseconds(command.limit)};
     board_.change([&](modem_state_t& now) { now.owed = owed; });
     reply_t reply = link_.exchange(command);
     board_.change([](modem_state_t& now) { now.owed.reset(); });

@@ -8,11 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "base/end_signals.h"
 #include "base/safe_text.h"
+#include "device/service_requests.h"
 #include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
 #include "platform/linux/registry.h"
@@ -21,12 +21,17 @@
 #include "radio/limits.h"
 #include "radio/sim_pin.h"
 #include "service/device_server.h"
-#include "service/dropped_cards.h"
+#include "service/feeder.h"
+#include "service/inbox.h"
 #include "service/instance_lock.h"
 #include "service/listener.h"
 #include "service/loaded_driver.h"
+#include "service/news.h"
+#include "service/outbox.h"
+#include "service/outbox_requests.h"
 #include "service/phone_home.h"
-#include "service/radio_status.h"
+#include "service/replies.h"
+#include "service/service_status.h"
 
 namespace {
 
@@ -66,19 +71,10 @@ std::string pin_problem(const radio::modem_options_t& modem) {
     return modem.pin_file.empty() ? std::string() : radio::read_pin(modem.pin_file).error;
 }
 
-/// See device::service_status.
-std::string status_of(const serve_options_t& options, const loaded_driver_t& driver) {
-    const radio::card_counts_t counts = radio::card_counts();
-    const std::optional<bool> active = driver.is_active();
-    const nlohmann::ordered_json status = {
-        {"device", options.device},
-        {"modem", options.modem.tty},
-        {"home", options.home.native()},
-        {"active", active ? nlohmann::ordered_json(*active) : nullptr},
-        {"cards", {{"stored", counts.stored}, {"dropped", counts.dropped}, {"kept", counts.kept}}},
-        {"datagrams", {{"incomplete", counts.incomplete}, {"given_up", counts.given_up}}},
-        {"radio", radio_status()}};
-    return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+/// A line for who runs the service.
+void tell(const std::string& text) {
+    std::fputs((base::escaped(text) + '\n').c_str(), stdout);
+    std::fflush(stdout);
 }
 
 void warn_when_inactive(const loaded_driver_t& driver) {
@@ -87,22 +83,64 @@ void warn_when_inactive(const loaded_driver_t& driver) {
     }
 }
 
-/// The reasons for dropped cards are asked of this driver until the end of the scope.
-class asked_driver_t {
-  public:
-    asked_driver_t(dropped_cards_t& dropped, const loaded_driver_t& driver) : dropped_(dropped) {
-        dropped.ask(&driver);
-    }
-    ~asked_driver_t() { dropped_.ask(nullptr); }
-    asked_driver_t(const asked_driver_t&) = delete;
-    asked_driver_t& operator=(const asked_driver_t&) = delete;
+/// What is there before the modem, and until it is gone.
+struct post_t {
+    outbox_t outbox{tell};
+    inbox_t inbox;
+    feeder_t feeder{outbox};
+    news_t news{outbox, feeder.in_flight(), inbox};
 
-  private:
-    dropped_cards_t& dropped_;
+    explicit post_t(const std::filesystem::path& home) : inbox(home) {}
 };
 
+/// The driver is asked and fed until the end of the scope. What is with the radio by then goes out or fails before the
+/// driver goes: what came later would be lost, and gone from the modem too.
+class driven_post_t {
+  public:
+    driven_post_t(post_t& post, const loaded_driver_t& driver) : post_(post) {
+        post_.news.begin(driver);
+        post_.feeder.start(driver);
+    }
+    ~driven_post_t() {
+        post_.feeder.stop();
+        radio::detach_modem();
+        post_.feeder.finish();
+        post_.news.end();
+    }
+    driven_post_t(const driven_post_t&) = delete;
+    driven_post_t& operator=(const driven_post_t&) = delete;
+
+  private:
+    post_t& post_;
+};
+
+void tell_what_is_left(outbox_t& outbox) {
+    const outbox_t::counts_t counts = outbox.counts();
+    if (const int64_t left = counts.waiting + counts.sending; left != 0) {
+        tell(left == 1 ? "1 card waits in the outbox and is sent at the next start"
+                       : fmt::format("{} cards wait in the outbox and are sent at the next start", left));
+    }
+}
+
+/// On the device's socket.
+void answer_clients(const serve_options_t& options, const listener_t& listener, const base::end_signals_t& signals,
+                    post_t& post, const loaded_driver_t& driver) {
+    const outbox_requests_t outbox_requests(post.outbox, post.feeder, driver);
+    const auto answer = [&](const device::request_t& request) -> std::optional<device::reply_t> {
+        if (request.code == device::service_status && request.input.empty()) {
+            return json_reply(service_status(options, driver, post.outbox));
+        }
+        return outbox_requests.answer(request);
+    };
+    device_server_t server(listener, driver.device(), answer);
+    tell(fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native()));
+    server.serve(signals.descriptor());
+    post.outbox.end_waits();
+    server.close();
+}
+
 int serve_driver(const serve_options_t& options, const listener_t& listener, const base::end_signals_t& signals,
-                 dropped_cards_t& dropped) {
+                 post_t& post) {
     if (options.activate) {
         if (const std::string error = preset_activation(); !error.empty()) {
             return fail(error);
@@ -118,15 +156,12 @@ int serve_driver(const serve_options_t& options, const listener_t& listener, con
             return fail(error);
         }
     }
-    const asked_driver_t asked(dropped, driver);
     warn_when_inactive(driver);
-    device_server_t server(listener, driver.device(), [&] { return status_of(options, driver); });
-    const std::string ready =
-        fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native());
-    std::fputs((base::escaped(ready) + '\n').c_str(), stdout);
-    std::fflush(stdout);
-    server.serve(signals.descriptor());
-    radio::detach_modem();  // before the driver goes: what came after it would be lost, and gone from the modem too
+    {
+        const driven_post_t driven(post, driver);
+        answer_clients(options, listener, signals, post, driver);
+    }
+    tell_what_is_left(post.outbox);
     return 0;
 }
 
@@ -170,9 +205,12 @@ int serve(const serve_options_t& options) {
     if (const std::string error = listener.open(options.device, options.group); !error.empty()) {
         return fail(error);
     }
-    dropped_cards_t dropped;
+    post_t post(options.home);
+    if (const std::string error = post.outbox.open(options.home); !error.empty()) {
+        return fail(error);
+    }
     radio::modem_options_t modem_options = options.modem;
-    modem_options.on_drop = [&](const std::string& sender) { dropped.tell(sender); };
+    modem_options.observer = &post.news;
     const attached_modem_t modem;
     const std::string error = attach(modem_options, signals);
     if (signals.wait(0)) {
@@ -181,7 +219,7 @@ int serve(const serve_options_t& options) {
     if (!error.empty()) {
         return fail(error);
     }
-    const int status = serve_driver(options, listener, signals, dropped);
+    const int status = serve_driver(options, listener, signals, post);
     platform::checkpoint_registry();
     return status;
 }

@@ -68,8 +68,11 @@ std::optional<octets_view_t> receive(int socket, octets_t& buffer) {
 
 }  // namespace
 
-device_server_t::device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status)
-    : listener_(listener), device_(device), status_(std::move(status)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+device_server_t::device_server_t(const listener_t& listener, uint32_t device, service_t service)
+    : listener_(listener),
+      device_(device),
+      service_(std::move(service)),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void device_server_t::serve(int end) {
     std::array<pollfd, 3> ready{pollfd{end, POLLIN, 0}, {wake_.get(), POLLIN, 0}, {listener_.descriptor(), POLLIN, 0}};
@@ -85,6 +88,9 @@ void device_server_t::serve(int end) {
             accept_one();
         }
     }
+}
+
+void device_server_t::close() {
     for (connection_t& connection : connections_) {
         shutdown(connection.socket.get(), SHUT_RDWR);
         connection.thread.join();
@@ -137,14 +143,14 @@ void device_server_t::run(connection_t& connection) {
 }
 
 reply_t device_server_t::answer(DWORD open, const device::request_t& request) const {
-    if (request.code != device::service_status) {
+    if ((request.code & device::service_request_mask) != device::service_request_type) {
         return control(open, request);
     }
-    const std::string status = status_();
-    if (!request.input.empty() || status.size() > request.output_capacity) {
-        return refusal(request.input.empty() ? ERROR_INSUFFICIENT_BUFFER : ERROR_INVALID_DATA);
+    std::optional<reply_t> reply = service_(request);
+    if (!reply) {
+        return refusal(ERROR_INVALID_FUNCTION);
     }
-    return {.result = true, .last_error = ERROR_SUCCESS, .output = {status.begin(), status.end()}};
+    return reply->output.size() <= request.output_capacity ? *std::move(reply) : refusal(ERROR_INSUFFICIENT_BUFFER);
 }
 
 void device_server_t::reap() {

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <string>
+#include <optional>
 #include <thread>
 
 #include "base/descriptor.h"
@@ -21,12 +21,16 @@ class device_server_t {
     /// Clients at once; a further one gets one reply with device::error_busy and is closed.
     static constexpr size_t max_connections = 64;
 
-    /// `device` is the handle that ZPD_Init returned. `status` answers device::service_status, on any thread.
-    device_server_t(const listener_t& listener, uint32_t device, std::function<std::string()> status);
+    /// Answers what the driver does not, on any thread; none for a request that the service does not know.
+    using service_t = std::function<std::optional<device::reply_t>(const device::request_t&)>;
 
-    /// Serves until `end` is readable; then closes every connection and waits for its thread. A request that the driver
-    /// works on is finished first.
+    /// `device` is the handle that ZPD_Init returned.
+    device_server_t(const listener_t& listener, uint32_t device, service_t service);
+
+    /// Serves until `end` is readable.
     void serve(int end);
+    /// Closes every connection and waits for its thread. A request that is being worked on is finished first.
+    void close();
 
   private:
     struct connection_t {
@@ -43,7 +47,7 @@ class device_server_t {
 
     const listener_t& listener_;
     const uint32_t device_;
-    const std::function<std::string()> status_;
+    const service_t service_;
     base::descriptor_t wake_;  // an eventfd: some connection is over
     std::list<connection_t> connections_;
 };

@@ -8,6 +8,8 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 class loaded_driver_t {
   public:
@@ -25,11 +27,35 @@ class loaded_driver_t {
     std::string activate() const;
     /// Whether they are; none when the driver does not say.
     std::optional<bool> is_active() const;
+    struct outgoing_t {
+        std::string_view octets;
+        bool is_utf8;
+        bool long_reference;
+    };
+    /// A control code's answer: a number, or why not.
+    struct answer_t {
+        uint32_t value = 0;
+        uint32_t error = ERROR_SUCCESS;
+    };
+    /// How many datagrams it takes.
+    answer_t count(const outgoing_t& card) const;
+    /// The id of the message.
+    answer_t send(const outgoing_t& card, std::string_view number) const;
+    /// ZPD_STATUS_* of each datagram; none when the driver has no such message any more.
+    std::optional<std::vector<uint32_t>> datagrams(uint32_t message) const;
+    void close(uint32_t message) const;
+
     /// The bound of files in the incoming directory, 0 for none; none when the driver does not say.
     std::optional<uint32_t> inbox_size() const;
 
   private:
-    bool control(DWORD code, std::span<BYTE> input, std::span<BYTE> output) const;
+    struct reply_t {
+        bool done;
+        uint32_t error;  // when it was not
+        size_t returned;
+    };
+    reply_t request(DWORD code, std::span<const BYTE> input, std::span<BYTE> output) const;
+    bool control(DWORD code, std::span<const BYTE> input, std::span<BYTE> output) const;
 
     DWORD device_ = 0;
 };

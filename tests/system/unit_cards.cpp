@@ -1,34 +1,62 @@
 // What the commands make of text: names on cards, phone numbers, stored files.
 #include <gtest/gtest.h>
 
-#include "cli/inbox_folder.h"
 #include "cli/phone_number.h"
-#include "cli/vcard.h"
+#include "service/card_json.h"
+#include "service/inbox_folder.h"
+#include "service/vcard.h"
 
 namespace {
 
-TEST(text, a_card_name_is_read_as_phones_write_it) {
+std::string described(std::string_view octets) {
+    std::string text;
+    for (const contact_t& contact : contacts_of(octets)) {
+        text += contact.name + "|" + contact.organisation + "|" + contact.telephone + "\n";
+    }
+    return text;
+}
+
+TEST(text, the_contacts_on_a_card_are_read_as_phones_write_them) {
     const std::pair<std::string, std::string> cases[] = {
-        {"BEGIN:VCARD\r\nFN:Ada Example\r\nEND:VCARD\r\n", "Ada Example"},
-        {"BEGIN:VCARD\nfn:Ada\nEND:VCARD", "Ada"},
-        {"FN:Ada Exam\r\n ple of a fold\r\n\tand a tab\r\n", "Ada Example of a foldand a tab"},
+        {"BEGIN:VCARD\r\nFN:Ada Example\r\nEND:VCARD\r\n", "Ada Example||\n"},
+        {"BEGIN:VCARD\nfn:Ada\nEND:VCARD", "Ada||\n"},
+        {"FN:Ada Exam\r\n ple of a fold\r\n\tand a tab\r\n", "Ada Example of a foldand a tab||\n"},
         // vCard 2.1: quoted-printable with a soft line break.
-        {"FN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:Zo=C3=AB=\r\n Ex=61mple\r\n", "Zo\xC3\xAB Example"},
-        {"FN;QUOTED-PRINTABLE:100% = a=4\r\n", "100% = a=4"},
-        {"item1.FN:Grouped\r\n", "Grouped"},
-        {"FN;X-NOTE=\"a:b\":Quoted parameter\r\n", "Quoted parameter"},
-        {"FN:Example\\, Ada\\nof \\\\\r\n", "Example, Ada of \\"},
-        {"N:Example;Ada;M.;Dr.\r\n", "Ada Example"},
-        {"N:Example\r\nFN:Ada\r\n", "Ada"},
-        {"N:;Ada\r\nFN:\r\n", "Ada"},
+        {"FN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:Zo=C3=AB=\r\n Ex=61mple\r\n", "Zo\xC3\xAB Example||\n"},
+        {"FN;QUOTED-PRINTABLE:100% = a=4\r\n", "100% = a=4||\n"},
+        {"FN;ENCODING=QUOTED-PRINTABLE:a=", "a=||\n"},
+        {"item1.FN:Grouped\r\n", "Grouped||\n"},
+        {"FN;X-NOTE=\"a:b\":Quoted parameter\r\n", "Quoted parameter||\n"},
+        {"FN:Example\\, Ada\\nof \\\\;;\r\n", "Example, Ada of \\;;||\n"},
+        {"N:Example;Ada;M.;Dr.\r\n", "Ada Example||\n"},
+        {"N:Example\r\nFN:Ada\r\n", "Ada||\n"},
+        {"N:;Ada\r\nFN:\r\n", "Ada||\n"},
+        {"N:A\r\nORG:Example Ltd;;Sales\r\nTEL;CELL:+1\r\nTEL:+2\r\n", "A|Example Ltd, Sales|+1\n"},
+        {"FN:A\r\nTEL;VALUE=uri:Tel:+1-202\r\n", "A||+1-202\n"},
+        {"begin:vcard\nFN:A\nEND:VCARD\n\nBEGIN:VCARD\nTEL:1\nEND:VCARD\n", "A||\n||1\n"},
+        {"BEGIN:VCARD\nFN:A\nBEGIN:VCARD\nFN:B\n", "A||\nB||\n"},
+        {"BEGIN:VCARD\nFN:A\nAGENT:\nBEGIN:VCARD\nFN:B\nEND:VCARD\nTEL:1\nEND:VCARD\nTEL:2\n", "A||1\n"},
         {"NOTE:x\r\n FN:inside a note\r\nTEL:1\r\n", ""},
-        {"FN;ENCODING=QUOTED-PRINTABLE:a=", "a="},
         {"FN", ""},
         {"", ""},
     };
     for (const auto& [input, expected] : cases) {
-        EXPECT_EQ(card_name(input), expected) << input;
+        EXPECT_EQ(described(input), expected) << input;
     }
+}
+
+TEST(text, whatever_is_on_a_card_its_json_fits_an_answer) {
+    std::string many;
+    for (int i = 0; i < 3000; ++i) {
+        many += "BEGIN:VCARD\nEND:VCARD\n";
+    }
+    const std::string long_one = "FN:" + std::string(499, '\x01') + "\u00e9\nORG:" + std::string(9999, '\xFF');
+    for (const std::string& octets : {many, long_one}) {
+        const auto json = contacts_json(octets);
+        EXPECT_FALSE(json.empty());
+        EXPECT_LT(json.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace).size(), 16'000U);
+    }
+    EXPECT_EQ(contacts_json(long_one)[0]["name"], std::string(499, '\x01') + "\u2026") << "cut between characters";
 }
 
 TEST(text, a_phone_number_is_digits_with_an_optional_plus) {

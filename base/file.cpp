@@ -1,9 +1,11 @@
-#include "cli/file.h"
+#include "base/file.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+
+namespace base {
 
 namespace {
 
@@ -35,3 +37,5 @@ int read_standard_input(size_t limit, std::string* octets) {
     octets->clear();
     return read_all(stdin, limit, octets);
 }
+
+}  // namespace base

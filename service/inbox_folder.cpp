@@ -1,4 +1,4 @@
-#include "cli/inbox_folder.h"
+#include "service/inbox_folder.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -10,10 +10,10 @@
 #include <system_error>
 #include <tuple>
 
+#include "base/file.h"
 #include "base/own_file.h"
 #include "base/safe_text.h"
 #include "base/text.h"
-#include "cli/file.h"
 #include "com/zpd/zpd_ioctl.h"
 
 namespace {
@@ -81,7 +81,7 @@ inbox_folder_t::file_t inbox_folder_t::read(const std::string& name, stored_card
         return file_t::unreadable;
     }
     std::string content;
-    const int failed = read_file(file(name), SIZE_MAX, &content);
+    const int failed = base::read_file(file(name), SIZE_MAX, &content);
     if (failed == ENOENT) {
         return file_t::gone;
     }

@@ -1,0 +1,575 @@
+#include "service/outbox.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+#include "device/service_requests.h"
+#include "radio/limits.h"
+#include "service/outbox_json.h"
+
+using base::sqlite::execution_t;
+using nlohmann::ordered_json;
+using radio::limit_t;
+
+namespace {
+
+constexpr int64_t day = 86'400;
+
+int64_t now_in_seconds() {
+    return std::time(nullptr);
+}
+
+int64_t limit_of(limit_t limit) {
+    return static_cast<int64_t>(radio::value_of(limit));
+}
+
+std::optional<int64_t> number_of(execution_t& query) {
+    return query.step() == SQLITE_ROW ? std::optional(query.number(0)) : std::nullopt;
+}
+
+problem_t not_written(base::sqlite::file_t& file) {
+    return {device::error_not_written,
+            "the outbox cannot be written: " + base::sqlite::failure_of(file.connection()) + "; nothing was changed"};
+}
+
+}  // namespace
+
+outbox_t::outbox_t(std::function<void(const std::string&)> told)
+    : told_(std::move(told)), file_({"the outbox", "cards stay where they are"}, [](const std::string& text) {
+          std::fputs(("zpd serve: " + text + "\n").c_str(), stderr);
+      }) {}
+
+std::string outbox_t::open(const std::filesystem::path& home) {
+    const std::lock_guard lock(mutex_);
+    const std::filesystem::path file = outbox_file::path(home);
+    std::string error = file_.open(file, outbox_file::version, outbox_file::make_tables);
+    if (error.empty() && !load()) {
+        error =
+            fmt::format("cannot read the outbox {}: {}", file.native(), base::sqlite::failure_of(file_.connection()));
+    }
+    return error;
+}
+
+// Nothing is with the driver yet. A number that is held back is so until its time, which a clock that was set back must
+// not put off.
+bool outbox_t::load() {
+    const int64_t latest = now_in_seconds() + limit_of(limit_t::held_back_most);
+    return log_.load() && transaction(
+                              [&] {
+                                  return file_.run("UPDATE messages SET state = 4, octets = NULL WHERE state = 2") &&
+                                         file_.run("UPDATE numbers SET until = min(until, ?1)", latest) &&
+                                         file_.run(
+                                             "UPDATE messages SET state = 0, held = number IN (SELECT number FROM "
+                                             "numbers) WHERE state IN (0, 1)");
+                              },
+                              false);
+}
+
+template <typename steps_t>
+bool outbox_t::transaction(const steps_t& steps, bool at_once) {
+    const size_t lines = lines_.size();
+    const bool done = at_once ? file_.transaction(steps) : file_.soon(steps);
+    if (!done) {
+        lines_.resize(lines);
+        static_cast<void>(log_.load());
+    }
+    return done;
+}
+
+std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, const std::string& token, problem_t* problem) {
+    const std::lock_guard lock(mutex_);
+    {
+        execution_t query(file_.statement("SELECT id FROM messages WHERE token = ?1"));
+        query.bind(1, std::string_view(token));
+        if (const auto known = token.empty() ? std::nullopt : number_of(query)) {
+            return find(*known, problem);
+        }
+    }
+    const int64_t room = limit_of(limit_t::outbox_size);
+    const auto unsent =
+        base::sqlite::number(file_.connection(), "SELECT count(*) FROM messages WHERE state NOT IN (3, 4)");
+    if (unsent >= room) {
+        *problem = {device::error_full,
+                    fmt::format("the outbox holds {} cards, and takes no more; see: zpd outbox", *unsent)};
+        return std::nullopt;
+    }
+    message.handed_in = now_in_seconds();
+    message.changed = message.handed_in;
+    message.held = busy_.contains(message.number) || is_held_back(message.number);
+    const bool done = transaction(
+        [&] {
+            const auto id = outbox_file::insert(file_, message, token);
+            message.id = id.value_or(0);
+            return id && tell(message, "queued", message.handed_in);
+        },
+        true);
+    if (!done) {
+        *problem = not_written(file_);
+        return std::nullopt;
+    }
+    message.octets.clear();
+    changed(message.id);
+    return view_of(std::move(message));
+}
+
+std::optional<outbox_t::view_t> outbox_t::cancel(int64_t id, problem_t* problem) {
+    std::unique_lock lock(mutex_);
+    auto view = find(id, problem);
+    if (!view || view->message.state == outbox_state_t::sent || view->message.state == outbox_state_t::cancelled ||
+        view->message.state == outbox_state_t::cancelling) {
+        return view;
+    }
+    outbox_message_t& message = view->message;
+    const bool with_driver = message.state == outbox_state_t::sending;
+    message.state = with_driver ? outbox_state_t::cancelling : outbox_state_t::cancelled;
+    message.changed = now_in_seconds();
+    const bool done = transaction(
+        [&] {
+            return outbox_file::update(file_, message) && (with_driver || tell(message, "cancelled", message.changed));
+        },
+        true);
+    if (!done) {
+        *problem = not_written(file_);
+        return std::nullopt;
+    }
+    changed(id);
+    view = find(id, problem);
+    lock.unlock();
+    publish();
+    return view;
+}
+
+std::optional<outbox_t::view_t> outbox_t::retry(int64_t id, int64_t expires, problem_t* problem) {
+    const std::lock_guard lock(mutex_);
+    auto view = find(id, problem);
+    if (!view) {
+        return view;
+    }
+    outbox_message_t& message = view->message;
+    if (message.state != outbox_state_t::set_aside && message.state != outbox_state_t::waiting) {
+        *problem = {device::error_not_now,
+                    fmt::format("message {} is {}: only one that was set aside, or waits, can be "
+                                "tried again",
+                                id, words_of(message.state))};
+        return std::nullopt;
+    }
+    const bool was_aside = message.state == outbox_state_t::set_aside;
+    message.state = outbox_state_t::waiting;
+    message.held = busy_.contains(message.number);
+    message.changed = now_in_seconds();
+    message.expires = expires;
+    message.sent = 0;
+    message.refusals = 0;
+    message.reason = {};
+    const bool done = transaction(
+        [&] {
+            return outbox_file::update(file_, message) &&
+                   file_.run("UPDATE numbers SET until = 0 WHERE number = ?1", std::string_view(message.number)) &&
+                   (!was_aside || tell(message, "queued", message.changed));
+        },
+        true);
+    if (!done) {
+        *problem = not_written(file_);
+        return std::nullopt;
+    }
+    changed(id);
+    return find(id, problem);
+}
+
+std::optional<outbox_t::view_t> outbox_t::watch(int64_t id, uint64_t version, uint32_t milliseconds,
+                                                problem_t* problem) {
+    std::unique_lock lock(mutex_);
+    std::optional<view_t> view = find(id, problem);
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(milliseconds, device::longest_wait));
+    while (view && view->version == version && !ending_ &&
+           changed_.wait_until(lock, deadline) != std::cv_status::timeout) {
+        const auto live = live_.find(id);
+        if (live == live_.end() || live->second.version != version) {
+            view = find(id, problem);
+        }
+    }
+    return view ? find(id, problem) : view;
+}
+
+std::vector<outbox_t::view_t> outbox_t::list(int64_t after, bool all, size_t most) {
+    const std::lock_guard lock(mutex_);
+    std::vector<view_t> views;
+    std::vector<outbox_message_t> rows;
+    {
+        execution_t query(file_.statement(std::string(outbox_file::columns) +
+                                          "FROM messages WHERE id > ?1 AND (?2 OR state NOT IN (3, 4)) ORDER BY id "
+                                          "LIMIT ?3"));
+        query.bind(1, after);
+        query.bind(2, int64_t{all});
+        query.bind(3, static_cast<int64_t>(most));
+        while (query.step() == SQLITE_ROW) {
+            rows.push_back(outbox_file::row(query));
+        }
+    }
+    for (outbox_message_t& message : rows) {
+        views.push_back(view_of(std::move(message)));
+    }
+    return views;
+}
+
+ordered_json outbox_t::events(int64_t after, int64_t since, uint32_t milliseconds, size_t room) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::milliseconds(std::min(milliseconds, device::longest_wait)),
+                      [&] { return ending_ || log_.last() > after; });
+    return log_.read(after, since, room);
+}
+
+outbox_t::counts_t outbox_t::counts() {
+    const std::lock_guard lock(mutex_);
+    counts_t counts;
+    execution_t query(file_.statement(
+        "SELECT state, count(*), sum(datagrams) FROM messages WHERE state NOT IN (3, 4) GROUP BY state"));
+    while (query.step() == SQLITE_ROW) {
+        const auto state = static_cast<outbox_state_t>(query.number(0));
+        if (state == outbox_state_t::set_aside) {
+            counts.set_aside = query.number(1);
+        } else {
+            (state == outbox_state_t::waiting ? counts.waiting : counts.sending) += query.number(1);
+            counts.datagrams += query.number(2);
+        }
+    }
+    for (const auto& [id, live] : live_) {
+        counts.datagrams -= live.sent;
+    }
+    return counts;
+}
+
+void outbox_t::end_waits() {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+    changed_.notify_all();
+}
+
+void outbox_t::note(const event_t& event) {
+    note(event, [] { return true; });
+}
+
+void outbox_t::note_card(uint64_t number, const std::optional<event_t>& event) {
+    note(event,
+         [&] { return file_.run("INSERT OR REPLACE INTO marks VALUES ('card', ?1)", static_cast<int64_t>(number)); });
+}
+
+void outbox_t::note(const std::optional<event_t>& event, const std::function<bool()>& also) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (event) {
+            lines_.push_back(event->text);
+        }
+        static_cast<void>(file_.soon([&] { return (!event || log_.append(*event, now_in_seconds())) && also(); }));
+        changed_.notify_all();
+    }
+    publish();
+}
+
+std::optional<uint64_t> outbox_t::last_card() {
+    const std::lock_guard lock(mutex_);
+    const auto number = base::sqlite::number(file_.connection(), "SELECT value FROM marks WHERE name = 'card'");
+    return number ? std::optional(static_cast<uint64_t>(*number)) : std::nullopt;
+}
+
+std::optional<outbox_message_t> outbox_t::take_next() {
+    const std::lock_guard lock(mutex_);
+    const int64_t now = now_in_seconds();
+    const auto id = next_id(now);
+    std::optional<outbox_message_t> message = id ? outbox_file::read(file_, *id) : std::nullopt;
+    if (!message) {
+        return message;
+    }
+    message->octets = outbox_file::octets_of(file_, *id);
+    message->state = outbox_state_t::sending;
+    message->changed = now;
+    const bool alone = !proven_.contains(message->number);
+    const bool done = transaction(
+        [&] {
+            return file_.run("UPDATE messages SET state = 1, held = 0, changed = ?2 WHERE id = ?1", *id, now) &&
+                   (!alone || file_.run("UPDATE messages SET held = 1 WHERE number = ?1 AND state = 0 AND held = 0",
+                                        std::string_view(message->number)));
+        },
+        false);
+    if (!done) {
+        return std::nullopt;
+    }
+    if (alone) {
+        busy_.insert(message->number);
+    }
+    changed(*id);
+    return message;
+}
+
+// One of a number whose pause is over goes before the others: it is the older one, as a rule. A pause that nobody waits
+// for any more is forgotten.
+std::optional<int64_t> outbox_t::next_id(int64_t now) {
+    std::vector<std::string> over;
+    {
+        execution_t due(file_.statement("SELECT number FROM numbers WHERE until <= ?1"));
+        due.bind(1, now);
+        while (due.step() == SQLITE_ROW) {
+            over.push_back(due.text(0));
+        }
+    }
+    for (const std::string& number : over) {
+        if (busy_.contains(number)) {
+            continue;
+        }
+        execution_t first(
+            file_.statement("SELECT id FROM messages WHERE number = ?1 AND state = 0 ORDER BY id LIMIT 1"));
+        first.bind(1, std::string_view(number));
+        if (const auto id = number_of(first)) {
+            return id;
+        }
+        static_cast<void>(file_.run("DELETE FROM numbers WHERE number = ?1", std::string_view(number)));
+    }
+    execution_t ready(file_.statement("SELECT id FROM messages WHERE state = 0 AND held = 0 ORDER BY id LIMIT 1"));
+    return number_of(ready);
+}
+
+void outbox_t::note_progress(int64_t id, int64_t sent, std::optional<uint32_t> driver_message) {
+    const std::lock_guard lock(mutex_);
+    live_t& live = live_[id];
+    live.sent = sent;
+    live.driver_message = driver_message;
+    live.version = ++last_version_;
+    changed_.notify_all();
+}
+
+void outbox_t::note_success(const std::string& number) {
+    const std::lock_guard lock(mutex_);
+    constexpr size_t most = 10'000;
+    if (proven_.size() >= most) {
+        proven_.clear();
+    }
+    if (!proven_.insert(number).second) {
+        return;
+    }
+    busy_.erase(number);
+    static_cast<void>(transaction(
+        [&] { return file_.run("DELETE FROM numbers WHERE number = ?1", std::string_view(number)) && release(number); },
+        false));
+}
+
+bool outbox_t::finish_sent(int64_t id) {
+    return finish(
+        id, "sent",
+        [](outbox_message_t& message) {
+            message.state = outbox_state_t::sent;
+            message.sent = message.datagrams;
+            message.reason = {};
+        },
+        false);
+}
+
+bool outbox_t::finish_cancelled(int64_t id, int64_t sent) {
+    return finish(
+        id, "cancelled",
+        [&](outbox_message_t& message) {
+            message.state = outbox_state_t::cancelled;
+            message.sent = sent;
+        },
+        false);
+}
+
+bool outbox_t::set_aside(int64_t id, int64_t sent, int64_t refusals, const reason_t& reason, bool refused) {
+    return finish(
+        id, "set aside",
+        [&](outbox_message_t& message) {
+            message.state = outbox_state_t::set_aside;
+            message.sent = sent;
+            message.refusals = refusals;
+            message.reason = reason;
+        },
+        refused);
+}
+
+bool outbox_t::refuse(int64_t id, int64_t refusals, const reason_t& reason) {
+    return finish(
+        id, nullptr,
+        [&](outbox_message_t& message) {
+            message.state = outbox_state_t::waiting;
+            message.held = true;
+            message.refusals = refusals;
+            message.reason = reason;
+        },
+        true);
+}
+
+bool outbox_t::give_back(int64_t id) {
+    return finish(
+        id, nullptr, [](outbox_message_t& message) { message.state = outbox_state_t::waiting; }, false);
+}
+
+// With no kind nothing is told: it is not over.
+bool outbox_t::finish(int64_t id, const char* kind, const change_t& change, bool hold) {
+    {
+        const std::lock_guard lock(mutex_);
+        std::optional<outbox_message_t> message = outbox_file::read(file_, id);
+        if (!message || is_over(message->state)) {
+            return true;
+        }
+        const int64_t now = now_in_seconds();
+        if (message->state == outbox_state_t::cancelling && kind == nullptr) {
+            message->state = outbox_state_t::cancelled;  // called back meanwhile
+            kind = "cancelled";
+        } else {
+            change(*message);
+        }
+        message->changed = now;
+        const std::string& number = message->number;
+        const bool done = transaction(
+            [&] {
+                return outbox_file::update(file_, *message) && (!hold || hold_back(number, now)) &&
+                       (hold || is_held_back(number) || release(number)) &&
+                       (kind == nullptr || tell(*message, kind, now));
+            },
+            false);
+        if (!done) {
+            return false;
+        }
+        busy_.erase(number);
+        if (hold) {
+            proven_.erase(number);
+        }
+        changed(id);
+        live_.erase(id);
+    }
+    publish();
+    return true;
+}
+
+bool outbox_t::tell(const outbox_message_t& message, const char* kind, int64_t now) {
+    const std::string text = event_text(message, kind);
+    if (message.state != outbox_state_t::waiting) {
+        lines_.push_back(text);
+    }
+    return log_.append({kind, text, {{"message", message_json(message)}}}, now);
+}
+
+// The pause doubles with each refusal.
+bool outbox_t::hold_back(const std::string& number, int64_t now) {
+    execution_t query(file_.statement("SELECT refusals FROM numbers WHERE number = ?1"));
+    query.bind(1, std::string_view(number));
+    const int64_t refusals = number_of(query).value_or(0) + 1;
+    int64_t pause = limit_of(limit_t::held_back);
+    for (int64_t times = 1; times < refusals && pause < limit_of(limit_t::held_back_most); ++times) {
+        pause *= 2;
+    }
+    pause = std::min(pause, limit_of(limit_t::held_back_most));
+    return file_.run("INSERT OR REPLACE INTO numbers VALUES (?1, ?2, ?3)", std::string_view(number), refusals,
+                     now + pause) &&
+           file_.run("UPDATE messages SET held = 1 WHERE number = ?1 AND state = 0 AND held = 0",
+                     std::string_view(number));
+}
+
+bool outbox_t::release(const std::string& number) {
+    return file_.run("UPDATE messages SET held = 0 WHERE number = ?1 AND state = 0 AND held = 1",
+                     std::string_view(number));
+}
+
+bool outbox_t::is_held_back(const std::string& number) {
+    execution_t query(file_.statement("SELECT 1 FROM numbers WHERE number = ?1"));
+    query.bind(1, std::string_view(number));
+    return number_of(query).has_value();
+}
+
+void outbox_t::forget() {
+    const std::lock_guard lock(mutex_);
+    const int64_t oldest = now_in_seconds() - limit_of(limit_t::journal_age) * day;
+    static_cast<void>(transaction(
+        [&] {
+            return file_.run("DELETE FROM messages WHERE state IN (3, 4) AND changed < ?1", oldest) &&
+                   log_.forget_before(oldest);
+        },
+        false));
+}
+
+void outbox_t::expire() {
+    std::vector<int64_t> expired;
+    {
+        const std::lock_guard lock(mutex_);
+        execution_t query(file_.statement("SELECT id FROM messages WHERE state = 0 AND expires > 0 AND expires <= ?1"));
+        query.bind(1, now_in_seconds());
+        while (query.step() == SQLITE_ROW) {
+            expired.push_back(query.number(0));
+        }
+    }
+    for (const int64_t id : expired) {
+        static_cast<void>(set_aside(id, 0, 0, {"it expired before it could be sent"}, false));
+    }
+}
+
+std::optional<int64_t> outbox_t::next_due() {
+    const std::lock_guard lock(mutex_);
+    execution_t query(
+        file_.statement("SELECT min(at) FROM (SELECT min(until) AS at FROM numbers WHERE until > ?1 UNION ALL "
+                        "SELECT min(expires) FROM messages WHERE state = 0 AND expires > ?1)"));
+    query.bind(1, now_in_seconds());
+    return query.step() == SQLITE_ROW && query.column_type(0) == SQLITE_INTEGER ? std::optional(query.number(0))
+                                                                                : std::nullopt;
+}
+
+outbox_t::view_t outbox_t::view_of(outbox_message_t message) {
+    view_t view;
+    view.version = 1;  // as long as nothing changes
+    if (const auto live = live_.find(message.id); live != live_.end()) {
+        view.version = live->second.version;
+        view.driver_message = live->second.driver_message;
+        message.sent = is_over(message.state) ? message.sent : live->second.sent;
+    }
+    if (message.state == outbox_state_t::waiting && message.held) {
+        execution_t until(file_.statement("SELECT until FROM numbers WHERE number = ?1"));
+        until.bind(1, std::string_view(message.number));
+        view.next_try = number_of(until);
+    }
+    if (message.state == outbox_state_t::waiting && !view.next_try) {
+        execution_t before(
+            file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state = 0 AND held = 0 "
+                            "AND id < ?1"));
+        before.bind(1, message.id);
+        view.ahead = before.step() == SQLITE_ROW ? ahead_t{before.number(0), before.number(1)} : ahead_t{};
+        execution_t sending(
+            file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state IN (1, 2)"));
+        if (sending.step() == SQLITE_ROW) {
+            view.ahead->messages += sending.number(0);
+            view.ahead->datagrams += sending.number(1);
+        }
+        for (const auto& [id, live] : live_) {
+            view.ahead->datagrams -= live.sent;
+        }
+    }
+    view.message = std::move(message);
+    return view;
+}
+
+std::optional<outbox_t::view_t> outbox_t::find(int64_t id, problem_t* problem) {
+    std::optional<outbox_message_t> message = outbox_file::read(file_, id);
+    if (!message) {
+        *problem = {device::error_not_found, fmt::format("there is no message {} in the outbox; see: zpd outbox", id)};
+        return std::nullopt;
+    }
+    return view_of(*std::move(message));
+}
+
+void outbox_t::changed(int64_t id) {
+    live_[id].version = ++last_version_;
+    changed_.notify_all();
+}
+
+void outbox_t::publish() {
+    std::vector<std::string> lines;
+    {
+        const std::lock_guard lock(mutex_);
+        lines.swap(lines_);
+    }
+    for (const std::string& line : lines) {
+        told_(line);
+    }
+}

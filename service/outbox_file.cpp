@@ -1,0 +1,127 @@
+#include "service/outbox_file.h"
+
+#include <iterator>
+#include <string_view>
+
+#include "service/event_log.h"
+
+using base::sqlite::execution_t;
+
+bool is_over(outbox_state_t state) {
+    return state == outbox_state_t::sent || state == outbox_state_t::cancelled || state == outbox_state_t::set_aside;
+}
+
+const char* words_of(outbox_state_t state) {
+    static constexpr const char* words[] = {"waiting", "sending", "cancelling", "sent", "cancelled", "set aside"};
+    return static_cast<size_t>(state) < std::size(words) ? words[static_cast<size_t>(state)] : "unknown";
+}
+
+namespace outbox_file {
+
+namespace {
+
+// States are those of outbox_state_t. `held`: its number is held back. The octets stand last: who reads the rest does
+// not read them. `numbers` has those that are refused, until when, and how often;
+// `marks` the number of the last received card that was told of.
+constexpr const char* tables = R"(
+    CREATE TABLE IF NOT EXISTS messages (
+        id INTEGER PRIMARY KEY AUTOINCREMENT,
+        state INTEGER NOT NULL,
+        held INTEGER NOT NULL,
+        number TEXT NOT NULL,
+        file TEXT NOT NULL,
+        contacts TEXT NOT NULL,
+        is_utf8 INTEGER NOT NULL,
+        long_reference INTEGER NOT NULL,
+        size INTEGER NOT NULL,
+        datagrams INTEGER NOT NULL,
+        sent INTEGER NOT NULL,
+        handed_in INTEGER NOT NULL,
+        expires INTEGER NOT NULL,
+        changed INTEGER NOT NULL,
+        refusals INTEGER NOT NULL,
+        reason TEXT NOT NULL,
+        advice TEXT NOT NULL,
+        token TEXT UNIQUE,
+        octets BLOB);
+    CREATE INDEX IF NOT EXISTS ready ON messages (id, datagrams) WHERE state = 0 AND held = 0;
+    CREATE INDEX IF NOT EXISTS waiting ON messages (number, id) WHERE state = 0;
+    CREATE INDEX IF NOT EXISTS expiring ON messages (expires) WHERE state = 0 AND expires > 0;
+    CREATE INDEX IF NOT EXISTS unsent ON messages (state, datagrams) WHERE state NOT IN (3, 4);
+    CREATE INDEX IF NOT EXISTS finished ON messages (changed) WHERE state IN (3, 4);
+    CREATE TABLE IF NOT EXISTS numbers (
+        number TEXT PRIMARY KEY,
+        refusals INTEGER NOT NULL,
+        until INTEGER NOT NULL);
+    CREATE INDEX IF NOT EXISTS holds ON numbers (until);
+    CREATE TABLE IF NOT EXISTS marks (name TEXT PRIMARY KEY, value INTEGER NOT NULL);
+)";
+
+}  // namespace
+
+std::filesystem::path path(const std::filesystem::path& home) {
+    return home / "outbox.sqlite";
+}
+
+bool make_tables(sqlite3* connection, int64_t /*found_version*/) {
+    return base::sqlite::run_all(connection, tables) && event_log_t::make_table(connection);
+}
+
+const char* const columns =
+    "SELECT id, state, held, number, file, contacts, is_utf8, long_reference, size, datagrams, sent, handed_in, "
+    "expires, changed, refusals, reason, advice ";
+
+outbox_message_t row(const execution_t& query) {
+    return {.id = query.number(0),
+            .state = static_cast<outbox_state_t>(query.number(1)),
+            .held = query.number(2) != 0,
+            .number = query.text(3),
+            .file = query.text(4),
+            .contacts = query.text(5),
+            .is_utf8 = query.number(6) != 0,
+            .long_reference = query.number(7) != 0,
+            .size = query.number(8),
+            .datagrams = query.number(9),
+            .sent = query.number(10),
+            .handed_in = query.number(11),
+            .expires = query.number(12),
+            .changed = query.number(13),
+            .refusals = query.number(14),
+            .reason = {query.text(15), query.text(16)},
+            .octets = {}};
+}
+
+std::optional<outbox_message_t> read(base::sqlite::file_t& file, int64_t id) {
+    execution_t query(file.statement(std::string(columns) + "FROM messages WHERE id = ?1"));
+    query.bind(1, id);
+    return query.step() == SQLITE_ROW ? std::optional(row(query)) : std::nullopt;
+}
+
+std::string octets_of(base::sqlite::file_t& file, int64_t id) {
+    execution_t query(file.statement("SELECT octets FROM messages WHERE id = ?1"));
+    query.bind(1, id);
+    return query.step() == SQLITE_ROW ? query.text(0) : std::string();
+}
+
+std::optional<int64_t> insert(base::sqlite::file_t& file, const outbox_message_t& message, const std::string& token) {
+    const std::span octets(reinterpret_cast<const uint8_t*>(message.octets.data()), message.octets.size());  // NOLINT
+    const bool done = file.run(
+        "INSERT INTO messages (state, held, number, file, contacts, is_utf8, long_reference, size, datagrams, sent, "
+        "handed_in, expires, changed, refusals, reason, advice, token, octets) "
+        "VALUES (0, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, 0, ?9, ?10, ?9, 0, '', '', nullif(?11, ''), ?12)",
+        int64_t{message.held}, std::string_view(message.number), std::string_view(message.file),
+        std::string_view(message.contacts), int64_t{message.is_utf8}, int64_t{message.long_reference}, message.size,
+        message.datagrams, message.handed_in, message.expires, std::string_view(token), octets);
+    return done ? std::optional<int64_t>(sqlite3_last_insert_rowid(file.connection())) : std::nullopt;
+}
+
+bool update(base::sqlite::file_t& file, const outbox_message_t& message) {
+    return file.run(
+        "UPDATE messages SET state = ?2, held = ?3, sent = ?4, changed = ?5, refusals = ?6, reason = ?7, advice = ?8, "
+        "expires = ?9, octets = iif(?2 IN (3, 4), NULL, octets) WHERE id = ?1",
+        message.id, static_cast<int64_t>(message.state), int64_t{message.held}, message.sent, message.changed,
+        message.refusals, std::string_view(message.reason.text), std::string_view(message.reason.advice),
+        message.expires);
+}
+
+}  // namespace outbox_file
