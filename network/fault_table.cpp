@@ -78,6 +78,15 @@ bool refuse(phone_t* phone, std::string_view value) {
     return code && times;
 }
 
+bool refuse_number(phone_t* phone, std::string_view value) {
+    const pair_t parts = split(value, ':');
+    const auto code = number(parts.second.value_or(""), highest_code);
+    if (code && phone != nullptr) {
+        phone->modem().faults().refused_numbers[std::string(parts.first)] = static_cast<unsigned>(*code);
+    }
+    return code && air::address_from_number(parts.first);
+}
+
 bool set_storage(phone_t* phone, std::string_view value) {
     constexpr uint64_t most = 1000;
     const auto places = number(value, most);
@@ -271,6 +280,7 @@ bool clear(phone_t* phone, std::string_view value) {
 
 constexpr fault_t table[] = {
     {"refuse", "CODE[xN]", "refuse the next N submissions (1) with +CMS ERROR: CODE", refuse},
+    {"refuse-to", "NUMBER:CODE", "refuse every submission to NUMBER with +CMS ERROR: CODE", refuse_number},
     {"lose-results", "N", "take the next N submissions, and never answer them", set_number<&faults_t::lost_results>},
     {"late-results", "MS", "answer submissions MS milliseconds late", set_number<&faults_t::late_results>},
     {"late-prompt", "MS", "prompt for the PDU MS milliseconds late", set_number<&faults_t::late_prompt>},

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -62,6 +63,7 @@ struct faults_t {
     // Submissions.
     unsigned refusals = 0;  // so many of the next are refused with this +CMS ERROR (3GPP TS 27.005 3.2.5)
     unsigned refusal_code = 500;
+    std::map<std::string, unsigned> refused_numbers;  // with the code that each submission to them is refused with
     unsigned lost_results = 0;  // so many of the next reach the network, but their result never reaches the host
     uint64_t late_results = 0;  // results come so much later; meanwhile the modem takes other commands
     uint64_t late_prompt = 0;   // the prompt comes so much later; meanwhile the modem takes nothing

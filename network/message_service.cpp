@@ -290,6 +290,10 @@ at_result_t message_service_t::submit(std::string_view command, air_message_t me
         --faults_.refusals;
         return cms_error(faults_.refusal_code);
     }
+    const auto refused = faults_.refused_numbers.find(air::number_from_address(submission.submit.destination));
+    if (refused != faults_.refused_numbers.end()) {
+        return cms_error(refused->second);
+    }
     if (const unsigned cause = service_centre_.submit(number_, submission); cause != 0) {
         return cms_error(cause);
     }

@@ -123,10 +123,13 @@ bool feeder_t::look_at(const in_flight_t::state_t& message, bool asks) {
     if (message.ending && message.driver_message && closed_.insert(*message.driver_message).second) {
         driver_->close(*message.driver_message);
     }
-    const fate_t fate = message.complete         ? fate_t::sent
-                        : message.ending || asks ? fate_of(message)
-                                                 : fate_t::with_driver;
-    if (fate == fate_t::with_driver || !settle(message, fate == fate_t::sent)) {
+    const bool is_asked = message.ending || asks;
+    const fate_t fate = message.complete ? fate_t::sent : is_asked ? fate_of(message) : fate_t::with_driver;
+    if (fate == fate_t::with_driver || (!message.settled && !settle(message, fate == fate_t::sent))) {
+        return false;
+    }
+    if (fate == fate_t::idle) {
+        in_flight_.settle(message.id);
         return false;
     }
     if (message.driver_message && closed_.erase(*message.driver_message) == 0) {
@@ -138,17 +141,22 @@ bool feeder_t::look_at(const in_flight_t::state_t& message, bool asks) {
 
 // The driver has no record of a message any more that is closed and done with.
 feeder_t::fate_t feeder_t::fate_of(const in_flight_t::state_t& message) const {
+    using enum fate_t;
     if (!message.driver_message) {
-        return fate_t::with_driver;
+        return with_driver;
     }
     const auto datagrams = driver_->datagrams(*message.driver_message);
     if (!datagrams) {
-        return fate_t::gone;
+        return gone;
     }
-    const bool has_some = std::ranges::any_of(
-        *datagrams, [](uint32_t status) { return status == ZPD_STATUS_QUEUED || status == ZPD_STATUS_SUBMITTED; });
-    const bool all_sent = std::ranges::all_of(*datagrams, [](uint32_t status) { return status == ZPD_STATUS_SENT; });
-    return has_some || message.ending ? fate_t::with_driver : all_sent ? fate_t::sent : fate_t::gone;
+    const auto has = [&](uint32_t status) { return std::ranges::count(*datagrams, status) != 0; };
+    if (message.ending) {
+        return has(ZPD_STATUS_SUBMITTED) || message.ending->kind == ending_t::kind_t::later ? with_driver : idle;
+    }
+    if (has(ZPD_STATUS_QUEUED) || has(ZPD_STATUS_SUBMITTED)) {
+        return with_driver;
+    }
+    return has(ZPD_STATUS_FAILED) || has(ZPD_STATUS_DEFERRED) ? gone : sent;
 }
 
 bool feeder_t::settle(const in_flight_t::state_t& message, bool sent) {

@@ -41,7 +41,8 @@ class feeder_t {
     void look();
     bool look_at(const in_flight_t::state_t& message, bool asks);
     [[nodiscard]] bool settle(const in_flight_t::state_t& message, bool sent);
-    enum class fate_t : uint8_t { with_driver, sent, gone };
+    /// Of a message that the driver was given. `idle`: it still has datagrams of it, and none is on its way.
+    enum class fate_t : uint8_t { with_driver, idle, sent, gone };
     [[nodiscard]] fate_t fate_of(const in_flight_t::state_t& message) const;
     void take_cancels();
     void feed();
@@ -50,10 +51,11 @@ class feeder_t {
 
     outbox_t& outbox_;
     const loaded_driver_t* driver_ = nullptr;
-    std::set<uint32_t> closed_;  // messages of the driver that are given up, and closed
-    bool looks_again_ = false;   // something has to be asked for
-    uint64_t next_feeding_ = 0;  // tick64, after a failure
-    uint64_t next_tidying_ = 0;  // tick64
+    std::set<uint32_t> closed_;     // messages of the driver that are given up, and closed
+    bool looks_again_ = false;      // something has to be asked for
+    uint64_t next_asking_ = 0;      // tick64, the driver, for what is not given up
+    uint64_t next_feeding_ = 0;     // tick64, after a failure
+    uint64_t next_forgetting_ = 0;  // tick64
 
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;

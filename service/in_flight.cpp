@@ -62,35 +62,46 @@ void in_flight_t::begin(const outbox_message_t& message) {
 
 void in_flight_t::name(int64_t id, uint32_t driver_message) {
     const std::lock_guard lock(mutex_);
-    for (entry_t& entry : entries_) {
-        if (entry.state.id == id) {
-            entry.state.driver_message = driver_message;
-        }
+    if (entry_t* const entry = find(id)) {
+        entry->state.driver_message = driver_message;
+    }
+}
+
+void in_flight_t::settle(int64_t id) {
+    const std::lock_guard lock(mutex_);
+    if (entry_t* const entry = find(id)) {
+        entry->state.settled = true;
     }
 }
 
 void in_flight_t::end(int64_t id) {
     const std::lock_guard lock(mutex_);
-    const auto entry = std::ranges::find(entries_, id, [](const entry_t& one) { return one.state.id; });
-    if (entry != entries_.end()) {
+    if (const entry_t* const entry = find(id)) {
         given_up_ -= entry->state.ending ? 1 : 0;
-        outstanding_ -= entry->state.ending ? 0 : static_cast<int64_t>(entry->confirmed.size()) - entry->state.sent;
-        entries_.erase(entry);
+        outstanding_ -= entry->state.ending ? 0 : entry->left();
+        entries_.remove_if([&](const entry_t& one) { return &one == entry; });
     }
 }
 
 bool in_flight_t::give_up(int64_t id, const ending_t& ending) {
     const std::lock_guard lock(mutex_);
-    const auto entry = std::ranges::find(entries_, id, [](const entry_t& one) { return one.state.id; });
-    if (entry == entries_.end() || entry->state.complete) {
+    entry_t* const entry = find(id);
+    if (entry == nullptr || entry->state.complete || entry->state.settled) {
         return false;
     }
-    if (!entry->state.ending) {
-        given_up_ += 1;
-        outstanding_ -= static_cast<int64_t>(entry->confirmed.size()) - entry->state.sent;
-    }
-    entry->state.ending = ending;
+    give_up(*entry, ending);
     return true;
+}
+
+void in_flight_t::give_up(entry_t& entry, const ending_t& ending) {
+    given_up_ += entry.state.ending ? 0 : 1;
+    outstanding_ -= entry.state.ending ? 0 : entry.left();
+    entry.state.ending = ending;
+}
+
+in_flight_t::entry_t* in_flight_t::find(int64_t id) {
+    const auto entry = std::ranges::find(entries_, id, [](const entry_t& one) { return one.state.id; });
+    return entry == entries_.end() ? nullptr : &*entry;
 }
 
 std::vector<in_flight_t::state_t> in_flight_t::look() {
@@ -161,9 +172,7 @@ void in_flight_t::submitted(const outgoing_t& datagram, const submission_outcome
         entry->state.refusals += 1;
         if (const auto ending = ending_after(outcome, entry->state.refusals, entry->at_once++);
             ending && !entry->state.ending) {
-            given_up_ += 1;
-            outstanding_ -= static_cast<int64_t>(entry->confirmed.size()) - entry->state.sent;
-            entry->state.ending = ending;
+            give_up(*entry, *ending);
         }
         wakes = true;
     }

@@ -39,6 +39,7 @@ class in_flight_t {
         bool complete = false;  // all were
         bool is_new = false;    // more were confirmed since the last look
         std::optional<ending_t> ending;
+        bool settled = false;  // the outbox knows what became of it; the driver still has datagrams that go no more
     };
 
     /// `wake` is called when there is something for the feeder to do, on any thread.
@@ -47,6 +48,7 @@ class in_flight_t {
     /// Before the driver is given the message: its datagrams may go out at once. `number` of the driver is told later.
     void begin(const outbox_message_t& message);
     void name(int64_t id, uint32_t driver_message);
+    void settle(int64_t id);
     void end(int64_t id);
 
     /// It goes no more. False when it is not here, or complete.
@@ -72,9 +74,14 @@ class in_flight_t {
         uint8_t width = 0;  // octets of the reference; 0 for a message of one datagram
         std::vector<bool> confirmed;
         int64_t at_once = 0;  // refusals that the driver was left to try again
+
+        /// Datagrams that are not confirmed.
+        int64_t left() const { return static_cast<int64_t>(confirmed.size()) - state.sent; }
     };
+    void give_up(entry_t& entry, const ending_t& ending);
     static bool is_of(const entry_t& entry, const radio::outgoing_t& datagram);
     entry_t* find(const radio::outgoing_t& datagram);
+    entry_t* find(int64_t id);
     bool confirm(entry_t& entry, const radio::outgoing_t& datagram);
     void note_pace();
 

@@ -166,11 +166,7 @@ std::optional<outbox_t::view_t> outbox_t::retry(int64_t id, int64_t expires, pro
     message.refusals = 0;
     message.reason = {};
     const bool done = transaction(
-        [&] {
-            return outbox_file::update(file_, message) &&
-                   file_.run("UPDATE numbers SET until = 0 WHERE number = ?1", std::string_view(message.number)) &&
-                   (!was_aside || tell(message, "queued", message.changed));
-        },
+        [&] { return outbox_file::update(file_, message) && (!was_aside || tell(message, "queued", message.changed)); },
         true);
     if (!done) {
         *problem = not_written(file_);

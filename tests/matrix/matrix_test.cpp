@@ -44,6 +44,7 @@ const row_t rows[] = {
     {"refused", {}, {"refuse=38x2"}, {}, "38"},
     {"refused_without_codes", {"errors=plain"}, {"refuse=38x2"}, {}, "ERROR"},
     {"refused_in_words", {"errors=verbose"}, {"refuse=42x2"}, {}, "42"},
+    {"another_number_refused", {"refuse-to=+12025550177:1"}, {}, {}, ""},
     {"result_lost", {}, {"lose-results=1"}, {}, "nobody knows whether"},
     {"result_lost_in_words", {"errors=verbose"}, {"lose-results=1"}, {}, "nobody knows whether"},
     // Nobody can tell the rejected copy from a refusal there.
