@@ -72,8 +72,8 @@ class card_reader_t {
 
     void read_file(const std::string& path) {
         card_t& file = add(path);
-        const int error =
-            path == "-" ? base::read_standard_input(file_limit, &file.octets) : base::read_file(path, file_limit, &file.octets);
+        const int error = path == "-" ? base::read_standard_input(file_limit, &file.octets)
+                                      : base::read_file(path, file_limit, &file.octets);
         if (error != 0) {
             file.problem = fmt::format("cannot read {}: {}", shown(path), base::errno_text(error));
         } else if (file.octets.empty()) {
@@ -182,9 +182,13 @@ class card_reader_t {
 
 }  // namespace
 
+std::string card_t::name() const {
+    const std::string file = path == "-" ? "standard input" : fs::path(path).filename().native();
+    return parts == 0 ? file : fmt::format("{} ({} of {})", file, part, parts);
+}
+
 std::string card_t::label() const {
-    const std::string name = path == "-" ? "standard input" : base::escaped(fs::path(path).filename().native());
-    return parts == 0 ? name : fmt::format("{} ({} of {})", name, part, parts);
+    return base::escaped(name());
 }
 
 std::vector<card_t> read_cards(const std::vector<std::string>& paths, const card_options_t& options,

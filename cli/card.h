@@ -24,7 +24,9 @@ struct card_t {
     std::string advice;    // on the doubt
     std::string remark;    // what is worth to be known of it
 
-    /// For people: the file's name without its folders, "names.vcf (2 of 5)".
+    /// The file's name without its folders, "names.vcf (2 of 5)".
+    std::string name() const;
+    /// The same, fit for a terminal.
     std::string label() const;
 };
 

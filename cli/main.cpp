@@ -65,6 +65,7 @@ void add_commands(CLI::App& app, context_t& context) {
     add_doctor_command(app, context);
     add_send_command(app, context);
     add_count_command(app, context);
+    add_outbox_commands(app, context);
     add_message_commands(app, context);
     add_inbox_commands(app, context);
     add_service_commands(app, context);

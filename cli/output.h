@@ -48,6 +48,8 @@ class progress_t {
     progress_t(const progress_t&) = delete;
     progress_t& operator=(const progress_t&) = delete;
 
+    /// Whether a state takes the place of the one before it, and not a line of its own.
+    bool rewrites() const { return terminal_; }
     /// The state of the moment; it is overwritten by the next.
     void show(const std::string& state);
     /// Something that should stay to be read.
