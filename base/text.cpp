@@ -1,6 +1,8 @@
 #include "base/text.h"
 
+#include <clocale>
 #include <cstdint>
+#include <cwctype>
 #include <system_error>
 
 namespace base {
@@ -122,6 +124,16 @@ bool is_utf8(std::string_view text) {
         text.remove_prefix(first.length);
     }
     return true;
+}
+
+std::string folded(std::string_view text) {
+    static locale_t const letters = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);  // of the C library itself
+    std::u16string units = to_utf16(text);
+    for (char16_t& unit : units) {
+        const wint_t lower = letters != nullptr ? towlower_l(unit, letters) : towlower(unit);
+        unit = static_cast<char16_t>(lower);
+    }
+    return to_utf8(units);
 }
 
 std::string errno_text(int error) {

@@ -19,6 +19,8 @@ struct code_point_t {
 };
 code_point_t first_code_point(std::string_view text);
 bool is_utf8(std::string_view text);
+/// To compare texts without regard to case, of any alphabet.
+std::string folded(std::string_view text);
 
 /// "No such file or directory"; safe in any thread.
 std::string errno_text(int error);

@@ -1,152 +1,15 @@
-/// zpd inbox: the received cards, read from the phone's home; no service needs to run.
+/// zpd inbox: the received cards, of a service or of a home without one.
 #include <ctime>
-#include <fstream>
 
 #include "base/safe_text.h"
-#include "cli/command.h"
+#include "cli/inbox.h"
 #include "cli/output.h"
 #include "radio/incomplete_messages.h"
-#include "service/card_json.h"
-#include "service/inbox_folder.h"
-#include "service/vcard.h"
 
 namespace {
 
 using nlohmann::ordered_json;
-
-constexpr size_t shown_name_digits = 8;
-
-std::string local_time(uint64_t since_1970) {
-    const auto time = static_cast<time_t>(since_1970);
-    tm parts{};
-    char text[32];
-    if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
-        return std::to_string(since_1970);
-    }
-    return text;
-}
-
-ordered_json as_json(const inbox_folder_t& inbox, const stored_card_t& card) {
-    return card_json(std::nullopt, inbox.file(card.name), card);
-}
-
-std::string name_on(std::string_view octets) {
-    const auto contacts = contacts_of(octets);
-    return contacts.empty() ? std::string() : contacts.front().name;
-}
-
-int tell(const std::vector<std::string>& errors) {
-    for (const std::string& error : errors) {
-        fail(error);
-    }
-    return errors.empty() ? exit_done : exit_failed;
-}
-
-void tell_if_none(const inbox_folder_t& inbox, bool none) {
-    if (none) {
-        progress_t(true).note(base::escaped(fmt::format("no cards in {}", inbox.path().native())));
-    }
-}
-
-int list(const context_t& context) {
-    const inbox_folder_t inbox(context.home);
-    const auto [cards, errors] = inbox.cards();
-    const int status = tell(errors);
-    if (context.json) {
-        ordered_json list = ordered_json::array();
-        for (const stored_card_t& card : cards) {
-            list.push_back(as_json(inbox, card));
-        }
-        say_json({{"cards", list}});
-        return status;
-    }
-    for (const stored_card_t& card : cards) {
-        say("{}  {}  {:<16} {:>6}  {}", card.name.substr(0, shown_name_digits), local_time(card.time),
-            base::escaped(card.sender), card.octets.size(), base::escaped(name_on(card.octets)));
-    }
-    tell_if_none(inbox, cards.empty() && errors.empty());
-    return status;
-}
-
-/// The card whose name begins with `prefix`, or none, which it tells.
-std::optional<stored_card_t> find_card(const inbox_folder_t& inbox, const std::string& prefix) {
-    std::string error;
-    const auto name = inbox.find(prefix, &error);
-    if (!name) {
-        fail(error);
-        return std::nullopt;
-    }
-    auto card = inbox.load(*name, &error);
-    if (!card) {
-        fail(error);
-    }
-    return card;
-}
-
-int show(const context_t& context, const std::string& prefix) {
-    const inbox_folder_t inbox(context.home);
-    const auto card = find_card(inbox, prefix);
-    if (!card) {
-        return exit_failed;
-    }
-    if (context.json) {
-        ordered_json value = as_json(inbox, *card);
-        value["card"] = card->octets;
-        say_json(value);
-        return exit_done;
-    }
-    say("From: {}\nReceived: {}\nName: {}\n", base::escaped(card->sender), local_time(card->time), card->name);
-    say_line(base::escaped_lines(card->octets));
-    return exit_done;
-}
-
-int refuse_json() {
-    fail("--json goes with list, show and incomplete");
-    return exit_usage;
-}
-
-int export_all(const context_t& context, const std::filesystem::path& directory) {
-    if (context.json) {
-        return refuse_json();
-    }
-    const inbox_folder_t inbox(context.home);
-    std::error_code failed;
-    std::filesystem::create_directories(directory, failed);
-    if (failed) {
-        return fail(fmt::format("cannot make the folder {}: {}", directory.native(), failed.message()));
-    }
-    const auto [cards, errors] = inbox.cards();
-    for (const stored_card_t& card : cards) {
-        const std::filesystem::path file = directory / (card.name + ".vcf");
-        std::ofstream stream(file, std::ios::binary);
-        stream << card.octets;
-        stream.close();
-        if (!stream) {
-            return fail(fmt::format("cannot write {}", file.native()));
-        }
-        say_line(file.native());
-    }
-    tell_if_none(inbox, cards.empty() && errors.empty());
-    return tell(errors);
-}
-
-int remove(const context_t& context, const std::string& prefix) {
-    if (context.json) {
-        return refuse_json();
-    }
-    const inbox_folder_t inbox(context.home);
-    std::string error;
-    const auto name = inbox.find(prefix, &error);
-    if (!name) {
-        return fail(error);
-    }
-    std::error_code failed;
-    std::filesystem::remove(inbox.file(*name), failed);
-    if (failed) {
-        return fail(fmt::format("cannot remove {}: {}", inbox.file(*name).native(), failed.message()));
-    }
-    return exit_done;
-}
+using inbox_command_t = int (*)(const context_t&, const inbox_options_t&, received_cards_t&);
 
 int list_incomplete(const context_t& context) {
     std::string error;
@@ -175,51 +38,158 @@ int list_incomplete(const context_t& context) {
     return exit_done;
 }
 
-/// A command below `inbox` with one argument.
-template <typename argument_t>
-CLI::App* add_below(CLI::App* inbox, context_t& context, const std::string& name, const std::string& help,
-                    const std::string& argument_name, int (*use)(const context_t&, const argument_t&)) {
-    auto* command = inbox->add_subcommand(name, help);
-    const auto argument = std::make_shared<argument_t>();
-    command->add_option(argument_name, *argument)->type_name("")->required();
+/// Where the cards are: in a home that was named; else with the service of the device. Without one: in the usual home,
+/// unless it was that device that was asked for.
+int on_inbox(const context_t& context, const inbox_options_t& options, inbox_command_t use) {
+    if (!options.home_named) {
+        auto client = client::client_t::connect(context.device);
+        if (client) {
+            return use(context, options, *cards_of_service(std::move(*client), context.device));
+        }
+        const bool is_usual = context.device == client::default_device;
+        if (!is_usual || client.failure().obstacle != client::obstacle_t::no_service) {
+            return fail(client.failure().text);
+        }
+    }
+    return on_home(context, [&] { return use(context, options, *cards_of_home(context.home)); })();
+}
+
+/// A command below `inbox`, or that itself.
+class inbox_command_line_t {
+  public:
+    inbox_command_line_t(CLI::App* command, context_t& context, std::shared_ptr<inbox_options_t> options)
+        : command_(command), context_(context), options_(std::move(options)) {
+        command
+            ->add_option_function<std::string>(
+                "--home",
+                [&context, values = options_](const std::string& home) {
+                    context.home = home;
+                    values->home_named = true;
+                },
+                "a phone's home folder (default: the service's, else " + context.home.native() + ")")
+            ->type_name("DIR")
+            ->check(not_empty("the home folder's name"));
+        add_device_option(command, context);
+        add_json_option(command, context);
+    }
+
+    inbox_command_line_t& follow() {
+        command_->add_flag("--follow", options_->follow, "go on with those that come, until interrupted");
+        return *this;
+    }
+    inbox_command_line_t& cards() {
+        command_->add_option("card", options_->cards, "a card's number, its file's first digits, or a contact's name")
+            ->type_name("CARD...");
+        command_->add_flag("--all", options_->all, "all cards");
+        return *this;
+    }
+    inbox_command_line_t& flag(const std::string& name, bool inbox_options_t::*value, const std::string& help) {
+        command_->add_flag(name, (*options_).*value, help);
+        return *this;
+    }
+    template <typename value_t>
+    inbox_command_line_t& option(const std::string& name, value_t inbox_options_t::*value, const std::string& type,
+                                 const std::string& help) {
+        command_->add_option(name, (*options_).*value, help)->type_name(type)->check(not_empty("the name"));
+        return *this;
+    }
+    void runs(inbox_command_t use) {
+        command_->callback([&context = context_, options = options_, use] {
+            if (!context.run) {  // `inbox` itself comes after the command below it
+                context.run = [&context, options, use] { return on_inbox(context, *options, use); };
+            }
+        });
+    }
+
+  private:
+    CLI::App* command_;
+    context_t& context_;
+    std::shared_ptr<inbox_options_t> options_;
+};
+
+void add_incomplete_command(CLI::App* inbox, context_t& context) {
+    auto* command = inbox->add_subcommand(
+        "incomplete", "List the messages of which datagrams are missing; they are dropped after journal-age");
     add_home_option(command, context);
-    command->callback([&context, argument, use] {
-        context.run = on_home(context, [&context, argument, use] { return use(context, *argument); });
-    });
-    return command;
+    add_json_option(command, context);
+    command->callback([&context] { context.run = on_home(context, [&context] { return list_incomplete(context); }); });
 }
 
 }  // namespace
 
+std::string local_time(uint64_t since_1970) {
+    const auto time = static_cast<time_t>(since_1970);
+    tm parts{};
+    char text[32];
+    if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
+        return std::to_string(since_1970);
+    }
+    return text;
+}
+
+int tell_errors(const std::vector<std::string>& errors) {
+    for (const std::string& error : errors) {
+        fail(error);
+    }
+    return errors.empty() ? exit_done : exit_failed;
+}
+
+int fail_inbox_usage(std::string_view text) {
+    fail(text);
+    return exit_usage;
+}
+
+std::vector<ordered_json> chosen_cards(const inbox_options_t& options, received_cards_t& inbox, int& status) {
+    if (options.all == !options.cards.empty()) {
+        status = fail_inbox_usage(options.all ? "either cards or --all, not both"
+                                              : "which cards? their numbers, names, or --all; see: zpd inbox");
+        return {};
+    }
+    card_choice_t choice = options.all ? all_cards(inbox) : choose_cards(inbox, options.cards);
+    status = tell_errors(choice.errors);
+    if (!options.all && status != exit_done) {
+        return {};
+    }
+    if (choice.cards.empty()) {
+        progress_t(true).note(base::escaped("no cards " + inbox.place()));
+    }
+    return std::move(choice.cards);
+}
+
 void add_inbox_commands(CLI::App& app, context_t& context) {
-    auto* inbox = app.add_subcommand("inbox", "List, show, export or remove received cards");
+    auto* inbox = app.add_subcommand("inbox", "List, show, export, open or remove received cards");
     inbox->require_subcommand(0, 1);
-    add_home_option(inbox, context);
-    add_json_option(inbox, context);
     inbox->footer(
-        "NAME is a stored card's name, or its first few digits. Bare 'zpd inbox' lists.\n"
-        "--json goes with list, show and incomplete.\n\nExamples:\n"
+        "CARD is a card's number, the first digits of its file's name, or a contact's whole name. A\n"
+        "number stays the card's own, and is never given to another. Bare 'zpd inbox' lists. The\n"
+        "cards are those of the service that runs on the device, else those in the home.\n\nExamples:\n"
         "  zpd inbox\n"
-        "  zpd inbox show 4f0a\n"
-        "  zpd inbox export ~/cards     writes DIR/NAME.vcf, octet for octet\n"
-        "  zpd inbox remove 4f0a");
-    auto* list_command = inbox->add_subcommand("list", "List the received cards, oldest first");
-    add_home_option(list_command, context);
-    add_json_option(list_command, context);
-    list_command->callback([&context] { context.run = on_home(context, [&context] { return list(context); }); });
-    auto* incomplete_command = inbox->add_subcommand(
-        "incomplete", "List the messages of which datagrams are missing; they are dropped after journal-age");
-    add_home_option(incomplete_command, context);
-    add_json_option(incomplete_command, context);
-    incomplete_command->callback(
-        [&context] { context.run = on_home(context, [&context] { return list_incomplete(context); }); });
-    auto* show_command = add_below<std::string>(inbox, context, "show", "Show a card's text", "NAME", show);
-    add_json_option(show_command, context);
-    add_below<std::filesystem::path>(inbox, context, "export", "Write all cards into a folder", "DIR", export_all);
-    add_below<std::string>(inbox, context, "remove", "Remove a card", "NAME", remove);
-    inbox->callback([&context] {
-        if (!context.run) {
-            context.run = on_home(context, [&context] { return list(context); });
-        }
-    });
+        "  zpd inbox show 3\n"
+        "  zpd inbox open 'ann placeholder'\n"
+        "  zpd inbox export --all -d ~/cards   writes 'Ann Placeholder.vcf', and so on\n"
+        "  zpd inbox export 3 -o -             a card's own octets\n"
+        "  zpd inbox remove 3 4\n"
+        "  zpd inbox --follow --json");
+    const auto options = std::make_shared<inbox_options_t>();
+    const auto add = [&](const char* name, const char* help) {
+        return inbox_command_line_t(inbox->add_subcommand(name, help), context, options);
+    };
+    inbox_command_line_t(inbox, context, options).follow().runs(list_cards);
+    add("list", "List the received cards in the order of arrival").follow().runs(list_cards);
+    add("show", "Show what is on cards")
+        .cards()
+        .flag("--raw", &inbox_options_t::raw, "the card's own octets, as text")
+        .runs(show_cards);
+    add("export", "Write cards into files")
+        .cards()
+        .option("-d,--dir", &inbox_options_t::directory, "DIR", "the folder for the files (default: the current one)")
+        .option("-o,--output", &inbox_options_t::output, "FILE", "the file for a single card; - for standard output")
+        .flag("--force", &inbox_options_t::overwrite, "overwrite files")
+        .runs(export_cards);
+    add("open", "Open cards in the program that the desktop has for them").cards().runs(open_cards);
+    add("remove", "Remove cards")
+        .cards()
+        .flag("--yes", &inbox_options_t::sure, "do not ask before all are removed")
+        .runs(remove_cards);
+    add_incomplete_command(inbox, context);
 }

@@ -1,5 +1,6 @@
 #include "cli/output.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -22,6 +23,17 @@ void say_line(std::string_view line) {
         std::fflush(stdout) != 0) {
         write_error = errno;
     }
+}
+
+void say_octets(std::string_view octets) {
+    if (std::fwrite(octets.data(), 1, octets.size(), stdout) != octets.size() || std::fflush(stdout) != 0) {
+        write_error = errno;
+    }
+}
+
+bool wait_while_read(int milliseconds) {
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, milliseconds) <= 0 && std::ferror(stdout) == 0;
 }
 
 void say_json(const nlohmann::ordered_json& value) {

@@ -24,6 +24,12 @@ void say(fmt::format_string<arguments_t...> format, arguments_t&&... arguments) 
 /// UTF-8 become U+FFFD.
 void say_json(const nlohmann::ordered_json& value);
 
+/// Octets as they are, without an end of line.
+void say_octets(std::string_view octets);
+
+/// Waits. False when nobody reads standard output any more.
+bool wait_while_read(int milliseconds);
+
 /// Whose words remark() and fail() tell from now on: "zpd send". At first they are those of "zpd".
 void speak_as(std::string_view command);
 

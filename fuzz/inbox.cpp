@@ -1,6 +1,8 @@
 // A folder of stored cards in which anything may lie. What must hold: the listing has each file that is a stored card,
-// oldest first and octet for octet, and nothing else; what cannot be read is told; and what people are shown of the
-// cards, their names and senders, cannot act on their terminal.
+// oldest first, octet for octet and with a number of its own, and nothing else; and what people are shown of the cards,
+// what is on them and their senders, cannot act on their terminal, and is not longer than an answer.
+#include "service/inbox.h"
+
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -12,8 +14,8 @@
 #include "fuzz/home.h"
 #include "fuzz/input.h"
 #include "service/card_json.h"
-#include "service/inbox_folder.h"
 #include "service/vcard.h"
+#include "service/vcard_words.h"
 
 namespace {
 
@@ -57,39 +59,62 @@ contents_t fill(const std::filesystem::path& folder, input_t& input) {
     return contents;
 }
 
-void check(const stored_card_t& card, const inbox_folder_t& inbox, const std::string& content) {
-    must(content.ends_with(":" + card.sender + "\n" + card.octets));
-    must(content.size() > card.sender.size() + card.octets.size() + 2);  // the time
-    std::string error;
-    must(inbox.load(card.name, &error)->octets == card.octets);
-    must(inbox.find(card.name, &error) == card.name);
+void check_shown(const stored_card_t& card, const std::filesystem::path& file) {
     must_be_safe(card.sender);
     for (const contact_t& contact : contacts_of(card.octets)) {
         must_be_safe(contact.name + contact.organisation + contact.telephone);
     }
-    must(card_json(1, inbox.file(card.name), card)
-             .dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace)
-             .size() < 21'000 + 6 * inbox.file(card.name).native().size());
+    for (const vcard::card_t& one : vcard::cards_of(card.octets)) {
+        for (const std::string& line : vcard::words_of(one)) {
+            must_be_safe(line);
+            must(line.find_first_of("\r\n") == std::string::npos);
+        }
+    }
+    const std::string json =
+        card_json(1, file, card).dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
+    must(json.size() < 20'000 + 6 * file.native().size());
+}
+
+void check(const inbox_t::numbered_card_t& one, inbox_t& inbox, const std::string& content) {
+    const stored_card_t& card = one.card;
+    must(content.ends_with(":" + card.sender + "\n" + card.octets));
+    must(content.size() > card.sender.size() + card.octets.size() + 2);  // the time
+    must(one.number && inbox.file_of(*one.number) == card.name && inbox.number_of(card.name) == one.number);
+    check_shown(card, inbox.folder().file(card.name));
+}
+
+using cards_t = std::vector<inbox_t::numbered_card_t>;
+
+cards_t list(inbox_t& inbox) {
+    cards_t cards;
+    inbox.list(0, [&](inbox_t::numbered_card_t card) {
+        cards.push_back(std::move(card));
+        return true;
+    });
+    return cards;
 }
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const fuzzed_home_t home;
-    const inbox_folder_t inbox(home.path());
-    std::filesystem::remove_all(inbox.path());
-    std::filesystem::create_directories(inbox.path());
-    input_t input(data, size);
-    const contents_t contents = fill(inbox.path(), input);
-    const inbox_folder_t::listing_t listing = inbox.cards();
-    must(std::ranges::is_sorted(listing.cards, {}, &stored_card_t::time));
-    for (const stored_card_t& card : listing.cards) {
-        check(card, inbox, contents.at(card.name));
+    std::filesystem::remove_all(inbox_folder_t(home.path()).path());
+    for (const char* const suffix : {"", "-wal", "-shm"}) {
+        std::filesystem::remove(inbox_t::numbers_file(home.path()).native() + suffix);
     }
-    const auto cards = std::ranges::count_if(contents, [](const auto& file) {
+    std::filesystem::create_directories(inbox_folder_t(home.path()).path());
+    inbox_t inbox(home.path());
+    input_t input(data, size);
+    const contents_t contents = fill(inbox.folder().path(), input);
+    const cards_t cards = list(inbox);
+    must(std::ranges::is_sorted(cards, {}, [](const auto& one) { return one.card.time; }));
+    for (const inbox_t::numbered_card_t& one : cards) {
+        check(one, inbox, contents.at(one.card.name));
+    }
+    const auto stored = std::ranges::count_if(contents, [](const auto& file) {
         return file.first.size() == ZPD_STORED_NAME_LENGTH && file.first.find('G') == std::string::npos &&
                parse_stored_card(file.first, file.second);
     });
-    must(static_cast<size_t>(cards) == listing.cards.size());
+    must(static_cast<size_t>(stored) == cards.size());
     return 0;
 }

@@ -23,6 +23,7 @@
 #include "service/device_server.h"
 #include "service/feeder.h"
 #include "service/inbox.h"
+#include "service/inbox_requests.h"
 #include "service/instance_lock.h"
 #include "service/listener.h"
 #include "service/loaded_driver.h"
@@ -129,6 +130,10 @@ void answer_clients(const serve_options_t& options, const listener_t& listener, 
     const auto answer = [&](const device::request_t& request) -> std::optional<device::reply_t> {
         if (request.code == device::service_status && request.input.empty()) {
             return json_reply(service_status(options, driver, post.outbox));
+        }
+        if (request.code == device::inbox_list || request.code == device::inbox_octets ||
+            request.code == device::inbox_remove) {
+            return answer_inbox_request(post.inbox, request.code, request.input, request.output_capacity);
         }
         return outbox_requests.answer(request);
     };

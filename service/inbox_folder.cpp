@@ -3,31 +3,21 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <system_error>
-#include <tuple>
 
 #include "base/file.h"
 #include "base/own_file.h"
-#include "base/safe_text.h"
 #include "base/text.h"
 #include "com/zpd/zpd_ioctl.h"
 
 namespace {
 
-bool is_hex(std::string_view text) {
-    return text.find_first_not_of(ZPD_STORED_NAME_DIGITS) == std::string_view::npos;
-}
-
-std::string lower(std::string_view text) {
-    std::string result(text);
-    for (char& letter : result) {
-        letter = letter >= 'A' && letter <= 'F' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    }
-    return result;
+bool is_stored_name(std::string_view name) {
+    return name.size() == ZPD_STORED_NAME_LENGTH &&
+           name.find_first_not_of(ZPD_STORED_NAME_DIGITS) == std::string_view::npos;
 }
 
 }  // namespace
@@ -58,13 +48,18 @@ inbox_folder_t::inbox_folder_t(const std::filesystem::path& home) : path_(home) 
     }
 }
 
+bool inbox_folder_t::has(const std::string& name) const {
+    std::error_code failed;
+    return is_stored_name(name) && std::filesystem::exists(file(name), failed);
+}
+
 std::vector<std::string> inbox_folder_t::names(std::string* error) const {
     std::vector<std::string> names;
     std::error_code failed;
     for (std::filesystem::directory_iterator entry(path_, failed), end; !failed && entry != end;
          entry.increment(failed)) {
         std::string name = entry->path().filename().native();
-        if (name.size() == ZPD_STORED_NAME_LENGTH && is_hex(name)) {
+        if (is_stored_name(name)) {
             names.push_back(std::move(name));
         }
     }
@@ -97,26 +92,6 @@ inbox_folder_t::file_t inbox_folder_t::read(const std::string& name, stored_card
     return file_t::card;
 }
 
-inbox_folder_t::listing_t inbox_folder_t::cards() const {
-    listing_t listing;
-    std::string error;
-    const auto found = names(&error);
-    if (!error.empty()) {
-        listing.errors.push_back(error);
-    }
-    for (const std::string& name : found) {
-        stored_card_t card;
-        const file_t kind = read(name, &card, &error);
-        if (kind == file_t::card) {
-            listing.cards.push_back(std::move(card));
-        } else if (kind == file_t::unreadable) {
-            listing.errors.push_back(error);
-        }
-    }
-    std::ranges::sort(listing.cards, {}, [](const stored_card_t& card) { return std::tie(card.time, card.name); });
-    return listing;
-}
-
 std::optional<stored_card_t> inbox_folder_t::load(const std::string& name, std::string* error) const {
     stored_card_t card;
     switch (read(name, &card, error)) {
@@ -131,29 +106,5 @@ std::optional<stored_card_t> inbox_folder_t::load(const std::string& name, std::
         case file_t::unreadable:
             break;
     }
-    return std::nullopt;
-}
-
-std::optional<std::string> inbox_folder_t::find(std::string_view prefix, std::string* error) const {
-    const std::string wanted = lower(prefix);
-    if (wanted.empty() || wanted.size() > ZPD_STORED_NAME_LENGTH || !is_hex(wanted)) {
-        *error =
-            fmt::format("'{}' is no name of a stored card: these are {} hexadecimal digits, or the first few of them",
-                        base::escaped(prefix), ZPD_STORED_NAME_LENGTH);
-        return std::nullopt;
-    }
-    error->clear();
-    std::vector<std::string> matches = names(error);
-    std::erase_if(matches, [&wanted](const std::string& name) { return !name.starts_with(wanted); });
-    if (!error->empty()) {
-        return std::nullopt;
-    }
-    if (matches.size() == 1) {
-        return std::move(matches.front());
-    }
-    *error =
-        matches.empty()
-            ? fmt::format("no stored card's name begins with {} in {}; see: zpd inbox list", wanted, path_.native())
-            : fmt::format("{} stored cards' names begin with {}; give more digits", matches.size(), wanted);
     return std::nullopt;
 }

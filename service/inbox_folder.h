@@ -21,29 +21,24 @@ std::optional<stored_card_t> parse_stored_card(std::string name, std::string_vie
 
 class inbox_folder_t {
   public:
-    struct listing_t {
-        std::vector<stored_card_t> cards;  // oldest first
-        std::vector<std::string> errors;   // what could not be read, and why
-    };
+    /// What lies under the name of a stored card.
+    enum class file_t { card, other, gone, unreadable };
 
     explicit inbox_folder_t(const std::filesystem::path& home);
 
     const std::filesystem::path& path() const { return path_; }
     std::filesystem::path file(const std::string& name) const { return path_ / name; }
+    /// False for a name that no stored card has, too.
+    bool has(const std::string& name) const;
 
-    /// Empty when there is no such folder; files that are no stored cards are passed over.
-    listing_t cards() const;
+    /// The names that a stored card can have, in no order; `error` stays as it is when the folder could be read, or
+    /// does not exist.
+    std::vector<std::string> names(std::string* error) const;
+    /// Sets `card`, or `error` when it is unreadable.
+    file_t read(const std::string& name, stored_card_t* card, std::string* error) const;
     /// None, with the reason in `error`, for a file that cannot be read or is no stored card.
     std::optional<stored_card_t> load(const std::string& name, std::string* error) const;
-    /// The one stored name that begins with `prefix`, in either case. None, with the reason in `error`, for what cannot
-    /// be a name, for no such card, and for several.
-    std::optional<std::string> find(std::string_view prefix, std::string* error) const;
 
   private:
-    enum class file_t { card, other, gone, unreadable };
-    file_t read(const std::string& name, stored_card_t* card, std::string* error) const;
-    /// The names that a stored card can have; `error` stays empty when the folder could be read, or does not exist.
-    std::vector<std::string> names(std::string* error) const;
-
     std::filesystem::path path_;
 };

@@ -20,12 +20,12 @@ void set_first(std::string& text, std::string value) {
     }
 }
 
-/// A number, which vCard 4.0 gives as a URI (RFC 3966).
-std::string telephone_of(std::string_view value) {
-    return vcard::upper(value.substr(0, 4)) == "TEL:" ? std::string(value.substr(4)) : std::string(value);
-}
-
 }  // namespace
+
+std::string telephone_of(std::string_view value) {
+    const std::string text = vcard::text_of(value);
+    return vcard::upper(text.substr(0, 4)) == "TEL:" ? text.substr(4) : text;
+}
 
 contact_t contact_of(const vcard::card_t& card) {
     contact_t contact;
@@ -38,7 +38,7 @@ contact_t contact_of(const vcard::card_t& card) {
         } else if (property.name == "ORG") {
             set_first(contact.organisation, joined(components(property.value), ", "));
         } else if (property.name == "TEL") {
-            set_first(contact.telephone, telephone_of(vcard::text_of(property.value)));
+            set_first(contact.telephone, telephone_of(property.value));
         }
     }
     set_first(contact.name, std::move(n));

@@ -18,3 +18,6 @@ struct contact_t {
 std::vector<contact_t> contacts_of(std::string_view octets);
 
 contact_t contact_of(const vcard::card_t& card);
+
+/// The number of a TEL property, which vCard 4.0 gives as a URI (RFC 3966).
+std::string telephone_of(std::string_view value);

@@ -1,9 +1,11 @@
 // Cards sent by `zpd send` on one phone and found in the inbox of another, octet for octet and exactly once.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -129,40 +131,74 @@ TEST_F(cards, arrive_octet_for_octet_exactly_once) {
 
     EXPECT_TRUE(eventually([&] { return received() == sent; }));
     const std::string exported = phones->folder / "exported";
-    EXPECT_EQ(phones->receiver.inbox({"export", exported}).status, 0);
+    EXPECT_EQ(phones->receiver.inbox({"export", "--all", "-d", exported}).status, 0);
     EXPECT_TRUE(sorted_contents(exported) == sent) << "not what was sent";
+    const std::string by_service = phones->folder / "exported by the service";
+    EXPECT_EQ(phones->receiver.zpd({"inbox", "export", "--all", "-d", by_service}).status, 0);
+    EXPECT_TRUE(sorted_contents(by_service) == sent) << "not what was sent";
     EXPECT_EQ(phones->sender.zpd({"list"}).status, 0);
     EXPECT_EQ(phones->sender.ioctl("0x0200001C").output, phones->receiver.ioctl("0x0200001C").output)
         << "a message was left open";
 }
 
-TEST_F(cards, inbox_lists_shows_exports_and_removes) {
+TEST_F(cards, are_the_same_in_the_home_and_through_the_service) {
     clear_inbox();
     // A colour, and a control sequence introducer of one character.
     const std::string card = "BEGIN:VCARD\r\nVERSION:2.1\r\nFN:Eve \x1b[31mRed \xC2\x9B\r\nEND:VCARD\r\n";
-    ASSERT_EQ(send({card_file("eve.vcf", card)}).status, 0);
     const phone_t& phone = phones->receiver;
-    ASSERT_TRUE(eventually([&] { return phone.inbox({"list"}).output.find("Eve") != std::string::npos; }));
-    const std::string name = phone.stored().at(0).filename();
+    const auto at_service = [&](const arguments_t& arguments) { return phone.zpd(joined({"inbox"}, arguments)); };
+    process_t follower({"inbox", "--follow", "--device", phone.device()});
+    ASSERT_EQ(send({card_file("eve.vcf", card)}).status, 0);
+    ASSERT_TRUE(eventually([&] { return follower.output().find("Eve") != std::string::npos; })) << follower.errors();
+    follower.signal(SIGTERM);
+    EXPECT_EQ(follower.wait(), 128 + SIGTERM);
 
-    const nlohmann::json list = nlohmann::json::parse(phone.inbox({"list", "--json"}).output, nullptr, false);
-    EXPECT_THAT(list.dump(), AllOf(HasSubstr(name), HasSubstr(alice)));
-    for (const arguments_t& arguments :
-         std::vector<arguments_t>{{}, {"list"}, {"show", upper(name)}, {"list", "--json"}, {"show", name, "--json"}}) {
+    const std::string file = phone.stored().at(0).filename();
+    const auto list = nlohmann::json::parse(at_service({"--json"}).output, nullptr, false);
+    EXPECT_THAT(list.dump(), AllOf(HasSubstr(file), HasSubstr(alice)));
+    const std::string number = list["cards"][0]["number"].dump();
+    for (const arguments_t& arguments : std::vector<arguments_t>{
+             {}, {"list"}, {"--json"}, {"show", number}, {"show", file, "--raw"}, {"show", upper(file), "--json"}}) {
         const outcome_t outcome = phone.inbox(arguments);
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
         EXPECT_THAT(outcome.output,
                     AllOf(HasSubstr("Eve"), HasSubstr("Red"), Not(HasSubstr("\x1b")), Not(HasSubstr("\x9b"))));
+        EXPECT_EQ(at_service(arguments).output, outcome.output) << testing::PrintToString(arguments);
     }
-    const std::string exported = phones->folder / "exported-eve";
-    EXPECT_EQ(phone.inbox({"export", exported}).status, 0);
-    EXPECT_THAT(sorted_contents(exported), testing::ElementsAre(card));
-
-    EXPECT_EQ(phone.inbox({"remove", name}).status, 0);
+    EXPECT_EQ(at_service({"export", number, "-o", "-"}).output, card);
+    EXPECT_EQ(at_service({"remove", number}).status, 0);
     EXPECT_TRUE(phone.stored().empty());
-    EXPECT_EQ(phone.inbox({"remove", name}).status, 1);
-    EXPECT_EQ(phone.inbox({"show", "../../registry.sqlite"}).status, 1);
+    EXPECT_THAT(at_service({"remove", number}).errors, HasSubstr("there is no card " + number + "; see: zpd inbox"));
+    EXPECT_EQ(at_service({"show", "../../registry.sqlite"}).status, 1);
     EXPECT_TRUE(fs::exists(phone.home() + "/registry.sqlite"));
+}
+
+TEST_F(cards, of_more_than_an_answer_holds_are_all_listed) {
+    clear_inbox();
+    constexpr size_t count = 700;
+    for (size_t i = 0; i < count; ++i) {
+        const std::string octets = i == 300 ? binary_of(32640) + binary_of(32640) + binary_of(32640) : card_of(134);
+        write_file(incoming_folder(phones->receiver.home()) / fmt::format("{:032x}", i * 7919 % 1000),
+                   fmt::format("{}:{}\n{}", 1'700'000'000 + i, alice, octets));
+    }
+    const phone_t& phone = phones->receiver;
+    const outcome_t listed = phone.zpd({"inbox", "--json"});
+    EXPECT_TRUE(listed.output == phone.inbox({"--json"}).output) << listed.errors;
+    const auto list = nlohmann::json::parse(listed.output, nullptr, false)["cards"];
+    ASSERT_EQ(list.size(), count);
+    const uint64_t first = list[0]["number"];
+    for (size_t i = 0; i < count; ++i) {
+        EXPECT_EQ(list[i]["number"], first + i);
+        EXPECT_EQ(list[i]["received"], 1'700'000'000 + i);
+    }
+    EXPECT_EQ(phone.zpd({"inbox", "export", list[300]["number"].dump(), "-o", "-"}).output.size(), 3 * 32640U);
+    EXPECT_EQ(phone.zpd({"inbox", "remove", "--all"}).status, 2) << "nobody said yes";
+    EXPECT_EQ(phone.zpd({"inbox", "remove", "--all", "--yes"}).status, 0);
+    EXPECT_TRUE(phone.stored().empty());
+    // A request without its numbers, one for an answer that has no room, and one for a card that is not there.
+    EXPECT_THAT(phone.ioctl("0x5A500008").output, HasSubstr("13"));
+    EXPECT_THAT(phone.ioctl("0x5A500008", {"--in", "0000000000000000", "--out", "10"}).output, HasSubstr("122"));
+    EXPECT_THAT(phone.ioctl("0x5A50000A", {"--in", "0000000000000000"}).output, HasSubstr("1168"));
 }
 
 TEST_F(cards, a_message_can_be_watched_and_closed_by_hand) {
@@ -180,45 +216,6 @@ TEST_F(cards, a_message_can_be_watched_and_closed_by_hand) {
     EXPECT_EQ(phone.zpd({"close", id}).status, 0);
     EXPECT_EQ(phone.zpd({"close", id}).status, 1);
     EXPECT_EQ(phone.zpd({"status", id}).status, 1);
-}
-
-TEST(inbox, what_cannot_be_read_is_told) {
-    const folder_t folder;
-    const fs::path incoming = incoming_folder(folder / "home");
-    fs::create_directories(incoming);
-    const std::string name = "0123456789abcdef0123456789abcdef";
-    write_file(incoming / name, "1700000000:+1\nA");
-    const auto other = [&](const char* digit) { return incoming / (digit + name.substr(1)); };
-    fs::create_directory(other("f"));  // no files, though named as such
-    fs::create_symlink(incoming / name, other("e"));
-    fs::create_symlink("/dev/zero", other("d"));
-    mkfifo(other("c").c_str(), 0600);
-    for (const arguments_t& command : std::vector<arguments_t>{{"list"}, {"export", folder / "cards"}}) {
-        const outcome_t listed = zpd(joined({"inbox", "--home", folder / "home"}, command));
-        EXPECT_EQ(listed.status, 1);
-        EXPECT_THAT(listed.output, AllOf(HasSubstr("01234567"), Not(HasSubstr("e1234567"))));
-        for (const char* what : {"f123456789abcdef0123456789abcdef is a folder", "cdef is a link", "cdef is a FIFO"}) {
-            EXPECT_THAT(listed.errors, HasSubstr(what)) << command[0];
-        }
-    }
-    EXPECT_THAT(zpd({"inbox", "--home", folder / "home", "show", "c"}).errors, HasSubstr("is a FIFO"));
-    EXPECT_EQ(zpd({"inbox", "--home", folder / "home", "remove", "c"}).status, 0);
-    EXPECT_FALSE(fs::exists(other("c")));
-    EXPECT_EQ(zpd({"inbox", "--home", folder / "home", "--json", "export", folder / "out"}).status, 2);
-    for (const arguments_t& command : std::vector<arguments_t>{{}, {"incomplete"}, {"export", folder / "out"}}) {
-        const outcome_t outcome = zpd(joined({"inbox", "--home", folder / "nowhere"}, command));
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_THAT(outcome.errors, HasSubstr("there is no home folder"));
-    }
-    EXPECT_FALSE(fs::exists(folder / "out"));
-
-    fs::remove_all(incoming);
-    write_file(incoming, "");
-    for (const arguments_t& command : std::vector<arguments_t>{{"list"}, {"show", "0"}, {"export", folder / "out"}}) {
-        const outcome_t outcome = zpd(joined({"inbox", "--home", folder / "home"}, command));
-        EXPECT_EQ(outcome.status, 1) << command[0];
-        EXPECT_THAT(outcome.errors, HasSubstr("INCOMING: Not a directory")) << command[0];
-    }
 }
 
 TEST_F(cards, a_card_may_come_through_a_fifo) {
