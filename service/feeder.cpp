@@ -199,6 +199,7 @@ bool feeder_t::hand_in(const outbox_message_t& message) {
         return false;
     }
     in_flight_.name(message.id, answer.value);
+    looks_again_ = true;
     outbox_.note_progress(message.id, 0, answer.value);
     return true;
 }
