@@ -4,19 +4,20 @@
 
 namespace {
 
-constexpr uint32_t look_again = 250;              // milliseconds: a signal is seen then, and an estimate grows shorter
-constexpr std::chrono::seconds between_lines{5};  // that tell nothing but datagrams
+constexpr uint32_t look_again = 250;               // milliseconds: a signal is seen then, and an estimate grows shorter
+constexpr std::chrono::seconds explain_after{1};   // of no progress
+constexpr std::chrono::seconds between_lines{10};  // that tell of progress alone
 
 /// Without its numbers: a countdown is no other reason.
-std::string subject_of(const message_t& message) {
-    std::string subject = message.state + message.circumstances();
-    std::erase_if(subject, [](char letter) { return letter >= '0' && letter <= '9'; });
-    return subject;
+std::string subject_of(std::string text) {
+    std::erase_if(text, [](char letter) { return letter >= '0' && letter <= '9'; });
+    return text;
 }
 
 }  // namespace
 
 follower_t::end_t follower_t::follow(message_t& message, const std::string& label) {
+    moved_at_ = shown_at_ = clock_t::now();
     shown_.clear();
     while (!message.is_over()) {
         if (signals_.wait(0)) {
@@ -32,20 +33,24 @@ follower_t::end_t follower_t::follow(message_t& message, const std::string& labe
             error_ = next.failure().text;
             return signals_.wait(0) ? end_t::interrupted : end_t::lost;
         }
+        if (next->state != message.state || next->sent != message.sent) {
+            moved_at_ = clock_t::now();
+        }
         message = std::move(*next);
     }
     return end_t::over;
 }
 
 void follower_t::show(const message_t& message, const std::string& label) {
-    const std::string subject = subject_of(message);
     const auto now = clock_t::now();
-    if (!progress_.rewrites() && subject == shown_ && now < shown_at_ + between_lines) {
-        return;
+    const bool stands = now >= moved_at_ + explain_after;
+    const std::string circumstances = stands ? message.circumstances() : std::string();
+    const std::string text = (message.state == "sending" ? message.progress() : message.state) +
+                             (circumstances.empty() ? "" : "; ") + circumstances;
+    const std::string subject = subject_of(text);
+    if (progress_.rewrites() || (stands && subject != shown_) || now >= shown_at_ + between_lines) {
+        progress_.show(fmt::format("{}: {}", label, text));
+        shown_ = subject;
+        shown_at_ = now;
     }
-    shown_ = subject;
-    shown_at_ = now;
-    const std::string circumstances = message.circumstances();
-    progress_.show(fmt::format("{}: {}{}{}", label, message.state == "sending" ? message.progress() : message.state,
-                               circumstances.empty() ? "" : "; ", circumstances));
 }

@@ -34,7 +34,8 @@ class follower_t {
     progress_t& progress_;
     const base::end_signals_t& signals_;
     const std::optional<clock_t::time_point> deadline_;
-    std::string shown_;  // of the last line that stays: what it was about
+    clock_t::time_point moved_at_{};
+    std::string shown_;  // the last line, but for numbers
     clock_t::time_point shown_at_{};
     std::string error_;
 };

@@ -71,7 +71,7 @@ std::string message_t::circumstances() const {
     std::vector<std::string> texts;
     if (const std::string reason = text_at(json, "/reason/text"); !reason.empty()) {
         const std::string advice = text_at(json, "/reason/advice");
-        texts.push_back(reason + (advice.empty() ? "" : " (" + advice + ")"));
+        texts.push_back(reason + (advice.empty() ? "" : ": ") + advice);
     }
     if (const auto next_try = find<uint64_t>(json, "/next_try"); next_try && !is_over()) {
         texts.push_back("it is tried again in " + duration_words(*next_try - std::min(*next_try, now())));
