@@ -46,7 +46,9 @@ void add_network_command(CLI::App& app, context_t& context);
 void add_fault_command(CLI::App& app, context_t& context);
 void add_serve_command(CLI::App& app, context_t& context);
 void add_doctor_command(CLI::App& app, context_t& context);
-void add_send_commands(CLI::App& app, context_t& context);      // send, count
+void add_send_command(CLI::App& app, context_t& context);
+void add_count_command(CLI::App& app, context_t& context);
+void add_outbox_commands(CLI::App& app, context_t& context);    // outbox …
 void add_message_commands(CLI::App& app, context_t& context);   // list, status, close
 void add_inbox_commands(CLI::App& app, context_t& context);     // inbox …
 void add_service_commands(CLI::App& app, context_t& context);   // activation, apps, launch

@@ -10,6 +10,7 @@
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
+#include "cli/usage_error.h"
 
 namespace {
 
@@ -18,8 +19,10 @@ int fail_usage(const std::string& text) {
     return exit_usage;
 }
 
-int no_command(const std::string& name) {
-    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", base::escaped(name)));
+int no_command(const CLI::App& app, const std::string& name) {
+    const std::string hint = did_you_mean(app, name);
+    return fail_usage(
+        fmt::format("there is no command '{}'{} zpd --help", name, hint.empty() ? "; see" : hint + " See"));
 }
 
 /// The help of `app` by itself would be that of the command that was given, of this one, so it is not asked.
@@ -29,7 +32,7 @@ int print_help(const CLI::App& app, const std::vector<std::string>& names) {
     for (const std::string& name : names) {
         const auto found = about->get_subcommands([&](const CLI::App* one) { return one->get_name() == name; });
         if (found.empty()) {
-            return no_command(fmt::format("{}", fmt::join(names, " ")));
+            return no_command(*about, name);
         }
         above += about->get_name() + ' ';
         about = found.front();
@@ -48,6 +51,7 @@ void add_help_command(CLI::App& app, context_t& context) {
 }
 
 void add_commands(CLI::App& app, context_t& context) {
+    app.failure_message(usage_error);
     app.require_subcommand(0, 1);  // none, or what is none of ours, gets words of our own
     app.set_version_flag("-V,--version", "zpd " ZPD_PROGRAM_VERSION, "Print the program's version and exit");
     app.footer(
@@ -64,7 +68,9 @@ void add_commands(CLI::App& app, context_t& context) {
     add_fault_command(app, context);
     add_serve_command(app, context);
     add_doctor_command(app, context);
-    add_send_commands(app, context);
+    add_send_command(app, context);
+    add_count_command(app, context);
+    add_outbox_commands(app, context);
     add_message_commands(app, context);
     add_inbox_commands(app, context);
     add_service_commands(app, context);
@@ -80,7 +86,7 @@ void add_commands(CLI::App& app, context_t& context) {
 int explain(const CLI::App& app, const CLI::ParseError& error) {
     const auto remaining = app.remaining();
     if (app.get_subcommands().empty() && !remaining.empty() && !remaining.front().starts_with('-')) {
-        return no_command(remaining.front());
+        return no_command(app, remaining.front());
     }
     std::ostringstream text;  // with the words of the command line in it
     const int status = app.exit(error, std::cout, text);
@@ -98,6 +104,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return explain(app, error);
     }
+    speak_as(command_line_of(app));
     return context.run ? context.run() : fail_usage("a command is missing; see zpd --help");
 }
 
