@@ -1,6 +1,4 @@
 /// zpd inbox: the received cards, of a service or of a home without one.
-#include <ctime>
-
 #include "base/safe_text.h"
 #include "cli/inbox.h"
 #include "cli/output.h"
@@ -116,16 +114,6 @@ void add_incomplete_command(CLI::App* inbox, context_t& context) {
 }
 
 }  // namespace
-
-std::string local_time(uint64_t since_1970) {
-    const auto time = static_cast<time_t>(since_1970);
-    tm parts{};
-    char text[32];
-    if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
-        return std::to_string(since_1970);
-    }
-    return text;
-}
 
 int tell_errors(const std::vector<std::string>& errors) {
     for (const std::string& error : errors) {
