@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -12,6 +13,7 @@
 
 #include "base/end_signals.h"
 #include "base/safe_text.h"
+#include "base/terminal.h"
 #include "device/service_requests.h"
 #include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
@@ -28,6 +30,7 @@
 #include "service/listener.h"
 #include "service/loaded_driver.h"
 #include "service/news.h"
+#include "service/on_card.h"
 #include "service/outbox.h"
 #include "service/outbox_requests.h"
 #include "service/phone_home.h"
@@ -74,7 +77,7 @@ std::string pin_problem(const radio::modem_options_t& modem) {
 
 /// A line for who runs the service.
 void tell(const std::string& text) {
-    std::fputs((base::escaped(text) + '\n').c_str(), stdout);
+    std::fputs((base::time_on_terminal(STDOUT_FILENO) + base::escaped(text) + '\n').c_str(), stdout);
     std::fflush(stdout);
 }
 
@@ -213,6 +216,16 @@ int serve(const serve_options_t& options) {
     post_t post(platform::home());
     if (const std::string error = post.outbox.open(platform::home()); !error.empty()) {
         return fail(error);
+    }
+    std::optional<on_card_t> on_card;
+    if (!options.on_card.empty()) {
+        on_card.emplace(post.inbox, options.on_card, platform::home(), [&](const std::string& text) {
+            post.outbox.note({"service", text});
+        });
+        if (const std::string error = on_card->start(); !error.empty()) {
+            return fail(error);
+        }
+        post.news.on_stored([&] { on_card->look(); });
     }
     radio::modem_options_t modem_options = options.modem;
     modem_options.observer = &post.news;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "radio/diagnosis_words.h"
+#include "radio/findings.h"
 #include "service/card_json.h"
 #include "service/vcard.h"
 
@@ -37,6 +38,11 @@ ordered_json modem_json(const modem_state_t& state) {
             {"sim", state.sim.empty() ? ordered_json(nullptr) : ordered_json(state.sim)}};
 }
 
+std::string why_no_network(const modem_state_t& state) {
+    const std::vector<radio::finding_t> findings = radio::findings_of(state);
+    return findings.empty() ? "the modem does not tell why" : findings.front().text;
+}
+
 /// What is another now; empty when nothing is that a person wants to know.
 std::string change_of(const modem_state_t& before, const modem_state_t& now) {
     if (before.present && !now.present) {
@@ -52,7 +58,7 @@ std::string change_of(const modem_state_t& before, const modem_state_t& now) {
         return "SIM: " + now.sim;
     }
     if (has_network(before) && !has_network(now)) {
-        return "network lost";
+        return "network lost: " + why_no_network(now);
     }
     const std::string network = radio::system_type_words(now.system_type);
     return has_network(now) && before.system_type != now.system_type ? "network found: " + network : std::string();
@@ -75,8 +81,19 @@ void news_t::begin(const loaded_driver_t& driver) {
     begun_ = true;
 }
 
-void news_t::stored(const std::string& /*sender*/, const std::filesystem::path& /*file*/) {
-    tell_cards();
+void news_t::stored(const std::string& /*sender*/, const std::filesystem::path& file) {
+    const std::optional<uint64_t> last = outbox_.last_card();
+    const std::optional<uint64_t> number = inbox_.number_of(file.filename());
+    std::string error;
+    std::optional<stored_card_t> card = inbox_.folder().load(file.filename(), &error);
+    if (number && card && last && *number <= *last + 1) {
+        outbox_.note_card(*number, stored_event(inbox_, {number, *std::move(card)}));
+    } else {
+        tell_cards();
+    }
+    if (on_stored_) {
+        on_stored_();
+    }
 }
 
 // Also of those that nobody could tell of: a kill, or a full disk, came between. Of those that lay there before there
@@ -93,9 +110,6 @@ void news_t::tell_cards() {
     });
     if (!last) {
         outbox_.note_card(outbox_.last_card().value_or(0), std::nullopt);
-    }
-    if (on_stored_) {
-        on_stored_();
     }
 }
 
