@@ -211,8 +211,8 @@ int serve(const serve_options_t& options) {
     if (const std::string error = listener.open(options.device, options.group); !error.empty()) {
         return fail(error);
     }
-    post_t post(options.home);
-    if (const std::string error = post.outbox.open(options.home); !error.empty()) {
+    post_t post(platform::home());
+    if (const std::string error = post.outbox.open(platform::home()); !error.empty()) {
         return fail(error);
     }
     std::optional<on_card_t> on_card;

@@ -18,7 +18,7 @@ TEST(full_disk, no_card_is_lost_wherever_the_room_ends) {
     network::host_t sender(network.modem(alice));
     phone_t phone(folder, "bob", network.modem(bob));
     std::filesystem::create_directory(phone.home());
-    if (mount("none", phone.home().c_str(), "tmpfs", 0, "size=4m,mode=700") != 0) {
+    if (mount("none", phone.home().c_str(), "tmpfs", 0, "size=8m,mode=700") != 0) {
         GTEST_SKIP() << "only root can mount a file system";
     }
     phone.start({"--activate", "--set", "storing-again=1"});
