@@ -1,5 +1,7 @@
 #include "cli/outbox_arguments.h"
 
+#include <fmt/format.h>
+
 #include <ctime>
 
 uint64_t expiry_t::from_now() const {
