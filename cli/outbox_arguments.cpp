@@ -2,8 +2,6 @@
 
 #include <ctime>
 
-#include "cli/duration.h"
-
 uint64_t expiry_t::from_now() const {
     return seconds == 0 ? 0 : static_cast<uint64_t>(std::time(nullptr)) + seconds;
 }

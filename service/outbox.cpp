@@ -184,8 +184,8 @@ std::optional<outbox_t::view_t> outbox_t::watch(int64_t id, uint64_t version, ui
         std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(milliseconds, device::longest_wait));
     while (view && view->version == version && !ending_ &&
            changed_.wait_until(lock, deadline) != std::cv_status::timeout) {
-        const auto live = live_.find(id);
-        if (live == live_.end() || live->second.version != version) {
+        const auto now = versions_.find(id);
+        if (now == versions_.end() || now->second != version) {
             view = find(id, problem);
         }
     }
@@ -207,8 +207,13 @@ std::vector<outbox_t::view_t> outbox_t::list(int64_t after, bool all, size_t mos
             rows.push_back(outbox_file::row(query));
         }
     }
+    views.reserve(rows.size());
+    std::optional<ahead_t> ahead;  // of the next that waits
     for (outbox_message_t& message : rows) {
-        views.push_back(view_of(std::move(message)));
+        const view_t& view = views.emplace_back(view_of(std::move(message), ahead));
+        if (view.ahead && !view.message.held) {
+            ahead = {view.ahead->messages + 1, view.ahead->datagrams + view.message.datagrams};
+        }
     }
     return views;
 }
@@ -234,9 +239,7 @@ outbox_t::counts_t outbox_t::counts() {
             counts.datagrams += query.number(2);
         }
     }
-    for (const auto& [id, live] : live_) {
-        counts.datagrams -= live.sent;
-    }
+    counts.datagrams -= sent_of_all();
     return counts;
 }
 
@@ -331,11 +334,8 @@ std::optional<int64_t> outbox_t::next_id(int64_t now) {
 
 void outbox_t::note_progress(int64_t id, int64_t sent, std::optional<uint32_t> driver_message) {
     const std::lock_guard lock(mutex_);
-    live_t& live = live_[id];
-    live.sent = sent;
-    live.driver_message = driver_message;
-    live.version = ++last_version_;
-    changed_.notify_all();
+    progress_[id] = {sent, driver_message};
+    changed(id);
 }
 
 void outbox_t::note_success(const std::string& number) {
@@ -435,7 +435,8 @@ bool outbox_t::finish(int64_t id, const char* kind, const change_t& change, bool
             proven_.erase(number);
         }
         changed(id);
-        live_.erase(id);
+        versions_.erase(id);
+        progress_.erase(id);
     }
     publish();
     return true;
@@ -512,13 +513,13 @@ std::optional<int64_t> outbox_t::next_due() {
                                                                                 : std::nullopt;
 }
 
-outbox_t::view_t outbox_t::view_of(outbox_message_t message) {
+outbox_t::view_t outbox_t::view_of(outbox_message_t message, const std::optional<ahead_t>& ahead) {
     view_t view;
-    view.version = 1;  // as long as nothing changes
-    if (const auto live = live_.find(message.id); live != live_.end()) {
-        view.version = live->second.version;
-        view.driver_message = live->second.driver_message;
-        message.sent = is_over(message.state) ? message.sent : live->second.sent;
+    const auto version = versions_.find(message.id);
+    view.version = version != versions_.end() ? version->second : 1;  // as long as nothing changes
+    if (const auto progress = progress_.find(message.id); progress != progress_.end()) {
+        view.driver_message = progress->second.driver_message;
+        message.sent = progress->second.sent;
     }
     if (message.state == outbox_state_t::waiting && message.held) {
         execution_t until(file_.statement("SELECT until FROM numbers WHERE number = ?1"));
@@ -526,23 +527,28 @@ outbox_t::view_t outbox_t::view_of(outbox_message_t message) {
         view.next_try = number_of(until);
     }
     if (message.state == outbox_state_t::waiting && !view.next_try) {
-        execution_t before(
-            file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state = 0 AND held = 0 "
-                            "AND id < ?1"));
-        before.bind(1, message.id);
-        view.ahead = before.step() == SQLITE_ROW ? ahead_t{before.number(0), before.number(1)} : ahead_t{};
-        execution_t sending(
-            file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state IN (1, 2)"));
-        if (sending.step() == SQLITE_ROW) {
-            view.ahead->messages += sending.number(0);
-            view.ahead->datagrams += sending.number(1);
-        }
-        for (const auto& [id, live] : live_) {
-            view.ahead->datagrams -= live.sent;
-        }
+        view.ahead = ahead ? *ahead : ahead_of(message.id);
     }
     view.message = std::move(message);
     return view;
+}
+
+// Those that are being sent, and those that may go and were handed in before.
+outbox_t::ahead_t outbox_t::ahead_of(int64_t id) {
+    execution_t query(
+        file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM "
+                        "(SELECT datagrams FROM messages WHERE state = 0 AND held = 0 AND id < ?1 "
+                        "UNION ALL SELECT datagrams FROM messages WHERE state IN (1, 2))"));
+    query.bind(1, id);
+    return query.step() == SQLITE_ROW ? ahead_t{query.number(0), query.number(1) - sent_of_all()} : ahead_t{};
+}
+
+int64_t outbox_t::sent_of_all() const {
+    int64_t sent = 0;
+    for (const auto& [id, progress] : progress_) {
+        sent += progress.sent;
+    }
+    return sent;
 }
 
 std::optional<outbox_t::view_t> outbox_t::find(int64_t id, problem_t* problem) {
@@ -555,7 +561,7 @@ std::optional<outbox_t::view_t> outbox_t::find(int64_t id, problem_t* problem) {
 }
 
 void outbox_t::changed(int64_t id) {
-    live_[id].version = ++last_version_;
+    versions_[id] = ++last_version_;
     changed_.notify_all();
 }
 

@@ -103,15 +103,17 @@ class outbox_t {
     std::optional<int64_t> next_due();
 
   private:
-    struct live_t {
-        uint64_t version = 0;
+    struct progress_t {
         int64_t sent = 0;
         std::optional<uint32_t> driver_message;
     };
     using change_t = std::function<void(outbox_message_t&)>;
 
     [[nodiscard]] bool load();
-    view_t view_of(outbox_message_t message);
+    /// `ahead` of it, when that is known already.
+    view_t view_of(outbox_message_t message, const std::optional<ahead_t>& ahead = std::nullopt);
+    ahead_t ahead_of(int64_t id);
+    [[nodiscard]] int64_t sent_of_all() const;
     std::optional<view_t> find(int64_t id, problem_t* problem);
     bool finish(int64_t id, const char* kind, const change_t& change, bool hold);
     void note(const std::optional<event_t>& event, const std::function<bool()>& also);
@@ -130,10 +132,11 @@ class outbox_t {
     std::condition_variable changed_;
     base::sqlite::file_t file_;
     event_log_t log_{file_};
-    std::map<int64_t, live_t> live_;  // those that changed since the start and are not over
-    std::set<std::string> busy_;      // numbers with a card that is tried alone
-    std::set<std::string> proven_;    // numbers that took a datagram since
-    std::vector<std::string> lines_;  // to be told when the lock is free
+    std::map<int64_t, uint64_t> versions_;    // of those that changed since the start and are not over
+    std::map<int64_t, progress_t> progress_;  // of those that are being sent
+    std::set<std::string> busy_;              // numbers with a card that is tried alone
+    std::set<std::string> proven_;            // numbers that took a datagram since
+    std::vector<std::string> lines_;          // to be told when the lock is free
     uint64_t last_version_ = 1;
     bool ending_ = false;
 };
