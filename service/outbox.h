@@ -113,9 +113,11 @@ class outbox_t {
     [[nodiscard]] bool load();
     view_t view_of(outbox_message_t message);
     std::optional<view_t> find(int64_t id, problem_t* problem);
-    bool finish(int64_t id, const char* kind, const change_t& change, bool hold);
+    bool finish(int64_t id, outbox_state_t state, const change_t& change, bool hold);
+    bool cancel_what_was_given_up(int64_t now);
     void note(const std::optional<event_t>& event, const std::function<bool()>& also);
     bool tell(const outbox_message_t& message, const char* kind, int64_t now);
+    bool tell_end(const outbox_message_t& message, int64_t now);
     bool hold_back(const std::string& number, int64_t now);
     bool release(const std::string& number);
     std::optional<int64_t> next_id(int64_t now);
@@ -130,10 +132,11 @@ class outbox_t {
     std::condition_variable changed_;
     base::sqlite::file_t file_;
     event_log_t log_{file_};
-    std::map<int64_t, live_t> live_;  // those that changed since the start and are not over
-    std::set<std::string> busy_;      // numbers with a card that is tried alone
-    std::set<std::string> proven_;    // numbers that took a datagram since
-    std::vector<std::string> lines_;  // to be told when the lock is free
+    std::map<int64_t, live_t> live_;        // those that changed since the start and are not over
+    std::map<std::string, int64_t> alone_;  // numbers with a card that is tried for the others, and its id
+    std::set<std::string> proven_;          // numbers that took a datagram since
+    std::vector<std::string> lines_;        // to be told when the lock is free
+    int64_t again_ = 0;                     // when to look again: something could not be written
     uint64_t last_version_ = 1;
     bool ending_ = false;
 };
