@@ -8,17 +8,20 @@
 namespace base {
 
 end_signals_t::end_signals_t() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGINT);
+    sigaddset(&signals_, SIGTERM);
     // A blocked signal would come although nohup has it ignored.
     struct sigaction hang_up {};
     if (sigaction(SIGHUP, nullptr, &hang_up) == 0 && hang_up.sa_handler != SIG_IGN) {
-        sigaddset(&signals, SIGHUP);
+        sigaddset(&signals_, SIGHUP);
     }
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    descriptor_ = descriptor_t(signalfd(-1, &signals, SFD_CLOEXEC));
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    descriptor_ = descriptor_t(signalfd(-1, &signals_, SFD_CLOEXEC));
+}
+
+void end_signals_t::end_by_signal() const {
+    pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
 }
 
 bool end_signals_t::wait(int milliseconds) const {

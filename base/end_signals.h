@@ -17,8 +17,12 @@ class end_signals_t {
     int descriptor() const { return descriptor_.get(); }
     /// Waits at most `milliseconds` (-1: for ever) for a signal; false when the time is over.
     bool wait(int milliseconds) const;
+    /// Lets the signal that has come do what it does to a process that does not block it: end it, so that a shell's
+    /// loop ends as well.
+    void end_by_signal() const;
 
   private:
+    sigset_t signals_{};
     descriptor_t descriptor_;
 };
 

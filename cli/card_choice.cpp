@@ -24,17 +24,23 @@ std::optional<uint64_t> number_in(const std::string& name) {
     return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
+/// A number of a card that is gone must not become another card, whose file's name happens to begin so.
+bool can_be_file(const std::string& name) {
+    return !name.empty() && (!number_in(name) || name.size() >= shown_digits);
+}
+
 bool means(const std::string& name, const ordered_json& card) {
     const std::string wanted = base::folded(name);
     const auto has_name = [&](const ordered_json& contact) {
         return base::folded(contact.at("name").get<std::string>()) == wanted;
     };
-    return (!wanted.empty() && card.at("file").get<std::string>().starts_with(wanted)) ||
+    return (can_be_file(name) && card.at("file").get<std::string>().starts_with(wanted)) ||
            std::ranges::any_of(card.at("contacts"), has_name);
 }
 
 std::string several(const std::string& name, const std::vector<ordered_json>& cards) {
     std::vector<std::string> shown;
+    shown.reserve(cards.size());
     for (const ordered_json& card : cards) {
         shown.push_back(fmt::format("{} from {}", short_name(card), card.at("sender").get<std::string>()));
     }

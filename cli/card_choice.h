@@ -1,4 +1,5 @@
-/// Which received cards are meant: by number, by the first digits of their file's name, or by a contact's name.
+/// Which received cards are meant: by number, by the first digits of their file's name (eight at least, when all of
+/// them are decimal: fewer are a number), or by a contact's whole name without regard to case.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "cli/log_level.h"
 #include "cli/output.h"
 
 std::filesystem::path default_home() {
@@ -25,7 +26,7 @@ CLI::Validator not_empty(const std::string& what) {
 }
 
 void add_device_option(CLI::App* command, context_t& context) {
-    command->add_option("--device", context.device, "the device: a name, or its socket's path")
+    command->add_option("--device", context.device, "the device: a name, or its socket's path, with a / or . in it")
         ->type_name("NAME|PATH")
         ->check(not_empty("the device's name"))
         ->capture_default_str();
@@ -40,6 +41,20 @@ void add_home_option(CLI::App* command, context_t& context) {
 
 void add_json_option(CLI::App* command, context_t& context) {
     command->add_flag("--json", context.json, "print one JSON object, for scripts");
+}
+
+CLI::Option* add_log_level(CLI::App* command, const std::string& name, std::optional<int>& level,
+                           const std::string& help) {
+    return command
+        ->add_option_function<std::string>(
+            name, [&level](const std::string& text) { level = log_level_of(text); }, help)
+        ->type_name("LEVEL")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return log_level_of(text) ? std::string()
+                                          : fmt::format("'{}' is no level: {}", text, log_levels_help());
+            },
+            ""));
 }
 
 std::function<int()> on_home(const context_t& context, const std::function<int()>& use) {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "client/client.h"
@@ -27,6 +28,9 @@ CLI::Validator not_empty(const std::string& what);
 void add_device_option(CLI::App* command, context_t& context);
 void add_home_option(CLI::App* command, context_t& context);
 void add_json_option(CLI::App* command, context_t& context);
+/// A level of the driver's log, by its name or number.
+CLI::Option* add_log_level(CLI::App* command, const std::string& name, std::optional<int>& level,
+                           const std::string& help);
 /// --modem, which it returns, --baud, --flow and --trace; the options outlive the command.
 CLI::Option* add_modem_options(CLI::App* command, radio::modem_options_t& modem);
 
@@ -42,11 +46,14 @@ void add_network_command(CLI::App& app, context_t& context);
 void add_fault_command(CLI::App& app, context_t& context);
 void add_serve_command(CLI::App& app, context_t& context);
 void add_doctor_command(CLI::App& app, context_t& context);
-void add_send_commands(CLI::App& app, context_t& context);      // send, count
+void add_send_command(CLI::App& app, context_t& context);
+void add_count_command(CLI::App& app, context_t& context);
+void add_outbox_commands(CLI::App& app, context_t& context);    // outbox …
 void add_message_commands(CLI::App& app, context_t& context);   // list, status, close
 void add_inbox_commands(CLI::App& app, context_t& context);     // inbox …
 void add_service_commands(CLI::App& app, context_t& context);   // activation, apps, launch
 void add_settings_commands(CLI::App& app, context_t& context);  // settings, contacts-setting
+void add_events_command(CLI::App& app, context_t& context);
 void add_log_command(CLI::App& app, context_t& context);
 void add_ioctl_command(CLI::App& app, context_t& context);
 void add_version_command(CLI::App& app, context_t& context);

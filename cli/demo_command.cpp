@@ -5,7 +5,7 @@
 #include "cli/arrivals.h"
 #include "cli/card.h"
 #include "cli/command.h"
-#include "cli/delivery.h"
+#include "cli/follower.h"
 #include "cli/output.h"
 #include "cli/phone_process.h"
 #include "network/network.h"
@@ -122,10 +122,12 @@ class demo_t {
         if (!client) {
             return client.failure().text;
         }
+        outbox_connection_t outbox(std::move(*client), sender_.settings().device, signals_,
+                                   [this](const std::string& why) { progress_.note(why); });
         for (const card_t& card : cards) {
             transfers_.push_back({.card = &card, .datagrams = 0, .stored = std::nullopt});
             const std::string label = fmt::format("[{}/{}] {}", transfers_.size(), cards.size(), card.label());
-            if (std::string error = transfer(*client, label); !error.empty()) {
+            if (std::string error = transfer(outbox, label); !error.empty()) {
                 return fmt::format("{}: {}", label, error);
             }
         }
@@ -152,34 +154,43 @@ class demo_t {
     }
 
   private:
-    std::string transfer(client::client_t& client, const std::string& label) {
+    /// Returns why it is not sent; or an empty text.
+    std::string send(outbox_connection_t& outbox, const std::string& label) {
         transfer_t& transfer = transfers_.back();
         const std::string& octets = transfer.card->octets;
-        const auto id = client.send({.octets = octets, .is_utf8 = base::is_utf8(octets)}, receiver_number);
-        if (!id) {
-            return id.failure().text;
+        const std::string name = transfer.card->name();
+        auto message = outbox.hand_in({.card = {.octets = octets, .is_utf8 = base::is_utf8(octets)},
+                                       .number = receiver_number,
+                                       .file = name,
+                                       .expires = 0,
+                                       .token = {}});
+        if (!message) {
+            return message.failure().text;
         }
-        const delivery_t delivery = watch_delivery(client, *id, label, progress_, signals_);
-        if (delivery.end == delivery_t::end_t::interrupted) {
-            return "interrupted";
+        follower_t follower(outbox, progress_, signals_, std::nullopt);
+        switch (follower.follow(*message, label)) {
+            case follower_t::end_t::over:
+                transfer.datagrams = message->total;
+                return message->is_sent() ? "" : message->circumstances();
+            case follower_t::end_t::lost:
+                return follower.error();
+            default:
+                return "interrupted";
         }
-        if (delivery.end == delivery_t::end_t::lost) {
-            return delivery.error;
+    }
+
+    std::string transfer(outbox_connection_t& outbox, const std::string& label) {
+        transfer_t& transfer = transfers_.back();
+        if (std::string error = send(outbox, label); !error.empty()) {
+            return error;
         }
-        if (const auto closed = client.close(*id); !closed) {
-            return closed.failure().text;
-        }
-        if (!delivery.tally.all_sent()) {
-            return describe(delivery.tally);
-        }
-        transfer.datagrams = delivery.tally.total;
-        progress_.show(fmt::format("{}: {}; waiting for it to arrive", label, describe(delivery.tally)));
+        progress_.show(fmt::format("{}: sent; waiting for it to arrive", label));
         transfer.stored = arrivals_.next(signals_, arrival_limit);
         if (!transfer.stored) {
             return fmt::format("it did not arrive within {} s", arrival_limit.count());
         }
-        progress_.note(
-            fmt::format("{}: {} octets in {}, stored", label, octets.size(), counted(transfer.datagrams, "datagram")));
+        progress_.note(fmt::format("{}: {} octets in {}, stored", label, transfer.card->octets.size(),
+                                   counted(transfer.datagrams, "datagram")));
         return {};
     }
 
@@ -218,13 +229,15 @@ class demo_t {
 /// None when one cannot be sent, which it tells.
 std::optional<std::vector<card_t>> demo_cards(const std::vector<std::string>& paths) {
     if (paths.empty()) {
-        return std::vector{card_t{"built-in.vcf", std::string(built_in_card)}};
+        card_t card;
+        card.path = "built-in.vcf";
+        card.octets = built_in_card;
+        return std::vector{card};
     }
-    std::vector<card_t> cards;
-    for (const std::string& path : paths) {
-        card_t& card = cards.emplace_back(card_t{path, {}});
-        if (const std::string error = read_card(&card, {.binary = true}); !error.empty()) {
-            fail(error);
+    auto cards = read_cards(paths, {.binary = true}, "demo");
+    for (const card_t& card : cards) {
+        if (!card.problem.empty()) {
+            fail(card.problem);
             return std::nullopt;
         }
     }

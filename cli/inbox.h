@@ -10,6 +10,7 @@
 #include "cli/card_choice.h"
 #include "cli/command.h"
 #include "cli/received_cards.h"
+#include "cli/times.h"
 
 /// What the command line says; not every command has all of it.
 struct inbox_options_t {
@@ -34,8 +35,6 @@ int remove_cards(const context_t& context, const inbox_options_t& options, recei
 /// one. `status` becomes exit_failed when something could not be had.
 std::vector<nlohmann::ordered_json> chosen_cards(const inbox_options_t& options, received_cards_t& inbox, int& status);
 
-/// "2026-11-22 10:51:18", local time.
-std::string local_time(uint64_t since_1970);
 /// Tells each. Returns exit_done when there are none.
 int tell_errors(const std::vector<std::string>& errors);
 /// Tells that a usage is none. Returns exit_usage.

@@ -1,6 +1,4 @@
 /// zpd inbox: the received cards, of a service or of a home without one.
-#include <ctime>
-
 #include "base/safe_text.h"
 #include "cli/inbox.h"
 #include "cli/output.h"
@@ -79,7 +77,7 @@ class inbox_command_line_t {
     }
     inbox_command_line_t& cards() {
         command_->add_option("card", options_->cards, "a card's number, its file's first digits, or a contact's name")
-            ->type_name("CARD...");
+            ->type_name("");
         command_->add_flag("--all", options_->all, "all cards");
         return *this;
     }
@@ -117,16 +115,6 @@ void add_incomplete_command(CLI::App* inbox, context_t& context) {
 
 }  // namespace
 
-std::string local_time(uint64_t since_1970) {
-    const auto time = static_cast<time_t>(since_1970);
-    tm parts{};
-    char text[32];
-    if (localtime_r(&time, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
-        return std::to_string(since_1970);
-    }
-    return text;
-}
-
 int tell_errors(const std::vector<std::string>& errors) {
     for (const std::string& error : errors) {
         fail(error);
@@ -160,9 +148,10 @@ void add_inbox_commands(CLI::App& app, context_t& context) {
     auto* inbox = app.add_subcommand("inbox", "List, show, export, open or remove received cards");
     inbox->require_subcommand(0, 1);
     inbox->footer(
-        "CARD is a card's number, the first digits of its file's name, or a contact's whole name. A\n"
-        "number stays the card's own, and is never given to another. Bare 'zpd inbox' lists. The\n"
-        "cards are those of the service that runs on the device, else those in the home.\n\nExamples:\n"
+        "A card is named by its number, by the first digits of its file's name (eight, when they look\n"
+        "like a number), or by a contact's whole name. A number stays the card's own, and is never\n"
+        "given to another. Bare 'zpd inbox' lists. The cards are those of the service that runs on\n"
+        "the device, else those in the home.\n\nExamples:\n"
         "  zpd inbox\n"
         "  zpd inbox show 3\n"
         "  zpd inbox open 'ann placeholder'\n"

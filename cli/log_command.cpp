@@ -8,16 +8,15 @@
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/log_files.h"
+#include "cli/log_level.h"
 #include "cli/log_line.h"
 #include "cli/output.h"
 
 namespace {
 
-constexpr int most_level = 7;
-
 struct log_command_t {
     bool follow = false;
-    int level = most_level;
+    std::optional<int> level;
 };
 
 void say_as_json(const log_line_t& line) {
@@ -48,7 +47,7 @@ int show_log(const context_t& context, const log_command_t& options) {
     const auto say_one = [&](std::string_view text) {
         is_busy = true;
         const log_line_t line = reader.read(text);
-        if (line.level > options.level) {
+        if (line.level > options.level.value_or(most_log_level)) {
             return;
         }
         if (context.json) {
@@ -59,8 +58,8 @@ int show_log(const context_t& context, const log_command_t& options) {
     };
     const bool is_there = files.read(say_one);
     if (!is_there && !options.follow) {
-        return fail(fmt::format("there is no log {}; 'zpd settings log 1 0 7' has the driver write one",
-                                files.path().native()));
+        return fail(
+            fmt::format("there is no log {}; 'zpd settings log on' has the driver write one", files.path().native()));
     }
     while (options.follow) {
         const bool has_turned = files.has_turned();
@@ -82,25 +81,22 @@ void add_log_command(CLI::App& app, context_t& context) {
     const auto options = std::make_shared<log_command_t>();
     add_home_option(command, context);
     command->add_flag("--follow", options->follow, "go on with what comes, until interrupted");
-    command->add_option("--level", options->level, "show lines of this level and more urgent ones")
-        ->type_name("N")
-        ->check(CLI::Range(1, most_level).description(""))
-        ->capture_default_str();
+    add_log_level(command, "--level", options->level, "show lines of this level and more urgent ones");
     command->add_flag("--json", context.json, "print one JSON object a line, for scripts");
-    command->footer(
-        "Levels: 1 internal error, 2 critical error, 3 error, 4 warning, 5 notice, 6 info, 7 debug.\n"
-        "What is logged at all is set by 'zpd settings log'. Times are UTC. A datagram that was\n"
-        "sent is logged as an error.\n"
-        "\n"
-        "The driver logs what it is told as it comes: names of applications, URIs, the numbers of\n"
-        "senders and recipients, what a radio answers. Here their control characters appear\n"
-        "as \\x0A, but a line end in them ends the line in the log, too: whoever may use the device\n"
-        "can make lines of any form.\n"
-        "\n"
-        "Examples:\n"
-        "  zpd log --level 4                 warnings and errors\n"
-        "  zpd log --follow\n"
-        "  zpd log --json | jq -r .text");
+    command->footer("Levels: " + log_levels_help() +
+                    ".\n"
+                    "What is logged at all is set by 'zpd settings log'. Times are UTC. A datagram that was\n"
+                    "sent is logged as an error.\n"
+                    "\n"
+                    "The driver logs what it is told as it comes: names of applications, URIs, the numbers of\n"
+                    "senders and recipients, what a radio answers. Here their control characters appear\n"
+                    "as \\x0A, but a line end in them ends the line in the log, too: whoever may use the device\n"
+                    "can make lines of any form.\n"
+                    "\n"
+                    "Examples:\n"
+                    "  zpd log --level warning           warnings and errors\n"
+                    "  zpd log --follow\n"
+                    "  zpd log --json | jq -r .text");
     command->callback([&context, options] {
         context.run = on_home(context, [&context, options] { return show_log(context, *options); });
     });

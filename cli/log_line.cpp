@@ -1,19 +1,12 @@
 #include "cli/log_line.h"
 
 #include <algorithm>
-#include <array>
+
+#include "cli/log_level.h"
 
 namespace {
 
 constexpr std::string_view second_line_mark = "-- ";
-
-/// The level that a text begins with; 0 for none.
-int level_at_front(std::string_view text) {
-    constexpr std::array<std::string_view, 7> names{"INTERNAL ERROR", "CRITICAL ERROR", "ERROR", "WARNING",
-                                                    "NOTICE",         "INFO",           "DEBUG"};
-    const auto* const found = std::ranges::find_if(names, [text](auto name) { return text.starts_with(name); });
-    return found == names.end() ? 0 : static_cast<int>(found - names.begin()) + 1;
-}
 
 /// What stands before the process's name: date and time.
 std::string_view time_in(std::string_view brackets) {
@@ -47,7 +40,7 @@ int log_reader_t::level_of(const log_line_t& line, bool is_second) {
         const auto begun = begun_.extract(line.thread);
         return begun.empty() ? 0 : begun.mapped();
     }
-    const int level = level_at_front(line.text);
+    const int level = log_level_at_front(line.text);
     if (line.text.ends_with(':')) {
         begun_[line.thread] = level;
     }

@@ -4,10 +4,13 @@
 #include <exception>
 #include <iostream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
+#include "cli/usage_error.h"
 
 namespace {
 
@@ -16,35 +19,41 @@ int fail_usage(const std::string& text) {
     return exit_usage;
 }
 
-int no_command(const std::string& name) {
-    return fail_usage(fmt::format("there is no command '{}'; see zpd --help", base::escaped(name)));
+int no_command(const CLI::App& app, const std::string& name) {
+    const std::string hint = did_you_mean(app, name);
+    return fail_usage(
+        fmt::format("there is no command '{}'{} zpd --help", name, hint.empty() ? "; see" : hint + " See"));
+}
+
+/// The help of `app` by itself would be that of the command that was given, of this one, so it is not asked.
+int print_help(const CLI::App& app, const std::vector<std::string>& names) {
+    const CLI::App* about = &app;
+    std::string above;
+    for (const std::string& name : names) {
+        const auto found = about->get_subcommands([&](const CLI::App* one) { return one->get_name() == name; });
+        if (found.empty()) {
+            return no_command(*about, name);
+        }
+        above += about->get_name() + ' ';
+        about = found.front();
+    }
+    const auto formatter = app.get_formatter();
+    std::fputs(formatter->make_help(about, above + about->get_name(), CLI::AppFormatMode::Normal).c_str(), stdout);
+    return exit_done;
 }
 
 void add_help_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("help", "Print this help, or a command's");
-    const auto name = std::make_shared<std::string>();
-    command->add_option("command", *name, "the command")->type_name("COMMAND");
-    command->callback([&app, &context, name] {
-        context.run = [&app, name] {
-            if (name->empty()) {
-                // The help of `app` itself would be that of the command that was given: of this one.
-                const auto formatter = app.get_formatter();
-                std::fputs(formatter->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal).c_str(), stdout);
-                return exit_done;
-            }
-            const auto about = app.get_subcommands([&](const CLI::App* one) { return one->get_name() == *name; });
-            if (about.empty()) {
-                return no_command(*name);
-            }
-            std::fputs(about.front()->help(app.get_name()).c_str(), stdout);
-            return exit_done;
-        };
-    });
+    const auto names = std::make_shared<std::vector<std::string>>();
+    command->add_option("command", *names, "the command, and one below it")->type_name("COMMAND");
+    command->footer("Examples:\n  zpd help send\n  zpd help inbox export");
+    command->callback([&app, &context, names] { context.run = [&app, names] { return print_help(app, *names); }; });
 }
 
 void add_commands(CLI::App& app, context_t& context) {
+    app.failure_message(usage_error);
     app.require_subcommand(0, 1);  // none, or what is none of ours, gets words of our own
-    app.set_version_flag("--version", "zpd " ZPD_PROGRAM_VERSION, "Print the program's version and exit");
+    app.set_version_flag("-V,--version", "zpd " ZPD_PROGRAM_VERSION, "Print the program's version and exit");
     app.footer(
         "Examples:\n"
         "  zpd demo                                two phones on an emulated network exchange a card\n"
@@ -59,11 +68,14 @@ void add_commands(CLI::App& app, context_t& context) {
     add_fault_command(app, context);
     add_serve_command(app, context);
     add_doctor_command(app, context);
-    add_send_commands(app, context);
+    add_send_command(app, context);
+    add_count_command(app, context);
+    add_outbox_commands(app, context);
     add_message_commands(app, context);
     add_inbox_commands(app, context);
     add_service_commands(app, context);
     add_settings_commands(app, context);
+    add_events_command(app, context);
     add_log_command(app, context);
     add_ioctl_command(app, context);
     add_version_command(app, context);
@@ -74,7 +86,7 @@ void add_commands(CLI::App& app, context_t& context) {
 int explain(const CLI::App& app, const CLI::ParseError& error) {
     const auto remaining = app.remaining();
     if (app.get_subcommands().empty() && !remaining.empty() && !remaining.front().starts_with('-')) {
-        return no_command(remaining.front());
+        return no_command(app, remaining.front());
     }
     std::ostringstream text;  // with the words of the command line in it
     const int status = app.exit(error, std::cout, text);
@@ -92,6 +104,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return explain(app, error);
     }
+    speak_as(command_line_of(app));
     return context.run ? context.run() : fail_usage("a command is missing; see zpd --help");
 }
 

@@ -1,10 +1,10 @@
-/// zpd list, zpd status, zpd close: the messages that are with the driver, and how the service fares.
+/// zpd list, zpd status, zpd close: the messages that are with the driver, as it has them, and how the service fares.
 #include <array>
 #include <optional>
 
 #include "base/safe_text.h"
 #include "cli/command.h"
-#include "cli/delivery.h"
+#include "cli/outbox_message.h"
 #include "cli/output.h"
 #include "cli/radio_report.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -21,9 +21,71 @@ int tell(uint32_t id, const client::failure_t& failure) {
     return fail(failure.text);
 }
 
+/// The datagrams of a message by their status.
+struct tally_t {
+    size_t total = 0;
+    size_t queued = 0;
+    size_t submitted = 0;
+    size_t failed = 0;
+    size_t deferred = 0;
+    size_t sent = 0;  // also those of a closed message that are done with
+
+    bool is_over() const { return queued + submitted == 0; }
+};
+
+tally_t tally_of(const std::vector<uint32_t>& statuses) {
+    tally_t tally{.total = statuses.size()};
+    for (const uint32_t status : statuses) {
+        switch (status) {
+            case ZPD_STATUS_QUEUED:
+                ++tally.queued;
+                break;
+            case ZPD_STATUS_SUBMITTED:
+                ++tally.submitted;
+                break;
+            case ZPD_STATUS_FAILED:
+                ++tally.failed;
+                break;
+            case ZPD_STATUS_DEFERRED:
+                ++tally.deferred;
+                break;
+            default:
+                ++tally.sent;
+        }
+    }
+    return tally;
+}
+
+/// "2 of 5 datagrams sent, 1 with the radio, 2 queued"
+std::string describe(const tally_t& tally) {
+    std::string text = fmt::format("{} of {} sent", tally.sent, counted(tally.total, "datagram"));
+    const std::pair<size_t, std::string_view> others[] = {{tally.submitted, "with the radio"},
+                                                          {tally.queued, "queued"},
+                                                          {tally.failed, "refused"},
+                                                          {tally.deferred, "not sent because of that"}};
+    for (const auto& [count, words] : others) {
+        if (count != 0) {
+            text += fmt::format(", {} {}", count, words);
+        }
+    }
+    return text;
+}
+
 std::string_view status_word(uint32_t status) {
     constexpr std::array<std::string_view, 5> words{"queued", "submitted", "failed", "deferred", "sent"};
     return status < words.size() ? words[status] : "released";
+}
+
+/// One that the service has from the outbox is closed by it; of another, its client may have forgotten it.
+void say_listed(uint32_t id, const tally_t& tally, const std::vector<message_t>* outbox) {
+    std::string whose = tally.is_over() ? fmt::format("; close it with: zpd close {}", id) : std::string();
+    for (const message_t& message : outbox != nullptr ? *outbox : std::vector<message_t>()) {
+        if (message.driver_message == id) {
+            whose = fmt::format("; message {} of the outbox: {} to {}, {} ago", message.id, message.name(),
+                                message.number, message.age());
+        }
+    }
+    say("{:5}  {}{}", id, describe(tally), whose);
 }
 
 int list(client_t& client, bool json) {
@@ -35,10 +97,11 @@ int list(client_t& client, bool json) {
         say_json({{"total", list->total}, {"messages", list->ids}});
         return exit_done;
     }
+    const auto outbox = list_outbox(client, false);
     for (const uint32_t id : list->ids) {
         // A message may be closed between the two requests.
         if (const auto statuses = client.status(id)) {
-            say("{:5}  {}", id, describe(tally_of(*statuses)));
+            say_listed(id, tally_of(*statuses), outbox ? &*outbox : nullptr);
         }
     }
     if (list->ids.size() < list->total) {
@@ -112,7 +175,7 @@ void add_message_commands(CLI::App& app, context_t& context) {
     auto* list_command = app.add_subcommand("list", "List the messages that are with the driver");
     add_device_option(list_command, context);
     add_json_option(list_command, context);
-    list_command->footer("Example:\n  zpd list");
+    list_command->footer("What waits for the driver is in the outbox; see: zpd outbox\n\nExample:\n  zpd list");
     list_command->callback([&context] {
         context.run = [&context] {
             return with_device(context, [&](client_t& client) { return list(client, context.json); });

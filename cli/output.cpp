@@ -14,6 +14,7 @@
 namespace {
 
 int write_error = 0;  // errno of the last write to standard output that failed
+std::string speaker = "zpd";
 
 }  // namespace
 
@@ -39,8 +40,16 @@ void say_json(const nlohmann::ordered_json& value) {
     say_line(value.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 
+void speak_as(std::string_view command) {
+    speaker = command;
+}
+
+void remark(std::string_view text, std::string_view end) {
+    std::fputs(fmt::format("{}: {}{}", speaker, base::escaped(text), end).c_str(), stderr);
+}
+
 int fail(std::string_view text) {
-    std::fputs(fmt::format("zpd: {}\n", base::escaped(text)).c_str(), stderr);
+    remark(text);
     return exit_failed;
 }
 

@@ -30,7 +30,12 @@ void say_octets(std::string_view octets);
 /// Waits. False when nobody reads standard output any more.
 bool wait_while_read(int milliseconds);
 
-/// "zpd: " and the text on standard error, safe for a terminal. Returns exit_failed.
+/// Whose words remark() and fail() tell from now on: "zpd send". At first they are those of "zpd".
+void speak_as(std::string_view command);
+
+/// The command, ": " and the text on standard error, safe for a terminal.
+void remark(std::string_view text, std::string_view end = "\n");
+/// The same, of what stops the command: what went wrong on what, why, and what helps. Returns exit_failed.
 int fail(std::string_view text);
 
 /// The exit status of the program, whose command ended with `status`: exit_failed, and told so, when it was done but
@@ -49,6 +54,8 @@ class progress_t {
     progress_t(const progress_t&) = delete;
     progress_t& operator=(const progress_t&) = delete;
 
+    /// Whether a state takes the place of the one before it, and not a line of its own.
+    bool rewrites() const { return terminal_; }
     /// The state of the moment; it is overwritten by the next.
     void show(const std::string& state);
     /// Something that should stay to be read.

@@ -126,13 +126,3 @@ bool is_usable(const ordered_json& radio) {
            std::ranges::none_of(list_of(radio, "findings"),
                                 [](const ordered_json& finding) { return get<bool>(finding, "hinders"); });
 }
-
-std::string what_hinders(const ordered_json& radio) {
-    for (const ordered_json& finding : list_of(radio, "findings")) {
-        if (get<bool>(finding, "hinders")) {
-            const std::string advice = text_of(finding, "advice");
-            return base::escaped(text_of(finding, "text") + (advice.empty() ? "" : " (" + advice + ")"));
-        }
-    }
-    return base::escaped(text_of(radio, "owed"));
-}

@@ -23,6 +23,3 @@ std::string listed(const std::vector<std::string>& texts);
 
 /// Whether a modem is there, and nothing is known that keeps cards from being sent or received.
 bool is_usable(const nlohmann::ordered_json& radio);
-/// Why the next datagram does not go out: the first hindrance with its advice, else the result that the modem owes, fit
-/// for a terminal. Empty when nothing is known.
-std::string what_hinders(const nlohmann::ordered_json& radio);

@@ -3,6 +3,7 @@
 #include "base/safe_text.h"
 #include "base/text.h"
 #include "cli/command.h"
+#include "cli/log_level.h"
 #include "cli/output.h"
 #include "com/zpd/zpd_ioctl.h"
 
@@ -15,15 +16,56 @@ using nlohmann::ordered_json;
 constexpr uint32_t type_text = 1;
 constexpr uint32_t type_u32 = 4;
 
+/// The driver's debug output, the second of its log options, goes nowhere on this platform: it is left as it is.
+struct log_change_t {
+    bool enabled = false;
+    std::optional<int> file_level;
+};
+
 struct settings_t {
-    std::optional<client::log_options_t> log;
+    std::optional<log_change_t> log;
     std::optional<uint8_t> capacity;
     std::optional<uint32_t> inbox_size;
 };
 
+client::answer_t<client::log_options_t> change_log(client_t& client, const std::optional<log_change_t>& change) {
+    auto options = client.log_options();
+    if (!options || !change) {
+        return options;
+    }
+    options->enabled = change->enabled ? 1 : 0;
+    if (change->file_level) {
+        options->file_level = static_cast<uint8_t>(*change->file_level);
+    } else if (change->enabled && options->file_level == 0) {  // on, and without a file as the driver begins
+        options->file_level = most_log_level;
+    }
+    return client.log_options(*options);
+}
+
+std::string log_words(const client::log_options_t& log) {
+    if (log.enabled == 0) {
+        return "off: the driver logs nothing";
+    }
+    if (log.file_level == 0) {
+        return "on, but without a log file: nothing is kept";
+    }
+    return fmt::format("on, level {} ({}): {} (zpd log)", log.file_level, log_level_name(log.file_level),
+                       log.file_level == most_log_level
+                           ? "all that the driver does goes into its log file"
+                           : "this and what is more urgent goes into the driver's log file");
+}
+
+void say_settings(const client::log_options_t& log, uint8_t capacity, uint32_t inbox_size) {
+    say("log         {}", log_words(log));
+    say("capacity    {} with the radio at once, at most", counted(capacity, "datagram"));
+    say("inbox-size  {}", inbox_size == 0 ? "any number of cards in the inbox"
+                                          : fmt::format("no card is stored while the inbox holds more than {}",
+                                                        counted(inbox_size, "card")));
+}
+
 /// Sets what is given, and shows what then holds.
 int settings(client_t& client, const settings_t& changes, bool json) {
-    const auto log = client.log_options(changes.log);
+    const auto log = change_log(client, changes.log);
     if (!log) {
         return fail(log.failure().text);
     }
@@ -36,15 +78,12 @@ int settings(client_t& client, const settings_t& changes, bool json) {
         return fail(inbox_size.failure().text);
     }
     if (json) {
-        say_json({{"log", {{"enabled", log->enabled}, {"output", log->output_level}, {"file", log->file_level}}},
+        say_json({{"log", {{"enabled", log->enabled != 0}, {"output", log->output_level}, {"file", log->file_level}}},
                   {"capacity", *capacity},
                   {"inbox_size", *inbox_size}});
-        return exit_done;
+    } else {
+        say_settings(*log, *capacity, *inbox_size);
     }
-    say("log         {}, debug output level {}, file level {}", log->enabled != 0 ? "on" : "off", log->output_level,
-        log->file_level);
-    say("capacity    {} with the radio at once", counted(*capacity, "datagram"));
-    say("inbox-size  {}", *inbox_size == 0 ? "any number of files" : counted(*inbox_size, "file"));
     return exit_done;
 }
 
@@ -112,18 +151,20 @@ void add_number(CLI::App* command, const std::string& name, limit_t low, limit_t
 }
 
 void add_log_setting(CLI::App* above, context_t& context, const std::shared_ptr<settings_t>& changes) {
-    auto* log = above->add_subcommand("log", "Set the logging: on or off, and the levels");
-    const auto options = [changes]() -> client::log_options_t& {
-        if (!changes->log) {
-            changes->log.emplace();
-        }
-        return *changes->log;
-    };
-    add_number<uint8_t>(log, "enabled", 0U, 1U, "1 on, 0 off", [options](uint8_t value) { options().enabled = value; });
-    add_number<uint8_t>(log, "output", 0U, 7U, "level of the debug output: 0 nothing, 3 errors, 7 everything",
-                        [options](uint8_t value) { options().output_level = value; });
-    add_number<uint8_t>(log, "file", 0U, 7U, "level of the log file; 0 for none",
-                        [options](uint8_t value) { options().file_level = value; });
+    auto* log = above->add_subcommand("log", "Have the driver log what it does, or not");
+    const auto change = std::make_shared<log_change_t>();
+    log->add_option_function<std::string>(
+           "state", [change](const std::string& state) { change->enabled = state == "on"; }, "on or off")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->required();
+    add_log_level(log, "level", change->file_level,
+                  "how much goes into the log file, by name or number (default: as before, at first everything)");
+    log->footer("Levels: " + log_levels_help() +
+                ".\n\nExamples:\n"
+                "  zpd settings log on             everything, or the level of before\n"
+                "  zpd settings log on warning     warnings and errors\n"
+                "  zpd settings log off");
+    log->parse_complete_callback([change, changes] { changes->log = *change; });
     runs_settings(log, context, changes);
 }
 
@@ -136,17 +177,17 @@ void add_settings_commands(CLI::App& app, context_t& context) {
     above->footer(
         "Examples:\n"
         "  zpd settings\n"
-        "  zpd settings log 1 3 7        errors on the debug output, everything in the log file (zpd log)\n"
+        "  zpd settings log on           the driver logs what it does (zpd log)\n"
         "  zpd settings capacity 1       one datagram with the radio at a time\n"
-        "  zpd settings inbox-size 100   0 for any number of files");
+        "  zpd settings inbox-size 100   0 for any number of cards");
     add_log_setting(above, context, changes);
     auto* capacity = above->add_subcommand("capacity", "Set how many datagrams may be with the radio at once");
     add_number<uint8_t>(capacity, "datagrams", 1U, 255U, "1 to 255",
                         [changes](uint8_t value) { changes->capacity = value; });
     runs_settings(capacity, context, changes);
     auto* inbox_size = above->add_subcommand(
-        "inbox-size", "Set how many files the incoming folder may hold before cards are refused; one more gets in");
-    add_number<uint32_t>(inbox_size, "files", 0U, ZPD_INCOMING_DIR_SIZE_MAX, "0 for any number",
+        "inbox-size", "Set how many cards the inbox may hold before further ones are refused; one more gets in");
+    add_number<uint32_t>(inbox_size, "cards", 0U, ZPD_INCOMING_DIR_SIZE_MAX, "0 for any number",
                          [changes](uint32_t value) { changes->inbox_size = value; });
     runs_settings(inbox_size, context, changes);
     runs_settings(above, context, changes);

@@ -2,83 +2,21 @@
 
 #include <fmt/format.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "base/text.h"
+#include "client/connection.h"
 #include "device/device_socket.h"
 
 namespace client {
 
-namespace {
-
-/// Requests take milliseconds; one that waits for the driver's lock behind others a little longer.
-constexpr timeval answer_limit{.tv_sec = 30, .tv_usec = 0};
-
-bool is_socket(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) != 0 || S_ISSOCK(status.st_mode);
-}
-
-failure_t cannot_connect(std::string_view device, const std::string& path, int error) {
-    if (error == ECONNREFUSED && !is_socket(path)) {
-        error = ENOTSOCK;
-    }
-    const std::string named = fmt::format("device {} ({})", device, path);
-    switch (error) {
-        case ENOENT:
-        case ECONNREFUSED:
-            return {0, fmt::format("no service runs on {}; start one with: zpd serve --modem TTY", named),
-                    obstacle_t::no_service};
-        case EACCES:
-        case EPERM:
-            return {
-                0,
-                fmt::format("you may not use {}; who runs it can let a group in with: zpd serve --group NAME", named),
-                obstacle_t::access};
-        case EAGAIN:
-            return {0, fmt::format("{} takes no more clients now; try again later", named), obstacle_t::busy};
-        default:
-            return {0, fmt::format("cannot connect to {}: {}", named, base::errno_text(error))};
-    }
-}
-
-/// A folder in /tmp could have been made by anybody: behind a device's plain name must be the same user, or root.
-bool is_trusted(int socket) {
-    ucred server{};
-    socklen_t length = sizeof server;
-    return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &server, &length) == 0 &&
-           (server.uid == geteuid() || server.uid == 0);
-}
-
-}  // namespace
-
 answer_t<client_t> client_t::connect(std::string_view device) {
-    const std::string path = device::path_of(device).native();
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        return failure_t{0, fmt::format("{} is too long for a socket's path", path)};
+    auto connection = client::connect(device, device::system_folder);
+    if (!connection) {
+        return connection.failure();
     }
-    std::memcpy(address.sun_path, path.data(), path.size());
-    base::descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    // A service that takes no connections holds up the connect, too, once its queue is full.
-    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &answer_limit, sizeof answer_limit);
-    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answer_limit, sizeof answer_limit);
-    const auto* generic = reinterpret_cast<const sockaddr*>(&address);  // NOLINT: how the socket interface takes it
-    if (::connect(socket.get(), generic, sizeof address) != 0) {
-        return cannot_connect(device, path, errno);
-    }
-    if (device.find('/') == std::string_view::npos && !is_trusted(socket.get())) {
-        return failure_t{
-            0,
-            fmt::format("device {} ({}) is served by another user; name its path if you trust that user", device, path),
-            obstacle_t::access};
-    }
-    return client_t(std::move(socket), path);
+    return client_t(std::move(connection->socket), std::move(connection->path));
 }
 
 answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity) {
@@ -114,7 +52,7 @@ answer_t<octets_t> client_t::receive_packet() const {
         }
         if (errno == EAGAIN) {
             return failure_t{0,
-                             fmt::format("the service at {} did not answer within {} s", path_, answer_limit.tv_sec)};
+                             fmt::format("the service at {} did not answer within {} s", path_, answer_limit.count())};
         }
         // The kernel tells of the close first, and gives the packet that came before it next.
         if (errno == ECONNRESET && !reset) {

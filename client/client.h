@@ -55,7 +55,7 @@ struct contacts_value_t {
 
 class client_t {
   public:
-    /// Opens a device by its name or its socket's path.
+    /// Opens a device by its name or its socket's path, see client/connection.h.
     static answer_t<client_t> connect(std::string_view device);
 
     /// One raw request. A failure only when no usable reply came; a request that the driver refused is a reply.

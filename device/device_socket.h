@@ -26,8 +26,14 @@ inline constexpr uint32_t error_busy = 170;
 
 inline constexpr std::string_view default_device = "ZPD1";
 
-/// Where a device's socket lies: a name with a slash is a path as it is, any other is a file of that name in the user's
-/// runtime folder ($XDG_RUNTIME_DIR/zpd, else /tmp/zpd-<uid>).
-std::filesystem::path path_of(std::string_view device);
+/// A device is told by its name or by its socket's path: what has a "/" or a "." in it is a path, as it is.
+bool is_path(std::string_view device);
+
+/// Where the devices of system services lie, each under its name. Only root can make it, or have it made for the user
+/// that such a service runs as.
+inline constexpr const char* system_folder = "/run/zpd";
+
+/// Where a user's own services have theirs: $XDG_RUNTIME_DIR/zpd, else /tmp/zpd-<uid>.
+std::filesystem::path user_folder();
 
 }  // namespace device

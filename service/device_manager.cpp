@@ -28,6 +28,7 @@
 #include "service/listener.h"
 #include "service/loaded_driver.h"
 #include "service/news.h"
+#include "service/on_card.h"
 #include "service/outbox.h"
 #include "service/outbox_requests.h"
 #include "service/phone_home.h"
@@ -213,6 +214,16 @@ int serve(const serve_options_t& options) {
     post_t post(platform::home());
     if (const std::string error = post.outbox.open(platform::home()); !error.empty()) {
         return fail(error);
+    }
+    std::optional<on_card_t> on_card;
+    if (!options.on_card.empty()) {
+        on_card.emplace(post.inbox, options.on_card, platform::home(), [&](const std::string& text) {
+            post.outbox.note({"service", text});
+        });
+        if (const std::string error = on_card->start(); !error.empty()) {
+            return fail(error);
+        }
+        post.news.on_stored([&] { on_card->look(); });
     }
     radio::modem_options_t modem_options = options.modem;
     modem_options.observer = &post.news;

@@ -12,9 +12,10 @@ constexpr uint64_t default_log_size = uint64_t{10} << 20;
 struct serve_options_t {
     radio::modem_options_t modem;
     std::filesystem::path home;            // the phone's home folder
-    std::string device;                    // name or path, see device::path_of
+    std::string device;                    // name or path, see device::is_path
     std::string group;                     // whose members may use the device too; empty for none
     bool activate = false;                 // switch the storing of received cards on
+    std::filesystem::path on_card;         // an absolute path: a program to run for each stored card; empty for none
     uint64_t log_size = default_log_size;  // octets of the log file, and of the older one that is kept
 };
 

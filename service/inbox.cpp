@@ -18,6 +18,9 @@ constexpr int64_t version = 1;
 constexpr const char* table =
     "CREATE TABLE IF NOT EXISTS cards (number INTEGER PRIMARY KEY AUTOINCREMENT, file TEXT NOT NULL UNIQUE)";
 
+// A number changes two pages: a log of 100 KB serves as well as the usual one, where there is little room.
+constexpr const char* short_log = "PRAGMA wal_autocheckpoint = 25";
+
 constexpr int64_t rows_at_once = 256;
 
 // Two changes of a folder within one tick of the file system's clock, 2 s at most, have the same time.
@@ -29,6 +32,13 @@ std::vector<std::string> without(const std::vector<std::string>& all, const std:
     return left;
 }
 
+/// SQLite opens no file below a link; a home may be one.
+std::filesystem::path without_links(const std::filesystem::path& home) {
+    std::error_code failed;
+    std::filesystem::path path = std::filesystem::weakly_canonical(home, failed);
+    return failed ? home : path;
+}
+
 bool in_order(const inbox_t::numbered_card_t& one, const inbox_t::numbered_card_t& other) {
     return std::tie(one.card.time, one.card.name) < std::tie(other.card.time, other.card.name);
 }
@@ -37,7 +47,7 @@ bool in_order(const inbox_t::numbered_card_t& one, const inbox_t::numbered_card_
 
 inbox_t::inbox_t(const std::filesystem::path& home)
     : folder_(home),
-      file_(numbers_file(home)),
+      file_(numbers_file(without_links(home))),
       numbers_({"the file of the cards' numbers", "cards have no numbers"},
                [this](const std::string& text) { problem_ = text; }) {}
 
@@ -122,7 +132,8 @@ std::optional<uint64_t> inbox_t::number_of(const std::string& file) {
     if (const auto number = row_of(file)) {
         return number;
     }
-    if (!folder_.has(file) || !open() || !insert(file)) {
+    // Without a wait for the disk: a loss of power takes the number back, and it is given again.
+    if (!folder_.has(file) || !open() || !numbers_.soon([&] { return insert(file); })) {
         return std::nullopt;
     }
     return row_of(file);
@@ -165,8 +176,9 @@ bool inbox_t::open() {
         problem_ = problem;
         return false;
     }
-    problem_ = numbers_.open(file_, version,
-                             [](sqlite3* connection, int64_t) { return base::sqlite::run_all(connection, table); });
+    problem_ = numbers_.open(file_, version, [](sqlite3* connection, int64_t) {
+        return base::sqlite::run_all(connection, table) && base::sqlite::run_all(connection, short_log);
+    });
     return problem_.empty();
 }
 

@@ -10,6 +10,7 @@
 #include "com/zpd/zpd_ioctl.h"
 #include "device/service_requests.h"
 #include "service/card_json.h"
+#include "service/replies.h"
 
 namespace {
 
@@ -20,17 +21,8 @@ using nlohmann::ordered_json;
 constexpr size_t longest_reason = 1000;  // octets of JSON
 constexpr size_t most_errors = 3;
 
-reply_t refusal(uint32_t error, std::string_view reason, uint32_t capacity) {
-    reason = reason.substr(0, capacity);
-    return {.result = false, .last_error = error, .output = {reason.begin(), reason.end()}};
-}
-
-reply_t no_input(uint32_t capacity) {
-    return refusal(device::error_input, "the request's input does not have its form", capacity);
-}
-
-reply_t no_card(uint64_t number, uint32_t capacity) {
-    return refusal(device::error_not_found, fmt::format("there is no card {}", number), capacity);
+reply_t no_card(uint64_t number) {
+    return refused(device::error_not_found, fmt::format("there is no card {}", number));
 }
 
 std::string text_of(const ordered_json& value) {
@@ -58,10 +50,11 @@ reply_t list(inbox_t& inbox, uint64_t after, uint32_t capacity) {
         return !more;
     });
     if (most < begin.size() || (more && text.size() == begin.size())) {
-        return refusal(ZPD_ERROR_INSUFFICIENT_BUFFER, "the output has no room for a card", capacity);
+        return refused(ZPD_ERROR_INSUFFICIENT_BUFFER, "the output has no room for a card");
     }
     text += fmt::format("],\"more\":{}", more);
-    text += member_of("unnumbered", inbox.problem().empty() ? ordered_json() : ordered_json(inbox.problem()));
+    const std::string problem = inbox.problem();
+    text += member_of("unnumbered", problem.empty() ? ordered_json() : ordered_json(problem));
     errors.resize(std::min(errors.size(), most_errors));
     text += member_of("errors", ordered_json(errors)) + "}";
     return {.result = true, .last_error = 0, .output = {text.begin(), text.end()}};
@@ -70,15 +63,15 @@ reply_t list(inbox_t& inbox, uint64_t after, uint32_t capacity) {
 reply_t octets(inbox_t& inbox, uint64_t number, uint32_t offset, uint32_t capacity) {
     const auto file = inbox.file_of(number);
     if (!file) {
-        return no_card(number, capacity);
+        return no_card(number);
     }
     std::string error;
     const auto card = inbox.folder().load(*file, &error);
     if (!card) {
-        return refusal(device::error_not_found, error, capacity);
+        return refused(device::error_not_found, error);
     }
     if (offset > card->octets.size() || capacity < sizeof(uint32_t)) {
-        return refusal(device::error_value, "the card ends before that", capacity);
+        return refused(device::error_value, "the card ends before that");
     }
     const auto size = static_cast<uint32_t>(card->octets.size());
     const std::string_view rest = std::string_view(card->octets).substr(offset, capacity - sizeof size);
@@ -87,14 +80,13 @@ reply_t octets(inbox_t& inbox, uint64_t number, uint32_t offset, uint32_t capaci
     return {.result = true, .last_error = 0, .output = output.octets()};
 }
 
-reply_t remove(inbox_t& inbox, uint64_t number, uint32_t capacity) {
+reply_t remove(inbox_t& inbox, uint64_t number) {
     const auto file = inbox.file_of(number);
     if (!file) {
-        return no_card(number, capacity);
+        return no_card(number);
     }
     if (const std::string error = inbox.remove(*file); !error.empty()) {
-        return refusal(inbox.folder().has(*file) ? device::error_not_written : device::error_not_found, error,
-                       capacity);
+        return refused(inbox.folder().has(*file) ? device::error_not_written : device::error_not_found, error);
     }
     return {.result = true, .last_error = 0, .output = {}};
 }
@@ -106,7 +98,7 @@ reply_t answer_inbox_request(inbox_t& inbox, uint32_t code, octets_view_t input,
     const auto number = reader.u64();
     const auto offset = code == device::inbox_octets ? reader.u32() : 0;
     if (!number || !offset || !reader.at_end()) {
-        return no_input(capacity);
+        return refused(device::error_input, "the request's input does not have its form");
     }
     switch (code) {
         case device::inbox_list:
@@ -114,6 +106,6 @@ reply_t answer_inbox_request(inbox_t& inbox, uint32_t code, octets_view_t input,
         case device::inbox_octets:
             return octets(inbox, *number, *offset, capacity);
         default:
-            return remove(inbox, *number, capacity);
+            return remove(inbox, *number);
     }
 }

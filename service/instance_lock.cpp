@@ -37,6 +37,10 @@ instance_lock_t::~instance_lock_t() {
     }
 }
 
+std::string instance_lock_t::taken(const std::string& what, const std::string& holder) {
+    return fmt::format("{} by {}; a second phone needs a --home and a --device of its own", what, holder);
+}
+
 std::string instance_lock_t::take(const std::filesystem::path& file, const std::string& what) {
     for (;;) {
         std::string problem;
@@ -46,7 +50,7 @@ std::string instance_lock_t::take(const std::filesystem::path& file, const std::
         }
         if (flock(opened.get(), LOCK_EX | LOCK_NB) != 0) {
             if (errno == EWOULDBLOCK) {
-                return fmt::format("{} by {}", what, holder(opened.get()));
+                return taken(what, holder(opened.get()));
             }
             return fmt::format("cannot lock {}: {}", file.native(), base::errno_text(errno));
         }

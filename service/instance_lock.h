@@ -19,6 +19,9 @@ class instance_lock_t {
     /// is in use") begins that text when another process has it, whose id follows.
     [[nodiscard]] std::string take(const std::filesystem::path& file, const std::string& what);
 
+    /// How it is told that `holder` ("process 123") has it, with what a second phone needs.
+    static std::string taken(const std::string& what, const std::string& holder);
+
   private:
     std::filesystem::path file_;
     base::descriptor_t descriptor_;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -29,6 +30,17 @@ std::optional<sockaddr_un> address_of(const std::filesystem::path& path) {
     }
     std::memcpy(address.sun_path, path.c_str(), path.native().size());
     return address;
+}
+
+/// Where this service's devices lie that have no path of their own: in the folder that systemd made for it
+/// (RUNTIME_DIRECTORY, of several between colons the first), else where clients look for those of root, or of the user.
+std::filesystem::path folder_of_names() {
+    const char* variable = std::getenv("RUNTIME_DIRECTORY");  // NOLINT(concurrency-mt-unsafe)
+    const std::string_view folders = variable != nullptr ? variable : "";
+    if (folders.starts_with('/')) {
+        return folders.substr(0, folders.find(':'));
+    }
+    return geteuid() == 0 ? device::system_folder : device::user_folder();
 }
 
 /// Makes the folder of the sockets that have no path of their own. In /tmp anybody could have made it first.
@@ -78,9 +90,9 @@ std::string served_already(const std::string& device, const sockaddr_un& address
         }
     }
     const auto server = peer_of(probe.get());
-    return server && server->pid > 0
-               ? fmt::format("device {} is already served by process {}", device, server->pid)
-               : fmt::format("device {} is already served by another process at {}", device, address.sun_path);
+    return instance_lock_t::taken(
+        fmt::format("device {} is already served", device),
+        server && server->pid > 0 ? fmt::format("process {}", server->pid) : "another process");
 }
 
 }  // namespace
@@ -92,7 +104,8 @@ listener_t::~listener_t() {
 }
 
 std::string listener_t::open(const std::string& device, const std::string& group) {
-    path_ = device::path_of(device);
+    const bool is_path = device::is_path(device);
+    path_ = is_path ? std::filesystem::path(device) : folder_of_names() / device;
     if (!group.empty()) {
         const struct group* entry = getgrnam(group.c_str());  // NOLINT(concurrency-mt-unsafe): before any thread
         if (entry == nullptr) {
@@ -100,7 +113,7 @@ std::string listener_t::open(const std::string& device, const std::string& group
         }
         group_ = entry->gr_gid;
     }
-    if (device.find('/') == std::string::npos) {
+    if (!is_path) {
         if (std::string error = make_runtime_folder(path_.parent_path(), group_); !error.empty()) {
             return error;
         }

@@ -75,8 +75,19 @@ void news_t::begin(const loaded_driver_t& driver) {
     begun_ = true;
 }
 
-void news_t::stored(const std::string& /*sender*/, const std::filesystem::path& /*file*/) {
-    tell_cards();
+void news_t::stored(const std::string& /*sender*/, const std::filesystem::path& file) {
+    const std::optional<uint64_t> last = outbox_.last_card();
+    const std::optional<uint64_t> number = inbox_.number_of(file.filename());
+    std::string error;
+    std::optional<stored_card_t> card = inbox_.folder().load(file.filename(), &error);
+    if (number && card && last && *number <= *last + 1) {
+        outbox_.note_card(*number, stored_event(inbox_, {number, *std::move(card)}));
+    } else {
+        tell_cards();
+    }
+    if (on_stored_) {
+        on_stored_();
+    }
 }
 
 // Also of those that nobody could tell of: a kill, or a full disk, came between. Of those that lay there before there
@@ -93,9 +104,6 @@ void news_t::tell_cards() {
     });
     if (!last) {
         outbox_.note_card(outbox_.last_card().value_or(0), std::nullopt);
-    }
-    if (on_stored_) {
-        on_stored_();
     }
 }
 

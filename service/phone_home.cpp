@@ -11,6 +11,7 @@
 #include "radio/journal_file.h"
 #include "radio/sim_pin.h"
 #include "service/inbox.h"
+#include "service/on_card_marks.h"
 #include "service/outbox_file.h"
 
 namespace {
@@ -25,8 +26,9 @@ std::filesystem::path log_file(std::filesystem::path home) {
 /// The lock is looked at where it is taken.
 std::vector<std::filesystem::path> files_to_open(const std::filesystem::path& home) {
     std::vector<std::filesystem::path> files{radio::pin_marks(), log_file(home)};
-    for (const std::filesystem::path& database : {home / "registry.sqlite", radio::journal_file::path(home),
-                                                  outbox_file::path(home), inbox_t::numbers_file(home)}) {
+    for (const std::filesystem::path& database :
+         {home / "registry.sqlite", radio::journal_file::path(home), outbox_file::path(home),
+          inbox_t::numbers_file(home), on_card_marks_t::path(home)}) {
         for (const char* const suffix : {"", "-wal", "-shm"}) {
             files.emplace_back(database.native() + suffix);
         }

@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <functional>
 #include <future>
 #include <thread>
 
 #include "base/clock.h"
+#include "radio/observer.h"
 #include "tests/radio/session_fixture.h"
 
 namespace {
@@ -211,6 +213,52 @@ TEST_F(session, a_session_ends_in_its_own_callback) {
     open();
     const HRESULT request = send();
     EXPECT_EQ(recorder.events(2).back(), sent(request));
+}
+
+/// Notes what it is told, and gives up what it is told to.
+class watcher_t : public radio::observer_t {
+  public:
+    void submitted(const radio::outgoing_t& datagram, const radio::submission_outcome_t& outcome) override {
+        notes += fmt::format("{} {}/{} {}: {}\n", datagram.number, datagram.place.part, datagram.place.parts,
+                             std::string(datagram.body.begin(), datagram.body.end()),
+                             words[static_cast<size_t>(outcome.kind)] + std::to_string(outcome.result.code));
+    }
+    bool is_given_up(const radio::outgoing_t& datagram) override { return gives_up.load() == datagram.number; }
+    void stored(const std::string& /*sender*/, const std::filesystem::path& /*file*/) override {}
+    void dropped(const std::string& /*sender*/) override {}
+    void modem_changed(const radio::modem_state_t& /*state*/) override {}
+
+    std::string notes;  // the modem's thread writes, a test reads when it has the result
+    std::atomic<const char*> gives_up = "";
+
+  private:
+    const std::vector<std::string> words{"sent ", "refused ", "unknown ", "not out "};
+};
+
+// Of a refused message one datagram more is answered, with a success: the driver would pause before each of the rest.
+TEST_F(session, a_message_that_is_given_up_goes_no_more_and_holds_up_none) {
+    watcher_t watcher;
+    options.observer = &watcher;
+    attach_and_open();
+    const HRESULT first = send();
+    EXPECT_EQ(recorder.events(1).back(), sent(first));
+    watcher.gives_up = "+491701234567";
+    EXPECT_EQ(send(), E_FAIL);
+    watcher.gives_up = "";
+    modem.once(">", "\r\n+CMS ERROR: 1\r\n");
+    const HRESULT refused = send();
+    EXPECT_EQ(recorder.events(2).back(), failed(refused, static_cast<DWORD>(RIL_E_CMSERROR_BASE) + 1));
+    watcher.gives_up = "+491701234567";
+    const HRESULT ends_pause = send();
+    EXPECT_EQ(recorder.events(3).back(), sent(ends_pause, 0));
+    EXPECT_EQ(send(), E_FAIL);
+    const RILMESSAGE other = outgoing("+491701234568", "other");
+    const HRESULT last = RIL_SendMsg(handle, &other, 0);
+    EXPECT_EQ(recorder.events(4).back(), sent(last));
+    detach_modem();
+    EXPECT_EQ(modem.count(">"), 3U);
+    EXPECT_EQ(watcher.notes,
+              "+491701234567 1/2 card: sent 0\n+491701234567 1/2 card: refused 1\n+491701234568 1/2 other: sent 0\n");
 }
 
 TEST_F(session, announcements_without_end_become_a_listing) {

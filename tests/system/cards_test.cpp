@@ -201,17 +201,16 @@ TEST_F(cards, of_more_than_an_answer_holds_are_all_listed) {
     EXPECT_THAT(phone.ioctl("0x5A50000A", {"--in", "0000000000000000"}).output, HasSubstr("1168"));
 }
 
-TEST_F(cards, a_message_can_be_watched_and_closed_by_hand) {
+TEST_F(cards, a_message_of_another_client_can_be_watched_and_closed_by_hand) {
     const phone_t& phone = phones->sender;
-    ASSERT_EQ(send({ZPD_EXAMPLES "/names.vcf", "--no-wait"}).status, 0);
     auto device = client::client_t::connect(phone.device());
     ASSERT_TRUE(device) << device.failure().text;
-    const auto messages = device->list();
-    ASSERT_EQ(messages->ids.size(), 1U);
-    const std::string id = std::to_string(messages->ids[0]);
-    EXPECT_THAT(phone.zpd({"list"}).output, HasSubstr(id));
-    const std::vector<uint32_t> all_sent(7, ZPD_STATUS_SENT);
-    EXPECT_TRUE(eventually([&] { return *device->status(messages->ids[0]) == all_sent; }));
+    const auto message = device->send({.octets = card_of(300)}, bob);
+    ASSERT_TRUE(message) << message.failure().text;
+    const std::string id = std::to_string(*message);
+    const std::vector<uint32_t> all_sent(3, ZPD_STATUS_SENT);
+    EXPECT_TRUE(eventually([&] { return *device->status(*message) == all_sent; }));
+    EXPECT_THAT(phone.zpd({"list"}).output, HasSubstr(id + "  3 of 3 datagrams sent; close it with: zpd close " + id));
     EXPECT_EQ(phone.zpd({"status", id}).status, 0);
     EXPECT_EQ(phone.zpd({"close", id}).status, 0);
     EXPECT_EQ(phone.zpd({"close", id}).status, 1);
@@ -222,7 +221,7 @@ TEST_F(cards, a_card_may_come_through_a_fifo) {
     const std::string fifo = phones->folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::jthread writer([&] { write_file(fifo, card_of(134)); });
-    EXPECT_THAT(phones->sender.zpd({"count", fifo}).output, HasSubstr("134 octets, 2 datagrams"));
+    EXPECT_THAT(zpd({"count", fifo}).output, HasSubstr("134 octets, 2 datagrams"));
 }
 
 TEST_F(cards, what_cannot_be_sent_is_told_and_sends_nothing) {

@@ -249,6 +249,7 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
                                    "activation maybe",
                                    "inbox eat",
                                    "help frobnicate",
+                                   "help inbox frobnicate",
                                    "serve --modem /dev/null --home ",
                                    "version --device ",
                                    "doctor --modem ",
@@ -282,7 +283,8 @@ TEST_F(control, wrong_usage_ends_with_status_2_and_help_with_0) {
     }
     EXPECT_EQ(zpd({"frobnicate"}).errors, "zpd: there is no command 'frobnicate'; see zpd --help\n");
     EXPECT_EQ(zpd({"help"}).output, zpd({"--help"}).output);
-    EXPECT_EQ(zpd({"--version"}).status, 0);
+    EXPECT_EQ(zpd({"help", "inbox", "export"}).output, zpd({"inbox", "export", "--help"}).output);
+    EXPECT_EQ(zpd({"-V"}).output, zpd({"--version"}).output);
     for (const char* command :
          {"demo", "network", "serve", "doctor", "send", "count", "list", "status", "close", "inbox", "activation",
           "apps", "launch", "settings", "contacts-setting", "log", "ioctl", "version"}) {

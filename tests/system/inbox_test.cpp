@@ -66,6 +66,8 @@ TEST_F(inbox, a_number_stays_and_is_never_given_again) {
     EXPECT_EQ(run({"show", "4"}).status, 1);
     EXPECT_EQ(add("d", 1, named("D")), d);
     EXPECT_EQ(numbers(), (numbers_t{{1, a}, {2, b}, {5, d}}));
+    fs::create_directory_symlink(home, folder / "link");
+    EXPECT_THAT(zpd({"inbox", "--home", folder / "link"}).output, testing::ContainsRegex("   5  D .*\n$"));
     struct stat status {};
     ASSERT_EQ(stat((home + "/inbox.sqlite").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
@@ -128,6 +130,7 @@ TEST_F(inbox, a_card_is_named_by_number_file_or_contact) {
     add("2a", 10, named("Zoë Łucja"));
     add("ab", 20, named("Ann Placeholder"));
     add("cd", 30, named("Ann Placeholder"));
+    add("2", 40, named("Ben"));
     const auto number_of = [&](const std::string& name) {
         const outcome_t shown = run({"show", name});
         return shown.status == 0 ? shown.output.substr(0, shown.output.find(" from")) : shown.errors;
@@ -138,11 +141,12 @@ TEST_F(inbox, a_card_is_named_by_number_file_or_contact) {
     EXPECT_EQ(number_of("cd0"), "Card 3");
     EXPECT_THAT(number_of("ann placeholder"),
                 AllOf(HasSubstr("2 cards: 2 from +12025550100, 3 from"), HasSubstr("give")));
-    for (const char* none : {"7", "0", "ann", "", "../x", "99999999999999999999", "2aa"}) {
+    EXPECT_EQ(number_of("20000000"), "Card 4");
+    for (const char* none : {"7", "200", "0", "ann", "", "../x", "99999999999999999999", "2aa"}) {
         EXPECT_THAT(number_of(none), HasSubstr("see: zpd inbox")) << none;
     }
     EXPECT_EQ(run({"remove", "1", "7"}).status, 1);
-    EXPECT_EQ(numbers().size(), 3U) << "removed though one of the names means nothing";
+    EXPECT_EQ(numbers().size(), 4U) << "removed though one of the names means nothing";
     EXPECT_EQ(run({"remove", "1", "2a", "Zoë Łucja"}).status, 0) << "one card by three names";
     for (const arguments_t& command : std::vector<arguments_t>{{"show"}, {"remove"}, {"export", "2", "--all"}}) {
         EXPECT_EQ(run(command).status, 2) << command[0];

@@ -117,7 +117,7 @@ TEST(log, loses_no_line_when_it_turns_in_a_storm) {
     phone.start({"--log-size", "14MB"});
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     process_t follower({"log", "--follow", "--level", "3", "--home", phone.home()});
-    EXPECT_EQ(phone.zpd({"settings", "log", "1", "0", "7"}).status, 0);
+    EXPECT_EQ(phone.zpd({"settings", "log", "on"}).status, 0);
     EXPECT_LE(storm(phone, 1, questions), (uintmax_t{14} << 20) + some_lines);
     EXPECT_GT(size_of(log_file(phone.home()).native() + ".1"), uintmax_t{13} << 20) << "it has turned";
     EXPECT_GT(size_of(log_file(phone.home())), uintmax_t{1} << 20);
@@ -133,7 +133,7 @@ TEST(log, keeps_its_bound_through_many_turns) {
     phone_t phone(folder, "alice", network.modem(alice));
     phone.start({"--log-size", "64K"});
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
-    EXPECT_EQ(phone.zpd({"settings", "log", "1", "0", "7"}).status, 0);
+    EXPECT_EQ(phone.zpd({"settings", "log", "on"}).status, 0);
     EXPECT_LE(storm(phone, 1, 2000), (uintmax_t{64} << 10) + some_lines);
     EXPECT_THAT(told_in(zpd({"log", "--home", phone.home()}).output), testing::SizeIs(testing::Ge(20U)));
 }
@@ -145,7 +145,7 @@ TEST(log, goes_on_when_its_file_is_moved_or_deleted) {
     phone.start();
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     const fs::path file = log_file(phone.home());
-    EXPECT_EQ(phone.zpd({"settings", "log", "1", "0", "3"}).status, 0);
+    EXPECT_EQ(phone.zpd({"settings", "log", "on", "error"}).status, 0);
     ask_for(phone, 1, 1);
     fs::rename(file, folder / "moved");
     ask_for(phone, 2, 1);

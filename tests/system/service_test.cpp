@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/client.h"
+#include "client/connection.h"
 #include "tests/incoming.h"
 #include "tests/network/at_host.h"
 #include "tests/system/phones.h"
@@ -29,7 +30,7 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     for (const arguments_t& change : std::vector<arguments_t>{{"settings", "capacity", "3"},
                                                               {"settings", "inbox-size", "70000"},
-                                                              {"settings", "log", "1", "0", "5"},
+                                                              {"settings", "log", "on", "notice"},
                                                               {"activation", "on"},
                                                               {"apps", "add", "contacts"}}) {
         const outcome_t outcome = phone.zpd(change);
@@ -42,9 +43,9 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     ASSERT_TRUE(phone.ready()) << phone.serve().errors();
     auto device = client::client_t::connect(phone.device());
     ASSERT_TRUE(device) << device.failure().text;
-    EXPECT_EQ(*device->capacity(), 3);
-    EXPECT_EQ(*device->incoming_dir_size(), 70000U);
-    EXPECT_EQ(device->log_options()->file_level, 5);
+    EXPECT_EQ(phone.zpd({"settings", "log", "on", "--json"}).output,
+              R"({"log":{"enabled":true,"output":7,"file":5},"capacity":3,"inbox_size":70000})"
+              "\n");
     EXPECT_TRUE(*device->activation());
     EXPECT_EQ(*device->applications(), std::vector<std::string>{"contacts"});
 
@@ -52,6 +53,20 @@ TEST(service, takes_over_after_a_kill_with_its_settings_and_ends_cleanly) {
     EXPECT_EQ(phone.serve().wait(), 0) << phone.serve().errors();
     EXPECT_FALSE(std::filesystem::exists(phone.device()));
 }
+
+/// A variable of the environment, for the processes that are started meanwhile.
+class variable_t {
+  public:
+    variable_t(const char* name, const std::string& value) : name_(name) {
+        setenv(name, value.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no other thread
+    }
+    ~variable_t() { unsetenv(name_); }  // NOLINT(concurrency-mt-unsafe)
+    variable_t(const variable_t&) = delete;
+    variable_t& operator=(const variable_t&) = delete;
+
+  private:
+    const char* name_;
+};
 
 /// A terminal that nobody answers on.
 class silent_tty_t {
@@ -101,9 +116,12 @@ TEST(service, refuses_to_start_on_what_is_taken_or_missing) {
     const std::string id = std::to_string(running.serve().id());
     const std::string home = folder / "other";
     const std::string device = folder / "other.device";
+    const std::string second_phone = "; a second phone needs a --home and a --device of its own";
     const std::tuple<std::string, std::string, std::string, std::string, std::string> cases[] = {
-        {"home in use", network.modem(bob), running.home(), device, running.home()},
-        {"socket in use", network.modem(bob), home, running.device(), running.device()},
+        {"home in use", network.modem(bob), running.home(), device,
+         "home " + running.home() + " is already in use by process " + id + second_phone},
+        {"socket in use", network.modem(bob), home, running.device(),
+         "device " + running.device() + " is already served by process " + id + second_phone},
         {"tty in use", network.modem(alice), home, device, id},
         {"no tty", folder / "nowhere", home, device, "No such file"},
         {"a file", ZPD_EXAMPLES "/one-datagram.vcf", home, device, "one-datagram.vcf"},
@@ -199,7 +217,7 @@ TEST(service, refuses_a_folder_of_its_socket_that_is_not_its_users_alone) {
     const std::string runtime = folder / "run";
     const std::string home = folder / "home";
     std::filesystem::create_directories(runtime + "/zpd");
-    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no other thread
+    const variable_t folders("RUNTIME_DIRECTORY", runtime + "/zpd:/nowhere");
     const std::tuple<std::string, std::string, mode_t> cases[] = {{"the device's folder", "/zpd", 0770},
                                                                   {"can put another in its place", "", 0707}};
     for (const auto& [problem, name, mode] : cases) {
@@ -209,7 +227,49 @@ TEST(service, refuses_a_folder_of_its_socket_that_is_not_its_users_alone) {
     std::filesystem::remove(runtime + "/zpd");
     std::filesystem::create_symlink(home, runtime + "/zpd");
     EXPECT_THAT(zpd({"serve", "--modem", "/nowhere", "--home", home}).errors, HasSubstr("zpd' is a link"));
-    unsetenv("XDG_RUNTIME_DIR");  // NOLINT(concurrency-mt-unsafe)
+}
+
+TEST(service, is_found_by_its_name_the_users_own_before_the_systems) {
+    const folder_t folder;
+    const network_t network(folder);
+    const variable_t runtime("XDG_RUNTIME_DIR", folder / "user");
+    const std::string system = folder / "system";
+    const auto found = [&] {
+        const auto connection = client::connect("ZPD1", system);
+        return connection ? connection->path : connection.failure().text;
+    };
+    std::filesystem::create_directories(folder / "user/zpd");
+    EXPECT_THAT(found(), HasSubstr("no service runs on device ZPD1 (" + (folder / "user/zpd/ZPD1") + " or " + system));
+
+    const auto serve = [&](const std::string& in, const std::string& number) {
+        const variable_t made_by_systemd("RUNTIME_DIRECTORY", in);
+        return std::make_unique<process_t>(
+            arguments_t{"serve", "--modem", network.modem(number), "--home", folder / number});
+    };
+    const auto of_system = serve(system + ":/nowhere", alice);
+    ASSERT_TRUE(of_system->wait_for_line("ready")) << of_system->errors();
+    EXPECT_EQ(found(), system + "/ZPD1");
+    ASSERT_EQ(chmod(system.c_str(), 0770), 0);
+    EXPECT_THAT(found(), HasSubstr("lies in a folder that others can write; name its path if you trust"));
+    auto of_user = serve(folder / "user/zpd", bob);
+    ASSERT_TRUE(of_user->wait_for_line("ready")) << of_user->errors();
+    EXPECT_EQ(found(), folder / "user/zpd/ZPD1");
+    of_user.reset();  // killed: its socket stays
+    ASSERT_EQ(chmod(system.c_str(), 0755), 0);
+    EXPECT_EQ(found(), system + "/ZPD1");
+
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(system);
+    process_t in_current_folder(
+        {"serve", "--modem", network.modem(bob), "--home", folder / "b", "--device", "b.device"});
+    EXPECT_TRUE(in_current_folder.wait_for_line("ready")) << in_current_folder.errors();
+    EXPECT_EQ(zpd({"activation", "--device", "b.device"}).status, 0);
+    EXPECT_TRUE(std::filesystem::is_socket(system + "/b.device"));
+    std::filesystem::current_path(before);
+    if (geteuid() == 0) {  // only root can give a folder away, or take one for the system's name
+        ASSERT_EQ(chown(system.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(found(), system + "/ZPD1") << "root serves there";
+    }
 }
 
 TEST(service, doctor_tells_what_the_modem_is_and_who_has_it) {
@@ -324,11 +384,8 @@ TEST(service, tells_what_its_modem_is_and_what_stands_against_cards) {
 
     EXPECT_EQ(fault("registration=denied"), 0);
     doctor_tells(1, "registered with a network: denied\n    the network refuses this SIM");
-    const arguments_t send{"send", ZPD_EXAMPLES "/one-datagram.vcf", "--to", bob};
-    EXPECT_EQ(phone.zpd(joined(send, {"--no-wait"})).status, 0);
-    process_t second(joined(send, {"--device", phone.device()}));
-    const char* why = "waiting while another message is not sent: the modem is not registered with a network: denied";
-    EXPECT_TRUE(eventually([&] { return second.output().find(why) != std::string::npos; })) << second.output();
+    EXPECT_EQ(phone.zpd({"send", ZPD_EXAMPLES "/one-datagram.vcf", "--to", bob, "--no-wait"}).status, 0);
+    EXPECT_THAT(phone.zpd({"outbox"}).output, HasSubstr("; the modem is not registered with a network: denied"));
 
     EXPECT_EQ(fault("refuse=8x1000") | fault("registration=home"), 0);
     doctor_tells(1, "a datagram was refused, Operator determined barring (+CMS ERROR: 8): ask the operator");

@@ -176,7 +176,7 @@ TEST(soak, killed_senders_leave_whole_cards_only) {
             ASSERT_TRUE(sender.ready()) << sender.serve().errors();
             const std::string card = fmt::format("card {} {}", run, std::string(3000, '.'));
             const std::string file = write_file(folder / fmt::format("card{}", index), card);
-            process_t sending({"send", file, "--to", bob, "--device", sender.device()});
+            process_t sending({"send", "--force", file, "--to", bob, "--device", sender.device()});
             std::this_thread::sleep_for(std::chrono::milliseconds(9900 + random() % 400));
             sender.serve().signal(SIGKILL);
             sender.serve().wait();

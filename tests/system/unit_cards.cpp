@@ -70,6 +70,24 @@ TEST(text, a_phone_number_is_digits_with_an_optional_plus) {
     }
 }
 
+TEST(text, a_phone_number_is_read_as_people_write_it) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"+1 (202) 555-0199", "+12025550199"},    {"tel:+1-202-555-0199", "+12025550199"},
+        {"0049\t171/555.01", "004917155501"},     {"(+49)\u00A0171\u2011555\u2013 01", "+4917155501"},
+        {"\u202A+49 171 555\u202C", "+49171555"},
+    };
+    for (auto [typed, number] : cases) {
+        EXPECT_EQ(read_number(typed), "");
+        EXPECT_EQ(typed, number);
+    }
+    for (const std::string bad : {"", "- ()", "+", "tel:", "1+2", "+44 (0)20 7946", "555-ANN", "tel:+1;ext=5", "1\r\n2",
+                                  "12345 67890 12345 67890 1"}) {
+        std::string typed = bad;
+        EXPECT_NE(read_number(typed), "") << bad;
+        EXPECT_EQ(typed, bad);
+    }
+}
+
 TEST(text, a_stored_card_is_its_first_line_and_the_octets_after_it) {
     const auto card = parse_stored_card("name", std::string("1700000000:+123\nA\nB\r\n\0C", 23));
     ASSERT_TRUE(card);

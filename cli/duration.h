@@ -1,0 +1,15 @@
+/// Lengths of time as people write and read them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+inline constexpr uint64_t seconds_a_day = 24 * 60 * 60;
+
+/// "90m", "36h", "2d", "30s": the seconds, more than 0 and at most ten years; none for anything else.
+std::optional<uint64_t> read_duration(std::string_view text);
+
+/// "42 s", "3 min", "36 h", "4 days": not more exact than people want it.
+std::string duration_words(uint64_t seconds);

@@ -1,0 +1,15 @@
+/// The arguments that are about the outbox, of the commands that read them.
+#pragma once
+
+#include "cli/command.h"
+
+/// How long a message is tried.
+struct expiry_t {
+    uint64_t seconds = 2 * 24 * 60 * 60;  // 0 for ever
+
+    /// Seconds since 1970; 0 for never.
+    uint64_t from_now() const;
+};
+
+/// --expires. The expiry must outlive the command.
+void add_expires_option(CLI::App* command, expiry_t& expiry);
