@@ -29,8 +29,7 @@ std::optional<int64_t> number_of(execution_t& query) {
 }
 
 problem_t not_written(base::sqlite::file_t& file) {
-    return {device::error_not_written,
-            "the outbox cannot be written: " + base::sqlite::failure_of(file.connection()) + "; nothing was changed"};
+    return {device::error_not_written, "the outbox cannot be written: " + file.failure() + "; nothing was changed"};
 }
 
 }  // namespace
@@ -400,7 +399,6 @@ bool outbox_t::refuse(int64_t id, int64_t refusals, const reason_t& reason) {
     return finish(
         id, outbox_state_t::waiting,
         [&](outbox_message_t& message) {
-            message.held = true;
             message.refusals = refusals;
             message.reason = reason;
         },
@@ -433,6 +431,7 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         const auto alone = alone_.find(number);
         const bool is_alone = alone != alone_.end() && alone->second == id;
         const bool lets_go = !hold && (is_alone || alone == alone_.end()) && !is_held_back(number);
+        message->held = !lets_go;
         const bool done = transaction(
             [&] {
                 return outbox_file::update(file_, *message) && (!hold || hold_back(number, now)) &&

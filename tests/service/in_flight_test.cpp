@@ -25,7 +25,13 @@ radio::submission_outcome_t refusal(int code) {
 }
 
 outbox_message_t message(int64_t id, const std::string& octets, int64_t datagrams, bool long_reference = false) {
-    return {.id = id, .number = ann, .long_reference = long_reference, .datagrams = datagrams, .octets = octets};
+    outbox_message_t message;
+    message.id = id;
+    message.number = ann;
+    message.long_reference = long_reference;
+    message.datagrams = datagrams;
+    message.octets = octets;
+    return message;
 }
 
 TEST(in_flight, a_datagram_is_found_by_its_reference_and_before_by_its_octets) {

@@ -49,6 +49,7 @@ class outbox_home_t {
                                      .size = static_cast<int64_t>(octets.size()),
                                      .datagrams = 7,
                                      .expires = expires,
+                                     .reason = {},
                                      .octets = octets},
                                     token, &problem);
         return view ? view->message.id : 0;
@@ -65,7 +66,8 @@ class outbox_home_t {
     /// Of all events: KIND ID.
     std::vector<std::string> events() {
         std::vector<std::string> kinds;
-        for (const auto& event : box_->events(0, 0, 0, 1'000'000)["events"]) {
+        const auto page = box_->events(0, 0, 0, 1'000'000);
+        for (const auto& event : page["events"]) {
             kinds.push_back(event["kind"].get<std::string>() + " " + event["message"]["id"].dump());
         }
         return kinds;
