@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <mutex>
 #include <utility>
 
@@ -10,7 +11,7 @@ namespace base {
 
 namespace {
 
-// What tests have added to the host's monotonic clock. It only grows.
+// Milliseconds that tests have added to the host's clocks. It only grows.
 std::atomic<uint64_t> moved_by{0};
 
 template <typename item_t>
@@ -35,6 +36,10 @@ list_t<timed_wait_t>& timed_waits() {
 uint64_t tick64() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count() + 1 + moved_by.load();
+}
+
+int64_t unix_time() {
+    return std::time(nullptr) + static_cast<int64_t>(moved_by.load() / 1000);
 }
 
 clock_watch_t::clock_watch_t(std::function<void()> moved) : moved_(std::move(moved)) {

@@ -1,4 +1,5 @@
-/// The clock that every wait of this system runs on: milliseconds that never step back, which tests can move forward.
+/// The clock that every wait of this system runs on: milliseconds that never step back. Tests can move it forward, and
+/// the time of day with it.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,8 @@ namespace base {
 
 /// Milliseconds. Starts at 1 or more.
 uint64_t tick64();
+/// Seconds since 1970, of the host's clock: it may step.
+int64_t unix_time();
 
 /// In a list with all others of its kind for as long as it lives. It needs no memory of its own: a wait must not fail.
 template <typename item_t>
@@ -65,7 +68,7 @@ class timed_wait_t : public listed_t<timed_wait_t> {
     const uint64_t until_;
 };
 
-/// For tests only: moves tick64 forward; timed waits whose time has come then end.
+/// For tests only: moves both forward; timed waits whose time has come then end.
 void advance_clock(uint64_t milliseconds);
 /// For tests only: when the first of the timed waits ends; UINT64_MAX when none does.
 uint64_t next_deadline();

@@ -81,8 +81,8 @@ const statement_t& file_t::statement(std::string_view text) {
 }
 
 bool file_t::fail() {
-    return fail(fmt::format("cannot use {} {}: {}; {}", words_.name, file_.native(), failure_of(connection_.get()),
-                            words_.consequence));
+    failure_ = failure_of(connection_.get());
+    return fail(fmt::format("cannot use {} {}: {}; {}", words_.name, file_.native(), failure_, words_.consequence));
 }
 
 bool file_t::fail(const std::string& text) {

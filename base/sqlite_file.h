@@ -58,6 +58,8 @@ class file_t {
     }
     /// Of what failed last. Returns false.
     bool fail();
+    /// That in words, also when it was rolled back; empty when nothing has failed yet.
+    [[nodiscard]] const std::string& failure() const { return failure_; }
     /// Of something else that stands in the way as much.
     bool fail(const std::string& text);
 
@@ -71,6 +73,7 @@ class file_t {
     std::filesystem::path file_;
     const words_t words_;
     const std::function<void(const std::string&)> tell_;
+    std::string failure_;
     bool failure_told_ = false;
 };
 

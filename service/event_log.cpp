@@ -46,7 +46,7 @@ ordered_json event_log_t::read(int64_t after, int64_t since, size_t room) {
             {"id", query.number(0)}, {"time", query.number(1)}, {"kind", query.text(2)}, {"text", text}};
         event.update(ordered_json::parse(about, nullptr, false));
         used += names_and_numbers + 2 * text.size() + about.size();
-        more = used > room;
+        more = used > room && !events.empty();
         if (!more) {
             events.push_back(std::move(event));
         }

@@ -22,7 +22,8 @@ class event_log_t {
     static bool make_table(sqlite3* connection);
     /// Within a transaction of the file. False when it fails.
     [[nodiscard]] bool append(const event_t& event, int64_t now);
-    /// { events, more }: with ids above `after` and not older than `since`, as many as fit `room` octets.
+    /// { events, more }: with ids above `after` and not older than `since`, as many as fit `room` octets, but one
+    /// at least.
     [[nodiscard]] nlohmann::ordered_json read(int64_t after, int64_t since, size_t room);
     /// The id of the last one; 0 before the first.
     [[nodiscard]] int64_t last() const { return last_; }

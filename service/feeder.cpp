@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 
 #include "base/clock.h"
 #include "com/zpd/zpd_ioctl.h"
@@ -20,7 +19,7 @@ constexpr uint64_t forgetting = 3'600'000;         // milliseconds
 constexpr int64_t longest_wait = 3'600;            // seconds
 
 int64_t seconds_until(int64_t time) {
-    return std::clamp<int64_t>(time - std::time(nullptr), 0, longest_wait);
+    return std::clamp<int64_t>(time - base::unix_time(), 0, longest_wait);
 }
 
 }  // namespace
@@ -115,7 +114,7 @@ bool feeder_t::look_at(const in_flight_t::state_t& message, bool asks) {
         outbox_.note_success(message.number);
         outbox_.note_progress(message.id, message.sent, message.driver_message);
     }
-    if (!message.complete && !message.ending && message.expires != 0 && message.expires <= std::time(nullptr)) {
+    if (!message.complete && !message.ending && message.expires != 0 && message.expires <= base::unix_time()) {
         static_cast<void>(in_flight_.give_up(
             message.id, {ending_t::kind_t::set_aside, {"it expired before all of it could be sent"}}));
         return false;

@@ -190,6 +190,7 @@ bool in_flight_t::confirm(entry_t& entry, const outgoing_t& datagram) {
     }
     entry.confirmed[index] = true;
     entry.state.sent += 1;
+    entry.at_once = 0;
     entry.state.is_new = true;
     outstanding_ -= entry.state.ending ? 0 : 1;
     entry.state.complete = entry.state.sent == static_cast<int64_t>(entry.confirmed.size());

@@ -73,7 +73,7 @@ class in_flight_t {
         std::string octets;
         uint8_t width = 0;  // octets of the reference; 0 for a message of one datagram
         std::vector<bool> confirmed;
-        int64_t at_once = 0;  // refusals that the driver was left to try again
+        int64_t at_once = 0;  // refusals that the driver was left to try again, since a datagram was confirmed
 
         /// Datagrams that are not confirmed.
         int64_t left() const { return static_cast<int64_t>(confirmed.size()) - state.sent; }

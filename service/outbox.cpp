@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 
+#include "base/clock.h"
 #include "device/service_requests.h"
 #include "radio/limits.h"
 #include "service/outbox_json.h"
 
+using base::unix_time;
 using base::sqlite::execution_t;
 using nlohmann::ordered_json;
 using radio::limit_t;
@@ -18,10 +19,6 @@ using radio::limit_t;
 namespace {
 
 constexpr int64_t day = 86'400;
-
-int64_t now_in_seconds() {
-    return std::time(nullptr);
-}
 
 int64_t limit_of(limit_t limit) {
     return static_cast<int64_t>(radio::value_of(limit));
@@ -32,8 +29,7 @@ std::optional<int64_t> number_of(execution_t& query) {
 }
 
 problem_t not_written(base::sqlite::file_t& file) {
-    return {device::error_not_written,
-            "the outbox cannot be written: " + base::sqlite::failure_of(file.connection()) + "; nothing was changed"};
+    return {device::error_not_written, "the outbox cannot be written: " + file.failure() + "; nothing was changed"};
 }
 
 }  // namespace
@@ -44,29 +40,47 @@ outbox_t::outbox_t(std::function<void(const std::string&)> told)
       }) {}
 
 std::string outbox_t::open(const std::filesystem::path& home) {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     const std::filesystem::path file = outbox_file::path(home);
     std::string error = file_.open(file, outbox_file::version, outbox_file::make_tables);
     if (error.empty() && !load()) {
         error =
             fmt::format("cannot read the outbox {}: {}", file.native(), base::sqlite::failure_of(file_.connection()));
     }
+    lock.unlock();
+    publish();
     return error;
 }
 
 // Nothing is with the driver yet. A number that is held back is so until its time, which a clock that was set back must
 // not put off.
 bool outbox_t::load() {
-    const int64_t latest = now_in_seconds() + limit_of(limit_t::held_back_most);
+    const int64_t now = unix_time();
+    const int64_t latest = now + limit_of(limit_t::held_back_most);
     return log_.load() && transaction(
                               [&] {
-                                  return file_.run("UPDATE messages SET state = 4, octets = NULL WHERE state = 2") &&
+                                  return cancel_what_was_given_up(now) &&
                                          file_.run("UPDATE numbers SET until = min(until, ?1)", latest) &&
                                          file_.run(
                                              "UPDATE messages SET state = 0, held = number IN (SELECT number FROM "
                                              "numbers) WHERE state IN (0, 1)");
                               },
                               false);
+}
+
+bool outbox_t::cancel_what_was_given_up(int64_t now) {
+    std::vector<outbox_message_t> messages;
+    {
+        execution_t query(file_.statement(std::string(outbox_file::columns) + "FROM messages WHERE state = 2"));
+        while (query.step() == SQLITE_ROW) {
+            messages.push_back(outbox_file::row(query));
+        }
+    }
+    return std::ranges::all_of(messages, [&](outbox_message_t& message) {
+        message.state = outbox_state_t::cancelled;
+        message.changed = now;
+        return outbox_file::update(file_, message) && tell_end(message, now);
+    });
 }
 
 template <typename steps_t>
@@ -76,6 +90,7 @@ bool outbox_t::transaction(const steps_t& steps, bool at_once) {
     if (!done) {
         lines_.resize(lines);
         static_cast<void>(log_.load());
+        again_ = unix_time() + limit_of(limit_t::outbox_again);
     }
     return done;
 }
@@ -97,9 +112,9 @@ std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, const st
                     fmt::format("the outbox holds {} cards, and takes no more; see: zpd outbox", *unsent)};
         return std::nullopt;
     }
-    message.handed_in = now_in_seconds();
+    message.handed_in = unix_time();
     message.changed = message.handed_in;
-    message.held = busy_.contains(message.number) || is_held_back(message.number);
+    message.held = alone_.contains(message.number) || is_held_back(message.number);
     const bool done = transaction(
         [&] {
             const auto id = outbox_file::insert(file_, message, token);
@@ -126,11 +141,9 @@ std::optional<outbox_t::view_t> outbox_t::cancel(int64_t id, problem_t* problem)
     outbox_message_t& message = view->message;
     const bool with_driver = message.state == outbox_state_t::sending;
     message.state = with_driver ? outbox_state_t::cancelling : outbox_state_t::cancelled;
-    message.changed = now_in_seconds();
+    message.changed = unix_time();
     const bool done = transaction(
-        [&] {
-            return outbox_file::update(file_, message) && (with_driver || tell(message, "cancelled", message.changed));
-        },
+        [&] { return outbox_file::update(file_, message) && (with_driver || tell_end(message, message.changed)); },
         true);
     if (!done) {
         *problem = not_written(file_);
@@ -159,8 +172,8 @@ std::optional<outbox_t::view_t> outbox_t::retry(int64_t id, int64_t expires, pro
     }
     const bool was_aside = message.state == outbox_state_t::set_aside;
     message.state = outbox_state_t::waiting;
-    message.held = busy_.contains(message.number);
-    message.changed = now_in_seconds();
+    message.held = alone_.contains(message.number);
+    message.changed = unix_time();
     message.expires = expires;
     message.sent = 0;
     message.refusals = 0;
@@ -264,7 +277,7 @@ void outbox_t::note(const std::optional<event_t>& event, const std::function<boo
         if (event) {
             lines_.push_back(event->text);
         }
-        static_cast<void>(file_.soon([&] { return (!event || log_.append(*event, now_in_seconds())) && also(); }));
+        static_cast<void>(transaction([&] { return (!event || log_.append(*event, unix_time())) && also(); }, false));
         changed_.notify_all();
     }
     publish();
@@ -278,7 +291,7 @@ std::optional<uint64_t> outbox_t::last_card() {
 
 std::optional<outbox_message_t> outbox_t::take_next() {
     const std::lock_guard lock(mutex_);
-    const int64_t now = now_in_seconds();
+    const int64_t now = unix_time();
     const auto id = next_id(now);
     std::optional<outbox_message_t> message = id ? outbox_file::read(file_, *id) : std::nullopt;
     if (!message) {
@@ -299,7 +312,7 @@ std::optional<outbox_message_t> outbox_t::take_next() {
         return std::nullopt;
     }
     if (alone) {
-        busy_.insert(message->number);
+        alone_[message->number] = *id;
     }
     changed(*id);
     return message;
@@ -317,7 +330,7 @@ std::optional<int64_t> outbox_t::next_id(int64_t now) {
         }
     }
     for (const std::string& number : over) {
-        if (busy_.contains(number)) {
+        if (alone_.contains(number)) {
             continue;
         }
         execution_t first(
@@ -344,20 +357,22 @@ void outbox_t::note_success(const std::string& number) {
     if (proven_.size() >= most) {
         proven_.clear();
     }
-    if (!proven_.insert(number).second) {
+    if (proven_.contains(number)) {
         return;
     }
-    busy_.erase(number);
-    static_cast<void>(transaction(
+    const bool done = transaction(
         [&] { return file_.run("DELETE FROM numbers WHERE number = ?1", std::string_view(number)) && release(number); },
-        false));
+        false);
+    if (done) {
+        proven_.insert(number);
+        alone_.erase(number);
+    }
 }
 
 bool outbox_t::finish_sent(int64_t id) {
     return finish(
-        id, "sent",
+        id, outbox_state_t::sent,
         [](outbox_message_t& message) {
-            message.state = outbox_state_t::sent;
             message.sent = message.datagrams;
             message.reason = {};
         },
@@ -366,19 +381,13 @@ bool outbox_t::finish_sent(int64_t id) {
 
 bool outbox_t::finish_cancelled(int64_t id, int64_t sent) {
     return finish(
-        id, "cancelled",
-        [&](outbox_message_t& message) {
-            message.state = outbox_state_t::cancelled;
-            message.sent = sent;
-        },
-        false);
+        id, outbox_state_t::cancelled, [&](outbox_message_t& message) { message.sent = sent; }, false);
 }
 
 bool outbox_t::set_aside(int64_t id, int64_t sent, int64_t refusals, const reason_t& reason, bool refused) {
     return finish(
-        id, "set aside",
+        id, outbox_state_t::set_aside,
         [&](outbox_message_t& message) {
-            message.state = outbox_state_t::set_aside;
             message.sent = sent;
             message.refusals = refusals;
             message.reason = reason;
@@ -388,10 +397,8 @@ bool outbox_t::set_aside(int64_t id, int64_t sent, int64_t refusals, const reaso
 
 bool outbox_t::refuse(int64_t id, int64_t refusals, const reason_t& reason) {
     return finish(
-        id, nullptr,
+        id, outbox_state_t::waiting,
         [&](outbox_message_t& message) {
-            message.state = outbox_state_t::waiting;
-            message.held = true;
             message.refusals = refusals;
             message.reason = reason;
         },
@@ -400,43 +407,51 @@ bool outbox_t::refuse(int64_t id, int64_t refusals, const reason_t& reason) {
 
 bool outbox_t::give_back(int64_t id) {
     return finish(
-        id, nullptr, [](outbox_message_t& message) { message.state = outbox_state_t::waiting; }, false);
+        id, outbox_state_t::waiting, [](outbox_message_t&) {}, false);
 }
 
-// With no kind nothing is told: it is not over.
-bool outbox_t::finish(int64_t id, const char* kind, const change_t& change, bool hold) {
+// One that was called back meanwhile is cancelled, unless all of it has gone. The others of its number wait on while
+// one of them is tried for all, or the number is held back.
+bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, bool hold) {
     {
         const std::lock_guard lock(mutex_);
         std::optional<outbox_message_t> message = outbox_file::read(file_, id);
         if (!message || is_over(message->state)) {
             return true;
         }
-        const int64_t now = now_in_seconds();
-        if (message->state == outbox_state_t::cancelling && kind == nullptr) {
-            message->state = outbox_state_t::cancelled;  // called back meanwhile
-            kind = "cancelled";
-        } else {
+        const int64_t now = unix_time();
+        const bool is_called_back = message->state == outbox_state_t::cancelling && state != outbox_state_t::sent;
+        message->state = is_called_back ? outbox_state_t::cancelled : state;
+        message->sent = is_over(message->state) ? live_[id].sent : 0;
+        message->changed = now;
+        if (!is_called_back) {
             change(*message);
         }
-        message->changed = now;
         const std::string& number = message->number;
+        const auto alone = alone_.find(number);
+        const bool is_alone = alone != alone_.end() && alone->second == id;
+        const bool lets_go = !hold && (is_alone || alone == alone_.end()) && !is_held_back(number);
+        message->held = !lets_go;
         const bool done = transaction(
             [&] {
                 return outbox_file::update(file_, *message) && (!hold || hold_back(number, now)) &&
-                       (hold || is_held_back(number) || release(number)) &&
-                       (kind == nullptr || tell(*message, kind, now));
+                       (!lets_go || release(number)) && (!is_over(message->state) || tell_end(*message, now));
             },
             false);
         if (!done) {
             return false;
         }
-        busy_.erase(number);
+        if (is_alone) {
+            alone_.erase(alone);
+        }
         if (hold) {
             proven_.erase(number);
         }
-        changed(id);
-        versions_.erase(id);
         progress_.erase(id);
+        changed(id);
+        if (is_over(message->state)) {
+            versions_.erase(id);
+        }
     }
     publish();
     return true;
@@ -448,6 +463,10 @@ bool outbox_t::tell(const outbox_message_t& message, const char* kind, int64_t n
         lines_.push_back(text);
     }
     return log_.append({kind, text, {{"message", message_json(message)}}}, now);
+}
+
+bool outbox_t::tell_end(const outbox_message_t& message, int64_t now) {
+    return tell(message, words_of(message.state), now);
 }
 
 // The pause doubles with each refusal.
@@ -479,7 +498,7 @@ bool outbox_t::is_held_back(const std::string& number) {
 
 void outbox_t::forget() {
     const std::lock_guard lock(mutex_);
-    const int64_t oldest = now_in_seconds() - limit_of(limit_t::journal_age) * day;
+    const int64_t oldest = unix_time() - limit_of(limit_t::journal_age) * day;
     static_cast<void>(transaction(
         [&] {
             return file_.run("DELETE FROM messages WHERE state IN (3, 4) AND changed < ?1", oldest) &&
@@ -493,7 +512,7 @@ void outbox_t::expire() {
     {
         const std::lock_guard lock(mutex_);
         execution_t query(file_.statement("SELECT id FROM messages WHERE state = 0 AND expires > 0 AND expires <= ?1"));
-        query.bind(1, now_in_seconds());
+        query.bind(1, unix_time());
         while (query.step() == SQLITE_ROW) {
             expired.push_back(query.number(0));
         }
@@ -508,9 +527,13 @@ std::optional<int64_t> outbox_t::next_due() {
     execution_t query(
         file_.statement("SELECT min(at) FROM (SELECT min(until) AS at FROM numbers WHERE until > ?1 UNION ALL "
                         "SELECT min(expires) FROM messages WHERE state = 0 AND expires > ?1)"));
-    query.bind(1, now_in_seconds());
-    return query.step() == SQLITE_ROW && query.column_type(0) == SQLITE_INTEGER ? std::optional(query.number(0))
-                                                                                : std::nullopt;
+    const int64_t now = unix_time();
+    query.bind(1, now);
+    std::optional<int64_t> due;
+    if (query.step() == SQLITE_ROW && query.column_type(0) == SQLITE_INTEGER) {
+        due = query.number(0);
+    }
+    return again_ > now ? std::min(due.value_or(again_), again_) : due;
 }
 
 outbox_t::view_t outbox_t::view_of(outbox_message_t message, const std::optional<ahead_t>& ahead) {

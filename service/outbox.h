@@ -115,9 +115,11 @@ class outbox_t {
     ahead_t ahead_of(int64_t id);
     [[nodiscard]] int64_t sent_of_all() const;
     std::optional<view_t> find(int64_t id, problem_t* problem);
-    bool finish(int64_t id, const char* kind, const change_t& change, bool hold);
+    bool finish(int64_t id, outbox_state_t state, const change_t& change, bool hold);
+    bool cancel_what_was_given_up(int64_t now);
     void note(const std::optional<event_t>& event, const std::function<bool()>& also);
     bool tell(const outbox_message_t& message, const char* kind, int64_t now);
+    bool tell_end(const outbox_message_t& message, int64_t now);
     bool hold_back(const std::string& number, int64_t now);
     bool release(const std::string& number);
     std::optional<int64_t> next_id(int64_t now);
@@ -134,9 +136,10 @@ class outbox_t {
     event_log_t log_{file_};
     std::map<int64_t, uint64_t> versions_;    // of those that changed since the start and are not over
     std::map<int64_t, progress_t> progress_;  // of those that are being sent
-    std::set<std::string> busy_;              // numbers with a card that is tried alone
+    std::map<std::string, int64_t> alone_;    // numbers with a card that is tried for the others, and its id
     std::set<std::string> proven_;            // numbers that took a datagram since
     std::vector<std::string> lines_;          // to be told when the lock is free
+    int64_t again_ = 0;                       // when to look again: something could not be written
     uint64_t last_version_ = 1;
     bool ending_ = false;
 };
