@@ -223,8 +223,9 @@ std::vector<outbox_t::view_t> outbox_t::list(int64_t after, bool all, size_t mos
     views.reserve(rows.size());
     std::optional<ahead_t> ahead;  // of the next that waits
     for (outbox_message_t& message : rows) {
-        const view_t& view = views.emplace_back(view_of(std::move(message), ahead));
-        if (view.ahead && !view.message.held) {
+        const bool is_held = message.held;
+        const view_t& view = views.emplace_back(view_of(std::move(message), is_held ? std::nullopt : ahead));
+        if (view.ahead && !is_held) {
             ahead = {view.ahead->messages + 1, view.ahead->datagrams + view.message.datagrams};
         }
     }
@@ -422,7 +423,7 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         const int64_t now = unix_time();
         const bool is_called_back = message->state == outbox_state_t::cancelling && state != outbox_state_t::sent;
         message->state = is_called_back ? outbox_state_t::cancelled : state;
-        message->sent = is_over(message->state) ? live_[id].sent : 0;
+        message->sent = is_over(message->state) ? progress_[id].sent : 0;
         message->changed = now;
         if (!is_called_back) {
             change(*message);
@@ -434,8 +435,9 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         message->held = !lets_go;
         const bool done = transaction(
             [&] {
-                return outbox_file::update(file_, *message) && (!hold || hold_back(number, now)) &&
-                       (!lets_go || release(number)) && (!is_over(message->state) || tell_end(*message, now));
+                return outbox_file::update(file_, *message) &&
+                       (!hold || hold_back(number, message->reason.text, now)) && (!lets_go || release(number)) &&
+                       (!is_over(message->state) || tell_end(*message, now));
             },
             false);
         if (!done) {
@@ -470,7 +472,7 @@ bool outbox_t::tell_end(const outbox_message_t& message, int64_t now) {
 }
 
 // The pause doubles with each refusal.
-bool outbox_t::hold_back(const std::string& number, int64_t now) {
+bool outbox_t::hold_back(const std::string& number, const std::string& reason, int64_t now) {
     execution_t query(file_.statement("SELECT refusals FROM numbers WHERE number = ?1"));
     query.bind(1, std::string_view(number));
     const int64_t refusals = number_of(query).value_or(0) + 1;
@@ -479,8 +481,8 @@ bool outbox_t::hold_back(const std::string& number, int64_t now) {
         pause *= 2;
     }
     pause = std::min(pause, limit_of(limit_t::held_back_most));
-    return file_.run("INSERT OR REPLACE INTO numbers VALUES (?1, ?2, ?3)", std::string_view(number), refusals,
-                     now + pause) &&
+    return file_.run("INSERT OR REPLACE INTO numbers VALUES (?1, ?2, ?3, ?4)", std::string_view(number), refusals,
+                     now + pause, std::string_view(reason)) &&
            file_.run("UPDATE messages SET held = 1 WHERE number = ?1 AND state = 0 AND held = 0",
                      std::string_view(number));
 }
@@ -545,24 +547,31 @@ outbox_t::view_t outbox_t::view_of(outbox_message_t message, const std::optional
         message.sent = progress->second.sent;
     }
     if (message.state == outbox_state_t::waiting && message.held) {
-        execution_t until(file_.statement("SELECT until FROM numbers WHERE number = ?1"));
-        until.bind(1, std::string_view(message.number));
-        view.next_try = number_of(until);
+        execution_t hold(file_.statement("SELECT until, reason FROM numbers WHERE number = ?1"));
+        hold.bind(1, std::string_view(message.number));
+        if (hold.step() == SQLITE_ROW) {
+            view.hold = hold_t{hold.number(0), hold.text(1)};
+        }
     }
-    if (message.state == outbox_state_t::waiting && !view.next_try) {
-        view.ahead = ahead ? *ahead : ahead_of(message.id);
+    if (message.state == outbox_state_t::waiting && !view.hold) {
+        view.ahead = ahead ? *ahead : ahead_of(message);
     }
     view.message = std::move(message);
     return view;
 }
 
-// Those that are being sent, and those that may go and were handed in before.
-outbox_t::ahead_t outbox_t::ahead_of(int64_t id) {
+// Those that are being sent, and those that may go and were handed in before; of one that waits for another of its
+// number all of that number.
+outbox_t::ahead_t outbox_t::ahead_of(const outbox_message_t& message) {
     execution_t query(
         file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM "
                         "(SELECT datagrams FROM messages WHERE state = 0 AND held = 0 AND id < ?1 "
-                        "UNION ALL SELECT datagrams FROM messages WHERE state IN (1, 2))"));
-    query.bind(1, id);
+                        "UNION ALL SELECT datagrams FROM messages WHERE state IN (1, 2) "
+                        "UNION ALL SELECT datagrams FROM messages WHERE state = 0 AND ?2 AND held = 1 AND number = ?3 "
+                        "AND id < ?1)"));
+    query.bind(1, message.id);
+    query.bind(2, int64_t{message.held});
+    query.bind(3, std::string_view(message.number));
     return query.step() == SQLITE_ROW ? ahead_t{query.number(0), query.number(1) - sent_of_all()} : ahead_t{};
 }
 

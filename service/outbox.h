@@ -41,13 +41,18 @@ class outbox_t {
         int64_t messages = 0;
         int64_t datagrams = 0;
     };
+    /// Its number was refused.
+    struct hold_t {
+        int64_t until = 0;
+        std::string reason;
+    };
     /// A message as a client sees it now.
     struct view_t {
         outbox_message_t message;
         uint64_t version = 0;
         std::optional<uint32_t> driver_message;
-        std::optional<int64_t> next_try;  // of one that is held back
-        std::optional<ahead_t> ahead;     // of one that waits
+        std::optional<hold_t> hold;    // of one that waits for its number
+        std::optional<ahead_t> ahead;  // of any other that waits
     };
 
     /// `told` gets each event's line that is meant for who runs the service.
@@ -112,7 +117,7 @@ class outbox_t {
     [[nodiscard]] bool load();
     /// `ahead` of it, when that is known already.
     view_t view_of(outbox_message_t message, const std::optional<ahead_t>& ahead = std::nullopt);
-    ahead_t ahead_of(int64_t id);
+    ahead_t ahead_of(const outbox_message_t& message);
     [[nodiscard]] int64_t sent_of_all() const;
     std::optional<view_t> find(int64_t id, problem_t* problem);
     bool finish(int64_t id, outbox_state_t state, const change_t& change, bool hold);
@@ -120,7 +125,7 @@ class outbox_t {
     void note(const std::optional<event_t>& event, const std::function<bool()>& also);
     bool tell(const outbox_message_t& message, const char* kind, int64_t now);
     bool tell_end(const outbox_message_t& message, int64_t now);
-    bool hold_back(const std::string& number, int64_t now);
+    bool hold_back(const std::string& number, const std::string& reason, int64_t now);
     bool release(const std::string& number);
     std::optional<int64_t> next_id(int64_t now);
     bool is_held_back(const std::string& number);
