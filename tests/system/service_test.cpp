@@ -400,7 +400,8 @@ TEST(service, tells_what_its_modem_is_and_what_stands_against_cards) {
 }
 
 bool told(phone_t& phone, const std::string& words) {
-    return eventually([&] { return (phone.serve().output() + phone.serve().errors()).find(words) != std::string::npos; });
+    return eventually(
+        [&] { return (phone.serve().output() + phone.serve().errors()).find(words) != std::string::npos; });
 }
 
 TEST(service, a_card_that_is_not_stored_is_told_and_kept_where_it_can_be) {
