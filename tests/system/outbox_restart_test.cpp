@@ -37,7 +37,7 @@ TEST(outbox_restart, what_is_left_is_told_and_sent_by_the_next_service) {
     const network_t network(folder);
     phone_t receiver(folder, "bob", network.modem(bob));
     phone_t sender(folder, "alice", network.modem(alice));
-    receiver.start({"--activate"});
+    receiver.start({"--activate", "--set", "better-datagrams=2"});
     ASSERT_TRUE(receiver.ready());
     const outbox_client_t outbox(sender.device());
     const auto start = [&] {
@@ -76,7 +76,7 @@ TEST(outbox_restart, what_is_left_is_told_and_sent_by_the_next_service) {
 
 /// ZPD_KILLS of them, on several phones at once: the first card after a start waits for ten seconds. Half of the kills
 /// come as cards are handed in, the others as they are sent.
-TEST(outbox_restart, no_card_that_was_answered_for_is_lost_by_a_kill) {
+TEST(outbox_kill, no_card_that_was_answered_for_is_lost_by_a_kill) {
     const int kills = told_number("ZPD_KILLS", 20);
     constexpr int senders = 10;
     const folder_t folder;
@@ -146,7 +146,7 @@ TEST(outbox_restart, no_card_that_was_answered_for_is_lost_by_a_kill) {
 }
 
 /// ZPD_TURNS cards to each of two numbers, by turns, against those to one of them alone.
-TEST(outbox_restart, a_number_that_refuses_takes_no_more_than_a_fifth_and_a_minute_of_the_others) {
+TEST(outbox_pace, a_number_that_refuses_takes_no_more_than_a_fifth_and_a_minute_of_the_others) {
     const int turns = told_number("ZPD_TURNS", 40);
     const folder_t folder;
     const network_t network(folder);
