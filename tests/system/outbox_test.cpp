@@ -19,17 +19,8 @@ using testing::HasSubstr;
 /// No phone has it.
 const std::string nobody = "+447700900999";
 
-size_t copies_of(const phone_t& phone, const std::string& card) {
-    size_t copies = 0;
-    for (const auto& file : phone.stored()) {
-        const std::string text = read_file(file);
-        copies += text.substr(text.find('\n') + 1) == card ? 1 : 0;
-    }
-    return copies;
-}
-
 bool arrives(const phone_t& phone, const std::string& card) {
-    return eventually([&] { return copies_of(phone, card) != 0; });
+    return eventually([&] { return stored_cards(phone).contains(card); });
 }
 
 /// "cancelled message 3 to …" of the last event of this message.
@@ -189,7 +180,7 @@ TEST_F(outbox, a_modem_that_is_unplugged_costs_no_refusal_and_no_card) {
     EXPECT_TRUE(happened("modem lost: the modem on ") && happened("modem back: it is on "));
     EXPECT_TRUE(box.becomes(id, "sent")) << box.message(id);
     EXPECT_TRUE(arrives(receiver(), card));
-    EXPECT_EQ(copies_of(receiver(), card), 1U);
+    EXPECT_EQ(stored_cards(receiver())[card], 1);
     EXPECT_LE(box.message(id)["refusals"], 1) << "at most the one that was under way";
 }
 
