@@ -26,7 +26,7 @@ struct submission_outcome_t {
         sent,
         refused,  // by the modem or the network: `result`
         unknown,  // the modem had it, and told nothing; it is repeated under the same reference
-        not_out,  // the modem is away, or on another network
+        not_out,  // the modem is away, or on another network, or the message is given up
     };
     kind_t kind = kind_t::sent;
     final_result_t result{};
@@ -38,8 +38,8 @@ class observer_t {
 
     /// On the modem's thread, before the driver is told.
     virtual void submitted(const outgoing_t& datagram, const submission_outcome_t& outcome) = 0;
-    /// Whether the message is not to be sent any more. RIL_SendMsg asks, for a driver that holds its own lock: the
-    /// answer must not wait for the driver.
+    /// Whether the message is not to be sent any more. RIL_SendMsg asks, for a driver that holds its own lock, and the
+    /// modem's thread before each submission: the answer must not wait for the driver.
     virtual bool is_given_up(const outgoing_t& datagram) = 0;
 
     /// The driver stored a card in a file, or took it and stored none. On a thread that may call the driver.

@@ -45,7 +45,7 @@ class submitter_t {
   private:
     void end(const session_pointer_t& session, HRESULT request, const outgoing_t& datagram,
              const submission_outcome_t& outcome, DWORD data);
-    [[nodiscard]] DWORD what_hinders(const submission_t& submission);
+    [[nodiscard]] DWORD what_hinders(const submission_t& submission, const outgoing_t& datagram);
     reply_t run(const open_submission_t& open, int part, bool more_follow);
     bool is_sent(const reply_t& reply);
     reply_t exchange_as_owed(const command_t& command, int part);

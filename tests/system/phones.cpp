@@ -26,6 +26,11 @@ std::string new_folder() {
 
 }  // namespace
 
+int told_number(const char* name, int otherwise) {
+    const char* const text = std::getenv(name);
+    return text != nullptr ? std::stoi(text) : otherwise;
+}
+
 arguments_t joined(arguments_t first, const arguments_t& more) {
     first.insert(first.end(), more.begin(), more.end());
     return first;
@@ -68,6 +73,15 @@ std::vector<fs::path> phone_t::stored() const {
     std::error_code none_yet;
     const fs::directory_iterator files(incoming_folder(home_), none_yet);
     return {begin(files), end(files)};
+}
+
+std::map<std::string, int> stored_cards(const phone_t& phone) {
+    std::map<std::string, int> cards;
+    for (const fs::path& file : phone.stored()) {
+        const std::string text = read_file(file);
+        cards[text.substr(text.find('\n') + 1)] += 1;
+    }
+    return cards;
 }
 
 std::string read_file(const fs::path& file) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,9 @@
 inline const std::string alice = "+447700900101";
 inline const std::string bob = "+447700900102";
 inline const std::string carol = "+447700900103";
+
+/// What a test does by hand at length: the number in this variable of the environment.
+int told_number(const char* name, int otherwise);
 
 arguments_t joined(arguments_t first, const arguments_t& more);
 
@@ -69,6 +73,9 @@ class phone_t {
     std::string modem_;
     std::unique_ptr<process_t> serve_;
 };
+
+/// How often each card lies in a phone's inbox.
+std::map<std::string, int> stored_cards(const phone_t& phone);
 
 std::string read_file(const std::filesystem::path& file);
 std::string write_file(const std::string& path, const std::string& octets);
