@@ -147,6 +147,8 @@ int service_status(client_t& client, bool json) {
     const auto text = [&](const char* name) { return base::escaped(status.value(name, std::string())); };
     say("service    device {} on {}, home {}", text("device"), text("modem"), text("home"));
     say("storing    {}", status.value("active", true) ? "on" : "off: received cards are dropped; zpd activation on");
+    say("outbox     {} wait, {} being sent, {} set aside", number("outbox", "waiting"), number("outbox", "sending"),
+        number("outbox", "set_aside"));
     say("cards      {} stored, {} dropped, {} to be stored", number("cards", "stored"), number("cards", "dropped"),
         number("cards", "kept"));
     say("datagrams  {} wait for others, {} given up", number("datagrams", "incomplete"),

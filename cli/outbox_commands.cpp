@@ -185,7 +185,9 @@ void add_list_command(CLI::App* outbox, context_t& context) {
         };
     };
     auto* command = outbox->add_subcommand("list", "List the messages that are not sent");
-    command->add_flag("--all", *all, "also those that are sent or cancelled, as long as the service keeps them");
+    for (CLI::App* const one : {command, outbox}) {
+        one->add_flag("--all", *all, "also those that are sent or cancelled, as long as the service keeps them");
+    }
     add_device_option(command, context);
     add_json_option(command, context);
     command->callback(run);
