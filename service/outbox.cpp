@@ -220,6 +220,7 @@ std::vector<outbox_t::view_t> outbox_t::list(int64_t after, bool all, size_t mos
             rows.push_back(outbox_file::row(query));
         }
     }
+    views.reserve(rows.size());
     for (outbox_message_t& message : rows) {
         views.push_back(view_of(std::move(message)));
     }
