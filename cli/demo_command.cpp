@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "base/safe_text.h"
+#include "base/text.h"
 #include "cli/arrivals.h"
 #include "cli/card.h"
 #include "cli/command.h"

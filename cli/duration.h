@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-inline constexpr uint64_t seconds_a_day = 24 * 60 * 60;
+inline constexpr uint64_t seconds_a_day = uint64_t{24} * 60 * 60;
 
 /// "90m", "36h", "2d", "30s": the seconds, more than 0 and at most ten years; none for anything else.
 std::optional<uint64_t> read_duration(std::string_view text);

@@ -1,13 +1,11 @@
 /// zpd inbox list, and zpd inbox remove.
-#include <unistd.h>
-
-#include <iostream>
 #include <set>
 
 #include "base/safe_text.h"
 #include "base/text.h"
 #include "cli/inbox.h"
 #include "cli/output.h"
+#include "cli/question.h"
 
 namespace {
 
@@ -83,13 +81,10 @@ int follow_cards(const context_t& context, received_cards_t& inbox) {
 
 /// Whether all cards may be removed: said so before, or when asked. Else told.
 int ask_to_remove(size_t count) {
-    if (isatty(STDIN_FILENO) == 0) {
+    if (!can_ask()) {
         return fail_inbox_usage("--all removes every card, and nobody is there to be asked; add --yes");
     }
-    std::fputs(fmt::format("remove {}? [y/N] ", counted(count, "card")).c_str(), stderr);
-    std::string answer;
-    std::getline(std::cin, answer);
-    return answer == "y" || answer == "yes" ? exit_done : fail("nothing was removed");
+    return ask(fmt::format("remove {}?", counted(count, "card"))) ? exit_done : fail("nothing was removed");
 }
 
 }  // namespace

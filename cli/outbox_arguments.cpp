@@ -1,8 +1,8 @@
 #include "cli/outbox_arguments.h"
 
-#include <ctime>
+#include <fmt/format.h>
 
-#include "cli/duration.h"
+#include <ctime>
 
 uint64_t expiry_t::from_now() const {
     return seconds == 0 ? 0 : static_cast<uint64_t>(std::time(nullptr)) + seconds;

@@ -184,7 +184,7 @@ void add_list_command(CLI::App* outbox, context_t& context) {
             return with_device(context, [&](client_t& client) { return list(client, *all, context.json); });
         };
     };
-    auto* command = outbox->add_subcommand("list", "List the messages that are not sent, the first to go first");
+    auto* command = outbox->add_subcommand("list", "List the messages that are not sent");
     command->add_flag("--all", *all, "also those that are sent or cancelled, as long as the service keeps them");
     add_device_option(command, context);
     add_json_option(command, context);

@@ -29,12 +29,14 @@ answer_t<message_t> outbox_connection_t::hand_in(client::handed_in_card_t card) 
 }
 
 answer_t<message_t> outbox_connection_t::ask(const std::function<answer_t<std::string>(client_t&)>& request) {
-    for (;;) {
+    for (bool told = false;; told = true) {  // one that is ending may take a connection once more
         const auto answer = request(client_);
         if (answer || answer.failure().obstacle != obstacle_t::no_answer) {
             return read_message(answer);
         }
-        lost_(answer.failure().text);
+        if (!told) {
+            lost_(answer.failure().text);
+        }
         auto client = reconnect();
         if (!client) {
             return client.failure();

@@ -10,7 +10,7 @@
 #include "client/client.h"
 
 /// Also of a service of another version: what it does not tell is empty, or 0. Times are in seconds since 1970.
-struct message_t {
+struct message_t {                // NOLINT(bugprone-exception-escape): JSON moves without one
     nlohmann::ordered_json json;  // as it came
     uint64_t id = 0;
     uint64_t version = 0;

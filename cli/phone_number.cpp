@@ -3,22 +3,23 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 
 #include "base/safe_text.h"
+#include "base/text.h"
 
 namespace {
 
 constexpr size_t max_digits = 20;
 constexpr size_t shown = 40;
 
-/// Also what word processors and address books put there: non-breaking and thin spaces, other hyphens and dashes, marks
-/// of the direction of writing.
-constexpr auto between_digits = std::to_array<std::string_view>(
-    {" ",      "\t",     "-",      ".",      "/",      "(",      ")",      "\u00A0", "\u2007", "\u2009",
-     "\u202F", "\u2010", "\u2011", "\u2012", "\u2013", "\u2212", "\u200B", "\u200E", "\u200F", "\u202A",
-     "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067", "\u2068", "\u2069"});
+/// Also what word processors and address books put there: a non-breaking space; other spaces, marks of the direction of
+/// writing, hyphens and dashes of the block General Punctuation; the minus sign.
+bool is_between_digits(char32_t point) {
+    constexpr std::u32string_view ascii = U" \t-./()";
+    return ascii.find(point) != std::u32string_view::npos || point == 0xA0 || (point >= 0x2000 && point <= 0x2015) ||
+           (point >= 0x202A && point <= 0x202F) || (point >= 0x205F && point <= 0x2069) || point == 0x2212;
+}
 
 constexpr std::string_view scheme = "tel:";
 
@@ -32,11 +33,11 @@ bool has_scheme(std::string_view typed) {
 std::string bare_number(std::string_view typed) {
     std::string bare;
     for (std::string_view left = has_scheme(typed) ? typed.substr(scheme.size()) : typed; !left.empty();) {
-        const auto* const sign = std::ranges::find_if(between_digits, [&](auto one) { return left.starts_with(one); });
-        if (sign == between_digits.end()) {
-            bare += left.front();
+        const auto next = base::first_code_point(left);
+        if (!is_between_digits(next.value)) {
+            bare += left.substr(0, next.length);
         }
-        left.remove_prefix(sign == between_digits.end() ? 1 : sign->size());
+        left.remove_prefix(next.length);
     }
     return bare;
 }
@@ -64,7 +65,7 @@ std::string read_number(std::string& number) {
         return fmt::format("the phone number {} is two in one; leave out (0), or the country's code",
                            base::escaped(number.substr(0, shown)));
     }
-    const std::string error = check_number(bare);
+    std::string error = check_number(bare);
     if (error.empty()) {
         number = std::move(bare);
     }

@@ -15,6 +15,29 @@ void set_limits(const std::vector<std::string>& assignments) {
     }
 }
 
+std::string serve_help() {
+    return "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"
+           "\"ready\" when the device answers. /dev/serial/by-id has names that stay the same when a\n"
+           "modem is plugged in again; one that was named otherwise is looked for under its name there\n"
+           "as well.\n"
+           "\n"
+           "A PIN is entered while the SIM has two tries or more, and no value that it rejected is\n"
+           "entered again. 'zpd doctor' tells the tries.\n"
+           "\n"
+           "The program of --on-card is told of the card by ZPD_CARD_FILE, _NUMBER, _SENDER, _TIME (in\n"
+           "seconds since 1970) and _NAME, and of the home, where it starts, by ZPD_HOME. Programs run one\n"
+           "at a time, two minutes at most. One that does not end with status 0 is run again at the next\n"
+           "start of the service, three times in all. examples/on-card has some.\n"
+           "\n"
+           "Times and limits for --set (docs/radio.md has all of them):\n" +
+           radio_limits() +
+           "\nExamples:\n"
+           "  zpd serve --modem /dev/ttyUSB0 --activate\n"
+           "  zpd serve --modem /dev/serial/by-id/usb-... --home ~/phone2 --device ZPD2\n"
+           "  zpd serve --modem /dev/ttyUSB0 --activate --on-card ~/bin/new-contact\n"
+           "  zpd serve --modem /dev/ttyUSB0 --pin-file ~/.config/zpd-pin --set submission=120";
+}
+
 }  // namespace
 
 void add_serve_command(CLI::App& app, context_t& context) {
@@ -55,24 +78,7 @@ void add_serve_command(CLI::App& app, context_t& context) {
         ->type_name("PROGRAM")
         ->check(not_empty("the name of the program"));
     command->add_flag("--activate", options->activate, "store received cards from now on, as 'zpd activation on' does");
-    command->footer(
-        "Runs in the foreground until SIGINT or SIGTERM, and prints a line that begins with\n"
-        "\"ready\" when the device answers. /dev/serial/by-id has names that stay the same when a\n"
-        "modem is plugged in again; one that was named otherwise is looked for under its name there\n"
-        "as well.\n\nA PIN is entered while the SIM has two tries or more, and no value that it rejected is\n"
-        "entered again. 'zpd doctor' tells the tries.\n\nThe program of --on-card is told of the card by "
-        "ZPD_CARD_FILE, _NUMBER, _SENDER, _TIME (seconds\n"
-        "since 1970) and _NAME, and of the home by ZPD_HOME, where it starts. Programs run one at a\n"
-        "time, two minutes at most. One that does not end with status 0 is run again at the next start\n"
-        "of the service, three times in all. examples/on-card has some.\n\nTimes and limits for --set (docs/radio.md "
-        "has all of "
-        "them):\n" +
-        radio_limits() +
-        "\nExamples:\n"
-        "  zpd serve --modem /dev/ttyUSB0 --activate\n"
-        "  zpd serve --modem /dev/serial/by-id/usb-... --home ~/phone2 --device ZPD2\n"
-        "  zpd serve --modem /dev/ttyUSB0 --activate --on-card ~/bin/new-contact\n"
-        "  zpd serve --modem /dev/ttyUSB0 --pin-file ~/.config/zpd-pin --set submission=120");
+    command->footer(serve_help());
     command->callback([&context, options] {
         context.run = [&context, options] {
             options->home = std::filesystem::absolute(context.home);

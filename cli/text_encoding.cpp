@@ -52,12 +52,12 @@ std::optional<std::string> converted(std::string_view text, const std::string& c
 std::string_view charset_in(std::string_view line) {
     constexpr std::string_view parameter = ";CHARSET=";
     const std::string_view head = line.substr(0, line.find(':'));
-    const auto found =
-        std::ranges::search(head, parameter, [](unsigned char a, unsigned char b) { return std::toupper(a) == b; });
-    if (found.empty()) {
+    const auto* const found = std::search(head.begin(), head.end(), parameter.begin(), parameter.end(),
+                                          [](unsigned char a, unsigned char b) { return std::toupper(a) == b; });
+    if (found == head.end()) {
         return line.substr(line.size());
     }
-    const std::string_view value(found.end(), head.end());
+    const std::string_view value = head.substr(static_cast<size_t>(found - head.begin()) + parameter.size());
     return value.substr(0, value.find(';'));
 }
 

@@ -1,16 +1,15 @@
 #include "radio/warning.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <map>
 #include <mutex>
 
 #include "base/clock.h"
+#include "base/terminal.h"
 
 namespace radio {
 
@@ -40,16 +39,8 @@ std::string_view kind_of(std::string_view text) {
     return text.substr(0, text.find_first_of("0123456789+:'\"/"));
 }
 
-// A person at a terminal wants to know when; a journal knows it.
-std::string time_of_day() {
-    const time_t now = time(nullptr);
-    tm local{};
-    return isatty(STDERR_FILENO) == 1 && localtime_r(&now, &local) != nullptr ? fmt::format("{:%H:%M:%S} ", local)
-                                                                              : std::string();
-}
-
 void write(std::string_view text) {
-    const std::string line = time_of_day() + "zpd radio: " + shown(text) + '\n';
+    const std::string line = base::time_on_terminal(STDERR_FILENO) + "zpd radio: " + shown(text) + '\n';
     static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
 

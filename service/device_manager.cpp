@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -12,6 +13,7 @@
 
 #include "base/end_signals.h"
 #include "base/safe_text.h"
+#include "base/terminal.h"
 #include "device/service_requests.h"
 #include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
@@ -75,7 +77,7 @@ std::string pin_problem(const radio::modem_options_t& modem) {
 
 /// A line for who runs the service.
 void tell(const std::string& text) {
-    std::fputs((base::escaped(text) + '\n').c_str(), stdout);
+    std::fputs((base::time_on_terminal(STDOUT_FILENO) + base::escaped(text) + '\n').c_str(), stdout);
     std::fflush(stdout);
 }
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "radio/diagnosis_words.h"
+#include "radio/findings.h"
 #include "service/card_json.h"
 #include "service/vcard.h"
 
@@ -37,6 +38,11 @@ ordered_json modem_json(const modem_state_t& state) {
             {"sim", state.sim.empty() ? ordered_json(nullptr) : ordered_json(state.sim)}};
 }
 
+std::string why_no_network(const modem_state_t& state) {
+    const std::vector<radio::finding_t> findings = radio::findings_of(state);
+    return findings.empty() ? "the modem does not tell why" : findings.front().text;
+}
+
 /// What is another now; empty when nothing is that a person wants to know.
 std::string change_of(const modem_state_t& before, const modem_state_t& now) {
     if (before.present && !now.present) {
@@ -52,7 +58,7 @@ std::string change_of(const modem_state_t& before, const modem_state_t& now) {
         return "SIM: " + now.sim;
     }
     if (has_network(before) && !has_network(now)) {
-        return "network lost";
+        return "network lost: " + why_no_network(now);
     }
     const std::string network = radio::system_type_words(now.system_type);
     return has_network(now) && before.system_type != now.system_type ? "network found: " + network : std::string();

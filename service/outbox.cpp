@@ -197,8 +197,8 @@ std::optional<outbox_t::view_t> outbox_t::watch(int64_t id, uint64_t version, ui
         std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(milliseconds, device::longest_wait));
     while (view && view->version == version && !ending_ &&
            changed_.wait_until(lock, deadline) != std::cv_status::timeout) {
-        const auto live = live_.find(id);
-        if (live == live_.end() || live->second.version != version) {
+        const auto now = versions_.find(id);
+        if (now == versions_.end() || now->second != version) {
             view = find(id, problem);
         }
     }
@@ -221,8 +221,13 @@ std::vector<outbox_t::view_t> outbox_t::list(int64_t after, bool all, size_t mos
         }
     }
     views.reserve(rows.size());
+    std::optional<ahead_t> ahead;  // of the next that waits
     for (outbox_message_t& message : rows) {
-        views.push_back(view_of(std::move(message)));
+        const bool is_held = message.held;
+        const view_t& view = views.emplace_back(view_of(std::move(message), is_held ? std::nullopt : ahead));
+        if (view.ahead && !is_held) {
+            ahead = {view.ahead->messages + 1, view.ahead->datagrams + view.message.datagrams};
+        }
     }
     return views;
 }
@@ -248,9 +253,7 @@ outbox_t::counts_t outbox_t::counts() {
             counts.datagrams += query.number(2);
         }
     }
-    for (const auto& [id, live] : live_) {
-        counts.datagrams -= live.sent;
-    }
+    counts.datagrams -= sent_of_all();
     return counts;
 }
 
@@ -345,11 +348,8 @@ std::optional<int64_t> outbox_t::next_id(int64_t now) {
 
 void outbox_t::note_progress(int64_t id, int64_t sent, std::optional<uint32_t> driver_message) {
     const std::lock_guard lock(mutex_);
-    live_t& live = live_[id];
-    live.sent = sent;
-    live.driver_message = driver_message;
-    live.version = ++last_version_;
-    changed_.notify_all();
+    progress_[id] = {sent, driver_message};
+    changed(id);
 }
 
 void outbox_t::note_success(const std::string& number) {
@@ -423,7 +423,7 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         const int64_t now = unix_time();
         const bool is_called_back = message->state == outbox_state_t::cancelling && state != outbox_state_t::sent;
         message->state = is_called_back ? outbox_state_t::cancelled : state;
-        message->sent = is_over(message->state) ? live_[id].sent : 0;
+        message->sent = is_over(message->state) ? progress_[id].sent : 0;
         message->changed = now;
         if (!is_called_back) {
             change(*message);
@@ -435,8 +435,9 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         message->held = !lets_go;
         const bool done = transaction(
             [&] {
-                return outbox_file::update(file_, *message) && (!hold || hold_back(number, now)) &&
-                       (!lets_go || release(number)) && (!is_over(message->state) || tell_end(*message, now));
+                return outbox_file::update(file_, *message) &&
+                       (!hold || hold_back(number, message->reason.text, now)) && (!lets_go || release(number)) &&
+                       (!is_over(message->state) || tell_end(*message, now));
             },
             false);
         if (!done) {
@@ -448,10 +449,10 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         if (hold) {
             proven_.erase(number);
         }
-        live_[id] = {};
+        progress_.erase(id);
         changed(id);
         if (is_over(message->state)) {
-            live_.erase(id);
+            versions_.erase(id);
         }
     }
     publish();
@@ -471,7 +472,7 @@ bool outbox_t::tell_end(const outbox_message_t& message, int64_t now) {
 }
 
 // The pause doubles with each refusal.
-bool outbox_t::hold_back(const std::string& number, int64_t now) {
+bool outbox_t::hold_back(const std::string& number, const std::string& reason, int64_t now) {
     execution_t query(file_.statement("SELECT refusals FROM numbers WHERE number = ?1"));
     query.bind(1, std::string_view(number));
     const int64_t refusals = number_of(query).value_or(0) + 1;
@@ -480,8 +481,8 @@ bool outbox_t::hold_back(const std::string& number, int64_t now) {
         pause *= 2;
     }
     pause = std::min(pause, limit_of(limit_t::held_back_most));
-    return file_.run("INSERT OR REPLACE INTO numbers VALUES (?1, ?2, ?3)", std::string_view(number), refusals,
-                     now + pause) &&
+    return file_.run("INSERT OR REPLACE INTO numbers VALUES (?1, ?2, ?3, ?4)", std::string_view(number), refusals,
+                     now + pause, std::string_view(reason)) &&
            file_.run("UPDATE messages SET held = 1 WHERE number = ?1 AND state = 0 AND held = 0",
                      std::string_view(number));
 }
@@ -537,37 +538,49 @@ std::optional<int64_t> outbox_t::next_due() {
     return again_ > now ? std::min(due.value_or(again_), again_) : due;
 }
 
-outbox_t::view_t outbox_t::view_of(outbox_message_t message) {
+outbox_t::view_t outbox_t::view_of(outbox_message_t message, const std::optional<ahead_t>& ahead) {
     view_t view;
-    view.version = 1;  // as long as nothing changes
-    if (const auto live = live_.find(message.id); live != live_.end()) {
-        view.version = live->second.version;
-        view.driver_message = live->second.driver_message;
-        message.sent = is_over(message.state) ? message.sent : live->second.sent;
+    const auto version = versions_.find(message.id);
+    view.version = version != versions_.end() ? version->second : 1;  // as long as nothing changes
+    if (const auto progress = progress_.find(message.id); progress != progress_.end()) {
+        view.driver_message = progress->second.driver_message;
+        message.sent = progress->second.sent;
     }
     if (message.state == outbox_state_t::waiting && message.held) {
-        execution_t until(file_.statement("SELECT until FROM numbers WHERE number = ?1"));
-        until.bind(1, std::string_view(message.number));
-        view.next_try = number_of(until);
+        execution_t hold(file_.statement("SELECT until, reason FROM numbers WHERE number = ?1"));
+        hold.bind(1, std::string_view(message.number));
+        if (hold.step() == SQLITE_ROW) {
+            view.hold = hold_t{hold.number(0), hold.text(1)};
+        }
     }
-    if (message.state == outbox_state_t::waiting && !view.next_try) {
-        execution_t before(
-            file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state = 0 AND held = 0 "
-                            "AND id < ?1"));
-        before.bind(1, message.id);
-        view.ahead = before.step() == SQLITE_ROW ? ahead_t{before.number(0), before.number(1)} : ahead_t{};
-        execution_t sending(
-            file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state IN (1, 2)"));
-        if (sending.step() == SQLITE_ROW) {
-            view.ahead->messages += sending.number(0);
-            view.ahead->datagrams += sending.number(1);
-        }
-        for (const auto& [id, live] : live_) {
-            view.ahead->datagrams -= live.sent;
-        }
+    if (message.state == outbox_state_t::waiting && !view.hold) {
+        view.ahead = ahead ? *ahead : ahead_of(message);
     }
     view.message = std::move(message);
     return view;
+}
+
+// Those that are being sent, and those that may go and were handed in before; of one that waits for another of its
+// number all of that number.
+outbox_t::ahead_t outbox_t::ahead_of(const outbox_message_t& message) {
+    execution_t query(
+        file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM "
+                        "(SELECT datagrams FROM messages WHERE state = 0 AND held = 0 AND id < ?1 "
+                        "UNION ALL SELECT datagrams FROM messages WHERE state IN (1, 2) "
+                        "UNION ALL SELECT datagrams FROM messages WHERE state = 0 AND ?2 AND held = 1 AND number = ?3 "
+                        "AND id < ?1)"));
+    query.bind(1, message.id);
+    query.bind(2, int64_t{message.held});
+    query.bind(3, std::string_view(message.number));
+    return query.step() == SQLITE_ROW ? ahead_t{query.number(0), query.number(1) - sent_of_all()} : ahead_t{};
+}
+
+int64_t outbox_t::sent_of_all() const {
+    int64_t sent = 0;
+    for (const auto& [id, progress] : progress_) {
+        sent += progress.sent;
+    }
+    return sent;
 }
 
 std::optional<outbox_t::view_t> outbox_t::find(int64_t id, problem_t* problem) {
@@ -580,7 +593,7 @@ std::optional<outbox_t::view_t> outbox_t::find(int64_t id, problem_t* problem) {
 }
 
 void outbox_t::changed(int64_t id) {
-    live_[id].version = ++last_version_;
+    versions_[id] = ++last_version_;
     changed_.notify_all();
 }
 

@@ -41,13 +41,18 @@ class outbox_t {
         int64_t messages = 0;
         int64_t datagrams = 0;
     };
+    /// Its number was refused.
+    struct hold_t {
+        int64_t until = 0;
+        std::string reason;
+    };
     /// A message as a client sees it now.
     struct view_t {
         outbox_message_t message;
         uint64_t version = 0;
         std::optional<uint32_t> driver_message;
-        std::optional<int64_t> next_try;  // of one that is held back
-        std::optional<ahead_t> ahead;     // of one that waits
+        std::optional<hold_t> hold;    // of one that waits for its number
+        std::optional<ahead_t> ahead;  // of any other that waits
     };
 
     /// `told` gets each event's line that is meant for who runs the service.
@@ -103,22 +108,24 @@ class outbox_t {
     std::optional<int64_t> next_due();
 
   private:
-    struct live_t {
-        uint64_t version = 0;
+    struct progress_t {
         int64_t sent = 0;
         std::optional<uint32_t> driver_message;
     };
     using change_t = std::function<void(outbox_message_t&)>;
 
     [[nodiscard]] bool load();
-    view_t view_of(outbox_message_t message);
+    /// `ahead` of it, when that is known already.
+    view_t view_of(outbox_message_t message, const std::optional<ahead_t>& ahead = std::nullopt);
+    ahead_t ahead_of(const outbox_message_t& message);
+    [[nodiscard]] int64_t sent_of_all() const;
     std::optional<view_t> find(int64_t id, problem_t* problem);
     bool finish(int64_t id, outbox_state_t state, const change_t& change, bool hold);
     bool cancel_what_was_given_up(int64_t now);
     void note(const std::optional<event_t>& event, const std::function<bool()>& also);
     bool tell(const outbox_message_t& message, const char* kind, int64_t now);
     bool tell_end(const outbox_message_t& message, int64_t now);
-    bool hold_back(const std::string& number, int64_t now);
+    bool hold_back(const std::string& number, const std::string& reason, int64_t now);
     bool release(const std::string& number);
     std::optional<int64_t> next_id(int64_t now);
     bool is_held_back(const std::string& number);
@@ -132,11 +139,12 @@ class outbox_t {
     std::condition_variable changed_;
     base::sqlite::file_t file_;
     event_log_t log_{file_};
-    std::map<int64_t, live_t> live_;        // those that changed since the start and are not over
-    std::map<std::string, int64_t> alone_;  // numbers with a card that is tried for the others, and its id
-    std::set<std::string> proven_;          // numbers that took a datagram since
-    std::vector<std::string> lines_;        // to be told when the lock is free
-    int64_t again_ = 0;                     // when to look again: something could not be written
+    std::map<int64_t, uint64_t> versions_;    // of those that changed since the start and are not over
+    std::map<int64_t, progress_t> progress_;  // of those that are being sent
+    std::map<std::string, int64_t> alone_;    // numbers with a card that is tried for the others, and its id
+    std::set<std::string> proven_;            // numbers that took a datagram since
+    std::vector<std::string> lines_;          // to be told when the lock is free
+    int64_t again_ = 0;                       // when to look again: something could not be written
     uint64_t last_version_ = 1;
     bool ending_ = false;
 };

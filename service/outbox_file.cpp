@@ -21,7 +21,7 @@ namespace outbox_file {
 namespace {
 
 // States are those of outbox_state_t. `held`: its number is held back. The octets stand last: who reads the rest does
-// not read them. `numbers` has those that are refused, until when, and how often;
+// not read them. `numbers` has those that are refused, until when, how often and why;
 // `marks` the number of the last received card that was told of.
 constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS messages (
@@ -52,7 +52,8 @@ constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS numbers (
         number TEXT PRIMARY KEY,
         refusals INTEGER NOT NULL,
-        until INTEGER NOT NULL);
+        until INTEGER NOT NULL,
+        reason TEXT NOT NULL);
     CREATE INDEX IF NOT EXISTS holds ON numbers (until);
     CREATE TABLE IF NOT EXISTS marks (name TEXT PRIMARY KEY, value INTEGER NOT NULL);
 )";

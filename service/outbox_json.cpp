@@ -69,7 +69,7 @@ ordered_json message_json(const outbox_t::view_t& view) {
     ordered_json json = message_json(view.message);
     json["version"] = view.version;
     json["driver_message"] = or_null(view.driver_message);
-    json["next_try"] = or_null(view.next_try);
+    json["next_try"] = view.hold ? ordered_json(view.hold->until) : ordered_json(nullptr);
     json["ahead"] = view.ahead ? ordered_json{{"messages", view.ahead->messages}, {"datagrams", view.ahead->datagrams}}
                                : ordered_json(nullptr);
     return json;

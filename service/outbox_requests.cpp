@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "air/tpdu.h"
 #include "base/clock.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "device/service_requests.h"
@@ -21,6 +20,13 @@ namespace {
 
 reply_t not_read() {
     return refused(device::error_input, "the request is not of its form");
+}
+
+bool is_number(std::string_view text) {
+    constexpr size_t most_digits = 20;
+    const std::string_view digits = text.substr(text.starts_with('+') ? 1 : 0);
+    return !digits.empty() && digits.size() <= most_digits &&
+           digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 std::string card_problem(uint32_t error) {
@@ -72,8 +78,7 @@ reply_t outbox_requests_t::add(input_t input) const {
     if (!token || !input.at_end() || token->size() > most_octets || file->size() > most_octets) {
         return not_read();
     }
-    const auto address = air::address_from_number(*number);
-    if (!address || number->find_first_not_of("+0123456789") != std::string::npos) {
+    if (!is_number(*number)) {
         return refused(device::error_value,
                        "the phone number is none: 1 to 20 digits, with + before an international one");
     }
@@ -177,9 +182,11 @@ reply_t outbox_requests_t::reply(const std::optional<outbox_t::view_t>& view, co
 // The pace is that of the last datagrams; nothing is foretold while something stands in the way.
 ordered_json outbox_requests_t::json(const outbox_t::view_t& view) const {
     ordered_json json = message_json(view);
-    const bool waits = view.message.state == outbox_state_t::waiting && !view.next_try;
+    const bool waits = view.message.state == outbox_state_t::waiting && !view.hold;
     const bool goes = waits || view.message.state == outbox_state_t::sending;
-    const std::string hindrance = goes ? what_hinders() : std::string();
+    const std::string hindrance = view.hold ? "its number was refused: " + view.hold->reason
+                                  : goes    ? what_hinders()
+                                            : std::string();
     json["waits_for"] = hindrance.empty() ? ordered_json(nullptr) : ordered_json(hindrance);
     const auto pace = feeder_.in_flight().pace();
     const int64_t left = view.message.datagrams - view.message.sent + (view.ahead ? view.ahead->datagrams : 0);

@@ -58,8 +58,8 @@ TEST(outbox, a_number_that_is_refused_holds_back_its_own_cards_ever_longer) {
         const auto view = box.view(first);
         EXPECT_EQ(view.message.state, waiting);
         EXPECT_EQ(view.message.reason.text, full.text);
-        EXPECT_NEAR(static_cast<double>(*view.next_try), static_cast<double>(unix_time() + pause), 2);
-        EXPECT_EQ(box->next_due(), view.next_try);
+        EXPECT_NEAR(static_cast<double>(view.hold->until), static_cast<double>(unix_time() + pause), 2);
+        EXPECT_EQ(box->next_due(), view.hold->until);
         box.reopen();
         advance_clock(static_cast<uint64_t>(pause - 5) * 1000);
         EXPECT_EQ(box.take(), 0) << "before " << pause << " s";

@@ -4,6 +4,7 @@
 
 #include <csignal>
 
+#include "base/sqlite_file.h"
 #include "tests/network/at_host.h"
 #include "tests/system/phones.h"
 
@@ -43,6 +44,12 @@ class on_card : public testing::Test {
     bool has_run(const std::string& all) {
         return eventually([&] { return runs() == all; });
     }
+    int64_t unfinished() const {
+        sqlite3* opened = nullptr;
+        sqlite3_open((phone_.home() + "/on-card.sqlite").c_str(), &opened);
+        const base::sqlite::connection_t file(opened);
+        return base::sqlite::number(opened, "SELECT count(*) FROM unfinished").value_or(-1);
+    }
     bool told(const std::string& words) {
         return eventually([&] { return phone_.serve().output().find(words) != std::string::npos; });
     }
@@ -65,6 +72,7 @@ TEST_F(on_card, is_run_once_for_each_card_that_comes) {
     receive("no card");
     const std::string both = "2 Ann: BEGIN:VCARD\nFN:Ann\nEND:VCARD\n3 : no card\n";
     EXPECT_TRUE(has_run(both)) << runs();
+    EXPECT_TRUE(eventually([&] { return unfinished() == 0; })) << "until then a kill has it run again";
     end(SIGKILL);
     start({});
     receive("meanwhile");

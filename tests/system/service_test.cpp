@@ -390,6 +390,7 @@ TEST(service, tells_what_its_modem_is_and_what_stands_against_cards) {
     EXPECT_EQ(fault("refuse=8x1000") | fault("registration=home"), 0);
     doctor_tells(1, "a datagram was refused, Operator determined barring (+CMS ERROR: 8): ask the operator");
     EXPECT_EQ(fault("refuse=8x0") | fault("lose-results=1"), 0);
+    EXPECT_TRUE(eventually([&] { return phone.zpd({"outbox", "retry", "1"}).status == 0; }));
     doctor_tells(1, "warning: the modem owes a result for datagram 1, at most 1");
     EXPECT_EQ(fault("hang-up"), 0);
     doctor_tells(1, "hindrance: the modem on " + phone.modem() + " has hung up");
@@ -399,7 +400,8 @@ TEST(service, tells_what_its_modem_is_and_what_stands_against_cards) {
 }
 
 bool told(phone_t& phone, const std::string& words) {
-    return eventually([&] { return (phone.serve().output() + phone.serve().errors()).find(words) != std::string::npos; });
+    return eventually(
+        [&] { return (phone.serve().output() + phone.serve().errors()).find(words) != std::string::npos; });
 }
 
 TEST(service, a_card_that_is_not_stored_is_told_and_kept_where_it_can_be) {
