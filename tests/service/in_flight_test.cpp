@@ -7,10 +7,9 @@
 
 namespace {
 
-using radio::final_result_t;
 using radio::outgoing_t;
 using enum radio::submission_outcome_t::kind_t;
-using enum final_result_t::kind_t;
+using enum radio::final_result_t::kind_t;
 using kind_t = ending_t::kind_t;
 
 const std::string ann = "+12025550100";

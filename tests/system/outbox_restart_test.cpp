@@ -161,7 +161,8 @@ TEST(outbox_pace, a_number_that_refuses_takes_no_more_than_a_fifth_and_a_minute_
     const double alone = seconds_of(false);
     const double by_turns = seconds_of(true);
     EXPECT_LE(by_turns, 1.2 * alone + (turns < 100 ? 15 : 60));
-    std::printf("%d turns: the good cards take %.1f s alone, %.1f s with as many refused ones\n", turns, alone, by_turns);
+    std::printf("%d turns: the good cards take %.1f s alone, %.1f s with as many refused ones\n", turns, alone,
+                by_turns);
 }
 
 }  // namespace

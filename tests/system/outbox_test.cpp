@@ -34,12 +34,10 @@ std::string last_event_of(const outbox_client_t& box, uint64_t id) {
     return text;
 }
 
-class outbox : public testing::Test {
+class sending_phones : public testing::Test {
   protected:
-    static constexpr const char* senders[] = {"gsm", "cdma", "large", "cancels", "unregistered", "unplugged"};
-
-    static void SetUpTestSuite() {
-        world = new world_t;
+    static void start(const std::vector<std::string>& names) {
+        world = new world_t(names);
         world->receiver.start({"--activate", "--set", "better-datagrams=2"});
         for (auto& [name, phone] : world->phones) {
             phone->start({"--set", "held-back=1", "--set", "held-back-most=2"});
@@ -54,11 +52,8 @@ class outbox : public testing::Test {
         world = nullptr;
     }
 
-    static std::string number_of(const std::string& name) {
-        return fmt::format("+49170000000{}", std::ranges::find(senders, name) - std::begin(senders));
-    }
     static void fault(const std::string& name, const std::string& order) {
-        EXPECT_EQ(zpd({"fault", "--dir", world->folder / "modems", number_of(name), order}).status, 0) << order;
+        EXPECT_EQ(zpd({"fault", "--dir", world->folder / "modems", world->numbers[name], order}).status, 0) << order;
     }
     static phone_t& phone(const std::string& name) { return *world->phones.at(name); }
     static outbox_client_t outbox_of(const std::string& name) { return outbox_client_t(phone(name).device()); }
@@ -66,24 +61,34 @@ class outbox : public testing::Test {
 
   private:
     struct world_t {
-        world_t() {
-            for (const std::string name : senders) {
-                phones[name] = std::make_unique<phone_t>(folder, name, network.modem(number_of(name)));
-            }
-        }
-        static std::string numbers() {
+        explicit world_t(const std::vector<std::string>& names) {
             std::string all = bob + "," + carol;
-            for (const std::string name : senders) {
-                all += "," + number_of(name) + (name == "cdma" ? ":cdma" : "");
+            for (const std::string& name : names) {
+                numbers[name] = fmt::format("+49170000000{}", numbers.size());
+                all += "," + numbers[name] + (name == "cdma" ? ":cdma" : "");
             }
-            return all;
+            network = std::make_unique<network_t>(folder, all);
+            for (const auto& [name, number] : numbers) {
+                phones[name] = std::make_unique<phone_t>(folder, name, network->modem(number));
+            }
         }
         folder_t folder;
-        network_t network{folder, numbers()};
-        phone_t receiver{folder, "bob", network.modem(bob)};
+        std::unique_ptr<network_t> network;
+        phone_t receiver{folder, "bob", folder / ("modems/" + bob)};
+        std::map<std::string, std::string> numbers;
         std::map<std::string, std::unique_ptr<phone_t>> phones;
     };
     static inline world_t* world = nullptr;
+};
+
+class outbox : public sending_phones {
+  protected:
+    static void SetUpTestSuite() { start({"gsm", "cdma", "large", "cancels"}); }
+};
+
+class outbox_modem : public sending_phones {
+  protected:
+    static void SetUpTestSuite() { start({"unregistered", "unplugged"}); }
 };
 
 TEST_F(outbox, a_number_that_refuses_for_ever_is_set_aside_beside_those_that_take) {
@@ -150,7 +155,7 @@ TEST_F(outbox, a_card_that_is_given_up_in_the_middle_goes_no_further_and_can_go_
     EXPECT_TRUE(arrives(receiver(), card) && arrives(receiver(), "next"));
 }
 
-TEST_F(outbox, a_card_expires_without_a_network_and_is_sent_when_it_is_asked_for) {
+TEST_F(outbox_modem, a_card_expires_without_a_network_and_is_sent_when_it_is_asked_for) {
     const outbox_client_t box = outbox_of("unregistered");
     fault("unregistered", "registration=denied");
     const uint64_t brief = box.add("brief", bob, static_cast<uint64_t>(std::time(nullptr)) + 2);
@@ -163,7 +168,7 @@ TEST_F(outbox, a_card_expires_without_a_network_and_is_sent_when_it_is_asked_for
     EXPECT_TRUE(arrives(receiver(), "brief") && arrives(receiver(), "patient"));
 }
 
-TEST_F(outbox, a_modem_that_is_unplugged_costs_no_refusal_and_no_card) {
+TEST_F(outbox_modem, a_modem_that_is_unplugged_costs_no_refusal_and_no_card) {
     const outbox_client_t box = outbox_of("unplugged");
     fault("unplugged", "late-results=50");
     const std::string card(60 * 128, 'u');
