@@ -38,7 +38,7 @@ constexpr std::string_view restart = "switch the modem off and on";
 constexpr std::string_view full_receiver = "the receiver's memory is full";
 constexpr std::string_view no_receiver = "the receiver cannot be reached";
 constexpr std::string_view other_program = "another program uses the modem: stop it";
-constexpr std::string_view wait = "";
+constexpr std::string_view wait;
 
 using enum retry_t;
 
