@@ -16,7 +16,7 @@ std::string subject_of(std::string text) {
 
 }  // namespace
 
-follower_t::end_t follower_t::follow(message_t& message, const std::string& label) {
+follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& label) {
     moved_at_ = shown_at_ = clock_t::now();
     shown_.clear();
     while (!message.is_over()) {
@@ -41,7 +41,7 @@ follower_t::end_t follower_t::follow(message_t& message, const std::string& labe
     return end_t::over;
 }
 
-void follower_t::show(const message_t& message, const std::string& label) {
+void follower_t::show(const outbox_card_t& message, const std::string& label) {
     const auto now = clock_t::now();
     const bool stands = now >= moved_at_ + explain_after;
     const std::string circumstances = stands ? message.circumstances() : std::string();

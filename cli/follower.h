@@ -24,11 +24,11 @@ class follower_t {
         : connection_(connection), progress_(progress), signals_(signals), deadline_(deadline) {}
 
     /// Brings the message up to date until it is over, or something else ends it. `label` begins each line.
-    end_t follow(message_t& message, const std::string& label);
+    end_t follow(outbox_card_t& message, const std::string& label);
     const std::string& error() const { return error_; }
 
   private:
-    void show(const message_t& message, const std::string& label);
+    void show(const outbox_card_t& message, const std::string& label);
 
     outbox_connection_t& connection_;
     progress_t& progress_;

@@ -77,9 +77,9 @@ std::string_view status_word(uint32_t status) {
 }
 
 /// One that the service has from the outbox is closed by it; of another, its client may have forgotten it.
-void say_listed(uint32_t id, const tally_t& tally, const std::vector<message_t>* outbox) {
+void say_listed(uint32_t id, const tally_t& tally, const std::vector<outbox_card_t>* outbox) {
     std::string whose = tally.is_over() ? fmt::format("; close it with: zpd close {}", id) : std::string();
-    for (const message_t& message : outbox != nullptr ? *outbox : std::vector<message_t>()) {
+    for (const outbox_card_t& message : outbox != nullptr ? *outbox : std::vector<outbox_card_t>()) {
         if (message.driver_message == id) {
             whose = fmt::format("; message {} of the outbox: {} to {}, {} ago", message.id, message.name(),
                                 message.number, message.age());

@@ -24,9 +24,9 @@ std::string after(std::string_view separator, const std::string& text) {
     return text.empty() ? text : std::string(separator) + text;
 }
 
-void say_messages(const std::vector<message_t>& messages) {
+void say_messages(const std::vector<outbox_card_t>& messages) {
     ordered_json list = ordered_json::array();
-    for (const message_t& message : messages) {
+    for (const outbox_card_t& message : messages) {
         list.push_back(message.json);
     }
     say_json({{"messages", list}});
@@ -41,14 +41,14 @@ int list(client_t& client, bool all, bool json) {
         say_messages(*messages);
         return exit_done;
     }
-    for (const message_t& message : *messages) {
+    for (const outbox_card_t& message : *messages) {
         say("{:5}  {:<10} {:<16} {}, {}, {} ago{}", message.id, message.state, message.number, message.name(),
             message.progress(), message.age(), after("; ", message.circumstances()));
     }
     return exit_done;
 }
 
-void say_local_time(const char* subject, const message_t& message, const char* member) {
+void say_local_time(const char* subject, const outbox_card_t& message, const char* member) {
     const auto found = message.json.find(member);
     if (found == message.json.end() || !found->is_number()) {
         return;
@@ -61,7 +61,7 @@ void say_local_time(const char* subject, const message_t& message, const char* m
     say("{:<11}{}", subject, text.data());
 }
 
-void say_message(const message_t& message) {
+void say_message(const outbox_card_t& message) {
     say("message {}: {}{}", message.id, message.state, after("; ", message.circumstances()));
     say("{:<11}{}", "to", message.number);
     say("{:<11}{}, {}, {}", "card", message.name(), base::escaped(message.file),
@@ -74,10 +74,10 @@ void say_message(const message_t& message) {
 
 /// Asks for each message, and tells what came of it: false from `tell`, and a refusal, are failures.
 int for_each_message(const std::vector<uint64_t>& ids, bool json,
-                     const std::function<client::answer_t<message_t>(uint64_t)>& ask,
-                     const std::function<bool(const message_t&)>& tell) {
+                     const std::function<client::answer_t<outbox_card_t>(uint64_t)>& ask,
+                     const std::function<bool(const outbox_card_t&)>& tell) {
     bool all_done = true;
-    std::vector<message_t> messages;
+    std::vector<outbox_card_t> messages;
     for (const uint64_t id : ids) {
         const auto message = ask(id);
         if (!message) {
@@ -95,14 +95,14 @@ int for_each_message(const std::vector<uint64_t>& ids, bool json,
 
 int show(client_t& client, const std::vector<uint64_t>& ids, bool json) {
     const auto message_of = [&](uint64_t id) { return read_message(client.outbox_watch(id, 0, 0)); };
-    return for_each_message(ids, json, message_of, [](const message_t& message) {
+    return for_each_message(ids, json, message_of, [](const outbox_card_t& message) {
         say_message(message);
         return true;
     });
 }
 
 /// Until the driver has none of it any more, which takes as long as the modem owes a result; or some seconds.
-client::answer_t<message_t> cancel(client_t& client, uint64_t id) {
+client::answer_t<outbox_card_t> cancel(client_t& client, uint64_t id) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     auto message = read_message(client.outbox_cancel(id));
     while (message && message->state == "cancelling" && std::chrono::steady_clock::now() < deadline) {
@@ -111,7 +111,7 @@ client::answer_t<message_t> cancel(client_t& client, uint64_t id) {
     return message;
 }
 
-bool tell_cancelled(const message_t& message) {
+bool tell_cancelled(const outbox_card_t& message) {
     if (message.is_sent()) {
         fail(fmt::format("message {} is sent already", message.id));
         return false;
@@ -122,14 +122,14 @@ bool tell_cancelled(const message_t& message) {
     return true;
 }
 
-bool tell_retried(const message_t& message) {
+bool tell_retried(const outbox_card_t& message) {
     say("message {}: {}{}", message.id, message.state, after("; ", message.circumstances()));
     return true;
 }
 
 /// The ids, or with --all those of all messages that are such. None, and told, when they cannot be had.
 std::optional<std::vector<uint64_t>> ids_of(client_t& client, const outbox_options_t& options,
-                                            const std::function<bool(const message_t&)>& is_such) {
+                                            const std::function<bool(const outbox_card_t&)>& is_such) {
     if (!options.all) {
         return options.ids;
     }
@@ -139,7 +139,7 @@ std::optional<std::vector<uint64_t>> ids_of(client_t& client, const outbox_optio
         return std::nullopt;
     }
     std::vector<uint64_t> ids;
-    for (const message_t& message : *messages) {
+    for (const outbox_card_t& message : *messages) {
         if (is_such(message)) {
             ids.push_back(message.id);
         }
@@ -152,7 +152,7 @@ using act_t = std::function<int(client_t&, const std::vector<uint64_t>&)>;
 /// A command on messages that are named, or on all that are such.
 CLI::App* add_command(CLI::App* outbox, context_t& context, const std::string& name, const std::string& meaning,
                       const std::shared_ptr<outbox_options_t>& options,
-                      const std::function<bool(const message_t&)>& is_such, const act_t& act) {
+                      const std::function<bool(const outbox_card_t&)>& is_such, const act_t& act) {
     auto* command = outbox->add_subcommand(name, meaning);
     auto* ids = command->add_option("id", options->ids, "the messages' ids")->type_name("ID");
     if (is_such) {
@@ -219,14 +219,14 @@ void add_outbox_commands(CLI::App& app, context_t& context) {
                 [&context](client_t& client, const auto& ids) { return show(client, ids, context.json); });
     add_command(
         outbox, context, "cancel", "Give messages up; what went out of them is gone", options,
-        [](const message_t& message) { return !message.is_over(); },
+        [](const outbox_card_t& message) { return !message.is_over(); },
         [&context](client_t& client, const auto& ids) {
             return for_each_message(
                 ids, context.json, [&](uint64_t id) { return cancel(client, id); }, tell_cancelled);
         });
     auto* retry = add_command(
         outbox, context, "retry", "Send messages after all that were set aside, or at once that are held back", options,
-        [](const message_t& message) { return message.state == "set aside"; },
+        [](const outbox_card_t& message) { return message.state == "set aside"; },
         [&context, options](client_t& client, const auto& ids) {
             const auto again = [&](uint64_t id) {
                 return read_message(client.outbox_retry(id, options->expiry.from_now()));

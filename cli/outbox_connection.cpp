@@ -21,14 +21,14 @@ outbox_connection_t::outbox_connection_t(client_t client, std::string device, co
                                          std::function<void(const std::string&)> lost)
     : client_(std::move(client)), device_(std::move(device)), signals_(signals), lost_(std::move(lost)) {}
 
-answer_t<message_t> outbox_connection_t::hand_in(client::handed_in_card_t card) {
+answer_t<outbox_card_t> outbox_connection_t::hand_in(client::handed_in_card_t card) {
     std::random_device random;
     const std::string token = fmt::format("{:08x}{:08x}{:08x}{:08x}", random(), random(), random(), random());
     card.token = token;
     return ask([&](client_t& client) { return client.outbox_add(card); });
 }
 
-answer_t<message_t> outbox_connection_t::ask(const std::function<answer_t<std::string>(client_t&)>& request) {
+answer_t<outbox_card_t> outbox_connection_t::ask(const std::function<answer_t<std::string>(client_t&)>& request) {
     for (bool told = false;; told = true) {  // one that is ending may take a connection once more
         const auto answer = request(client_);
         if (answer || answer.failure().obstacle != obstacle_t::no_answer) {

@@ -14,10 +14,10 @@ class outbox_connection_t {
                         std::function<void(const std::string&)> lost);
 
     /// Once, however often it has to be tried: the token is made here.
-    client::answer_t<message_t> hand_in(client::handed_in_card_t card);
+    client::answer_t<outbox_card_t> hand_in(client::handed_in_card_t card);
     /// The request must be one that may be made twice. A failure that is none of the request: the service did not come
     /// back in `patience`, or a signal came.
-    client::answer_t<message_t> ask(const std::function<client::answer_t<std::string>(client::client_t&)>& request);
+    client::answer_t<outbox_card_t> ask(const std::function<client::answer_t<std::string>(client::client_t&)>& request);
 
   private:
     client::answer_t<client::client_t> reconnect();

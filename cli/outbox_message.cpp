@@ -46,7 +46,7 @@ failure_t not_understood() {
 
 }  // namespace
 
-std::string message_t::name() const {
+std::string outbox_card_t::name() const {
     std::vector<std::string> names;
     for (const ordered_json& contact : json.value("contacts", ordered_json::array())) {
         if (std::string name = text_at(contact, "/name"); !name.empty()) {
@@ -58,16 +58,16 @@ std::string message_t::name() const {
                                : fmt::format("{} and {} more", names[0], names.size() - 1);
 }
 
-std::string message_t::age() const {
+std::string outbox_card_t::age() const {
     const uint64_t handed_in = number_at(json, "/handed_in");
     return duration_words(now() - std::min(handed_in, now()));
 }
 
-std::string message_t::progress() const {
+std::string outbox_card_t::progress() const {
     return fmt::format("{} of {} sent", sent, counted(total, "datagram"));
 }
 
-std::string message_t::circumstances() const {
+std::string outbox_card_t::circumstances() const {
     std::vector<std::string> texts;
     if (const std::string reason = text_at(json, "/reason/text"); !reason.empty()) {
         const std::string advice = text_at(json, "/reason/advice");
@@ -89,13 +89,13 @@ std::string message_t::circumstances() const {
     return fmt::format("{}", fmt::join(texts, "; "));
 }
 
-std::optional<message_t> read_message(const ordered_json& json) {
+std::optional<outbox_card_t> read_message(const ordered_json& json) {
     const auto id = find<uint64_t>(json, "/id");
     auto state = find<std::string>(json, "/state");
     if (!id || !state) {
         return std::nullopt;
     }
-    message_t message;
+    outbox_card_t message;
     message.json = json;
     message.id = *id;
     message.version = number_at(json, "/version");
@@ -108,16 +108,16 @@ std::optional<message_t> read_message(const ordered_json& json) {
     return message;
 }
 
-answer_t<message_t> read_message(const answer_t<std::string>& answer) {
+answer_t<outbox_card_t> read_message(const answer_t<std::string>& answer) {
     if (!answer) {
         return answer.failure();
     }
     auto message = read_message(ordered_json::parse(*answer, nullptr, false));
-    return message ? answer_t<message_t>(std::move(*message)) : not_understood();
+    return message ? answer_t<outbox_card_t>(std::move(*message)) : not_understood();
 }
 
-answer_t<std::vector<message_t>> list_outbox(client::client_t& client, bool all) {
-    std::vector<message_t> messages;
+answer_t<std::vector<outbox_card_t>> list_outbox(client::client_t& client, bool all) {
+    std::vector<outbox_card_t> messages;
     for (bool more = true; more;) {
         const auto answer = client.outbox_list(messages.empty() ? 0 : messages.back().id, all);
         if (!answer) {

@@ -10,7 +10,7 @@
 #include "client/client.h"
 
 /// Also of a service of another version: what it does not tell is empty, or 0. Times are in seconds since 1970.
-struct message_t {                // NOLINT(bugprone-exception-escape): JSON moves without one
+struct outbox_card_t {            // NOLINT(bugprone-exception-escape): JSON moves without one
     nlohmann::ordered_json json;  // as it came
     uint64_t id = 0;
     uint64_t version = 0;
@@ -35,12 +35,12 @@ struct message_t {                // NOLINT(bugprone-exception-escape): JSON mov
 };
 
 /// None when it is no message.
-std::optional<message_t> read_message(const nlohmann::ordered_json& json);
+std::optional<outbox_card_t> read_message(const nlohmann::ordered_json& json);
 /// Of the answer to a request.
-client::answer_t<message_t> read_message(const client::answer_t<std::string>& answer);
+client::answer_t<outbox_card_t> read_message(const client::answer_t<std::string>& answer);
 
 /// All that are not sent, or all that are known.
-client::answer_t<std::vector<message_t>> list_outbox(client::client_t& client, bool all);
+client::answer_t<std::vector<outbox_card_t>> list_outbox(client::client_t& client, bool all);
 
 /// "message 12", "messages 12, 13 and 14"
 std::string messages_words(const std::vector<uint64_t>& ids);

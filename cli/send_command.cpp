@@ -84,7 +84,7 @@ class sender_t {
   private:
     struct handed_in_t {
         std::string label;
-        message_t message;
+        outbox_card_t message;
     };
 
     static std::optional<follower_t::clock_t::time_point> deadline_of(const send_options_t& options) {
@@ -116,7 +116,7 @@ class sender_t {
         return true;
     }
 
-    client::answer_t<message_t> hand_in(const card_t& card, const std::string& number) {
+    client::answer_t<outbox_card_t> hand_in(const card_t& card, const std::string& number) {
         const std::string name = card.name();
         const card_options_t& how = options_.cards.options;
         return connection_.hand_in(
@@ -144,7 +144,7 @@ class sender_t {
         return all_sent;
     }
 
-    bool tell_end(const message_t& message, const std::string& label) {
+    bool tell_end(const outbox_card_t& message, const std::string& label) {
         if (message.is_sent()) {
             progress_.note(fmt::format("{}: sent, {}", label, counted(message.total, "datagram")));
             return true;
