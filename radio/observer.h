@@ -26,7 +26,7 @@ struct submission_outcome_t {
         sent,
         refused,  // by the modem or the network: `result`
         unknown,  // the modem had it, and told nothing; it is repeated under the same reference
-        not_out,  // the modem is away, or on another network, or the message is given up
+        not_out,  // the modem is away, or on another network
     };
     kind_t kind = kind_t::sent;
     final_result_t result{};

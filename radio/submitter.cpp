@@ -79,7 +79,12 @@ bool submitter_t::set_up(setup_inquiry_t& inquiry) {
 void submitter_t::submit(const session_pointer_t& session, HRESULT request, const submission_t& submission,
                          bool more_follow) {
     const outgoing_t datagram = outgoing_of(submission);
-    if (const DWORD hindrance = what_hinders(submission, datagram); hindrance != 0) {
+    if (observer_ != nullptr && observer_->is_given_up(datagram)) {
+        driver_pauses_ = false;
+        callbacks_.result(session, RIL_RESULT_OK, request, 0);
+        return;
+    }
+    if (const DWORD hindrance = what_hinders(submission); hindrance != 0) {
         end(session, request, datagram, {submission_outcome_t::kind_t::not_out}, hindrance);
         return;
     }
@@ -118,13 +123,9 @@ bool submitter_t::ends_pause(const session_pointer_t& session, HRESULT request) 
     return true;
 }
 
-// A radio error, or 0 when the message can go out. The driver hands in several datagrams before it has a result: those
-// that wait here go no more with one that is given up. With the dialogue brought back comes a late result of the same
+// A radio error, or 0 when the message can go out. With the dialogue brought back comes a late result of the same
 // datagram.
-DWORD submitter_t::what_hinders(const submission_t& submission, const outgoing_t& datagram) {
-    if (observer_ != nullptr && observer_->is_given_up(datagram)) {
-        return static_cast<DWORD>(RIL_E_PHONEFAILURE);
-    }
+DWORD submitter_t::what_hinders(const submission_t& submission) {
     if (link_.ending() || submission.technology() != registration_.technology()) {
         return static_cast<DWORD>(RIL_E_RADIONOTPRESENT);
     }

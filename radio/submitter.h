@@ -37,7 +37,8 @@ class submitter_t {
     void forget();
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry);
 
-    /// Sends a message, and has the session told what became of it. `more_follow`: the next one is about to come.
+    /// Sends a message, and has the session told what became of it. `more_follow`: the next one is about to come. One
+    /// that waited here while its message was given up is answered with a success as well, and not submitted.
     void submit(const session_pointer_t& session, HRESULT request, const submission_t& submission, bool more_follow);
     /// +CMGS that came too late for its own submission.
     void take_late_result(const std::string& line);
@@ -45,7 +46,7 @@ class submitter_t {
   private:
     void end(const session_pointer_t& session, HRESULT request, const outgoing_t& datagram,
              const submission_outcome_t& outcome, DWORD data);
-    [[nodiscard]] DWORD what_hinders(const submission_t& submission, const outgoing_t& datagram);
+    [[nodiscard]] DWORD what_hinders(const submission_t& submission);
     reply_t run(const open_submission_t& open, int part, bool more_follow);
     bool is_sent(const reply_t& reply);
     reply_t exchange_as_owed(const command_t& command, int part);

@@ -252,17 +252,23 @@ TEST_F(session, a_message_that_is_given_up_goes_no_more_and_holds_up_none) {
     watcher.gives_up = "+491701234567";
     modem.say("\r\n+CMS ERROR: 1\r\n");
     EXPECT_EQ(recorder.events(3)[1], failed(refused, static_cast<DWORD>(RIL_E_CMSERROR_BASE) + 1));
-    EXPECT_EQ(recorder.events(3)[2], failed(waits, static_cast<DWORD>(RIL_E_PHONEFAILURE)));
+    EXPECT_EQ(recorder.events(3)[2], sent(waits, 0));
+    EXPECT_EQ(send(), E_FAIL);
+    watcher.gives_up = "";
+    modem.once(">", "\r\n+CMS ERROR: 1\r\n");
+    EXPECT_GT(send(), 0);
+    recorder.events(4);
+    watcher.gives_up = "+491701234567";
     const HRESULT ends_pause = send();
-    EXPECT_EQ(recorder.events(4).back(), sent(ends_pause, 0));
+    EXPECT_EQ(recorder.events(5).back(), sent(ends_pause, 0));
     EXPECT_EQ(send(), E_FAIL);
     const RILMESSAGE other = outgoing("+491701234568", "other");
     const HRESULT last = RIL_SendMsg(handle, &other, 0);
-    EXPECT_EQ(recorder.events(5).back(), sent(last));
+    EXPECT_EQ(recorder.events(6).back(), sent(last));
     detach_modem();
-    EXPECT_EQ(modem.count(">"), 3U);
+    EXPECT_EQ(modem.count(">"), 4U);
     EXPECT_EQ(watcher.notes,
-              "+491701234567 1/2 card: sent 0\n+491701234567 1/2 card: refused 1\n+491701234567 1/2 card: not out 0\n"
+              "+491701234567 1/2 card: sent 0\n+491701234567 1/2 card: refused 1\n+491701234567 1/2 card: refused 1\n"
               "+491701234568 1/2 other: sent 0\n");
 }
 
