@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -61,6 +62,9 @@ class execution_t {
 
     /// SQLITE_ROW, SQLITE_DONE or an error.
     int step() { return sqlite3_step(statement); }
+
+    /// Steps once: the number in the first column; none without a row.
+    std::optional<int64_t> first_number() { return step() == SQLITE_ROW ? std::optional(number(0)) : std::nullopt; }
 
     int column_type(int column) const { return sqlite3_column_type(statement, column); }
     int64_t number(int column) const { return sqlite3_column_int64(statement, column); }

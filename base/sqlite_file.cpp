@@ -57,7 +57,7 @@ bool run_all(sqlite3* connection, const char* statements) {
 std::optional<int64_t> number(sqlite3* connection, const char* text) {
     const statement_t statement = prepare(connection, text);
     execution_t query(statement);
-    return query.step() == SQLITE_ROW ? std::optional(query.number(0)) : std::nullopt;
+    return query.first_number();
 }
 
 std::string file_t::open(const std::filesystem::path& file, int64_t version, const make_tables_t& make_tables) {

@@ -69,6 +69,10 @@ std::span<const limit_row_t> limits();
 
 /// The value that holds now, in the row's unit.
 uint64_t value_of(limit_t limit);
+/// The same, for sums with what may be negative: no range reaches so far.
+inline int64_t signed_value_of(limit_t limit) {
+    return static_cast<int64_t>(value_of(limit));
+}
 /// The same of a time in seconds.
 uint64_t milliseconds(limit_t limit);
 std::string_view name_of(limit_t limit);

@@ -177,7 +177,7 @@ bool feeder_t::settle(const in_flight_t::state_t& message, bool sent) {
 // Few at once: what was sent meanwhile is to be noted, for a kill sends again what is not.
 void feeder_t::feed() {
     constexpr int most_at_once = 8;
-    const auto ahead = static_cast<int64_t>(radio::value_of(limit_t::outbox_ahead));
+    const auto ahead = radio::signed_value_of(limit_t::outbox_ahead);
     int handed_in = 0;
     while (base::tick64() >= next_feeding_ && in_flight_.outstanding() < ahead) {
         if (handed_in++ == most_at_once) {

@@ -10,16 +10,13 @@
 using radio::limit_t;
 using radio::outgoing_t;
 using radio::retry_t;
+using radio::signed_value_of;
 using radio::submission_outcome_t;
 
 namespace {
 
 std::string_view text_of(const air::octets_t& octets) {
     return {reinterpret_cast<const char*>(octets.data()), octets.size()};  // NOLINT: octets as octets
-}
-
-int64_t limit_of(limit_t limit) {
-    return static_cast<int64_t>(radio::value_of(limit));
 }
 
 }  // namespace
@@ -30,7 +27,7 @@ std::optional<ending_t> ending_after(const submission_outcome_t& outcome, int64_
     const reason_t reason =
         is_refused ? reason_t{words_of(outcome.result), std::string(advice_on(outcome.result))}
                    : reason_t{"the modem does not tell what becomes of it", "look after the modem: zpd doctor"};
-    if (refusals > limit_of(limit_t::refusals)) {
+    if (refusals > signed_value_of(limit_t::refusals)) {
         return ending_t{refused, reason};
     }
     switch (is_refused ? retry_after(outcome.result) : retry_t::with_modem) {
@@ -39,8 +36,8 @@ std::optional<ending_t> ending_after(const submission_outcome_t& outcome, int64_
         case retry_t::later:
             return ending_t{later, reason};
         case retry_t::now:
-            return at_once >= limit_of(limit_t::refusals_at_once) ? std::optional(ending_t{later, reason})
-                                                                  : std::nullopt;
+            return at_once >= signed_value_of(limit_t::refusals_at_once) ? std::optional(ending_t{later, reason})
+                                                                         : std::nullopt;
         default:
             return std::nullopt;
     }
@@ -194,7 +191,7 @@ bool in_flight_t::confirm(entry_t& entry, const outgoing_t& datagram) {
     entry.state.is_new = true;
     outstanding_ -= entry.state.ending ? 0 : 1;
     entry.state.complete = entry.state.sent == static_cast<int64_t>(entry.confirmed.size());
-    return entry.state.complete || entry.state.sent == 1 || outstanding_ == limit_of(limit_t::outbox_ahead) / 2;
+    return entry.state.complete || entry.state.sent == 1 || outstanding_ == signed_value_of(limit_t::outbox_ahead) / 2;
 }
 
 bool in_flight_t::is_given_up(const outgoing_t& datagram) const {

@@ -59,7 +59,7 @@ std::optional<int64_t> on_card_marks_t::note_begin(uint64_t card) {
     }
     execution_t query(file_.statement("SELECT runs FROM unfinished WHERE card = ?1"));
     query.bind(1, number);
-    return query.step() == SQLITE_ROW ? std::optional(query.number(0)) : std::nullopt;
+    return query.first_number();
 }
 
 bool on_card_marks_t::note_end(uint64_t card) {

@@ -131,8 +131,8 @@ class outbox_t {
     bool is_held_back(const std::string& number);
     void changed(int64_t id);
     void publish();
-    template <typename steps_t>
-    bool transaction(const steps_t& steps, bool at_once);
+    /// Of the file. `at_once`: it is on the disk when this returns.
+    bool transaction(const std::function<bool()>& steps, bool at_once);
 
     const std::function<void(const std::string&)> told_;
     std::mutex mutex_;  // guards all below
