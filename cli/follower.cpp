@@ -16,7 +16,7 @@ std::string subject_of(std::string text) {
 
 }  // namespace
 
-follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& label) {
+follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& label, bool puts_off) {
     moved_at_ = shown_at_ = clock_t::now();
     shown_.clear();
     while (!message.is_over()) {
@@ -25,6 +25,9 @@ follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& 
         }
         if (deadline_ && clock_t::now() >= *deadline_) {
             return end_t::late;
+        }
+        if (puts_off && message.is_held_back()) {
+            return end_t::put_off;
         }
         show(message, label);
         auto next = connection_.ask(
@@ -39,6 +42,13 @@ follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& 
         message = std::move(*next);
     }
     return end_t::over;
+}
+
+void follower_t::look(outbox_card_t& message) {
+    auto now = connection_.ask([&](client::client_t& client) { return client.outbox_watch(message.id, 0, 0); });
+    if (now) {
+        message = std::move(*now);
+    }
 }
 
 void follower_t::show(const outbox_card_t& message, const std::string& label) {

@@ -16,6 +16,7 @@ class follower_t {
         interrupted,  // by a signal
         late,         // the deadline has come
         lost,         // the service does not answer for it any more: `error` tells
+        put_off,      // its number is held back
     };
 
     /// All outlive the object.
@@ -23,8 +24,11 @@ class follower_t {
                std::optional<clock_t::time_point> deadline)
         : connection_(connection), progress_(progress), signals_(signals), deadline_(deadline) {}
 
-    /// Brings the message up to date until it is over, or something else ends it. `label` begins each line.
-    end_t follow(outbox_card_t& message, const std::string& label);
+    /// Brings the message up to date until it is over, or something else ends it; until it is held back, when it
+    /// `puts_off` such a one. `label` begins each line.
+    end_t follow(outbox_card_t& message, const std::string& label, bool puts_off = false);
+    /// Brings the message up to date once, if the service answers.
+    void look(outbox_card_t& message);
     const std::string& error() const { return error_; }
 
   private:

@@ -58,6 +58,10 @@ std::string outbox_card_t::name() const {
                                : fmt::format("{} and {} more", names[0], names.size() - 1);
 }
 
+bool outbox_card_t::is_held_back() const {
+    return !is_over() && find<uint64_t>(json, "/next_try");
+}
+
 std::string outbox_card_t::age() const {
     const uint64_t handed_in = number_at(json, "/handed_in");
     return duration_words(now() - std::min(handed_in, now()));

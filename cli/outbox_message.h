@@ -23,6 +23,8 @@ struct outbox_card_t {            // NOLINT(bugprone-exception-escape): JSON mov
 
     bool is_over() const { return state == "sent" || state == "cancelled" || state == "set aside"; }
     bool is_sent() const { return state == "sent"; }
+    /// Its number was refused, and is tried again later.
+    bool is_held_back() const;
 
     /// Who is on the card, else the name of its file. This and all that follow are fit for a terminal.
     std::string name() const;

@@ -1,5 +1,6 @@
 /// zpd send.
 #include <algorithm>
+#include <numeric>
 
 #include "cli/card_arguments.h"
 #include "cli/follower.h"
@@ -127,21 +128,32 @@ class sender_t {
              .token = {}});
     }
 
-    /// True when all are sent.
+    /// In order, but for those whose number is held back: they come last. True when all are sent.
     bool follow() {
+        std::vector<size_t> left(messages_.size());
+        std::iota(left.begin(), left.end(), size_t{0});
         bool all_sent = true;
-        for (size_t index = 0; index < messages_.size(); ++index) {
-            auto& [label, message] = messages_[index];
-            const std::string place =
-                messages_.size() > 1 ? fmt::format("[{}/{}] ", index + 1, messages_.size()) : std::string();
-            const auto end = follower_.follow(message, place + label);
-            if (end != follower_t::end_t::over) {
-                tell_unfinished(end, index);
+        for (size_t seen = 0; !left.empty(); ++seen) {
+            auto& [label, message] = messages_[left.front()];
+            const bool puts_off = seen < messages_.size() && left.size() > 1;
+            const auto end = follower_.follow(message, placed(left.front()), puts_off);
+            if (end == follower_t::end_t::put_off) {
+                std::ranges::rotate(left, left.begin() + 1);
+            } else if (end != follower_t::end_t::over) {
+                tell_unfinished(end, left);
                 return false;
+            } else {
+                all_sent = tell_end(message, placed(left.front())) && all_sent;
+                left.erase(left.begin());
             }
-            all_sent = tell_end(message, place + label) && all_sent;
         }
         return all_sent;
+    }
+
+    /// "[2/4] ann.vcf (message 12)"
+    std::string placed(size_t index) const {
+        const std::string& label = messages_[index].label;
+        return messages_.size() > 1 ? fmt::format("[{}/{}] {}", index + 1, messages_.size(), label) : label;
     }
 
     bool tell_end(const outbox_card_t& message, const std::string& label) {
@@ -158,13 +170,26 @@ class sender_t {
         return false;
     }
 
-    /// The messages from this one on are not over.
-    void tell_unfinished(follower_t::end_t end, size_t first) {
+    /// Of these messages nothing was told yet: some may be over.
+    void tell_unfinished(follower_t::end_t end, const std::vector<size_t>& left) {
         progress_.clear();
         std::vector<uint64_t> ids;
-        for (size_t index = first; index < messages_.size(); ++index) {
-            ids.push_back(messages_[index].message.id);
+        for (const size_t index : left) {
+            outbox_card_t& message = messages_[index].message;
+            if (end != follower_t::end_t::lost) {
+                follower_.look(message);
+            }
+            if (message.is_over()) {
+                tell_end(message, placed(index));
+            } else {
+                ids.push_back(message.id);
+            }
         }
+        interrupted_ = end == follower_t::end_t::interrupted;
+        if (ids.empty()) {
+            return;
+        }
+        std::ranges::sort(ids);
         const std::string which = messages_words(ids) + (ids.size() == 1 ? " stays" : " stay");
         const std::string are = ids.size() == 1 ? "is" : "are";
         if (end == follower_t::end_t::lost) {
@@ -172,7 +197,6 @@ class sender_t {
                              follower_.error(), which, are, as_arguments(ids)));
             return;
         }
-        interrupted_ = end == follower_t::end_t::interrupted;
         fail(fmt::format("{}{} in the outbox and {} sent; cancel {} with: zpd outbox cancel {}",
                          interrupted_ ? "" : "not sent in the time; ", which, are, ids.size() == 1 ? "it" : "them",
                          as_arguments(ids)));

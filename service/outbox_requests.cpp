@@ -184,7 +184,8 @@ ordered_json outbox_requests_t::json(const outbox_t::view_t& view) const {
     ordered_json json = message_json(view);
     const bool waits = view.message.state == outbox_state_t::waiting && !view.hold;
     const bool goes = waits || view.message.state == outbox_state_t::sending;
-    const std::string hindrance = view.hold ? "its number was refused: " + view.hold->reason
+    const bool is_told = !view.message.reason.text.empty();
+    const std::string hindrance = view.hold ? (is_told ? "" : "its number was refused: " + view.hold->reason)
                                   : goes    ? what_hinders()
                                             : std::string();
     json["waits_for"] = hindrance.empty() ? ordered_json(nullptr) : ordered_json(hindrance);
