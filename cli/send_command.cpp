@@ -138,7 +138,7 @@ class sender_t {
             const bool puts_off = seen < messages_.size() && left.size() > 1;
             const auto end = follower_.follow(message, placed(left.front()), puts_off);
             if (end == follower_t::end_t::put_off) {
-                std::ranges::rotate(left, left.begin() + 1);
+                std::rotate(left.begin(), left.begin() + 1, left.end());
             } else if (end != follower_t::end_t::over) {
                 tell_unfinished(end, left);
                 return false;
