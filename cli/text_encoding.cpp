@@ -82,8 +82,9 @@ std::optional<std::string> each_line(std::string_view card, const convert_t& con
         if (!text) {
             return std::nullopt;
         }
-        const size_t at = static_cast<size_t>(named.data() - line.data());
-        result += named.empty() ? *text : text->substr(0, at) + "UTF-8" + text->substr(at + named.size());
+        const std::string_view now_named = charset_in(*text);  // what stands before it may be longer now
+        const size_t at = static_cast<size_t>(now_named.data() - text->data());
+        result += now_named.empty() ? *text : text->substr(0, at) + "UTF-8" + text->substr(at + now_named.size());
     }
     return result;
 }
