@@ -45,7 +45,8 @@ std::optional<std::string> converted(std::string_view text, const std::string& c
     const bool done = iconv(conversion, &from, &from_left, &to, &to_left) != size_t(-1) && from_left == 0;
     iconv_close(conversion);
     result.resize(result.size() - to_left);
-    return done ? std::optional(result) : std::nullopt;
+    // What a text says of itself may be wrong: its UTF-8 can name characters that there are not.
+    return done && base::is_utf8(result) ? std::optional(result) : std::nullopt;
 }
 
 /// Where the value of the parameter CHARSET is; an empty view at the line's end when it has none.
