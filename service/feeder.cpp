@@ -87,12 +87,8 @@ void feeder_t::take_cancels() {
         cancelled.swap(cancelled_);
     }
     for (const int64_t id : cancelled) {
-        const auto known = in_flight_.look();
-        const auto message = std::ranges::find(known, id, &in_flight_t::state_t::id);
-        if (message == known.end()) {
+        if (!in_flight_.give_up(id, {ending_t::kind_t::cancelled}) && !in_flight_.has(id)) {
             static_cast<void>(outbox_.finish_cancelled(id, 0));
-        } else {
-            static_cast<void>(in_flight_.give_up(id, {ending_t::kind_t::cancelled}));
         }
     }
 }

@@ -90,6 +90,11 @@ bool in_flight_t::give_up(int64_t id, const ending_t& ending) {
     return true;
 }
 
+bool in_flight_t::has(int64_t id) {
+    const std::lock_guard lock(mutex_);
+    return find(id) != nullptr;
+}
+
 void in_flight_t::give_up(entry_t& entry, const ending_t& ending) {
     given_up_ += entry.state.ending ? 0 : 1;
     outstanding_ -= entry.state.ending ? 0 : entry.left();

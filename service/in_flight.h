@@ -54,6 +54,7 @@ class in_flight_t {
     /// It goes no more. False when it is not here, or complete.
     bool give_up(int64_t id, const ending_t& ending);
 
+    bool has(int64_t id);
     /// All of them; what is new counts as seen.
     std::vector<state_t> look();
     /// Datagrams that are not confirmed, of messages that are not given up.
