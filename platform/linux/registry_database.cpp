@@ -1,12 +1,11 @@
 #include "platform/linux/registry_database.h"
 
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
 #include "base/clock.h"
-#include "base/safe_text.h"
 #include "base/text.h"
+#include "base/told_line.h"
 
 namespace platform {
 namespace {
@@ -162,9 +161,9 @@ LONG registry_database_t::check(std::string& reason) const {
 // Right after the call that failed, under the same lock.
 LONG registry_database_t::told(LONG error, const std::string& what) const {
     if (error != ERROR_SUCCESS) {
-        const std::string text = what + " cannot be written to the registry " + path.native() + ": " +
-                                 base::sqlite::failure_of(connection.get());
-        std::fputs(("zpd: " + base::escaped(text) + '\n').c_str(), stderr);
+        base::tell_line(stderr, base::priority_t::error,
+                        "zpd: " + what + " cannot be written to the registry " + path.native() + ": " +
+                            base::sqlite::failure_of(connection.get()));
     }
     return error;
 }
