@@ -196,7 +196,7 @@ std::string radio_limits() {
     std::string lines;
     for (const radio::limit_row_t& row : radio::limits()) {
         if (row.settable()) {
-            lines += fmt::format("  {:<16}{} {}\n", row.name, row.initial, row.unit);
+            lines += fmt::format("  {:<18}{} {}\n", row.name, row.initial, row.unit);
         }
     }
     return lines;
