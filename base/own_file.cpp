@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <cerrno>
 
@@ -20,16 +21,25 @@ std::string for_shell(const std::filesystem::path& path) {
     return text + "'";
 }
 
-std::string owner_or_mode_problem(const std::string& what, const std::filesystem::path& path,
-                                  const struct stat& status) {
+std::string owner_problem(const std::string& what, const std::filesystem::path& path, const struct stat& status) {
     if (status.st_uid != geteuid()) {
         return what + " belongs to another user (" + std::to_string(status.st_uid) + "): chown " +
                std::to_string(geteuid()) + " " + for_shell(path);
     }
+    return {};
+}
+
+std::string mode_problem(const std::string& what, const std::filesystem::path& path, const struct stat& status) {
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         return what + " can be written by others: chmod go-w " + for_shell(path);
     }
     return {};
+}
+
+std::string owner_or_mode_problem(const std::string& what, const std::filesystem::path& path,
+                                  const struct stat& status) {
+    std::string problem = owner_problem(what, path, status);
+    return problem.empty() ? mode_problem(what, path, status) : problem;
 }
 
 std::string file_problem(const std::filesystem::path& file, const struct stat& status) {
@@ -108,6 +118,34 @@ descriptor_t open_own_file(const std::filesystem::path& file, int flags, std::st
         return {};
     }
     problem = file_problem(file, status);
+    if (!problem.empty()) {
+        errno = EACCES;
+        return {};
+    }
+    return opened;
+}
+
+descriptor_t open_trusted_file(const std::filesystem::path& file, std::string& problem) {
+    descriptor_t opened(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!opened || fstat(opened.get(), &status) != 0) {
+        const int reason = errno;
+        problem = "cannot open " + for_shell(file) + ": " + errno_text(reason);
+        errno = reason;
+        return {};
+    }
+    if (S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3)) {  // /dev/null
+        return opened;
+    }
+    const std::string named = "the file " + for_shell(file);
+    if (!S_ISREG(status.st_mode)) {
+        problem = for_shell(file) + " is " + kind_of_file(status.st_mode) + " where a file belongs";
+    } else if (status.st_uid != 0) {
+        problem = owner_problem(named, file, status);
+    }
+    if (problem.empty()) {
+        problem = mode_problem(named, file, status);
+    }
     if (!problem.empty()) {
         errno = EACCES;
         return {};

@@ -30,4 +30,8 @@ std::string own_file_problem(const std::filesystem::path& file);
 /// the other end of a FIFO. Without a descriptor, `problem` and errno say why.
 descriptor_t open_own_file(const std::filesystem::path& file, int flags, std::string& problem);
 
+/// Opens for reading what this user or root says, and nobody else: a file of either of them, to which a link may lead,
+/// or /dev/null. Without a descriptor, `problem` and errno say why.
+descriptor_t open_trusted_file(const std::filesystem::path& file, std::string& problem);
+
 }  // namespace base

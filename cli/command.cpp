@@ -8,17 +8,31 @@
 #include "cli/log_level.h"
 #include "cli/output.h"
 
-std::filesystem::path default_home() {
-    const char* data = std::getenv("XDG_DATA_HOME");  // NOLINT(concurrency-mt-unsafe): before any thread
-    if (data != nullptr && data[0] == '/') {
-        return std::filesystem::path(data) / "zpd";
-    }
+namespace {
+
+/// zpd's in a folder of the user's files, which a variable may name.
+std::filesystem::path user_folder(const char* variable, const char* otherwise) {
+    const char* folder = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): before any thread
+    return (folder != nullptr && folder[0] == '/' ? std::filesystem::path(folder) : user_home() / otherwise) / "zpd";
+}
+
+}  // namespace
+
+std::filesystem::path user_home() {
     const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
     if (home == nullptr || home[0] == '\0') {
         const passwd* user = getpwuid(getuid());  // NOLINT(concurrency-mt-unsafe)
         home = user != nullptr ? user->pw_dir : "/";
     }
-    return std::filesystem::path(home) / ".local" / "share" / "zpd";
+    return home;
+}
+
+std::filesystem::path default_home() {
+    return user_folder("XDG_DATA_HOME", ".local/share");
+}
+
+std::filesystem::path default_config() {
+    return user_folder("XDG_CONFIG_HOME", ".config") / "config";
 }
 
 CLI::Validator not_empty(const std::string& what) {
@@ -40,7 +54,7 @@ void add_home_option(CLI::App* command, context_t& context) {
 }
 
 void add_json_option(CLI::App* command, context_t& context) {
-    command->add_flag("--json", context.json, "print one JSON object, for scripts");
+    command->add_flag("--json", context.json, "print one JSON object, for scripts")->configurable(false);
 }
 
 CLI::Option* add_log_level(CLI::App* command, const std::string& name, std::optional<int>& level,

@@ -11,15 +11,22 @@
 #include "client/client.h"
 #include "radio/attach_modem.h"
 
-struct context_t {
-    std::string device;
-    std::filesystem::path home;
-    bool json = false;
-    std::function<int()> run;  // returns the exit status
-};
-
 /// $XDG_DATA_HOME/zpd, else ~/.local/share/zpd.
 std::filesystem::path default_home();
+
+/// $XDG_CONFIG_HOME/zpd/config, else ~/.config/zpd/config.
+std::filesystem::path default_config();
+
+/// $HOME, else what the user's account has.
+std::filesystem::path user_home();
+
+struct context_t {
+    std::string device = std::string(client::default_device);
+    std::string usual_device = device;  // the one when the command line names none
+    std::filesystem::path home = default_home();
+    bool json = false;
+    std::function<int()> run{};  // returns the exit status
+};
 
 /// For an option whose value, `what` in words, may not be empty.
 CLI::Validator not_empty(const std::string& what);
@@ -40,6 +47,9 @@ int with_device(const context_t& context, const std::function<int(client::client
 /// A command that runs `use`, unless a home was named that does not exist; the default one may not exist yet. The
 /// context must outlive it.
 std::function<int()> on_home(const context_t& context, const std::function<int()>& use);
+
+/// All that follow, and what the program says of itself.
+void add_commands(CLI::App& app, context_t& context);
 
 void add_demo_command(CLI::App& app, context_t& context);
 void add_network_command(CLI::App& app, context_t& context);

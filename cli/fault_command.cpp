@@ -43,12 +43,10 @@ int run_fault(const fault_options_t& options, bool json) {
         return list_faults(json);
     }
     if (json) {
-        fail("--json goes with --list: nothing else is printed");
-        return exit_usage;
+        return fail_usage("--json goes with --list: nothing else is printed");
     }
     if (options.directory.empty() || options.order.phone.empty() || options.order.faults.empty()) {
-        fail("what is wanted is --dir DIR, a phone's number and a fault, or --list; see zpd fault --help");
-        return exit_usage;
+        return fail_usage("what is wanted is --dir DIR, a phone's number and a fault, or --list; see zpd fault --help");
     }
     const std::string error = send_order(options.directory, options.order);
     return error.empty() ? exit_done : fail(error);

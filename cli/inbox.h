@@ -14,7 +14,7 @@
 
 /// What the command line says; not every command has all of it.
 struct inbox_options_t {
-    bool home_named = false;
+    bool home_named = false;         // what the configuration has is no more than a default
     std::vector<std::string> cards;  // as card_choice.h takes them
     bool all = false;
     bool follow = false;
@@ -37,5 +37,3 @@ std::vector<nlohmann::ordered_json> chosen_cards(const inbox_options_t& options,
 
 /// Tells each. Returns exit_done when there are none.
 int tell_errors(const std::vector<std::string>& errors);
-/// Tells that a usage is none. Returns exit_usage.
-int fail_inbox_usage(std::string_view text);

@@ -44,7 +44,7 @@ int on_inbox(const context_t& context, const inbox_options_t& options, inbox_com
         if (client) {
             return use(context, options, *cards_of_service(std::move(*client), context.device));
         }
-        const bool is_usual = context.device == client::default_device;
+        const bool is_usual = context.device == context.usual_device;
         if (!is_usual || client.failure().obstacle != client::obstacle_t::no_service) {
             return fail(client.failure().text);
         }
@@ -58,13 +58,8 @@ class inbox_command_line_t {
     inbox_command_line_t(CLI::App* command, context_t& context, std::shared_ptr<inbox_options_t> options)
         : command_(command), context_(context), options_(std::move(options)) {
         command
-            ->add_option_function<std::string>(
-                "--home",
-                [&context, values = options_](const std::string& home) {
-                    context.home = home;
-                    values->home_named = true;
-                },
-                "a phone's home folder (default: the service's, else " + context.home.native() + ")")
+            ->add_option("--home", context.home,
+                         "a phone's home folder (default: the service's, else " + context.home.native() + ")")
             ->type_name("DIR")
             ->check(not_empty("the home folder's name"));
         add_device_option(command, context);
@@ -92,7 +87,8 @@ class inbox_command_line_t {
         return *this;
     }
     void runs(inbox_command_t use) {
-        command_->callback([&context = context_, options = options_, use] {
+        command_->callback([&context = context_, options = options_, use, command = command_] {
+            options->home_named |= command->count("--home") > 0;
             if (!context.run) {  // `inbox` itself comes after the command below it
                 context.run = [&context, options, use] { return on_inbox(context, *options, use); };
             }
@@ -122,15 +118,10 @@ int tell_errors(const std::vector<std::string>& errors) {
     return errors.empty() ? exit_done : exit_failed;
 }
 
-int fail_inbox_usage(std::string_view text) {
-    fail(text);
-    return exit_usage;
-}
-
 std::vector<ordered_json> chosen_cards(const inbox_options_t& options, received_cards_t& inbox, int& status) {
     if (options.all == !options.cards.empty()) {
-        status = fail_inbox_usage(options.all ? "either cards or --all, not both"
-                                              : "which cards? their numbers, names, or --all; see: zpd inbox");
+        status = fail_usage(options.all ? "either cards or --all, not both"
+                                        : "which cards? their numbers, names, or --all; see: zpd inbox");
         return {};
     }
     card_choice_t choice = options.all ? all_cards(inbox) : choose_cards(inbox, options.cards);

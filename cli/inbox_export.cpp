@@ -83,7 +83,7 @@ std::string open_file(const fs::path& file) {
 
 int export_cards(const context_t& context, const inbox_options_t& options, received_cards_t& inbox) {
     if (const std::string wrong = misfit(context, options); !wrong.empty()) {
-        return fail_inbox_usage(wrong);
+        return fail_usage(wrong);
     }
     int status = exit_done;
     const auto cards = chosen_cards(options, inbox, status);
@@ -115,7 +115,7 @@ int export_cards(const context_t& context, const inbox_options_t& options, recei
 
 int open_cards(const context_t& context, const inbox_options_t& options, received_cards_t& inbox) {
     if (context.json) {
-        return fail_inbox_usage("--json does not go with open");
+        return fail_usage("--json does not go with open");
     }
     int status = exit_done;
     const auto cards = chosen_cards(options, inbox, status);

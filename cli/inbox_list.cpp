@@ -82,7 +82,7 @@ int follow_cards(const context_t& context, received_cards_t& inbox) {
 /// Whether all cards may be removed: said so before, or when asked. Else told.
 int ask_to_remove(size_t count) {
     if (!can_ask()) {
-        return fail_inbox_usage("--all removes every card, and nobody is there to be asked; add --yes");
+        return fail_usage("--all removes every card, and nobody is there to be asked; add --yes");
     }
     return ask(fmt::format("remove {}?", counted(count, "card"))) ? exit_done : fail("nothing was removed");
 }

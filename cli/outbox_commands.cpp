@@ -165,8 +165,7 @@ CLI::App* add_command(CLI::App* outbox, context_t& context, const std::string& n
     command->callback([&context, options, is_such, act] {
         context.run = [&context, options, is_such, act] {
             if (options->ids.empty() && !options->all) {
-                fail("what is wanted is messages' ids, or --all");
-                return exit_usage;
+                return fail_usage("what is wanted is messages' ids, or --all");
             }
             return with_device(context, [&](client_t& client) {
                 const auto wanted = ids_of(client, *options, is_such);

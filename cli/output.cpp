@@ -53,6 +53,11 @@ int fail(std::string_view text) {
     return exit_failed;
 }
 
+int fail_usage(std::string_view text) {
+    fail(text);
+    return exit_usage;
+}
+
 int finish(int status) {
     if (std::fflush(stdout) != 0) {
         write_error = errno;

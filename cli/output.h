@@ -37,6 +37,8 @@ void speak_as(std::string_view command);
 void remark(std::string_view text, std::string_view end = "\n");
 /// The same, of what stops the command: what went wrong on what, why, and what helps. Returns exit_failed.
 int fail(std::string_view text);
+/// The same, of a command line that asks for what cannot be. Returns exit_usage.
+int fail_usage(std::string_view text);
 
 /// The exit status of the program, whose command ended with `status`: exit_failed, and told so, when it was done but
 /// its result could not be written. A reader that is gone is no error of ours; SIGPIPE must be ignored.

@@ -49,8 +49,10 @@ std::string phone_process_t::start() {
     output_ = base::descriptor_t(ends[0]);
     const base::descriptor_t child_output(ends[1]);
 
-    std::vector<std::string> words{
-        "zpd", "serve", "--modem", settings_.modem, "--home", settings_.home.native(), "--device", settings_.device};
+    std::vector<std::string> words{"zpd",       "serve",         "--config",
+                                   "/dev/null",  // the user's own is about another phone
+                                   "--modem",   settings_.modem, "--home",   settings_.home.native(),
+                                   "--device",  settings_.device};
     if (settings_.activate) {
         words.emplace_back("--activate");
     }

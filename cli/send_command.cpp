@@ -250,7 +250,8 @@ void add_number_option(CLI::App* command, std::vector<std::string>& numbers) {
         ->type_name("NUMBER")
         ->allow_extra_args(false)
         ->transform(CLI::Validator([](std::string& number) { return read_number(number); }, ""))
-        ->required();
+        ->required()
+        ->configurable(false);
 }
 
 }  // namespace
@@ -258,6 +259,7 @@ void add_number_option(CLI::App* command, std::vector<std::string>& numbers) {
 void add_send_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("send", "Send cards to phones");
     const auto options = std::make_shared<send_options_t>();
+    command->configurable();
     add_card_arguments(command, context, options->cards);
     add_device_option(command, context);
     add_number_option(command, options->numbers);

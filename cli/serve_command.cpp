@@ -1,5 +1,7 @@
 /// zpd serve.
 #include "cli/command.h"
+#include "cli/configuration.h"
+#include "cli/output.h"
 #include "service/device_manager.h"
 
 namespace {
@@ -29,13 +31,33 @@ std::string serve_help() {
            "at a time, two minutes at most. One that does not end with status 0 is run again at the next\n"
            "start of the service, three times in all. examples/on-card has some.\n"
            "\n"
+           "Options come from the configuration, too: from the section [serve] of the user's file, or from\n"
+           "that of --config, as a service of the system has one, without sections. What is wrong there is\n"
+           "told with its line, and nothing starts. --print-config writes such a file.\n"
+           "\n"
            "Times and limits for --set (docs/radio.md has all of them):\n" +
            radio_limits() +
            "\nExamples:\n"
            "  zpd serve --modem /dev/ttyUSB0 --activate\n"
+           "  zpd serve --modem /dev/ttyUSB0 --activate --print-config > ~/.config/zpd/config\n"
            "  zpd serve --modem /dev/serial/by-id/usb-... --home ~/phone2 --device ZPD2\n"
            "  zpd serve --modem /dev/ttyUSB0 --activate --on-card ~/bin/new-contact\n"
            "  zpd serve --modem /dev/ttyUSB0 --pin-file ~/.config/zpd-pin --set submission=120";
+}
+
+int run_serve(const context_t& context, serve_options_t& options) {
+    if (options.modem.tty.empty()) {
+        return fail_usage("the modem is missing: --modem TTY, or 'modem = TTY' in the configuration");
+    }
+    if (options.modem.pin_unchecked && options.modem.pin_file.empty()) {
+        return fail_usage("--pin-unchecked needs --pin-file");
+    }
+    options.home = std::filesystem::absolute(context.home);
+    options.device = context.device;
+    if (!options.on_card.empty()) {
+        options.on_card = std::filesystem::absolute(options.on_card);
+    }
+    return serve(options);
 }
 
 }  // namespace
@@ -43,20 +65,18 @@ std::string serve_help() {
 void add_serve_command(CLI::App& app, context_t& context) {
     auto* command = app.add_subcommand("serve", "Run the driver on a modem, its device open to the other commands");
     const auto options = std::make_shared<serve_options_t>();
-    add_modem_options(command, options->modem)->required();
+    command->configurable();
+    add_config_option(command);
+    add_modem_options(command, options->modem);
     add_home_option(command, context);
     add_device_option(command, context);
     command->add_option("--group", options->group, "let the members of this group use the device too")
         ->type_name("NAME");
-    auto* pin_file = command
-                         ->add_option("--pin-file", options->modem.pin_file,
-                                      "the SIM's PIN, in the first line of a file of your own")
-                         ->type_name("FILE")
-                         ->check(not_empty("the name of the PIN's file"));
-    command
-        ->add_flag("--pin-unchecked", options->modem.pin_unchecked,
-                   "enter it once also where the modem does not tell how many tries are left")
-        ->needs(pin_file);
+    command->add_option("--pin-file", options->modem.pin_file, "the SIM's PIN, in the first line of a file of your own")
+        ->type_name("FILE")
+        ->check(not_empty("the name of the PIN's file"));
+    command->add_flag("--pin-unchecked", options->modem.pin_unchecked,
+                      "enter the PIN once also where the modem does not tell how many tries are left");
     command
         ->add_option("--announcement", options->modem.announcement,
                      "how the modem tells new messages, the parameters of AT+CNMI (default: what suits it)")
@@ -79,14 +99,18 @@ void add_serve_command(CLI::App& app, context_t& context) {
         ->check(not_empty("the name of the program"));
     command->add_flag("--activate", options->activate, "store received cards from now on, as 'zpd activation on' does");
     command->footer(serve_help());
-    command->callback([&context, options] {
-        context.run = [&context, options] {
-            options->home = std::filesystem::absolute(context.home);
-            options->device = context.device;
-            if (!options->on_card.empty()) {
-                options->on_card = std::filesystem::absolute(options->on_card);
+    const auto print = std::make_shared<bool>(false);
+    command
+        ->add_flag("--print-config", *print,
+                   "print what holds, as a configuration file that says the same, with all options, and exit")
+        ->configurable(false);
+    command->callback([&context, command, options, print] {
+        context.run = [&context, command, options, print] {
+            if (*print) {
+                say_octets(configuration_of(*command));
+                return exit_done;
             }
-            return serve(*options);
+            return run_serve(context, *options);
         };
     });
 }

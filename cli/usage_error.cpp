@@ -63,18 +63,27 @@ std::string command_line_of(const CLI::App& app) {
     return app.get_name() + (given.empty() ? "" : " " + command_line_of(*given.front()));
 }
 
-std::string did_you_mean(const CLI::App& app, const std::string& word) {
-    const std::string name = word.substr(0, word.find('='));
+std::string did_you_mean(const std::vector<std::string>& known, const std::string& word) {
     std::string nearest;
     size_t least = std::numeric_limits<size_t>::max();
-    for (const std::string& known : name.starts_with('-') ? options_of(app) : commands_of(app)) {
+    for (const std::string& name : known) {
         size_t difference = 0;
-        if (is_near(name, known, difference) && difference < least) {
+        if (is_near(word, name, difference) && difference < least) {
             least = difference;
-            nearest = known;
+            nearest = name;
         }
     }
     return nearest.empty() ? nearest : fmt::format("; did you mean '{}'?", nearest);
+}
+
+std::string did_you_mean(const CLI::App& app, const std::string& word) {
+    const std::string name = word.substr(0, word.find('='));
+    return did_you_mean(name.starts_with('-') ? options_of(app) : commands_of(app), name);
+}
+
+std::string no_command(const CLI::App& app, const std::string& name) {
+    const std::string hint = did_you_mean(app, name);
+    return fmt::format("there is no command '{}'{} zpd --help", name, hint.empty() ? "; see" : hint + " See");
 }
 
 std::string usage_error(const CLI::App* app, const CLI::Error& error) {

@@ -7,9 +7,13 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <thread>
 
 namespace {
+
+/// What the user who runs the tests has configured is not theirs.
+const int no_configuration = setenv("XDG_CONFIG_HOME", "/nonexistent", 1);
 
 [[noreturn]] void become_zpd(const arguments_t& arguments, int output, int errors) {
     std::vector<char*> argv{const_cast<char*>(ZPD_BINARY)};
