@@ -14,13 +14,15 @@ namespace {
 constexpr std::array<const char*, 2> common_settings{"device", "home"};
 
 constexpr std::string_view form_of_files =
-    "A line is NAME = VALUE, where NAME is an option's without its dashes. What follows a # is a comment.\n"
-    "A value may stand in double quotes, with \\\" and \\\\ and \\n in them, or in single quotes, as it is. Without "
-    "quotes, "
-    "a # in it does not follow a space. An option that may come again takes a list: [VALUE, VALUE]. One that takes no "
-    "value is true or false.\n"
-    "A path begins with / or with ~/ for the user's home, or goes on from the folder of the file.\n"
-    "An option of the command line takes the place of the file's, with all its values.";
+    "Configuration of zpd. The user's file has device and home, for all commands, above its sections, and in the "
+    "sections [serve] and [send] options of these commands. A file of --config has options of its command, and no "
+    "sections.\n\n"
+    "A line is NAME = VALUE; the name is an option's without its dashes. What follows a # is a comment. A value may "
+    "stand in double quotes, with \\\" and \\\\ and \\n in them, or in single quotes, as it is. Without quotes, a # in "
+    "it does not follow a space. An option that may come again takes a list: [VALUE, VALUE]. One that takes no value "
+    "is true or false. A path begins with / or with ~/ for the user's home, or goes on from the folder of the file.\n\n"
+    "An option of the command line takes the place of the file's, with all its values. What is wrong in a file is told "
+    "with its line, and nothing is done. It must be the user's own or root's, and nobody else may write it.";
 
 std::filesystem::path resolved(const std::string& value, const std::filesystem::path& folder) {
     return (value.starts_with("~/") ? user_home() / value.substr(2) : folder / value).lexically_normal();
@@ -191,7 +193,7 @@ std::string commented(std::string_view text) {
             const size_t blank = text.rfind(' ', columns);
             length = blank == std::string_view::npos ? length : blank;
         }
-        lines += fmt::format("# {}\n", text.substr(0, length));
+        lines += length == 0 ? "#\n" : fmt::format("# {}\n", text.substr(0, length));
         text.remove_prefix(std::min(length + 1, text.size()));
     }
     return lines;

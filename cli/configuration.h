@@ -24,5 +24,5 @@ std::vector<const CLI::Option*> configurable_options(const CLI::App& command);
 /// What holds for the command, in the form of the file that it came from or can be put into.
 std::string configuration_of(const CLI::App& command);
 
-/// The form of the files in words, a paragraph a line.
+/// The form of the files in words, with an empty line between paragraphs.
 std::string_view configuration_form();
