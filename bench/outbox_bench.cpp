@@ -119,7 +119,7 @@ class phone_t {
 
     std::filesystem::path folder_ = new_folder();
     std::unique_ptr<network::network_t> network_;
-    outbox_t outbox_{[](const std::string&) {}};
+    outbox_t outbox_{[](base::priority_t, const std::string&) {}};
     inbox_t inbox_{folder_ / "home"};
     feeder_t feeder_{outbox_};
     news_t news_{outbox_, feeder_.in_flight(), inbox_};

@@ -1,8 +1,8 @@
 #include "base/text.h"
 #include "client/client.h"
+#include "client/replies.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "device/device_socket.h"
-#include "device/service_requests.h"
 
 namespace client {
 
@@ -14,20 +14,8 @@ using base::writer_t;
 constexpr uint8_t query = 0;
 constexpr uint8_t set = 1;
 
-/// The service itself answers a client that it does not serve with one of the first two.
-failure_t refused(uint32_t code) {
-    const obstacle_t obstacle = code == device::error_busy ? obstacle_t::busy
-                                : code == ZPD_ERROR_ACCESS ? obstacle_t::access
-                                                           : obstacle_t::request;
-    return {code, error_words(code), obstacle};
-}
-
 failure_t not_understood() {
     return {0, "the service's answer does not have the form of this request's"};
-}
-
-bool is_service_request(uint32_t code) {
-    return (code & device::service_request_mask) == device::service_request_type;
 }
 
 template <typename value_t>
@@ -61,14 +49,7 @@ answer_t<octets_t> client_t::call(uint32_t code, const writer_t& input) {
     if (!reply) {
         return reply.failure();
     }
-    if (!reply->result && !reply->output.empty() && is_service_request(code)) {
-        return failure_t{reply->last_error, std::string(reply->output.begin(), reply->output.end()),
-                         obstacle_t::request};
-    }
-    if (!reply->result) {
-        return refused(reply->last_error);
-    }
-    return std::move(reply->output);
+    return output_of(code, std::move(*reply));
 }
 
 answer_t<done_t> client_t::command(uint32_t code, const writer_t& input) {

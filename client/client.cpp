@@ -1,6 +1,7 @@
 #include "client/client.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -21,7 +22,10 @@ answer_t<client_t> client_t::connect(std::string_view device) {
 
 answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity) {
     // A service that refuses a client says why before it closes, whether our packet got there or not.
-    send_packet(encode(device::request_t{code, output_capacity, input}));
+    if (send_packet(encode(device::request_t{code, output_capacity, input})) == EMSGSIZE) {
+        return failure_t{device::error_malformed, fmt::format("a request of {} octets is too long", input.size()),
+                         obstacle_t::request};
+    }
     const auto packet = receive_packet();
     if (!packet) {
         return packet.failure();
@@ -33,12 +37,17 @@ answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t o
     return std::move(*reply);
 }
 
-bool client_t::send_packet(const octets_t& packet) const {
+bool client_t::has_ended() const {
+    pollfd state{socket_.get(), POLLIN | POLLRDHUP, 0};
+    return poll(&state, 1, 0) > 0;
+}
+
+int client_t::send_packet(const octets_t& packet) const {
     ssize_t sent = 0;
     do {
         sent = ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
     } while (sent < 0 && errno == EINTR);
-    return sent >= 0;
+    return sent < 0 ? errno : 0;
 }
 
 answer_t<octets_t> client_t::receive_packet() const {

@@ -58,6 +58,9 @@ class client_t {
     /// Opens a device by its name or its socket's path, see client/connection.h.
     static answer_t<client_t> connect(std::string_view device);
 
+    /// Between two requests: the service has closed the connection.
+    [[nodiscard]] bool has_ended() const;
+
     /// One raw request. A failure only when no usable reply came; a request that the driver refused is a reply.
     answer_t<reply_t> ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity);
 
@@ -101,7 +104,8 @@ class client_t {
   private:
     client_t(base::descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
 
-    bool send_packet(const octets_t& packet) const;
+    /// 0, or the errno.
+    [[nodiscard]] int send_packet(const octets_t& packet) const;
     answer_t<octets_t> receive_packet() const;
     /// The output of a request that must succeed.
     answer_t<octets_t> call(uint32_t code, const base::writer_t& input);

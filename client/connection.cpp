@@ -47,14 +47,14 @@ failure_t cannot_connect(const std::string& device, const std::string& path, int
 }
 
 /// `device` is how a failure names it.
-answer_t<connection_t> connect_to(const std::string& device, const std::string& path) {
+answer_t<connection_t> connect_to(const std::string& device, const std::string& path, bool waits) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
         return failure_t{0, fmt::format("{} is too long for a socket's path", path)};
     }
     std::memcpy(address.sun_path, path.data(), path.size());
-    base::descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    base::descriptor_t socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | (waits ? 0 : SOCK_NONBLOCK), 0));
     // A service that takes no connections holds up the connect, too, once its queue is full.
     const timeval limit{.tv_sec = answer_limit.count(), .tv_usec = 0};
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -103,17 +103,17 @@ answer_t<connection_t> trusted(answer_t<connection_t> connection, std::string_vi
 
 }  // namespace
 
-answer_t<connection_t> connect(std::string_view device, const std::filesystem::path& system_folder) {
+answer_t<connection_t> connect(std::string_view device, const std::filesystem::path& system_folder, bool waits) {
     if (device::is_path(device)) {
-        return connect_to(fmt::format("device {}", device), std::string(device));
+        return connect_to(fmt::format("device {}", device), std::string(device), waits);
     }
     const std::string own = device::user_folder() / device;
     const std::string of_system = system_folder / device;
-    auto connection = connect_to(fmt::format("device {} ({} or {})", device, own, of_system), own);
+    auto connection = connect_to(fmt::format("device {} ({} or {})", device, own, of_system), own, waits);
     if (connection || connection.failure().obstacle != obstacle_t::no_service) {
         return trusted(std::move(connection), device, geteuid());
     }
-    auto system_connection = connect_to(fmt::format("device {} ({})", device, of_system), of_system);
+    auto system_connection = connect_to(fmt::format("device {} ({})", device, of_system), of_system, waits);
     if (!system_connection && system_connection.failure().obstacle == obstacle_t::no_service) {
         return connection.failure();
     }

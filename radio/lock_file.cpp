@@ -1,6 +1,7 @@
 #include "radio/lock_file.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -103,7 +104,7 @@ std::string name_of(pid_t pid) {
     return fmt::format("process {} ({})", pid, name.empty() ? "name unknown" : shown(name));
 }
 
-// Makes the lock file in one step, with its content in place.
+// Makes the lock file in one step, with its content in place, for programs of all users to read, whatever the umask.
 bool write(const std::filesystem::path& path) {
     const std::string temporary = fmt::format("{}.{}", path.string(), getpid());
     {
@@ -113,6 +114,7 @@ bool write(const std::filesystem::path& path) {
             return false;
         }
     }
+    chmod(temporary.c_str(), 0644);
     const bool made = link(temporary.c_str(), path.c_str()) == 0;
     const int error = errno;
     unlink(temporary.c_str());

@@ -54,6 +54,7 @@ class modem_t {
     void query_system_type(session_pointer_t session, HRESULT request);
     [[nodiscard]] card_counts_t card_counts() { return mailbox_.card_counts(); }
     [[nodiscard]] modem_state_t state() const { return board_.state(); }
+    [[nodiscard]] uint64_t busy_since() const { return link_.busy_since(); }
 
   private:
     void run();

@@ -240,7 +240,10 @@ void modem_link_t::pump(uint64_t until) {
         descriptors[1].events |= POLLOUT;
     }
     const base::timed_wait_t timed(until);
-    if (poll(descriptors, 2, poll_time(until)) <= 0) {
+    busy_since_.store(0, std::memory_order_relaxed);
+    const int ready = poll(descriptors, 2, poll_time(until));
+    busy_since_.store(base::tick64(), std::memory_order_relaxed);
+    if (ready <= 0) {
         return;
     }
     if (descriptors[0].revents != 0) {

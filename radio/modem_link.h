@@ -65,6 +65,8 @@ class modem_link_t {
     [[nodiscard]] bool is_open() const { return tty_.descriptor() >= 0; }
 
     void wake();
+    /// Since when, on tick64, the modem's thread is away from its wait; 0 while it waits.
+    [[nodiscard]] uint64_t busy_since() const { return busy_since_; }
     /// Whatever runs or begins from now on has `limit_t::end` altogether; a set-up ends at once.
     void begin_ending();
     [[nodiscard]] bool ending() const { return ending_at_ != never; }
@@ -105,7 +107,8 @@ class modem_link_t {
     bool fell_silent_ = false;
     std::atomic<bool> lost_ = true;
     std::atomic<uint64_t> ending_at_ = never;
-    base::clock_watch_t clock_watch_;  // last: it wakes, until it is gone
+    std::atomic<uint64_t> busy_since_ = 0;  // on tick64; 0 while it waits
+    base::clock_watch_t clock_watch_;       // last: it wakes, until it is gone
 };
 
 /// "no modem answers on …", of wake_modem that was false.

@@ -79,5 +79,8 @@ class modem_board_t {
 
 /// Of the modem that is attached (attach_modem.h); none without one. From any thread, and never waits.
 std::optional<modem_state_t> modem_state();
+/// Since when, on base::tick64, its thread is away from its wait, doing something; 0 while it waits, or without one.
+/// From any thread.
+uint64_t modem_busy_since();
 
 }  // namespace radio

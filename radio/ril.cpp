@@ -127,6 +127,11 @@ std::optional<modem_state_t> modem_state() {
     return state().modem ? std::optional(state().modem->state()) : std::nullopt;
 }
 
+uint64_t modem_busy_since() {
+    const std::lock_guard lock(state().mutex);
+    return state().modem ? state().modem->busy_since() : 0;
+}
+
 }  // namespace radio
 
 // One session at a time: a new one takes the place of one that was never ended.

@@ -1,7 +1,6 @@
 #include "radio/warning.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -9,7 +8,7 @@
 #include <mutex>
 
 #include "base/clock.h"
-#include "base/terminal.h"
+#include "base/told_line.h"
 
 namespace radio {
 
@@ -40,8 +39,7 @@ std::string_view kind_of(std::string_view text) {
 }
 
 void write(std::string_view text) {
-    const std::string line = base::time_on_terminal(STDERR_FILENO) + "zpd radio: " + shown(text) + '\n';
-    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+    base::tell_line(stderr, base::priority_t::warning, "zpd radio: " + shown(text));
 }
 
 /// "5,866"

@@ -12,8 +12,7 @@
 #include <thread>
 
 #include "base/end_signals.h"
-#include "base/safe_text.h"
-#include "base/terminal.h"
+#include "base/told_line.h"
 #include "device/service_requests.h"
 #include "platform/linux/appended_file.h"
 #include "platform/linux/home.h"
@@ -27,6 +26,7 @@
 #include "service/inbox.h"
 #include "service/inbox_requests.h"
 #include "service/instance_lock.h"
+#include "service/life_signs.h"
 #include "service/listener.h"
 #include "service/loaded_driver.h"
 #include "service/news.h"
@@ -35,6 +35,7 @@
 #include "service/outbox_requests.h"
 #include "service/phone_home.h"
 #include "service/replies.h"
+#include "service/service_manager.h"
 #include "service/service_status.h"
 
 namespace {
@@ -66,7 +67,7 @@ std::string attach(const radio::modem_options_t& modem, const base::end_signals_
 }
 
 int fail(const std::string& error) {
-    std::fputs(fmt::format("zpd serve: {}\n", base::escaped(error)).c_str(), stderr);
+    base::tell_line(stderr, base::priority_t::error, "zpd serve: " + error);
     return 1;
 }
 
@@ -76,25 +77,29 @@ std::string pin_problem(const radio::modem_options_t& modem) {
 }
 
 /// A line for who runs the service.
-void tell(const std::string& text) {
-    std::fputs((base::time_on_terminal(STDOUT_FILENO) + base::escaped(text) + '\n').c_str(), stdout);
-    std::fflush(stdout);
+void tell(base::priority_t priority, const std::string& text) {
+    base::tell_line(stdout, priority, text);
 }
 
 void warn_when_inactive(const loaded_driver_t& driver) {
     if (driver.is_active() == false) {
-        std::fputs("zpd serve: activation is off, received cards are dropped; zpd activation on\n", stderr);
+        base::tell_line(stderr, base::priority_t::warning,
+                        "zpd serve: activation is off, received cards are dropped; zpd activation on");
     }
 }
 
 /// What is there before the modem, and until it is gone.
 struct post_t {
-    outbox_t outbox{tell};
+    life_signs_t signs;
+    outbox_t outbox{[this](base::priority_t priority, const std::string& text) {
+        tell(priority, text);
+        signs.wake();
+    }};
     inbox_t inbox;
     feeder_t feeder{outbox};
     news_t news{outbox, feeder.in_flight(), inbox};
 
-    explicit post_t(const std::filesystem::path& home) : inbox(home) {}
+    post_t(const std::filesystem::path& home, const service_manager_t& manager) : signs(manager), inbox(home) {}
 };
 
 /// The driver is asked and fed until the end of the scope. What is with the radio by then goes out or fails before the
@@ -121,7 +126,8 @@ class driven_post_t {
 void tell_what_is_left(outbox_t& outbox) {
     const outbox_t::counts_t counts = outbox.counts();
     if (const int64_t left = counts.waiting + counts.sending; left != 0) {
-        tell(left == 1 ? "1 card waits in the outbox and is sent at the next start"
+        tell(base::priority_t::info,
+             left == 1 ? "1 card waits in the outbox and is sent at the next start"
                        : fmt::format("{} cards wait in the outbox and are sent at the next start", left));
     }
 }
@@ -141,8 +147,11 @@ void answer_clients(const serve_options_t& options, const listener_t& listener, 
         return outbox_requests.answer(request);
     };
     device_server_t server(listener, driver.device(), answer);
-    tell(fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native()));
+    tell(base::priority_t::info,
+         fmt::format("ready: device {} on {}, home {}", options.device, options.modem.tty, options.home.native()));
+    post.signs.begin([&] { return service_line(driver, post.outbox); });
     server.serve(signals.descriptor());
+    post.signs.end();
     post.outbox.end_waits();
     server.close();
 }
@@ -201,6 +210,7 @@ std::string check_announcement(const std::string& text) {
 
 int serve(const serve_options_t& options) {
     umask(0077);  // what a phone receives is its user's alone
+    const service_manager_t manager;
     const base::end_signals_t signals;
     instance_lock_t home_lock;
     if (const std::string error = take_home(options.home, home_lock); !error.empty()) {
@@ -213,14 +223,14 @@ int serve(const serve_options_t& options) {
     if (const std::string error = listener.open(options.device, options.group); !error.empty()) {
         return fail(error);
     }
-    post_t post(platform::home());
+    post_t post(platform::home(), manager);
     if (const std::string error = post.outbox.open(platform::home()); !error.empty()) {
         return fail(error);
     }
     std::optional<on_card_t> on_card;
     if (!options.on_card.empty()) {
         on_card.emplace(post.inbox, options.on_card, platform::home(), [&](const std::string& text) {
-            post.outbox.note({"service", text});
+            post.outbox.note({"service", text, nlohmann::ordered_json::object(), base::priority_t::warning});
         });
         if (const std::string error = on_card->start(); !error.empty()) {
             return fail(error);
@@ -230,6 +240,7 @@ int serve(const serve_options_t& options) {
     radio::modem_options_t modem_options = options.modem;
     modem_options.observer = &post.news;
     const attached_modem_t modem;
+    manager.tell("STATUS=looks for the modem on " + options.modem.tty);
     const std::string error = attach(modem_options, signals);
     if (signals.wait(0)) {
         return 0;

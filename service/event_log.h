@@ -7,11 +7,13 @@
 #include <string>
 
 #include "base/sqlite_file.h"
+#include "base/told_line.h"
 
 struct event_t {
     std::string kind;
     std::string text;                                                 // a line for a person
     nlohmann::ordered_json about = nlohmann::ordered_json::object();  // members beside those, such as "message"
+    base::priority_t priority = base::priority_t::info;
 };
 
 class event_log_t {

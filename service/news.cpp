@@ -115,7 +115,7 @@ void news_t::tell_cards() {
 
 void news_t::dropped(const std::string& sender) {
     const std::string text = fmt::format("dropped a card from {}: {}", sender, why_dropped());
-    outbox_.note({"dropped", text, {{"sender", sender}}});
+    outbox_.note({"dropped", text, {{"sender", sender}}, base::priority_t::warning});
 }
 
 // The driver returns no reason; its settings hold it, unless they were changed just now.
@@ -138,6 +138,8 @@ void news_t::modem_changed(const modem_state_t& state) {
         last_ = state;
     }
     if (!text.empty()) {
-        outbox_.note({"modem", text, {{"modem", modem_json(state)}}});
+        const bool well = has_network(state);
+        outbox_.note(
+            {"modem", text, {{"modem", modem_json(state)}}, well ? base::priority_t::info : base::priority_t::warning});
     }
 }

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 
 #include "base/clock.h"
 #include "device/service_requests.h"
 #include "radio/limits.h"
 #include "service/outbox_json.h"
 
+using base::priority_t;
 using base::unix_time;
 using base::sqlite::execution_t;
 using nlohmann::ordered_json;
@@ -25,9 +25,9 @@ problem_t not_written(base::sqlite::file_t& file) {
 
 }  // namespace
 
-outbox_t::outbox_t(std::function<void(const std::string&)> told)
+outbox_t::outbox_t(told_t told)
     : told_(std::move(told)), file_({"the outbox", "cards stay where they are"}, [](const std::string& text) {
-          std::fputs(("zpd serve: " + text + "\n").c_str(), stderr);
+          base::tell_line(stderr, priority_t::error, "zpd serve: " + text);
       }) {}
 
 std::string outbox_t::open(const std::filesystem::path& home) {
@@ -78,7 +78,7 @@ bool outbox_t::transaction(const std::function<bool()>& steps, bool at_once) {
     const size_t lines = lines_.size();
     const bool done = at_once ? file_.transaction(steps) : file_.soon(steps);
     if (!done) {
-        lines_.resize(lines);
+        lines_.erase(lines_.begin() + static_cast<std::ptrdiff_t>(lines), lines_.end());
         static_cast<void>(log_.load());
         again_ = unix_time() + signed_value_of(limit_t::outbox_again);
     }
@@ -266,7 +266,7 @@ void outbox_t::note(const std::optional<event_t>& event, const std::function<boo
     {
         const std::lock_guard lock(mutex_);
         if (event) {
-            lines_.push_back(event->text);
+            lines_.emplace_back(event->priority, event->text);
         }
         static_cast<void>(transaction([&] { return (!event || log_.append(*event, unix_time())) && also(); }, false));
         changed_.notify_all();
@@ -283,7 +283,8 @@ std::optional<uint64_t> outbox_t::last_card() {
 bool outbox_t::tell(const outbox_message_t& message, const char* kind, int64_t now) {
     const std::string text = event_text(message, kind);
     if (message.state != outbox_state_t::waiting) {
-        lines_.push_back(text);
+        const bool unsent = message.state == outbox_state_t::set_aside;
+        lines_.emplace_back(unsent ? priority_t::warning : priority_t::info, text);
     }
     return log_.append({kind, text, {{"message", message_json(message)}}}, now);
 }
@@ -352,12 +353,12 @@ void outbox_t::changed(int64_t id) {
 }
 
 void outbox_t::publish() {
-    std::vector<std::string> lines;
+    std::vector<std::pair<priority_t, std::string>> lines;
     {
         const std::lock_guard lock(mutex_);
         lines.swap(lines_);
     }
-    for (const std::string& line : lines) {
-        told_(line);
+    for (const auto& [priority, line] : lines) {
+        told_(priority, line);
     }
 }

@@ -56,7 +56,8 @@ class outbox_t {
     };
 
     /// `told` gets each event's line that is meant for who runs the service.
-    explicit outbox_t(std::function<void(const std::string&)> told);
+    using told_t = std::function<void(base::priority_t, const std::string&)>;
+    explicit outbox_t(told_t told);
 
     /// Once, before all else. What was with the driver when the last service ended waits again. Returns an empty text,
     /// or what failed and why.
@@ -134,7 +135,7 @@ class outbox_t {
     /// Of the file. `at_once`: it is on the disk when this returns.
     bool transaction(const std::function<bool()>& steps, bool at_once);
 
-    const std::function<void(const std::string&)> told_;
+    const told_t told_;
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     base::sqlite::file_t file_;
@@ -143,8 +144,8 @@ class outbox_t {
     std::map<int64_t, progress_t> progress_;  // of those that are being sent
     std::map<std::string, int64_t> alone_;    // numbers with a card that is tried for the others, and its id
     std::set<std::string> proven_;            // numbers that took a datagram since
-    std::vector<std::string> lines_;          // to be told when the lock is free
-    int64_t again_ = 0;                       // when to look again: something could not be written
+    std::vector<std::pair<base::priority_t, std::string>> lines_;  // to be told when the lock is free
+    int64_t again_ = 0;                                            // when to look again: something could not be written
     uint64_t last_version_ = 1;
     bool ending_ = false;
 };

@@ -79,7 +79,8 @@ std::string names_of(const CLI::Option& option) {
     for (const std::string& name : option.get_lnames()) {
         names.push_back(roff_bold("--" + name));
     }
-    return fmt::format("{} {}", fmt::join(names, ", "), roff_italic(value_of(option)));
+    const std::string value = roff_italic(value_of(option));
+    return fmt::format("{}{}{}", fmt::join(names, ", "), value.empty() ? "" : " ", value);
 }
 
 std::string listed(const std::string& words, const std::set<CLI::Option*>& options) {
@@ -97,19 +98,24 @@ std::string meaning_of(const CLI::Option& option) {
            listed("Not with", option.get_excludes()) + listed("Only with", option.get_needs());
 }
 
-/// An option that a command has in common with the one above it is named there.
-bool is_above(const CLI::App& command, const CLI::Option& option) {
+/// The command above one that is not the program; null when there is none.
+const CLI::App* group_of(const CLI::App& command) {
     const CLI::App* above = above_of(command);
-    const CLI::Option* same = above == nullptr || above_of(*above) == nullptr
-                                  ? nullptr
-                                  : above->get_option_no_throw("--" + option.get_single_name());
+    return above == nullptr || above_of(*above) == nullptr ? nullptr : above;
+}
+
+/// An option that a command has in common with the one above it is told there.
+bool is_above(const CLI::App& command, const CLI::Option& option) {
+    const CLI::App* group = group_of(command);
+    const CLI::Option* same = group == nullptr ? nullptr : group->get_option_no_throw("--" + option.get_single_name());
     return same != nullptr && same->get_description() == option.get_description();
 }
 
 void add_options(manual_page_t& page, const CLI::App& command, bool positional) {
     std::vector<std::string> also;
     for (const CLI::Option* option : command.get_options()) {
-        if (option->get_lnames().empty() != positional || option->get_group().empty()) {
+        const bool is_told = option == command.get_help_ptr() && group_of(command) != nullptr;
+        if (option->get_lnames().empty() != positional || option->get_group().empty() || is_told) {
             continue;
         }
         if (is_above(command, *option)) {

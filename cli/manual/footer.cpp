@@ -38,7 +38,7 @@ std::vector<footer_t::row_t> rows_of(const std::vector<std::string>& lines) {
         const std::string_view name = take(rest, indent);
         rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
         if (name.empty() && !rows.empty()) {
-            rows.back().meaning += " " + std::string(rest);
+            rows.back().meaning += (rows.back().meaning.empty() ? "" : " ") + std::string(rest);
         } else {
             rows.push_back({std::string(name), std::string(rest)});
         }

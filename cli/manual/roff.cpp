@@ -95,7 +95,7 @@ manual_page_t::manual_page_t(std::string_view title, int number, const std::vect
     std::string upper(title);
     std::ranges::transform(upper, upper.begin(),
                            [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
-    text_ = fmt::format(".TH {} {} \"\" \"zpd {}\" ZPD\n", roff_plain(upper), number, ZPD_PROGRAM_VERSION);
+    text_ = fmt::format(".TH {} {} \"\" \"zpd {}\" ZPD\n.nh\n", roff_plain(upper), number, ZPD_PROGRAM_VERSION);
     section("NAME");
     std::vector<std::string> plain;
     std::ranges::transform(names, std::back_inserter(plain), [](const std::string& name) { return roff_plain(name); });
@@ -106,12 +106,18 @@ void manual_page_t::section(std::string_view name) {
     text_ += fmt::format(".SH {}\n", name);
 }
 
+void manual_page_t::part() {
+    const std::string_view last = std::string_view(text_).substr(text_.rfind('\n', text_.size() - 2) + 1);
+    text_ += last.starts_with(".S") ? "" : ".PP\n";
+}
+
 void manual_page_t::subsection(const std::string& roff) {
     text_ += fmt::format(".SS {}\n", roff);
 }
 
 void manual_page_t::paragraph(std::string_view text) {
-    text_ += ".PP\n" + roff_prose(text) + "\n";
+    part();
+    text_ += roff_prose(text) + "\n";
 }
 
 void manual_page_t::line(const std::string& roff) {
@@ -123,7 +129,8 @@ void manual_page_t::item(const std::string& roff, std::string_view text) {
 }
 
 void manual_page_t::literal(const std::vector<std::string>& lines) {
-    text_ += ".PP\n.RS 2\n.EX\n";
+    part();
+    text_ += ".RS 2\n.EX\n";
     for (const std::string& one : lines) {
         text_ += roff_plain(one) + "\n";
     }

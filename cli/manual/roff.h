@@ -30,5 +30,8 @@ class manual_page_t {
     const std::string& text() const { return text_; }
 
   private:
+    /// Parts what follows from what stands there, unless a heading does.
+    void part();
+
     std::string text_;
 };

@@ -1,12 +1,12 @@
 #include "platform/linux/registry_database.h"
 
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
 #include "base/clock.h"
-#include "base/safe_text.h"
+#include "base/sqlite_file.h"
 #include "base/text.h"
+#include "base/told_line.h"
 
 namespace platform {
 namespace {
@@ -16,6 +16,9 @@ using base::sqlite::execution_t;
 constexpr int opening_timeout_ms = 5000;
 // Another process writes. The driver waits under its lock, with all its clients: not for one that hangs.
 constexpr int busy_timeout_ms = 100;
+
+// Of the tables. A file of version 0 is new, or from before versions were counted, with the same tables.
+constexpr int64_t version = 1;
 
 constexpr const char* schema = R"(
     PRAGMA journal_mode = WAL;
@@ -29,6 +32,7 @@ constexpr const char* schema = R"(
         UNIQUE (key, name));
     CREATE UNIQUE INDEX IF NOT EXISTS registry_keys ON registry (key) WHERE name IS NULL;
 )";
+constexpr const char* count_version = "PRAGMA user_version = 1;";
 
 LONG error_of(int result) {
     switch (result & 0xFF) {
@@ -55,12 +59,13 @@ LONG error_of(int result) {
 
 /// The busy timeout does not cover the switch to the write-ahead log: of processes that make one file at once, all but
 /// the first would fail.
-int make_tables(sqlite3* handle) {
+int make_tables(sqlite3* handle, int64_t found_version) {
     const uint64_t until = base::tick64() + opening_timeout_ms;
-    int result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
+    const std::string statements = std::string(schema) + (found_version < version ? count_version : "");
+    int result = sqlite3_exec(handle, statements.c_str(), nullptr, nullptr, nullptr);
     while ((result & 0xFF) == SQLITE_BUSY && base::tick64() < until) {
         sqlite3_sleep(1);
-        result = sqlite3_exec(handle, schema, nullptr, nullptr, nullptr);
+        result = sqlite3_exec(handle, statements.c_str(), nullptr, nullptr, nullptr);
     }
     return result;
 }
@@ -126,7 +131,7 @@ LONG registry_database_t::open(const std::filesystem::path& file, std::shared_pt
     const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
     opened->connection.reset(handle);
     std::string problem;
-    LONG error = result == SQLITE_OK ? opened->prepare() : error_of(result);
+    LONG error = result == SQLITE_OK ? opened->prepare(problem) : error_of(result);
     if (error == ERROR_SUCCESS) {
         error = opened->check(problem);
     }
@@ -162,17 +167,22 @@ LONG registry_database_t::check(std::string& reason) const {
 // Right after the call that failed, under the same lock.
 LONG registry_database_t::told(LONG error, const std::string& what) const {
     if (error != ERROR_SUCCESS) {
-        const std::string text = what + " cannot be written to the registry " + path.native() + ": " +
-                                 base::sqlite::failure_of(connection.get());
-        std::fputs(("zpd: " + base::escaped(text) + '\n').c_str(), stderr);
+        base::tell_line(stderr, base::priority_t::error,
+                        "zpd: " + what + " cannot be written to the registry " + path.native() + ": " +
+                            base::sqlite::failure_of(connection.get()));
     }
     return error;
 }
 
-LONG registry_database_t::prepare() {
+LONG registry_database_t::prepare(std::string& reason) {
     sqlite3* const handle = connection.get();
     sqlite3_busy_timeout(handle, opening_timeout_ms);
-    if (const int result = make_tables(handle); result != SQLITE_OK) {
+    const int64_t found_version = base::sqlite::number(handle, "PRAGMA user_version").value_or(0);
+    if (found_version > version) {
+        reason = "it is of a newer version of this program";
+        return ERROR_INVALID_DATA;
+    }
+    if (const int result = make_tables(handle, found_version); result != SQLITE_OK) {
         return error_of(result);
     }
     const std::pair<base::sqlite::statement_t*, const char*> texts[] = {

@@ -55,7 +55,7 @@ class registry_database_t {
     void checkpoint();
 
   private:
-    LONG prepare();
+    LONG prepare(std::string& reason);
     LONG check(std::string& reason) const;
     LONG told(LONG error, const std::string& what) const;
     LONG look_up(std::string& key);

@@ -1,10 +1,15 @@
 #include "base/text.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 #include "base/hex.h"
 #include "base/octets.h"
 #include "base/safe_text.h"
+#include "base/told_line.h"
 
 using namespace std::string_literals;
 
@@ -85,4 +90,22 @@ TEST(octets, are_read_within_their_buffer) {
     EXPECT_TRUE(reader.at_end()) << "nothing is left after a failed read";
     EXPECT_FALSE(reader.octet());
     EXPECT_EQ(writer_t().string16(u"\u00EB").octets(), (octets_t{2, 0, 0, 0, 0xEB, 0}));
+}
+
+TEST(told_line, bears_its_priority_in_the_journal_alone) {
+    std::FILE* const file = std::tmpfile();
+    struct stat status {};
+    fstat(fileno(file), &status);
+    const std::string itself = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+    for (const std::string& journal : {itself, itself + "0"}) {
+        setenv("JOURNAL_STREAM", journal.c_str(), 1);
+        base::tell_line(file, base::priority_t::warning, "modem lost\x1B");
+    }
+    unsetenv("JOURNAL_STREAM");
+    base::tell_line(file, base::priority_t::error, "disk full");
+    std::rewind(file);
+    std::string text(100, 0);
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    std::fclose(file);
+    EXPECT_EQ(text, "<4>modem lost\\x1B\nmodem lost\\x1B\ndisk full\n");
 }

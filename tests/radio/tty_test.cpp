@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -94,6 +95,14 @@ TEST_F(tty, a_lock_file_counts_as_long_as_its_process_lives) {
             EXPECT_FALSE(std::filesystem::exists(lock_file));
         }
     }
+}
+
+TEST_F(tty, its_lock_file_can_be_read_by_everybody) {
+    const mode_t before = umask(0077);
+    radio::tty_t taken;
+    EXPECT_EQ(taken.open(path), "");
+    EXPECT_EQ(std::filesystem::status(lock_file).permissions(), std::filesystem::perms(0644));
+    umask(before);
 }
 
 TEST_F(tty, a_lock_file_that_is_being_written_is_waited_for_and_not_removed) {

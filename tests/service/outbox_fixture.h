@@ -33,7 +33,7 @@ class outbox_home_t {
     /// As after the end of a service, however it ended.
     void reopen() {
         box_.reset();
-        box_.emplace([this](const std::string& line) { told.push_back(line); });
+        box_.emplace([this](base::priority_t /*priority*/, const std::string& line) { told.push_back(line); });
         EXPECT_EQ(box_->open(folder_), "");
     }
     outbox_t& operator*() { return *box_; }
