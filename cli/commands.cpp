@@ -80,4 +80,5 @@ void add_commands(CLI::App& app, context_t& context) {
     add_ioctl_command(app, context);
     add_version_command(app, context);
     add_help_command(app, context);
+    add_complete_command(app, context);
 }

@@ -1,5 +1,7 @@
 #include "cli/configuration.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -28,11 +30,16 @@ std::filesystem::path resolved(const std::string& value, const std::filesystem::
     return (value.starts_with("~/") ? user_home() / value.substr(2) : folder / value).lexically_normal();
 }
 
+/// Of a device.
+bool is_path(const std::string& device) {
+    return device.find_first_of("/.") != std::string::npos;
+}
+
 /// By what stands for the value in the help.
 bool names_file(const CLI::Option& option, const std::string& value) {
     const std::string type = option.get_type_name();
     return type == "FILE" || type == "DIR" || type == "TTY" || type == "PROGRAM" ||
-           (type == "NAME|PATH" && value.find_first_of("/.") != std::string::npos);
+           (type == "NAME|PATH" && is_path(value));
 }
 
 bool is_flag(const CLI::Option& option) {
@@ -238,6 +245,9 @@ void add_config_option(CLI::App* command) {
 
 void configure(CLI::App& app, context_t& context) {
     CLI::App& command = chosen_command(app);
+    if (command.get_group().empty()) {  // what shells run
+        return;
+    }
     const CLI::Option* named = command.get_option_no_throw("--config");
     const bool is_named = named != nullptr && named->count() > 0;
     const std::filesystem::path file = is_named ? std::filesystem::path(named->results().front()) : default_config();
@@ -247,6 +257,20 @@ void configure(CLI::App& app, context_t& context) {
         take_named_file(std::move(settings));
     } else if (std::filesystem::exists(file, failed) || failed) {
         take_user_file(app, command, std::move(settings), context);
+    }
+}
+
+void configure_common(context_t& context) {
+    std::vector<setting_t> settings;
+    const std::filesystem::path file = default_config();
+    const bool is_right = read_config_file(file, &settings).empty();
+    for (const setting_t& setting : is_right ? settings : std::vector<setting_t>()) {
+        const std::string& value = setting.values.empty() ? std::string() : setting.values.front();
+        if (setting.section.empty() && setting.name == "device") {
+            context.device = is_path(value) ? resolved(value, file.parent_path()).native() : value;
+        } else if (setting.section.empty() && setting.name == "home") {
+            context.home = resolved(value, file.parent_path());
+        }
     }
 }
 

@@ -18,6 +18,9 @@ void add_config_option(CLI::App* command);
 /// have sections for the commands that are configurable(). Of those of other commands only the names are looked at.
 void configure(CLI::App& app, context_t& context);
 
+/// The user's device and home, for a command that says nothing of a file in which something is wrong.
+void configure_common(context_t& context);
+
 /// Those that a file may set.
 std::vector<const CLI::Option*> configurable_options(const CLI::App& command);
 
