@@ -29,8 +29,8 @@ inline constexpr uint32_t outbox_list = 0x5A500003;
 inline constexpr uint32_t outbox_watch = 0x5A500004;
 /// Gives a message up. Input u64 id; output JSON, the message. One that is over already is left as it is.
 inline constexpr uint32_t outbox_cancel = 0x5A500005;
-/// Has a message that was set aside or cancelled sent after all. Input u64 id, u64 when it expires (0 for never);
-/// output JSON, the message.
+/// Has a message that was set aside sent after all, and one that waits for its number tried at once. Input u64 id, u64
+/// when it expires (0 for never); output JSON, the message.
 inline constexpr uint32_t outbox_retry = 0x5A500006;
 
 /// What has happened, the oldest first. Input u64 after (the id of the last one that is known), u64 since (a time), u32

@@ -22,7 +22,6 @@ namespace {
 using client::answer_t;
 using client::done_t;
 using client::failure_t;
-using client::obstacle_t;
 using std::chrono::milliseconds;
 
 constexpr milliseconds between_tries{1000};

@@ -40,7 +40,7 @@ zpd_options_t known_options(const zpd_options_t* options) {
 
 /// As the service takes it.
 uint64_t expiry_of(uint64_t expires) {
-    constexpr uint64_t two_days = 2 * 24 * 60 * 60;
+    constexpr uint64_t two_days = uint64_t{2} * 24 * 60 * 60;  // as zpd send
     return expires == ZPD_NEVER ? 0 : expires != 0 ? expires : static_cast<uint64_t>(std::time(nullptr)) + two_days;
 }
 
@@ -133,8 +133,9 @@ class watch_t {
 
 answer_t<std::unique_ptr<zpd_messages>> list_outbox(client_t& device, bool all) {
     auto messages = std::make_unique<zpd_messages>();
+    uint64_t after = 0;
     for (bool more = true; more;) {
-        const auto text = device.outbox_list(messages->items.empty() ? 0 : messages->items.back().id, all);
+        const auto text = device.outbox_list(after, all);
         if (!text) {
             return text.failure();
         }
@@ -142,11 +143,12 @@ answer_t<std::unique_ptr<zpd_messages>> list_outbox(client_t& device, bool all) 
         if (!list) {
             return list.failure();
         }
-        const size_t before = messages->items.size();
+        const uint64_t before = after;
         for (const library::json_t& one : library::list_at(*list, "messages")) {
             messages->items.push_back(library::message_of(one));
+            after = std::max(after, messages->items.back().id);
         }
-        more = list->value("more", library::json_t()) == true && messages->items.size() > before;
+        more = list->value("more", library::json_t()) == true && after > before;
     }
     return messages;
 }

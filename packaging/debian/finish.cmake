@@ -1,5 +1,11 @@
 # What a Debian package has that an installation has not: run by cpack over the files of all packages before it makes them.
-# The same commit gives the same octets: times are SOURCE_DATE_EPOCH's, modes those of no umask.
+# The same commit gives the same octets: times are SOURCE_DATE_EPOCH's, if it is not set those of the commit, and modes those
+# of no umask.
+if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
+    execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${CPACK_ZPD_SOURCE}
+        OUTPUT_VARIABLE seconds OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    set(ENV{SOURCE_DATE_EPOCH} ${seconds})
+endif()
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(packaging ${CPACK_ZPD_SOURCE}/packaging)
 

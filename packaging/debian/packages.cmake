@@ -1,6 +1,6 @@
 # The Debian packages, one a component: see scripts/packages.
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "ZPD developers <zpd@localhost>")
+set(CPACK_PACKAGE_CONTACT "ZPD developers <zpd@example.org>")
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -35,11 +35,12 @@ if(TARGET zpd_client)
     set(CPACK_DEBIAN_LIBZPD-CLIENT1_PACKAGE_NAME libzpd-client1)
     set(CPACK_DEBIAN_LIBZPD-CLIENT1_PACKAGE_SECTION libs)
     set(CPACK_DEBIAN_LIBZPD-CLIENT1_DESCRIPTION "contact cards by SMS, the library of programs that use the service
-Programs hand in vCards with this library, follow them until they are sent, hear
-of what happens, and read the cards that came. The service that has the modem is
-in the package zpd.")
-    set(CPACK_DEBIAN_LIBZPD-CLIENT1_PACKAGE_GENERATE_SHLIBS ON)
+With this library programs hand in vCards, follow them until they are sent,
+hear of what happens, and read the cards that came. The service that has the
+modem is in the package zpd.")
+    set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
     set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+    set(CPACK_DEBIAN_LIBZPD-CLIENT1_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 
     set(CPACK_DEBIAN_LIBZPD-CLIENT-DEV_PACKAGE_NAME libzpd-client-dev)
     set(CPACK_DEBIAN_LIBZPD-CLIENT-DEV_PACKAGE_SECTION libdevel)

@@ -3,66 +3,19 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <vector>
 
-#include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "tests/driver/home.h"
 #include "tests/driver/octets.h"
 #include "tests/driver/scripted_radio.h"
 #include "tests/incoming.h"
+#include "tests/windows/zpd_dll.h"
 
 namespace {
-
-bool is_loaded() {
-    return GetModuleHandleW(L"zpd.dll") != nullptr;
-}
-
-template <class object_t>
-object_t* exported(HMODULE module, const char* name) {
-    const FARPROC found = GetProcAddress(module, name);
-    EXPECT_NE(found, nullptr) << name;
-    return reinterpret_cast<object_t*>(reinterpret_cast<void*>(found));
-}
-
-/// The library, and what it exports.
-struct zpd_t {
-    std::string request(DWORD code, std::string input = {}) const {
-        std::string output(256, '\0');
-        DWORD returned = 0;
-        EXPECT_TRUE(iocontrol(1, code, reinterpret_cast<BYTE*>(input.data()), static_cast<DWORD>(input.size()),
-                              reinterpret_cast<BYTE*>(output.data()), static_cast<DWORD>(output.size()), &returned))
-            << "code " << code << ", error " << GetLastError();
-        return output.substr(0, returned);
-    }
-    /// The thread that asked the radio for the network's type.
-    HANDLE sender() const {
-        const auto* id = exported<DWORD>(GetModuleHandleW(L"ril.dll"), "asking_thread");
-        return OpenThread(THREAD_SUSPEND_RESUME | SYNCHRONIZE, FALSE, *id);
-    }
-    void unload() const {
-        EXPECT_TRUE(deinit(1));
-        EXPECT_TRUE(FreeLibrary(module));
-    }
-
-    const HMODULE module = LoadLibraryW(L"zpd.dll");
-    decltype(&ZPD_Init) init = exported<decltype(ZPD_Init)>(module, "ZPD_Init");
-    decltype(&ZPD_Deinit) deinit = exported<decltype(ZPD_Deinit)>(module, "ZPD_Deinit");
-    decltype(&ZPD_Open) open = exported<decltype(ZPD_Open)>(module, "ZPD_Open");
-    decltype(&ZPD_Close) close = exported<decltype(ZPD_Close)>(module, "ZPD_Close");
-    decltype(&ZPD_IOControl) iocontrol = exported<decltype(ZPD_IOControl)>(module, "ZPD_IOControl");
-};
-
-/// When the sender has ended, the library is gone.
-void expect_gone_with(HANDLE sender) {
-    EXPECT_EQ(WaitForSingleObject(sender, 60000), WAIT_OBJECT_0);
-    EXPECT_FALSE(is_loaded());
-    CloseHandle(sender);
-}
 
 class dll_test : public ::testing::Test {
   protected:
@@ -110,15 +63,7 @@ TEST_F(dll_test, serves_a_client) {
     EXPECT_EQ(zpd.request(ZPD_IOCTL_MESSAGE_STATUS, id), u32(1) + u32(ZPD_STATUS_QUEUED) + u32(0));
 
     EXPECT_EQ(zpd.request(ZPD_IOCTL_ACTIVATION, u8(1) + u8(1)), u8(1));
-    RILMESSAGE message{};
-    message.dwParams = RIL_PARAM_M_TYPE;
-    message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
-    RIL_IN_CDMADELIVER& deliver = message.msgInCDMADeliver;
-    deliver.cbHdrLength = 6;
-    std::ranges::copy(std::string("\x05\x04\x23\xF4\0\0", 6), deliver.rgbHdr);
-    deliver.cchMsgLength = 4;
-    std::ranges::copy(std::string("CARD"), deliver.rgbMsg);
-    radio.deliver(message);
+    radio.deliver(card_message("CARD", L""));
     const std::filesystem::directory_iterator stored(incoming_folder(home.path()));
     std::ostringstream octets;
     octets << std::ifstream(stored->path(), std::ios::binary).rdbuf();
@@ -168,7 +113,7 @@ TEST_F(dll_test, stays_until_the_sender_has_left) {
     const HANDLE sender = zpd.sender();
     EXPECT_EQ(SuspendThread(sender), 0u);
     zpd.unload();
-    EXPECT_TRUE(is_loaded());
+    EXPECT_TRUE(zpd_is_loaded());
     EXPECT_EQ(ResumeThread(sender), 1u);
     expect_gone_with(sender);
 }

@@ -60,8 +60,7 @@ ZPD_API const char* zpd_library_version(void);
 /* What a result is, in general and in English. Of the program's life. */
 ZPD_API const char* zpd_result_text(int result);
 
-/* ---- A client ---- */
-
+/* A client of one device. */
 typedef struct zpd_client zpd_client_t;
 
 /* Of a device, by its name or its socket's path (what has a "/" or a "." in it); NULL for ZPD1. Nothing is connected
@@ -79,8 +78,6 @@ ZPD_API int zpd_status(zpd_client_t* client, const char** json);
 /* Whether received cards are stored: 0 or 1. */
 ZPD_API int zpd_activation(zpd_client_t* client, int* active);
 ZPD_API int zpd_set_activation(zpd_client_t* client, int active);
-
-/* ---- Sending ---- */
 
 /* How a card is sent. Members may come to be added at the end: `size` is sizeof(zpd_options_t), so that the library
  * knows which the program has. All others may be 0; ZPD_OPTIONS_INIT is that. */
@@ -154,7 +151,8 @@ ZPD_API int zpd_watch(zpd_client_t* client, uint64_t id, uint64_t version, uint3
 ZPD_API int zpd_wait(zpd_client_t* client, uint64_t id, uint32_t milliseconds, zpd_message_t** message);
 /* Gives a message up; one that is over is left as it is. */
 ZPD_API int zpd_cancel(zpd_client_t* client, uint64_t id, zpd_message_t** message);
-/* Has one that was set aside or cancelled sent after all. `expires` as in the options. */
+/* Has one that was set aside sent after all, and one whose number is held back tried at once; ZPD_NOT_NOW for any
+ * other. `expires` as in the options. */
 ZPD_API int zpd_retry(zpd_client_t* client, uint64_t id, uint64_t expires, zpd_message_t** message);
 
 typedef struct zpd_messages zpd_messages_t;
@@ -165,8 +163,6 @@ ZPD_API size_t zpd_messages_count(const zpd_messages_t* messages);
 /* The list's own; NULL behind its end. */
 ZPD_API const zpd_message_t* zpd_messages_at(const zpd_messages_t* messages, size_t index);
 ZPD_API void zpd_messages_free(zpd_messages_t* messages);
-
-/* ---- What came ---- */
 
 /* A received card. */
 typedef struct zpd_card zpd_card_t;
@@ -193,8 +189,7 @@ ZPD_API void zpd_cards_free(zpd_cards_t* cards);
 ZPD_API int zpd_card_octets(zpd_client_t* client, uint64_t number, const void** octets, size_t* size);
 ZPD_API int zpd_card_remove(zpd_client_t* client, uint64_t number);
 
-/* ---- What happens ---- */
-
+/* Something that happened. */
 typedef struct zpd_event zpd_event_t;
 
 enum {
