@@ -86,7 +86,7 @@ CLI::Option* add_modem_options(CLI::App* command, radio::modem_options_t& modem)
                     ->type_name("TTY")
                     ->check(not_empty("the modem's tty"));
     command->add_option("--baud", modem.line.baud, "the rate of the modem's line; a USB modem has none")
-        ->type_name("N")
+        ->type_name("RATE")
         ->check(CLI::IsMember(radio::baud_rates()).description(""))
         ->default_str(std::to_string(radio::line_settings_t::usual_baud));
     command

@@ -67,3 +67,4 @@ void add_events_command(CLI::App& app, context_t& context);
 void add_log_command(CLI::App& app, context_t& context);
 void add_ioctl_command(CLI::App& app, context_t& context);
 void add_version_command(CLI::App& app, context_t& context);
+void add_complete_command(CLI::App& app, context_t& context);  // for shells

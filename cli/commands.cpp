@@ -47,7 +47,21 @@ void add_commands(CLI::App& app, context_t& context) {
         "  zpd send ada.vcf --to +12025550100\n"
         "  zpd inbox\n"
         "\n"
-        "Exit status: 0 done, 1 failed, 2 wrong usage. Each command has a --help of its own.");
+        "Files:\n"
+        "  ~/.config/zpd/config     the user's configuration, see zpd.conf(5)\n"
+        "  /etc/zpd/NAME.conf       the configuration of the system's service NAME\n"
+        "  ~/.local/share/zpd       the phone's home: received cards, the outbox, the driver's log\n"
+        "  /run/zpd/NAME            the device of a service of the system, or of root\n"
+        "\n"
+        "Environment:\n"
+        "  XDG_CONFIG_HOME, XDG_DATA_HOME\n"
+        "                           in the place of ~/.config and ~/.local/share\n"
+        "  XDG_RUNTIME_DIR          holds the devices of the user's own services, in its folder zpd;\n"
+        "                           without it they are in /tmp/zpd-UID\n"
+        "\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
+        "\n"
+        "Each command has a --help of its own.");
     add_device_option(&app, context);
     add_demo_command(app, context);
     add_network_command(app, context);
@@ -66,4 +80,5 @@ void add_commands(CLI::App& app, context_t& context) {
     add_ioctl_command(app, context);
     add_version_command(app, context);
     add_help_command(app, context);
+    add_complete_command(app, context);
 }

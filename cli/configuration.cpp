@@ -1,5 +1,7 @@
 #include "cli/configuration.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -14,23 +16,30 @@ namespace {
 constexpr std::array<const char*, 2> common_settings{"device", "home"};
 
 constexpr std::string_view form_of_files =
-    "A line is NAME = VALUE, where NAME is an option's without its dashes. What follows a # is a comment.\n"
-    "A value may stand in double quotes, with \\\" and \\\\ and \\n in them, or in single quotes, as it is. Without "
-    "quotes, "
-    "a # in it does not follow a space. An option that may come again takes a list: [VALUE, VALUE]. One that takes no "
-    "value is true or false.\n"
-    "A path begins with / or with ~/ for the user's home, or goes on from the folder of the file.\n"
-    "An option of the command line takes the place of the file's, with all its values.";
+    "Configuration of zpd. The user's file has device and home, for all commands, above its sections, and in the "
+    "sections [serve] and [send] options of these commands. A file of --config has options of its command, and no "
+    "sections.\n\n"
+    "A line is NAME = VALUE; the name is an option's without its dashes. What follows a # is a comment. A value may "
+    "stand in double quotes, with \\\" and \\\\ and \\n in them, or in single quotes, as it is. Without quotes, a # in "
+    "it does not follow a space. An option that may come again takes a list: [VALUE, VALUE]. One that takes no value "
+    "is true or false. A path begins with / or with ~/ for the user's home, or goes on from the folder of the file.\n\n"
+    "An option of the command line takes the place of the file's, with all its values. What is wrong in a file is told "
+    "with its line, and nothing is done. It must be the user's own or root's, and nobody else may write it.";
 
 std::filesystem::path resolved(const std::string& value, const std::filesystem::path& folder) {
     return (value.starts_with("~/") ? user_home() / value.substr(2) : folder / value).lexically_normal();
+}
+
+/// Of a device.
+bool is_path(const std::string& device) {
+    return device.find_first_of("/.") != std::string::npos;
 }
 
 /// By what stands for the value in the help.
 bool names_file(const CLI::Option& option, const std::string& value) {
     const std::string type = option.get_type_name();
     return type == "FILE" || type == "DIR" || type == "TTY" || type == "PROGRAM" ||
-           (type == "NAME|PATH" && value.find_first_of("/.") != std::string::npos);
+           (type == "NAME|PATH" && is_path(value));
 }
 
 bool is_flag(const CLI::Option& option) {
@@ -191,7 +200,7 @@ std::string commented(std::string_view text) {
             const size_t blank = text.rfind(' ', columns);
             length = blank == std::string_view::npos ? length : blank;
         }
-        lines += fmt::format("# {}\n", text.substr(0, length));
+        lines += length == 0 ? "#\n" : fmt::format("# {}\n", text.substr(0, length));
         text.remove_prefix(std::min(length + 1, text.size()));
     }
     return lines;
@@ -236,6 +245,9 @@ void add_config_option(CLI::App* command) {
 
 void configure(CLI::App& app, context_t& context) {
     CLI::App& command = chosen_command(app);
+    if (command.get_group().empty()) {  // what shells run
+        return;
+    }
     const CLI::Option* named = command.get_option_no_throw("--config");
     const bool is_named = named != nullptr && named->count() > 0;
     const std::filesystem::path file = is_named ? std::filesystem::path(named->results().front()) : default_config();
@@ -245,6 +257,20 @@ void configure(CLI::App& app, context_t& context) {
         take_named_file(std::move(settings));
     } else if (std::filesystem::exists(file, failed) || failed) {
         take_user_file(app, command, std::move(settings), context);
+    }
+}
+
+void configure_common(context_t& context) {
+    std::vector<setting_t> settings;
+    const std::filesystem::path file = default_config();
+    const bool is_right = read_config_file(file, &settings).empty();
+    for (const setting_t& setting : is_right ? settings : std::vector<setting_t>()) {
+        const std::string& value = setting.values.empty() ? std::string() : setting.values.front();
+        if (setting.section.empty() && setting.name == "device") {
+            context.device = is_path(value) ? resolved(value, file.parent_path()).native() : value;
+        } else if (setting.section.empty() && setting.name == "home") {
+            context.home = resolved(value, file.parent_path());
+        }
     }
 }
 

@@ -18,11 +18,14 @@ void add_config_option(CLI::App* command);
 /// have sections for the commands that are configurable(). Of those of other commands only the names are looked at.
 void configure(CLI::App& app, context_t& context);
 
+/// The user's device and home, for a command that says nothing of a file in which something is wrong.
+void configure_common(context_t& context);
+
 /// Those that a file may set.
 std::vector<const CLI::Option*> configurable_options(const CLI::App& command);
 
 /// What holds for the command, in the form of the file that it came from or can be put into.
 std::string configuration_of(const CLI::App& command);
 
-/// The form of the files in words, a paragraph a line.
+/// The form of the files in words, with an empty line between paragraphs.
 std::string_view configuration_form();

@@ -287,8 +287,9 @@ void add_demo_command(CLI::App& app, context_t& context) {
     add_json_option(command, context);
     command->footer(
         "Starts an emulated network and two services, sends each card from one to the other and\n"
-        "compares what is stored there with what was sent. Exit status 0 when all are identical.\n"
-        "\nExamples:\n  zpd demo\n  zpd demo examples/*.vcf --dir /tmp/phones");
+        "compares what is stored there with what was sent.\n"
+        "\nExit status 0 when all are identical, else 1.\n\nExamples:\n  zpd demo\n  zpd demo examples/*.vcf --dir "
+        "/tmp/phones");
     command->callback(
         [&context, options] { context.run = [&context, options] { return run_demo(*options, context.json); }; });
 }

@@ -162,8 +162,8 @@ void add_doctor_command(CLI::App& app, context_t& context) {
         "With --modem it asks the modem, and changes nothing on it: no PIN is entered, no message\n"
         "read or deleted. No service may run on it meanwhile. Without, it asks the service that runs\n"
         "what it knows of its modem; where none runs, it tells which ttys have a modem.\n\n"
-        "Exit status 0 when cards can be sent and received, 1 when something stands against it.\n"
         "The serial number is whole only with --json.\n\n"
+        "Exit status 0 when cards can be sent and received, 1 when something stands against it.\n\n"
         "Examples:\n  zpd doctor\n  zpd doctor --modem /dev/ttyUSB0");
     command->callback([&context, modem] {
         context.run = [&context, modem] {

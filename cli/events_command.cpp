@@ -101,7 +101,8 @@ void add_events_command(CLI::App& app, context_t& context) {
                                        : fmt::format("'{}' is no 2h, 2026-11-22, '2026-11-22 11:05' or seconds", text);
             },
             ""));
-    command->add_option("--after", options->after, "what has happened after the event of this number")->type_name("ID");
+    command->add_option("--after", options->after, "what has happened after the event of this number")
+        ->type_name("EVENT");
     command->add_flag("--json", context.json, "print one JSON object a line, for scripts");
     command->footer(
         "A line is the local time, the event's number, and what happened. Numbers rise, and are never\n"

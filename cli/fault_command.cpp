@@ -59,7 +59,7 @@ void add_fault_command(CLI::App& app, context_t& context) {
     const auto options = std::make_shared<fault_options_t>();
     command->add_option("--dir", options->directory, "the directory of the network")->type_name("DIR");
     command->add_option("phone", options->order.phone, "the phone's number")
-        ->type_name("NUMBER")
+        ->type_name("PHONE")
         ->check(CLI::Validator([](const std::string& number) { return check_number(number); }, ""));
     command->add_option("fault", options->order.faults, "what its modem, or the network for it, does wrong")
         ->type_name("FAULT[=VALUE]")

@@ -72,7 +72,7 @@ class inbox_command_line_t {
     }
     inbox_command_line_t& cards() {
         command_->add_option("card", options_->cards, "a card's number, its file's first digits, or a contact's name")
-            ->type_name("");
+            ->type_name("NUMBER|NAME");
         command_->add_flag("--all", options_->all, "all cards");
         return *this;
     }

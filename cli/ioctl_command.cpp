@@ -92,8 +92,8 @@ void add_ioctl_command(CLI::App& app, context_t& context) {
     add_device_option(command, context);
     add_json_option(command, context);
     command->footer(
-        "Prints the result, the last error, the count of octets returned, and these. Exit status\n"
-        "0 when the request succeeded, 1 when not.\n\nExample:\n  zpd ioctl 0x02000004 --out 4 --json");
+        "Prints the result, the last error, the count of octets returned, and these.\n\n"
+        "Exit status 0 when the request succeeded, 1 when not.\n\nExample:\n  zpd ioctl 0x02000004 --out 4 --json");
     command->callback(
         [&context, options] { context.run = [&context, options] { return run_ioctl(context, *options); }; });
 }

@@ -164,9 +164,9 @@ int close(client_t& client, uint32_t id) {
 
 std::shared_ptr<std::optional<uint32_t>> add_id(CLI::App* command, bool required) {
     auto id = std::make_shared<std::optional<uint32_t>>();
-    command->add_option("id", *id, "the message's id")
-        ->type_name("ID")
-        ->check(CLI::Range(0U, ZPD_MESSAGE_ID_MAX))
+    command->add_option("id", *id, "the message's id, as zpd list has it")
+        ->type_name("MESSAGE")
+        ->check(CLI::Range(0U, ZPD_MESSAGE_ID_MAX).description(""))
         ->required(required);
     return id;
 }
@@ -189,7 +189,7 @@ void add_message_commands(CLI::App& app, context_t& context) {
     const auto status_id = add_id(status_command, false);
     add_device_option(status_command, context);
     add_json_option(status_command, context);
-    status_command->footer("Examples:\n  zpd status 240\n  zpd status\n\nThe service counts from its start.");
+    status_command->footer("The service counts from its start.\n\nExamples:\n  zpd status 240\n  zpd status");
     status_command->callback([&context, status_id] {
         context.run = [&context, status_id] {
             return with_device(context, [&](client_t& client) {

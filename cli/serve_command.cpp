@@ -82,7 +82,9 @@ void add_serve_command(CLI::App& app, context_t& context) {
                      "how the modem tells new messages, the parameters of AT+CNMI (default: what suits it)")
         ->type_name("MODE,MT,BM,DS,BFR")
         ->check(CLI::Validator(check_announcement, ""));
-    command->add_option_function<std::vector<std::string>>("--set", set_limits, "a time or limit of the radio")
+    command
+        ->add_option_function<std::vector<std::string>>("--set", set_limits,
+                                                        "a time or limit of the radio; may come again")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command

@@ -146,7 +146,8 @@ void add_number(CLI::App* command, const std::string& name, limit_t low, limit_t
     command
         ->add_option_function<uint32_t>(
             name, [store = std::move(store)](uint32_t value) { store(static_cast<stored_t>(value)); }, help)
-        ->check(CLI::Range(low, high))
+        ->type_name("")
+        ->check(CLI::Range(low, high).description(""))
         ->required();
 }
 

@@ -45,7 +45,7 @@ std::vector<std::string> options_of(const CLI::App& app) {
 
 std::vector<std::string> commands_of(const CLI::App& app) {
     std::vector<std::string> names;
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App* one) { return !one->get_group().empty(); })) {
         names.push_back(command->get_name());
     }
     return names;

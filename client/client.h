@@ -21,6 +21,8 @@ using device::max_output;  // octets of a reply
 using device::octets_t;
 using device::octets_view_t;
 using device::reply_t;
+using device::system_folder;  // of the devices of the system's services, each under its name
+using device::user_folder;    // of those of the user's own
 
 struct outgoing_card_t {
     std::string_view octets;
