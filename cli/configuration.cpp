@@ -175,7 +175,7 @@ void take_user_file(const CLI::App& app, CLI::App& command, configured_t setting
     for (const setting_t& setting : all) {
         check_place(app, settings, setting);
     }
-    std::ranges::stable_partition(all, [](const setting_t& setting) { return !setting.section.empty(); });
+    std::stable_partition(all.begin(), all.end(), [](const setting_t& one) { return !one.section.empty(); });
     for (const setting_t& setting : all) {
         const bool is_meant = setting.section.empty() ? configurable_option(command, setting.name) != nullptr
                                                       : setting.section == command.get_name();
@@ -216,7 +216,7 @@ std::string written(const std::string& value) {
 }
 
 std::string setting_of(const CLI::App& command, const CLI::Option& option) {
-    const std::string name = option.get_single_name();
+    const std::string& name = option.get_single_name();
     const CLI::Option* given = given_option(command, name);
     std::vector<std::string> values;
     for (const std::string& value : given != nullptr ? given->results() : std::vector<std::string>()) {

@@ -73,6 +73,7 @@ std::string names_of(const CLI::Option& option) {
         return roff_italic(option.get_single_name()) + (option.get_items_expected_max() > 1 ? "..." : "");
     }
     std::vector<std::string> names;
+    names.reserve(option.get_snames().size() + option.get_lnames().size());
     for (const std::string& name : option.get_snames()) {
         names.push_back(roff_bold("-" + name));
     }

@@ -3,16 +3,15 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 #include "cli/command.h"
 #include "cli/configuration.h"
 #include "cli/manual/command_page.h"
 
-int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fputs("usage: manuals DIR\n", stderr);
-        return 2;
-    }
+namespace {
+
+void write_manuals(const std::filesystem::path& folder) {
     context_t context;
     CLI::App program;
     add_commands(program, context);
@@ -21,12 +20,26 @@ int main(int argc, char** argv) {
     program.parse("serve --config /dev/null");
     files.push_back({"zpd.conf", configuration_of(*program.get_subcommand("serve"))});
     for (const page_file_t& file : files) {
-        const std::filesystem::path path = std::filesystem::path(argv[1]) / file.name;
+        const std::filesystem::path path = folder / file.name;
         std::filesystem::create_directories(path.parent_path());
         if (!(std::ofstream(path) << file.text << std::flush)) {
-            std::fprintf(stderr, "manuals: cannot write %s\n", path.c_str());
-            return 1;
+            throw std::runtime_error("cannot write " + path.native());
         }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fputs("usage: manuals DIR\n", stderr);
+        return 2;
+    }
+    try {
+        write_manuals(argv[1]);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "manuals: %s\n", error.what());
+        return 1;
     }
     return 0;
 }

@@ -53,7 +53,7 @@ TEST(configuration, what_is_printed_says_the_same_when_it_is_the_file) {
                             "=x"};
     const std::string from_words = printed(joined(given, {"--config", "/dev/null"}));
     EXPECT_THAT(from_words, AllOf(HasSubstr("\nset = [prompt=20, listing=70]\n"), HasSubstr("\n# baud = 115200\n"),
-                                  HasSubstr("\n# home = /home/ann/.local/share/zpd\n"), Not(HasSubstr("[serve]"))));
+                                  HasSubstr("\n# home = /home/ann/.local/share/zpd\n"), Not(HasSubstr("\n[serve]\n"))));
     EXPECT_EQ(printed({"--config", user.file(from_words)}), from_words);
 
     const std::string in_section = printed(given);
