@@ -1,9 +1,12 @@
 # What a Debian package has that an installation has not: run by cpack over the files of all packages before it makes them.
-# The same commit gives the same octets: times are SOURCE_DATE_EPOCH's, if it is not set those of the commit, and modes those
+# The same commit gives the same octets: times are SOURCE_DATE_EPOCH, if it is not set the commit's, and modes those
 # of no umask.
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
     execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${CPACK_ZPD_SOURCE}
-        OUTPUT_VARIABLE seconds OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+        OUTPUT_VARIABLE seconds OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+    if(NOT seconds)  # an archive of the sources
+        file(TIMESTAMP ${CPACK_ZPD_SOURCE}/CMakeLists.txt seconds %s UTC)
+    endif()
     set(ENV{SOURCE_DATE_EPOCH} ${seconds})
 endif()
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)

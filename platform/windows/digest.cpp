@@ -1,24 +1,23 @@
 // clang-format off
 #include <digest.h>
 #include <windows.h>
-#include <wincrypt.h>
+#include <bcrypt.h>
 // clang-format on
 
-// Windows CE has this interface in coredll, desktop Windows in advapi32.
 std::optional<std::array<uint8_t, 16>> md5_digest(const void* octets, size_t size) {
-    HCRYPTPROV provider = 0;
-    if (!CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)) {
+    BCRYPT_ALG_HANDLE md5 = nullptr;
+    if (BCryptOpenAlgorithmProvider(&md5, BCRYPT_MD5_ALGORITHM, nullptr, 0) < 0) {
         return std::nullopt;
     }
     std::array<uint8_t, 16> digest{};
-    auto length = static_cast<DWORD>(digest.size());
     bool done = false;
-    HCRYPTHASH hash = 0;
-    if (CryptCreateHash(provider, CALG_MD5, 0, 0, &hash)) {
-        done = CryptHashData(hash, static_cast<const BYTE*>(octets), static_cast<DWORD>(size), 0) &&
-               CryptGetHashParam(hash, HP_HASHVAL, digest.data(), &length, 0) && length == digest.size();
-        CryptDestroyHash(hash);
+    BCRYPT_HASH_HANDLE hash = nullptr;
+    if (BCryptCreateHash(md5, &hash, nullptr, 0, nullptr, 0, 0) >= 0) {
+        auto* const input = static_cast<UCHAR*>(const_cast<void*>(octets));
+        done = BCryptHashData(hash, input, static_cast<ULONG>(size), 0) >= 0 &&
+               BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0) >= 0;
+        BCryptDestroyHash(hash);
     }
-    CryptReleaseContext(provider, 0);
+    BCryptCloseAlgorithmProvider(md5, 0);
     return done ? std::optional(digest) : std::nullopt;
 }

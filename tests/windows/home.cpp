@@ -14,11 +14,6 @@ namespace {
 const fs::path drive = "P:\\";
 const std::wstring registry_path = L"Software\\zpd-driver-" + std::to_wstring(GetCurrentProcessId());
 
-/// Where the system looks for its digests, in the tests' registry too.
-const wchar_t* const digest_paths[] = {
-    LR"(Software\Microsoft\Cryptography\Defaults\Provider Types\Type 001)",
-    LR"(Software\Microsoft\Cryptography\Defaults\Provider\Microsoft Enhanced Cryptographic Provider v1.0)"};
-
 void empty_drive() {
     std::error_code none;  // the root of a drive, without even "." and "..", is no folder when nothing is in it
     for (const auto& entry : fs::directory_iterator(drive, none)) {
@@ -37,12 +32,6 @@ home_t::home_t() : path_(drive) {
     EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, registry_path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
                               nullptr),
               0);
-    for (const wchar_t* const path : digest_paths) {
-        HKEY copy = nullptr;
-        EXPECT_EQ(RegCreateKeyExW(key, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &copy, nullptr), 0);
-        EXPECT_EQ(RegCopyTreeW(HKEY_LOCAL_MACHINE, path, copy), 0);
-        RegCloseKey(copy);
-    }
     EXPECT_EQ(RegOverridePredefKey(HKEY_LOCAL_MACHINE, key), 0);
     RegCloseKey(key);
 }

@@ -11,9 +11,9 @@
  * until the next call with the same handle. Texts are UTF-8, end with a NUL and are never NULL: what is not there is
  * "". So are numbers 0. Times are in seconds since 1970.
  *
- * Waiting. A call waits for the service's answer, as a rule for milliseconds, for 30 seconds at most, and as long again
- * for its connection where the service takes none. zpd_watch and zpd_wait wait as long as they are told, besides. Only
- * zpd_events_next never waits.
+ * Waiting. A call waits for the service's answer, as a rule for milliseconds, for 30 seconds at most (a long list comes
+ * in several answers), and as long again for its connection where the service takes none. zpd_watch and zpd_wait wait
+ * as long as they are told, besides. Only zpd_events_next never waits.
  *
  * Threads and processes. Different handles may be used at the same time, one handle by one thread at a time; objects
  * that calls gave may be read by several. The library starts no thread, handles no signal and has no state but the
