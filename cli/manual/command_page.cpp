@@ -73,7 +73,6 @@ std::string names_of(const CLI::Option& option) {
         return roff_italic(option.get_single_name()) + (option.get_items_expected_max() > 1 ? "..." : "");
     }
     std::vector<std::string> names;
-    names.reserve(option.get_snames().size() + option.get_lnames().size());
     for (const std::string& name : option.get_snames()) {
         names.push_back(roff_bold("-" + name));
     }
@@ -86,9 +85,9 @@ std::string names_of(const CLI::Option& option) {
 
 std::string listed(const std::string& words, const std::set<CLI::Option*>& options) {
     std::vector<std::string> names;
-    for (const CLI::Option* option : options) {
-        names.push_back((option->get_lnames().empty() ? "" : "--") + option->get_single_name());
-    }
+    std::ranges::transform(options, std::back_inserter(names), [](const CLI::Option* option) {
+        return (option->get_lnames().empty() ? "" : "--") + option->get_single_name();
+    });
     return names.empty() ? "" : fmt::format(" {} {}.", words, fmt::join(names, " or "));
 }
 
