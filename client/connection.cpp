@@ -1,13 +1,16 @@
 #include "client/connection.h"
 
 #include <fmt/format.h>
+#include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -23,6 +26,25 @@ bool is_socket(const std::string& path) {
     return stat(path.c_str(), &status) != 0 || S_ISSOCK(status.st_mode);
 }
 
+/// The group that a folder of devices is open to; empty when it is open to none, or the group has no name.
+std::string group_of(const std::filesystem::path& folder) {
+    struct stat status {};
+    group entry{};
+    group* found = nullptr;
+    std::array<char, 4096> room{};
+    const bool open = stat(folder.c_str(), &status) == 0 && (status.st_mode & (S_IXGRP | S_IXOTH)) == S_IXGRP;
+    return open && getgrgid_r(status.st_gid, &entry, room.data(), room.size(), &found) == 0 && found != nullptr
+               ? entry.gr_name
+               : std::string();
+}
+
+failure_t no_access(const std::string& device, const std::string& path) {
+    const std::string group = group_of(std::filesystem::path(path).parent_path());
+    const std::string advice = group.empty() ? "who runs it can let a group in with: zpd serve --group NAME"
+                                             : fmt::format("the members of the group {} may", group);
+    return {0, fmt::format("you may not use {}; {}", device, advice), obstacle_t::access};
+}
+
 /// A socket without a service was left by one that was killed.
 failure_t cannot_connect(const std::string& device, const std::string& path, int error) {
     if (error == ECONNREFUSED && !is_socket(path)) {
@@ -35,10 +57,7 @@ failure_t cannot_connect(const std::string& device, const std::string& path, int
                     obstacle_t::no_service};
         case EACCES:
         case EPERM:
-            return {
-                0,
-                fmt::format("you may not use {}; who runs it can let a group in with: zpd serve --group NAME", device),
-                obstacle_t::access};
+            return no_access(device, path);
         case EAGAIN:
             return {0, fmt::format("{} takes no more clients now; try again later", device), obstacle_t::busy};
         default:

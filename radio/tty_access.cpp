@@ -17,7 +17,7 @@ std::string access_advice(mode_t mode, uid_t owner, gid_t group) {
     const passwd* user = getpwuid(owner);  // NOLINT(concurrency-mt-unsafe): the same
     return fmt::format(
         "only its owner, {}, may use it: a udev rule with GROUP=\"dialout\", MODE=\"0660\" gives it to the members of "
-        "that group (packaging/99-zpd-modem.rules is an example)",
+        "that group (65-zpd-phone.rules among zpd's examples is one)",
         user != nullptr ? user->pw_name : std::to_string(owner));
 }
 

@@ -1,7 +1,7 @@
 // The home of an earlier version under today's service; and one of a later version.
 //
-// home-1.0.0.tar.gz is what 1.0.0 left of the phone +12025550199: two cards stored, for which a program has run, four of
-// the seven datagrams of examples/names.vcf in the journal, and in the outbox a card that was sent and one for
+// home-1.0.0.tar.gz is what 1.0.0 left of the phone +12025550199: two cards stored, for which a program has run, four
+// of the seven datagrams of examples/names.vcf in the journal, and in the outbox a card that was sent and one for
 // +12025550177 that the network refused for a while and that never expires.
 #include <gmock/gmock.h>
 
