@@ -44,8 +44,11 @@ int on_inbox(const context_t& context, const inbox_options_t& options, inbox_com
         if (client) {
             return use(context, options, *cards_of_service(std::move(*client), context.device));
         }
-        const bool is_usual = context.device == context.usual_device;
-        if (!is_usual || client.failure().obstacle != client::obstacle_t::no_service) {
+        // A service of the system that is not for this user does not stand before the user's own home.
+        const client::obstacle_t obstacle = client.failure().obstacle;
+        const bool is_away = obstacle == client::obstacle_t::no_service ||
+                             (obstacle == client::obstacle_t::access && std::filesystem::exists(context.home));
+        if (context.device != context.usual_device || !is_away) {
             return fail(client.failure().text);
         }
     }

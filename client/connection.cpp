@@ -94,6 +94,12 @@ std::optional<uid_t> server_of(const connection_t& connection) {
     return server.uid;
 }
 
+/// That the system has no service for this user: none, or one that is open to no group, which is root's alone.
+bool is_none_for(const failure_t& failure, const std::filesystem::path& system_folder) {
+    return failure.obstacle == obstacle_t::no_service ||
+           (failure.obstacle == obstacle_t::access && group_of(system_folder).empty());
+}
+
 /// Whom a folder belongs to, if nobody else can put a socket there.
 std::optional<uid_t> owner_of(const std::filesystem::path& folder) {
     struct stat status {};
@@ -133,7 +139,7 @@ answer_t<connection_t> connect(std::string_view device, const std::filesystem::p
         return trusted(std::move(connection), device, geteuid());
     }
     auto system_connection = connect_to(fmt::format("device {} ({})", device, of_system), of_system, waits);
-    if (!system_connection && system_connection.failure().obstacle == obstacle_t::no_service) {
+    if (!system_connection && is_none_for(system_connection.failure(), system_folder)) {
         return connection.failure();
     }
     return trusted(std::move(system_connection), device, owner_of(system_folder));
