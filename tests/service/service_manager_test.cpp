@@ -26,9 +26,9 @@ class manager : public testing::Test {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         socklen_t length = sizeof(sa_family_t);
-        bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), length);
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
         length = sizeof address;
-        getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &length);
+        EXPECT_EQ(getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
         const std::string name(address.sun_path + 1, length - offsetof(sockaddr_un, sun_path) - 1);
         setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
     }
