@@ -187,7 +187,8 @@ TEST(soak, services_that_are_killed_lose_no_card_either_way) {
             const auto stored = stored_cards(phones[1 - side]);
             return std::ranges::count_if(cards[side], [&](const auto& card) { return !stored.contains(card); });
         };
-        EXPECT_TRUE(eventually([&] { return lost() == 0; }, 120s)) << lost() << " lost";
+        // A card that a kill had sent again in part waits for `better-datagrams`, two minutes.
+        EXPECT_TRUE(eventually([&] { return lost() == 0; }, 180s)) << lost() << " lost";
         for (const auto& [card, copies] : stored_cards(phones[1 - side])) {
             doubled += copies > 1 ? 1 : 0;
         }
