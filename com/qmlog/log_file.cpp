@@ -26,16 +26,20 @@ void log_file::output_t::close() {
 }
 
 log_file::log_file(object_t& object, std::string path, int32_t maximum)
-    : abstract_log_t(default_flags, maximum),
-      path_(std::move(path)),
-      kept_open_(nullptr),
-      output_(new output_t(nullptr)) {
-    enter(object.dispatcher());
+    : abstract_log_t(default_flags, maximum), path_(std::move(path)), kept_open_(nullptr) {
+    enter_with_output(object);
 }
 
-log_file::log_file(object_t& object, FILE* stream)
-    : abstract_log_t(default_flags, level_debug), kept_open_(stream), output_(new output_t(stream)) {
+log_file::log_file(object_t& object, FILE* stream) : abstract_log_t(default_flags, level_debug), kept_open_(stream) {
+    enter_with_output(object);
+}
+
+/// The output is freed if there is no memory to enter.
+void log_file::enter_with_output(object_t& object) {
+    auto output = std::make_unique<output_t>(kept_open_);
+    output_ = output.get();
     enter(object.dispatcher());
+    (void)output.release();  // this object's, or a writing thread's
 }
 
 log_file::~log_file() {

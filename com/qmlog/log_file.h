@@ -50,6 +50,7 @@ class log_file final : public abstract_log_t {
         kept_line_t* next;  // the one that came before
     };
     bool may_open() const;
+    void enter_with_output(object_t& object);
     void open(output_t& output, size_t line_length) const;
     void write_line(output_t& output, const std::string& line);
     void keep(const std::string& line);
@@ -59,8 +60,8 @@ class log_file final : public abstract_log_t {
 
     const std::string path_;
     std::atomic<bool> opening_allowed_{true};
-    FILE* const kept_open_;          // the caller's stream, or null
-    std::atomic<output_t*> output_;  // null while a thread has it
+    FILE* const kept_open_;                   // the caller's stream, or null
+    std::atomic<output_t*> output_{nullptr};  // null while a thread has it
     std::atomic<kept_line_t*> backlog_{nullptr};
     std::atomic<bool> backlog_is_being_written_{false};
 };

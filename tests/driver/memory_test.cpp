@@ -31,20 +31,26 @@ class memory_test : public driver_test {
         }
     }
     /// What the driver answers where memory is refused, and when there is enough.
-    void expect_refusals(DWORD code, const std::string& input) {
+    void expect_refusals(
+        DWORD code, const std::string& input, const std::function<void()>& prepare = [] {}) {
         std::vector<BYTE> in(input.begin(), input.end());
         std::vector<BYTE> out(4096);
         size_t refusals = 0;
         DWORD error = 0;
-        run_out_everywhere([&] {
+        const auto act = [&] {
             DWORD returned = 0xABCD;
             SetLastError(0xBAD);
             const BOOL done = ZPD_IOControl(1, code, in.data(), static_cast<DWORD>(in.size()), out.data(),
                                             static_cast<DWORD>(out.size()), &returned);
             error = done ? 0 : GetLastError();
             refusals += error == ERROR_NOT_ENOUGH_MEMORY && returned == 0;
-        });
-        EXPECT_EQ(error, 0u) << "memory is back";
+        };
+        // A request may need memory at one place only, besides its lines in the log; and these need more of it where
+        // another thread is writing one, which moves that place from one round to the next.
+        for (int sweep = 0; refusals == 0 && sweep < 10; ++sweep) {
+            run_out_everywhere(act, prepare);
+            EXPECT_EQ(error, 0u) << "memory is back";
+        }
         EXPECT_GT(refusals, 0u) << "code " << std::hex << code;
     }
     /// A card goes out and another comes in.
@@ -81,7 +87,9 @@ TEST_F(memory_test, requests_are_refused) {
         [&] { id = u32(phone.send_card(300)); });
     EXPECT_EQ(phone.request(ZPD_IOCTL_MESSAGE_CLOSE, id), failed(1002)) << "memory is back";
     expect_refusals(ZPD_IOCTL_APPLICATION, u8(1) + text("an application with a long name"));
-    expect_refusals(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(1) + u8(7) + u8(0));
+    expect_refusals(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(1) + u8(7) + u8(7), [&] {  // a file log is made anew
+        EXPECT_EQ(phone.request(ZPD_IOCTL_LOG_OPTIONS, u8(1) + u8(1) + u8(7) + u8(0)).output.size(), 3u);
+    });
     EXPECT_GT(phone.logged("CRITICAL ERROR ZPD_IOCTL_SEND_MESSAGE failed: std::bad_alloc"), 0u);
     EXPECT_EQ(phone.request(ZPD_IOCTL_APPLICATION, u8(2)), done()) << "it is not installed";
     expect_service();
