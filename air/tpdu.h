@@ -128,6 +128,19 @@ std::optional<user_data_parts_t> split_user_data(octets_view_t user_data);
 /// The destination port of the first port addressing element, 8- or 16-bit (9.2.3.24.3, 9.2.3.24.4), or none.
 std::optional<uint16_t> destination_port(octets_view_t header);
 
+/// Where a datagram belongs, as the driver reads its header.
+struct place_t {
+    uint8_t width = 0;  // octets of the reference, which tell references apart; 0: a message of its own
+    uint16_t reference = 0;
+    uint8_t part = 1;  // from 1
+    uint8_t parts = 1;
+
+    auto operator<=>(const place_t&) const = default;
+};
+/// By the first concatenation element (9.2.3.24.1, 9.2.3.24.8), part 0 taken for 1. None when the driver refuses the
+/// datagram: an element that is cut off or of a wrong length, no parts, or a part behind the last.
+std::optional<place_t> place_of(octets_view_t header);
+
 /// A PDU of AT+CMGS, +CMGR, +CMT: the service centre address (empty text: the one stored on the SIM), then the TPDU.
 struct pdu_t {
     address_t service_centre;

@@ -1,15 +1,42 @@
-// TP-User-Data, 3GPP TS 23.040 9.2.3.24: its length, its header and the port addressing elements of that.
+// TP-User-Data, 3GPP TS 23.040 9.2.3.24: its length, its header, and the elements of that for ports and concatenation.
+#include <algorithm>
+
 #include "air/tpdu_fields.h"
 
 namespace air {
 
 namespace {
 
-constexpr uint8_t element_ports_8bit = 0x04;   // 9.2.3.24.3: destination, originator
-constexpr uint8_t element_ports_16bit = 0x05;  // 9.2.3.24.4: destination, originator
+// 9.2.3.24
+constexpr uint8_t concatenation_8bit = 0x00;
+constexpr uint8_t ports_8bit = 0x04;   // destination, originator
+constexpr uint8_t ports_16bit = 0x05;  // likewise
+constexpr uint8_t concatenation_16bit = 0x08;
 
 size_t octets_of(uint8_t data_coding, uint8_t length) {
     return alphabet_of(data_coding) == alphabet_t::gsm7 ? (length * 7U + 7) / 8 : length;
+}
+
+// What the driver insists on; it takes any length of an element that it does not know.
+bool has_length_of_its_kind(uint8_t identifier, size_t length) {
+    switch (identifier) {
+        case concatenation_8bit:
+            return length == 3;
+        case ports_8bit:
+            return length == 2;
+        case ports_16bit:
+        case concatenation_16bit:
+            return length == 4;
+        default:
+            return true;
+    }
+}
+
+place_t place_in(octets_view_t element) {
+    const size_t width = element.size() - 2;
+    const auto reference = static_cast<uint16_t>(width == 1 ? element[0] : element[0] << 8 | element[1]);
+    const uint8_t part = element[width + 1];
+    return {static_cast<uint8_t>(width), reference, std::max<uint8_t>(part, 1), element[width]};
 }
 
 }  // namespace
@@ -75,14 +102,33 @@ std::optional<uint16_t> destination_port(octets_view_t header) {
     while (reader.left() > 0) {
         const uint8_t identifier = reader.octet();
         const octets_view_t element = reader.octets(reader.octet());
-        if (identifier == element_ports_16bit && element.size() == 4) {
+        if (identifier == ports_16bit && element.size() == 4) {
             return static_cast<uint16_t>(element[0] << 8 | element[1]);
         }
-        if (identifier == element_ports_8bit && element.size() == 2) {
+        if (identifier == ports_8bit && element.size() == 2) {
             return element[0];
         }
     }
     return std::nullopt;
+}
+
+std::optional<place_t> place_of(octets_view_t header) {
+    std::optional<place_t> place;
+    bit_reader_t reader(header);
+    while (reader.left() > 0) {
+        const uint8_t identifier = reader.octet();
+        const octets_view_t element = reader.octets(reader.octet());
+        if (reader.failed() || !has_length_of_its_kind(identifier, element.size())) {
+            return std::nullopt;
+        }
+        if (!place && (identifier == concatenation_8bit || identifier == concatenation_16bit)) {
+            place = place_in(element);
+        }
+    }
+    if (place && place->part > place->parts) {
+        return std::nullopt;
+    }
+    return place.value_or(place_t{});
 }
 
 }  // namespace air

@@ -1,8 +1,7 @@
 /// zpd fault.
-#include <nlohmann/json.hpp>
-
+#include "base/safe_text.h"
 #include "cli/command.h"
-#include "cli/fault_socket.h"
+#include "cli/network_socket.h"
 #include "cli/output.h"
 #include "cli/phone_number.h"
 #include "network/fault_table.h"
@@ -11,7 +10,8 @@ namespace {
 
 struct fault_options_t {
     std::filesystem::path directory;
-    fault_order_t order;
+    std::string phone;
+    std::vector<std::string> faults;
     bool list = false;
 };
 
@@ -38,37 +38,62 @@ int list_faults(bool json) {
     return exit_done;
 }
 
+/// What is in force at the phone, an order a line.
+int show_faults(const fault_options_t& options, bool json) {
+    const nlohmann::ordered_json answer =
+        send_order(options.directory, {{"show", nlohmann::ordered_json{{"phone", options.phone}}}});
+    if (const std::string error = answer.at("error").get<std::string>(); !error.empty()) {
+        return fail(error);
+    }
+    const nlohmann::ordered_json& faults = answer.at("phones").front().at("faults");
+    if (json) {
+        say_json({{"phone", options.phone}, {"faults", faults}});
+        return exit_done;
+    }
+    for (const nlohmann::ordered_json& fault : faults) {
+        say_line(base::escaped(fault.get<std::string>()));
+    }
+    return exit_done;
+}
+
 int run_fault(const fault_options_t& options, bool json) {
     if (options.list) {
         return list_faults(json);
     }
+    if (options.directory.empty() || options.phone.empty()) {
+        return fail_usage("what is wanted is --dir DIR and a phone's number, or --list; see zpd fault --help");
+    }
+    if (options.faults.empty()) {
+        return show_faults(options, json);
+    }
     if (json) {
-        return fail_usage("--json goes with --list: nothing else is printed");
+        return fail_usage("--json goes with --list, or with a phone alone: nothing else is printed");
     }
-    if (options.directory.empty() || options.order.phone.empty() || options.order.faults.empty()) {
-        return fail_usage("what is wanted is --dir DIR, a phone's number and a fault, or --list; see zpd fault --help");
-    }
-    const std::string error = send_order(options.directory, options.order);
+    const nlohmann::ordered_json answer =
+        send_order(options.directory, {{"fault", {{"phone", options.phone}, {"faults", options.faults}}}});
+    const std::string error = answer.at("error").get<std::string>();
     return error.empty() ? exit_done : fail(error);
 }
 
 }  // namespace
 
 void add_fault_command(CLI::App& app, context_t& context) {
-    auto* command = app.add_subcommand("fault", "Make a phone of a running emulated network misbehave, or stop it");
+    auto* command =
+        app.add_subcommand("fault", "Make a phone of a running emulated network misbehave, or show what it does wrong");
     const auto options = std::make_shared<fault_options_t>();
     command->add_option("--dir", options->directory, "the directory of the network")->type_name("DIR");
-    command->add_option("phone", options->order.phone, "the phone's number")
+    command->add_option("phone", options->phone, "the phone's number")
         ->type_name("PHONE")
         ->check(CLI::Validator([](const std::string& number) { return check_number(number); }, ""));
-    command->add_option("fault", options->order.faults, "what its modem, or the network for it, does wrong")
+    command->add_option("fault", options->faults, "what its modem, or the network for it, does wrong")
         ->type_name("FAULT[=VALUE]")
         ->check(CLI::Validator([](const std::string& fault) { return network::set_fault(nullptr, fault); }, ""));
     command->add_flag("--list", options->list, "print all faults");
-    command->add_flag("--json", context.json, "with --list: print one JSON object, for scripts");
+    command->add_flag("--json", context.json, "with --list, or without a fault: print one JSON object, for scripts");
     command->footer(
-        "Examples:\n"
+        "Without a fault it shows those that are in force, counts and times as far as they are left.\n\nExamples:\n"
         "  zpd fault --dir /tmp/network +12025550100 refuse=38x2 late-results=4000\n"
+        "  zpd fault --dir /tmp/network +12025550100\n"
         "  zpd fault --dir /tmp/network +12025550100 clear\n"
         "  zpd fault --list");
     command->callback(

@@ -11,12 +11,12 @@ uint64_t expiry_t::from_now() const {
 void add_expires_option(CLI::App* command, expiry_t& expiry) {
     command
         ->add_option_function<std::string>(
-            "--expires", [&expiry](const std::string& text) { expiry.seconds = read_duration(text).value_or(0); },
+            "--expires", [&expiry](const std::string& text) { expiry.seconds = base::read_duration(text).value_or(0); },
             "what is not sent by then is set aside: 90m, 36h, 2d or never")
         ->type_name("TIME")
         ->check(CLI::Validator(
             [](const std::string& text) {
-                return text == "never" || read_duration(text)
+                return text == "never" || base::read_duration(text)
                            ? std::string()
                            : fmt::format("'{}' is no time; write 90m, 36h, 2d or never", text);
             },

@@ -1,12 +1,12 @@
 /// The arguments that are about the outbox, of the commands that read them.
 #pragma once
 
+#include "base/duration.h"
 #include "cli/command.h"
-#include "cli/duration.h"
 
 /// How long a message is tried.
 struct expiry_t {
-    uint64_t seconds = 2 * seconds_a_day;  // 0 for ever
+    uint64_t seconds = 2 * base::seconds_a_day;  // 0 for ever
 
     /// Seconds since 1970; 0 for never.
     uint64_t from_now() const;

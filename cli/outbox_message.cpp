@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "base/safe_text.h"
-#include "cli/duration.h"
+#include "base/duration.h"
 #include "cli/output.h"
 
 namespace {
@@ -64,7 +64,7 @@ bool outbox_card_t::is_held_back() const {
 
 std::string outbox_card_t::age() const {
     const uint64_t handed_in = number_at(json, "/handed_in");
-    return duration_words(now() - std::min(handed_in, now()));
+    return base::duration_words(now() - std::min(handed_in, now()));
 }
 
 std::string outbox_card_t::progress() const {
@@ -78,7 +78,7 @@ std::string outbox_card_t::circumstances() const {
         texts.push_back(reason + (advice.empty() ? "" : ": ") + advice);
     }
     if (const auto next_try = find<uint64_t>(json, "/next_try"); next_try && !is_over()) {
-        texts.push_back("it is tried again in " + duration_words(*next_try - std::min(*next_try, now())));
+        texts.push_back("it is tried again in " + base::duration_words(*next_try - std::min(*next_try, now())));
     }
     if (const uint64_t others = number_at(json, "/ahead/messages"); others != 0) {
         texts.push_back(fmt::format("behind {}, {}", counted(others, "message"),
@@ -88,7 +88,7 @@ std::string outbox_card_t::circumstances() const {
         texts.push_back(std::move(what));
     }
     if (const auto estimate = find<uint64_t>(json, "/estimate"); estimate && *estimate != 0) {
-        texts.push_back("sent in about " + duration_words(*estimate));
+        texts.push_back("sent in about " + base::duration_words(*estimate));
     }
     return fmt::format("{}", fmt::join(texts, "; "));
 }

@@ -4,7 +4,7 @@
 #include <ctime>
 #include <initializer_list>
 
-#include "cli/duration.h"
+#include "base/duration.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ std::string local_time(uint64_t since_1970) {
 }
 
 std::optional<uint64_t> read_time(const std::string& text) {
-    if (const auto ago = read_duration(text)) {
+    if (const auto ago = base::read_duration(text)) {
         const auto now = static_cast<uint64_t>(time(nullptr));
         return now > *ago ? now - *ago : 0;
     }

@@ -9,6 +9,7 @@
 
 #include "base/clock.h"
 #include "base/descriptor.h"
+#include "base/octets.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/input.h"
 #include "network/modem.h"
@@ -90,17 +91,18 @@ class host_t {
     modem_t& modem_;
 };
 
-/// 24 octets, then records: 8 octets of time, the length twice, and so many octets.
+/// Blocks: a type, their length, octets, and the length again.
 void check_trace(int file) {
-    std::string octets(static_cast<size_t>(lseek(file, 0, SEEK_END)), '\0');
-    must(pread(file, octets.data(), octets.size(), 0) == static_cast<ssize_t>(octets.size()) && octets.size() >= 24);
-    size_t at = 24;
-    while (at < octets.size()) {
-        must(octets.size() - at >= 16);
-        uint32_t lengths[2];
-        octets.copy(reinterpret_cast<char*>(lengths), sizeof lengths, at + 8);
-        must(lengths[0] == lengths[1] && lengths[0] <= 65'535 && lengths[0] <= octets.size() - at - 16);
-        at += 16 + lengths[0];
+    base::octets_t octets(static_cast<size_t>(lseek(file, 0, SEEK_END)));
+    must(pread(file, octets.data(), octets.size(), 0) == static_cast<ssize_t>(octets.size()) && !octets.empty());
+    base::octets_view_t left = octets;
+    while (!left.empty()) {
+        base::reader_t head(left);
+        must(head.u32().has_value());
+        const uint32_t length = head.u32().value_or(0);
+        must(length >= 12 && length % 4 == 0 && length <= left.size());
+        must(base::reader_t(left.subspan(length - 4)).u32() == length);
+        left = left.subspan(length);
     }
 }
 
@@ -110,7 +112,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     input_t input(data, size);
     const base::descriptor_t trace(memfd_create("trace", MFD_CLOEXEC));
     service_centre_t service_centre;
-    must(service_centre.trace().open("/proc/self/fd/" + std::to_string(trace.get())).empty());
+    must(service_centre.trace().open("/proc/self/fd/" + std::to_string(trace.get()), {}).empty());
     const std::string number = "+4917";
     const auto technology = input.below(4) == 0 ? access_technology_t::cdma : access_technology_t::gsm;
     modem_t modem(number, technology, service_centre);
@@ -127,6 +129,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 modem.pass_deadline();
                 break;
             case 2:
+                service_centre.touch(number);
                 service_centre.deliver_waiting();
                 break;
             default:

@@ -80,6 +80,7 @@ struct faults_t {
 
     // The message memories.
     unsigned failing_deletes = 0;  // so many of the next AT+CMGD fail
+    bool full = false;             // nothing finds a place
     std::string full_line;         // told when a message finds no place; empty: nothing is
 
     // What the network answers to each service code (+CUSD), in UTF-8.

@@ -114,7 +114,7 @@ at_result_t message_memories_t::cpms(const at_command_t& command, at_lines_t& li
         const named_places_t memory = places_named(name);
         line += line.empty() ? "+CPMS: " : ",";
         line += command.form == at_form_t::read ? fmt::format("\"{}\",", name) : "";
-        line += fmt::format("{},{}", memory.used(), memory.count());
+        line += fmt::format("{},{}", faults_.full ? memory.count() : memory.used(), memory.count());
     }
     lines.push_back(std::move(line));
     return at_ok;
@@ -224,7 +224,7 @@ at_result_t message_memories_t::write(const stored_message_t& message, at_lines_
     if (received ? !is_delivery(message.message) : !submission_of(message.message)) {
         return cms_invalid_pdu_parameter;
     }
-    const std::optional<size_t> index = places(for_writing).put(message);
+    const std::optional<size_t> index = faults_.full ? std::nullopt : places(for_writing).put(message);
     if (!index) {
         return cms_memory_full;
     }
@@ -240,7 +240,8 @@ stored_message_t* message_memories_t::to_send(size_t index) {
 }
 
 std::optional<message_memories_t::place_t> message_memories_t::store_received(const air_message_t& message) {
-    const std::optional<size_t> index = places(for_receiving).put({message_status_t::unread, message});
+    const std::optional<size_t> index =
+        faults_.full ? std::nullopt : places(for_receiving).put({message_status_t::unread, message});
     return index ? std::optional(place_t{memory_for_[for_receiving], *index}) : std::nullopt;
 }
 
@@ -257,6 +258,11 @@ void message_memories_t::set_places(size_t count) {
 void message_memories_t::set_default_places() {
     equipment_.set_count(equipment_places);
     card_.set_count(card_places);
+}
+
+std::optional<size_t> message_memories_t::unusual_places() const {
+    const bool usual = equipment_.count() == equipment_places && card_.count() == card_places;
+    return usual ? std::nullopt : std::optional(equipment_.count());
 }
 
 }  // namespace network

@@ -59,10 +59,22 @@ class message_memories_t {
     /// Where it lies now; none when the memory for it is full.
     std::optional<place_t> store_received(const air_message_t& message);
 
+    /// Of each memory: its name, used places, and all.
+    struct level_t {
+        std::string_view name;
+        size_t used;
+        size_t places;
+    };
+    std::vector<level_t> levels() const {
+        return {{"ME", equipment_.used(), equipment_.count()}, {"SM", card_.used(), card_.count()}};
+    }
+
     void reset_settings();
     /// Of each memory; what is stored beyond them is lost.
     void set_places(size_t count);
     void set_default_places();
+    /// None when they are the default ones.
+    std::optional<size_t> unusual_places() const;
 
   private:
     /// What +CPMS chooses a memory for.

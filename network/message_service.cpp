@@ -7,6 +7,7 @@
 #include "air/deliver_report.h"
 #include "base/clock.h"
 #include "base/hex.h"
+#include "network/fault_table.h"
 #include "network/message_pdu.h"
 
 namespace network {
@@ -285,7 +286,7 @@ at_result_t message_service_t::submit(std::string_view command, air_message_t me
         submission.reference = submission.submit.message_reference = next_reference_++;
         message.octets = air::encode(submission.submit).value_or(message.octets);
     }
-    service_centre_.trace().write(message, trace_direction_t::from_phone);
+    trace(message, trace_direction_t::from_phone);
     if (faults_.refusals > 0) {
         --faults_.refusals;
         return cms_error(faults_.refusal_code);
@@ -344,9 +345,13 @@ at_result_t message_service_t::take_report(std::string_view text) {
 receiver_t::taken_t message_service_t::deliver(const air_message_t& message) {
     const taken_t taken = receive(message);
     if (taken != taken_t::not_now) {
-        service_centre_.trace().write(message, trace_direction_t::to_phone);
+        trace(message, trace_direction_t::to_phone);
     }
     return taken;
+}
+
+void message_service_t::trace(const air_message_t& message, trace_direction_t direction) const {
+    service_centre_.trace().write(number_, name_of(coverage_.technology), message, direction);
 }
 
 receiver_t::taken_t message_service_t::receive(const air_message_t& message) {

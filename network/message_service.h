@@ -43,6 +43,7 @@ class message_service_t : public receiver_t {
     void pass_deadline();
 
     message_memories_t& memories() { return memories_; }
+    const message_memories_t& memories() const { return memories_; }
 
   private:
     struct command_t;
@@ -90,6 +91,7 @@ class message_service_t : public receiver_t {
 
     at_result_t take_report(std::string_view text);
     at_result_t submit(std::string_view command, air_message_t message, submission_t submission, at_lines_t& lines);
+    void trace(const air_message_t& message, trace_direction_t direction) const;
     taken_t receive(const air_message_t& message);
     taken_t store_delivery(const air_message_t& message, bool announce);
     taken_t deliver_directly(const air_message_t& message);

@@ -25,15 +25,19 @@ class modem_t : public at_commands_t {
 
     at_server_t& dialogue() { return dialogue_; }
     message_service_t& messages() { return messages_; }
+    const message_service_t& messages() const { return messages_; }
     /// When, on base::tick64, pass_deadline has something to do.
     std::optional<uint64_t> deadline() const;
     void pass_deadline();
     faults_t& faults() { return faults_; }
+    const faults_t& faults() const { return faults_; }
     sim_t& sim() { return sim_; }
+    const sim_t& sim() const { return sim_; }
     /// What it is on unless a fault says otherwise.
     access_technology_t own_technology() const { return own_technology_; }
     /// What the network gives it; without the SIM's PIN, or with its radio off, it takes none of it.
     const coverage_t& offered_coverage() const { return offered_coverage_; }
+    const coverage_t& coverage() const { return coverage_; }
     /// Tells the host, when it asked to be told (+CREG and its like).
     void set_coverage(const coverage_t& coverage);
     /// To be called after a change of the SIM; tells the host likewise.

@@ -2,16 +2,18 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/file.h>
 
 #include <algorithm>
 #include <cerrno>
 
+#include "air/result_codes.h"
 #include "base/clock.h"
 #include "base/text.h"
 #include "network/fault_table.h"
 #include "network/phone.h"
+#include "network/system_limits.h"
 
 namespace network {
 
@@ -25,14 +27,24 @@ bool is_number(std::string_view number) {
 
 }  // namespace
 
+bool by_number_t::operator()(const phone_t* a, const phone_t* b) const {
+    return a->number() < b->number();
+}
+
 network_t::network_t(fs::path directory) : directory_(std::move(directory)) {}
 
 std::unique_ptr<network_t> network_t::start(const fs::path& directory, const std::vector<std::string>& phones,
                                             std::string* error) {
+    raise_descriptor_limit(phones.size());
     std::unique_ptr<network_t> network(new network_t(directory));
     if (!network->take_directory(error)) {
         return nullptr;
     }
+    if (!network->tasks_waited_.want(EPOLLIN)) {
+        *error = "cannot wait for the modems: " + base::errno_text(errno);
+        return nullptr;
+    }
+    network->tty_watch_waited_.want(EPOLLIN);
     for (const std::string& phone : phones) {
         if (!network->plug_in(phone, error)) {
             return nullptr;
@@ -90,20 +102,22 @@ bool network_t::plug_in(std::string_view plan, std::string* error) {
     if (known != nullptr) {
         return known->plug_in(error);
     }
-    auto phone = std::make_unique<phone_t>(number, *technology, service_centre_, link(number), tty_watch_);
+    auto phone = std::make_unique<phone_t>(number, *technology, service_centre_, link(number), waits_, tty_watch_);
     if (!phone->plug_in(error)) {
         return false;
     }
-    phones_.emplace(digits_of(number), std::move(phone));
+    active_.insert(phones_.emplace(digits_of(number), std::move(phone)).first->second.get());
     return true;
 }
 
-phone_t* network_t::find(std::string_view number) const {
+/// Whatever it is wanted for may have changed it: it takes part in the round.
+phone_t* network_t::find(std::string_view number) {
     const auto phone = phones_.find(digits_of(number));
-    return phone == phones_.end() ? nullptr : phone->second.get();
+    return phone == phones_.end() ? nullptr : *active_.insert(phone->second.get()).first;
 }
 
 bool network_t::attach(const std::string& phone, std::string* error) {
+    raise_descriptor_limit(1);
     bool done = false;
     tasks_.run([&] { done = plug_in(phone, error); });
     return done;
@@ -113,6 +127,28 @@ fs::path network_t::link(std::string_view number) const {
     return directory_ / number;
 }
 
+std::string network_t::listen(std::string_view number, const tcp_address_t& address) {
+    std::string error;
+    tasks_.run([&] {
+        if (phone_t* phone = find(number)) {
+            phone->listen(address, &error);
+        } else {
+            error = fmt::format("the network has no phone {}", number);
+        }
+    });
+    return error;
+}
+
+std::string network_t::listens_at(std::string_view number) {
+    std::optional<tcp_address_t> address;
+    tasks_.run([&] {
+        if (const phone_t* phone = find(number)) {
+            address = phone->listens_at();
+        }
+    });
+    return address ? to_text(*address) : std::string();
+}
+
 std::string network_t::set_fault(std::string_view number, std::string_view order) {
     std::string error;
     tasks_.run([&] {
@@ -120,6 +156,99 @@ std::string network_t::set_fault(std::string_view number, std::string_view order
         error =
             phone == nullptr ? fmt::format("the network has no phone {}", number) : network::set_fault(phone, order);
     });
+    return error;
+}
+
+std::vector<std::string> network_t::faults_in_force(std::string_view number) {
+    std::vector<std::string> orders;
+    tasks_.run([&] {
+        if (const phone_t* phone = find(number)) {
+            orders = network::faults_in_force(*phone);
+        }
+    });
+    return orders;
+}
+
+std::vector<phone_state_t> network_t::phones(std::string_view after, size_t count) {
+    std::vector<phone_state_t> states;
+    tasks_.run([&] {
+        auto phone = after.empty() ? phones_.begin() : phones_.upper_bound(digits_of(after));
+        for (; phone != phones_.end() && states.size() < count; ++phone) {
+            states.push_back(state_of(*phone->second));
+        }
+    });
+    return states;
+}
+
+std::optional<phone_state_t> network_t::phone(std::string_view number) {
+    std::optional<phone_state_t> state;
+    tasks_.run([&] {
+        if (const phone_t* phone = find(number)) {
+            state = state_of(*phone);
+        }
+    });
+    return state;
+}
+
+std::string network_t::submit(const std::string& from, const composed_t& messages) {
+    std::string error;
+    tasks_.run([&] {
+        for (size_t i = 0; i < messages.size() && error.empty(); ++i) {
+            const auto submission = submission_of({air_form_t::gsm_tpdu, messages[i]});
+            const unsigned cause = submission ? service_centre_.submit(from, *submission) : cause_invalid_message;
+            if (cause != 0) {
+                error = fmt::format("the network refuses datagram {} of {}: {} ({})", i + 1, messages.size(),
+                                    air::words_of(air::cms_errors(), cause), cause);
+            }
+        }
+    });
+    return error;
+}
+
+std::string network_t::deliver(std::string_view number, air::octets_t tpdu) {
+    std::string error;
+    tasks_.run([&] {
+        if (find(number) == nullptr) {
+            error = fmt::format("the network has no phone {}", number);
+        } else if (!service_centre_.submit_as_it_stands(number, std::move(tpdu))) {
+            error = "the network is congested: too many messages wait";
+        }
+    });
+    return error;
+}
+
+bool network_t::take_arrival(std::string_view number, air::octets_view_t card) {
+    bool found = false;
+    tasks_.run([&] { found = service_centre_.arrivals().take(digits_of(number), card); });
+    return found;
+}
+
+std::vector<arrivals_t::told_t> network_t::arrivals_at(std::string_view number) {
+    std::vector<arrivals_t::told_t> told;
+    tasks_.run([&] { told = service_centre_.arrivals().at(digits_of(number)); });
+    return told;
+}
+
+void network_t::follow(fault_source_t source, told_t told) {
+    tasks_.run([&] {
+        schedule_.follow(std::move(source), [this, told = std::move(told)](const planned_order_t& order) {
+            told(order, carry_out(order));
+        });
+    });
+}
+
+/// Goes on after what cannot be done, and returns the last of that.
+std::string network_t::carry_out(const planned_order_t& order) {
+    std::string error;
+    for (const auto& [digits, phone] : phones_) {
+        if (order.number != all_phones && digits_of(order.number) != digits) {
+            continue;
+        }
+        for (const std::string& fault : order.faults) {
+            const std::string failure = network::set_fault(find(digits), fault);
+            error = failure.empty() ? error : fmt::format("{}: {}", phone->number(), failure);
+        }
+    }
     return error;
 }
 
@@ -133,74 +262,104 @@ sim_t::entries_t network_t::pin_entries(std::string_view number) {
     return entries;
 }
 
-std::string network_t::trace(const fs::path& file) {
-    std::string error;
-    tasks_.run([&] { error = service_centre_.trace().open(file); });
+std::string network_t::log_dialogues(const fs::path& directory, const std::function<void(const std::string&)>& told) {
+    std::error_code failure;
+    fs::create_directories(directory, failure);
+    std::string error =
+        failure ? fmt::format("cannot make the folder {}: {}", directory.string(), failure.message()) : "";
+    tasks_.run([&] {
+        for (auto phone = phones_.begin(); phone != phones_.end() && error.empty(); ++phone) {
+            error = phone->second->log(directory / (phone->second->number() + ".log"), told);
+        }
+    });
     return error;
 }
 
-/// The order matters three times. That a host has closed its tty is looked up after reading and before executing: what
-/// was read may be of its successor already, whose answers must not be dropped with its own. And messages are delivered
-/// after the commands, so that a phone that sends to itself is told of the arrival after the result of its submission.
-/// And what a host reads is in the statistics already.
+std::string network_t::trace(const fs::path& file, trace_t::failed_t failed) {
+    std::string error;
+    tasks_.run([&] { error = service_centre_.trace().open(file, std::move(failed)); });
+    return error;
+}
+
+/// A round is of the phones alone that may have something to do, and its order matters three times. That a host has
+/// closed its tty is looked up after reading and before executing: what was read may be of its successor already, whose
+/// answers must not be dropped with its own. And messages are delivered after the commands, so that a phone that sends
+/// to itself is told of the arrival after the result of its submission. And what a host reads is in the statistics
+/// already.
 void network_t::serve() {
     const base::clock_watch_t clock_watch([this] { tasks_.wake(); });
     while (!ending_) {
         wait();
         tasks_.do_all();
-        const auto each_plugged_in = [this](void (phone_t::*step)()) {
-            for (const auto& [digits, phone] : phones_) {
-                if (phone->plugged_in()) {
-                    (phone.get()->*step)();
-                }
-            }
-        };
+        schedule_.pass_deadline();
         each_plugged_in(&phone_t::read);
         forget_closed_hosts();
-        for (const auto& [digits, phone] : phones_) {
-            phone->pass_deadline();
-        }
+        pass_deadlines();
         each_plugged_in(&phone_t::execute);
-        service_centre_.deliver_waiting();
+        deliver_waiting();
         publish_statistics();
         each_plugged_in(&phone_t::write);
+        settle();
     }
 }
 
 void network_t::wait() {
-    std::vector<pollfd> waits = {{tasks_.fd(), POLLIN, 0}, {tty_watch_.fd(), POLLIN, 0}};
-    for (const auto& [digits, phone] : phones_) {
-        if (phone->plugged_in()) {
-            waits.push_back({phone->fd(), phone->wanted_events(), 0});
-        }
-    }
-    const uint64_t until = next_deadline();
+    const uint64_t until = std::min(next_deadline(), schedule_.deadline().value_or(UINT64_MAX));
     constexpr uint64_t longest = 60'000;
     const uint64_t now = base::tick64();
     const base::timed_wait_t timed(until);
-    poll(waits.data(), waits.size(), static_cast<int>(std::min(until - std::min(until, now), longest)));
+    const std::vector<phone_t*> ready = waits_.wait(static_cast<int>(std::min(until - std::min(until, now), longest)));
+    active_.insert(ready.begin(), ready.end());
 }
 
 /// When, on base::tick64, there is something to do even if nobody says anything.
 uint64_t network_t::next_deadline() const {
-    uint64_t limit = service_centre_.deadline().value_or(UINT64_MAX);
-    for (const auto& [digits, phone] : phones_) {
-        if (phone->plugged_in() && phone->has_input()) {
-            return 0;
-        }
-        limit = std::min(limit, phone->deadline().value_or(UINT64_MAX));
-    }
-    return limit;
+    constexpr uint64_t never = UINT64_MAX;
+    return active_.empty() ? std::min(service_centre_.deadline().value_or(never), deadlines_.first().value_or(never))
+                           : 0;
 }
 
-void network_t::forget_closed_hosts() {
-    for (const int id : tty_watch_.closed()) {
-        for (const auto& [digits, phone] : phones_) {
-            if (phone->plugged_in() && phone->watch_id() == id) {
-                phone->host_closed();
-            }
+void network_t::each_plugged_in(void (phone_t::*step)()) {
+    for (phone_t* phone : active_) {
+        if (phone->plugged_in()) {
+            (phone->*step)();
         }
     }
+}
+
+/// What the host wrote before it closed the tty may have been under way when the phones were read.
+void network_t::forget_closed_hosts() {
+    for (phone_t* phone : tty_watch_.closed()) {
+        phone->read();
+        phone->host_closed();
+        active_.insert(phone);
+    }
+}
+
+void network_t::pass_deadlines() {
+    const std::vector<phone_t*> due = deadlines_.take_due(base::tick64());
+    active_.insert(due.begin(), due.end());
+    for (phone_t* phone : active_) {
+        phone->pass_deadline();
+    }
+}
+
+void network_t::deliver_waiting() {
+    for (const phone_t* phone : active_) {
+        service_centre_.touch(phone->number());
+    }
+    for (const std::string& number : service_centre_.deliver_waiting()) {
+        find(number);
+    }
+}
+
+/// Those that have more to do at once stay for the next round.
+void network_t::settle() {
+    std::erase_if(active_, [this](phone_t* phone) {
+        phone->wait();
+        deadlines_.set(phone, phone->deadline());
+        return !phone->has_input();
+    });
 }
 
 void network_t::publish_statistics() {

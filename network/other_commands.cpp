@@ -18,6 +18,7 @@ struct other_commands_t::command_t {
     std::string_view executed = {};  // the answer without parameters; empty: likewise
     size_t checked = 0;              // so many parameters can be set, each to what `values` list for it
     bool remembered = false;         // what was set is the answer to ? from then on
+    bool tells_nothing = false;      // there is nothing to tell without parameters: OK alone
     // Instead of all this but `values`: the answer depends on the modem.
     at_result_t (other_commands_t::*run)(const at_command_t&, at_lines_t&) = nullptr;
 };
@@ -32,8 +33,16 @@ const other_commands_t::command_t other_commands_t::commands[] = {
      .run = &other_commands_t::cind},
     {.name = "+CCLK", .run = &other_commands_t::cclk},
     {.name = "+CUSD", .values = "(0-2)", .run = &other_commands_t::cusd},
+    {.name = "+CBC", .values = "(0),(0-100)", .executed = "0,100"},
+    {.name = "+CTZU", .values = "(0,1)", .standing = "0", .checked = 1, .remembered = true},
+    // Calls, none of which ever comes.
+    {.name = "+CLCC", .tells_nothing = true},
+    {.name = "+CRC", .values = "(0,1)", .standing = "0", .checked = 1, .remembered = true},
+    {.name = "+CLIP", .values = "(0,1)", .checked = 1},
+    {.name = "+CCWA", .values = "(0,1)", .checked = 1},
     // The SIM: its PIN is all that locks; two of its files; an empty phone book.
     {.name = "+CLCK", .values = R"(("SC"))", .run = &other_commands_t::clck},
+    {.name = "+CPWD", .values = R"(("SC",8))"},
     {.name = "+CRSM", .run = &other_commands_t::crsm},
     {.name = "+CCID", .run = &other_commands_t::ccid},
     {.name = "+CPBS", .values = R"(("SM"))", .standing = R"("SM",0,250)", .checked = 1},
@@ -75,7 +84,7 @@ at_result_t other_commands_t::execute(const command_t& known, const at_command_t
                                     : chosen != settings_.end()        ? chosen->second
                                                                        : known.standing;
     if (answer.empty()) {
-        return cme_not_allowed;
+        return known.tells_nothing && command.form == at_form_t::execute ? at_ok : cme_not_allowed;
     }
     lines.push_back(fmt::format("{}: {}", known.name, answer));
     return at_ok;

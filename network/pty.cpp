@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "base/text.h"
+#include "network/system_limits.h"
 
 namespace network {
 
@@ -34,14 +34,14 @@ std::unique_ptr<pty_t> pty_t::open(std::string* error) {
         slave = base::descriptor_t(::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     }
     if (!slave) {
-        *error = "cannot make a pseudo-terminal: " + base::errno_text(errno);
+        *error = "cannot make a pseudo-terminal: " + limit_text(errno);
         return nullptr;
     }
     make_raw(slave.get());
     return std::unique_ptr<pty_t>(new pty_t(std::move(master), std::move(slave), name.data()));
 }
 
-void pty_t::read(std::string& into) const {
+void pty_t::read(std::string& into) {
     std::array<char, 4096> octets;
     const ssize_t count = ::read(master_.get(), octets.data(), octets.size());
     if (count > 0) {
@@ -49,7 +49,7 @@ void pty_t::read(std::string& into) const {
     }
 }
 
-void pty_t::write(std::string& from) const {
+void pty_t::write(std::string& from) {
     const ssize_t count = from.empty() ? 0 : ::write(master_.get(), from.data(), from.size());
     if (count > 0) {
         from.erase(0, static_cast<size_t>(count));

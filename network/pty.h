@@ -7,10 +7,11 @@
 #include <utility>
 
 #include "base/descriptor.h"
+#include "network/host_line.h"
 
 namespace network {
 
-class pty_t {
+class pty_t : public host_line_t {
   public:
     /// Null, with the reason in `error`, when the system has no more of them.
     static std::unique_ptr<pty_t> open(std::string* error);
@@ -20,10 +21,8 @@ class pty_t {
     /// The tty for the host.
     const std::string& name() const { return name_; }
 
-    /// Appends what the host has written, a bounded piece at a time.
-    void read(std::string& into) const;
-    /// Removes from `from` what the tty has taken.
-    void write(std::string& from) const;
+    void read(std::string& into) override;
+    void write(std::string& from) override;
     /// After a host has closed the tty: drops what it left unread and its hold on the tty (TIOCEXCL), and makes the tty
     /// raw again.
     void forget_host() const;

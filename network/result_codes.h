@@ -52,6 +52,7 @@ inline constexpr at_result_t cms_no_acknowledgement_expected = cms_error(340);
 inline constexpr unsigned cause_unidentified_subscriber = 28;
 inline constexpr unsigned cause_congestion = 42;
 inline constexpr unsigned cause_facility_not_subscribed = 50;
+inline constexpr unsigned cause_invalid_message = 95;
 /// TP-FCS, 3GPP TS 23.040 9.2.3.22: SM rejected - duplicate SM.
 inline constexpr unsigned cause_duplicate = 0xC5;
 

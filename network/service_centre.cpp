@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
 #include "base/clock.h"
 #include "network/result_codes.h"
@@ -64,10 +65,28 @@ unsigned service_centre_t::submit(const std::string& originator, const submissio
     if (attached != attached_.end() && !delivery_of(deliver, identifier, attached->second.phone->form())) {
         return cause_facility_not_subscribed;
     }
-    queues_[submit.destination.text].messages.push_back({std::move(deliver), identifier, base::tick64()});
+    queues_[submit.destination.text].messages.push_back(
+        {.deliver = std::move(deliver), .identifier = identifier, .since = base::tick64()});
+    touch(submit.destination.text);
     ++statistics_.submitted;
     ++statistics_.waiting;
     return 0;
+}
+
+bool service_centre_t::submit_as_it_stands(std::string_view number, air::octets_t tpdu) {
+    if (statistics_.waiting >= max_waiting) {
+        return false;
+    }
+    queues_[digits_of(number)].messages.push_back({.as_it_stands = std::move(tpdu), .since = base::tick64()});
+    touch(std::string(number));
+    ++statistics_.submitted;
+    ++statistics_.waiting;
+    return true;
+}
+
+size_t service_centre_t::waiting_for(std::string_view number) const {
+    const auto queue = queues_.find(digits_of(number));
+    return queue == queues_.end() ? 0 : queue->second.messages.size();
 }
 
 /// TP-Reject-Duplicates, 3GPP TS 23.040 9.2.3.25: by originator, destination and TP-MR. On CDMA a copy is known by the
@@ -86,10 +105,12 @@ bool service_centre_t::is_repetition(const std::string& originator, const rememb
 
 void service_centre_t::attach(const std::string& number, receiver_t& phone, const faults_t& faults) {
     attached_[digits_of(number)] = {&phone, &faults};
+    touch(number);
 }
 
 void service_centre_t::detach(const std::string& number) {
     attached_.erase(digits_of(number));
+    deadlines_.set(digits_of(number), std::nullopt);
 }
 
 void service_centre_t::acknowledge(const std::string& number, bool accepted) {
@@ -99,30 +120,46 @@ void service_centre_t::acknowledge(const std::string& number, bool accepted) {
     }
     attached->second.pending = false;
     if (accepted) {
-        delivered_first(attached->second, queues_[attached->first]);
+        delivered_first(attached->first, attached->second, queues_[attached->first]);
+    }
+    touch(number);
+}
+
+void service_centre_t::touch(const std::string& number) {
+    if (std::string digits = digits_of(number); queues_.contains(digits)) {
+        touched_.insert(std::move(digits));
     }
 }
 
-void service_centre_t::deliver_waiting() {
-    for (auto& [digits, attached] : attached_) {
-        attached.waits_until.reset();
-        const auto queue = queues_.find(digits);
-        if (queue == queues_.end()) {
-            continue;
-        }
-        deliver_waiting(attached, queue->second);
-        if (queue->second.messages.empty()) {
-            queues_.erase(queue);
-        }
+std::set<std::string> service_centre_t::deliver_waiting() {
+    for (std::string& digits : deadlines_.take_due(base::tick64())) {
+        touched_.insert(std::move(digits));
+    }
+    std::set<std::string> offered = std::exchange(touched_, {});
+    for (const std::string& digits : offered) {
+        deliver_waiting(digits);
+    }
+    return offered;
+}
+
+void service_centre_t::deliver_waiting(const std::string& digits) {
+    const auto attached = attached_.find(digits);
+    const auto queue = queues_.find(digits);
+    if (attached == attached_.end() || queue == queues_.end()) {
+        return;
+    }
+    deadlines_.set(digits, std::nullopt);
+    deliver_waiting(digits, attached->second, queue->second);
+    if (queue->second.messages.empty()) {
+        queues_.erase(queue);
     }
 }
 
-void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
-    while (!attached.pending && may_deliver(attached, queue)) {
+void service_centre_t::deliver_waiting(const std::string& digits, attached_t& attached, queue_t& queue) {
+    while (!attached.pending && may_deliver(digits, attached, queue)) {
         waiting_t& first = queue.messages.front();
         first.deliver.more_messages = queue.messages.size() > 1;  // TP-MMS, 3GPP TS 23.040 9.2.3.2
-        const std::optional<air_message_t> message =
-            delivery_of(first.deliver, first.identifier, attached.phone->form());
+        const std::optional<air_message_t> message = message_of(first, attached.phone->form());
         if (!message) {  // it has waited for a phone that is on another network now
             remove_first(queue);
             continue;
@@ -134,9 +171,17 @@ void service_centre_t::deliver_waiting(attached_t& attached, queue_t& queue) {
         attached.pending = taken == receiver_t::taken_t::pending;
         attached.next_at = base::tick64() + attached.faults->delivery_gap;
         if (!attached.pending) {
-            delivered_first(attached, queue);
+            delivered_first(digits, attached, queue);
         }
     }
+}
+
+/// None for what does not cross to the phone's network.
+std::optional<air_message_t> service_centre_t::message_of(const waiting_t& waiting, air_form_t form) {
+    if (waiting.as_it_stands.empty()) {
+        return delivery_of(waiting.deliver, waiting.identifier, form);
+    }
+    return form == air_form_t::gsm_tpdu ? std::optional(air_message_t{form, waiting.as_it_stands}) : std::nullopt;
 }
 
 /// When the first of the queue, which has one, may be delivered.
@@ -145,14 +190,14 @@ uint64_t service_centre_t::due(const attached_t& attached, const queue_t& queue)
 }
 
 /// What is held back to be reordered is turned round when enough of it has come.
-bool service_centre_t::may_deliver(attached_t& attached, queue_t& queue) {
+bool service_centre_t::may_deliver(const std::string& digits, const attached_t& attached, queue_t& queue) {
     const faults_t& faults = *attached.faults;
     std::deque<waiting_t>& messages = queue.messages;
     if (messages.empty()) {
         return false;
     }
     if (const uint64_t at = due(attached, queue); at > base::tick64()) {
-        attached.waits_until = at;
+        deadlines_.set(digits, at);
         return false;
     }
     if (queue.released == 0 && faults.reordered > 0) {
@@ -165,20 +210,16 @@ bool service_centre_t::may_deliver(attached_t& attached, queue_t& queue) {
     return true;
 }
 
-// As deliver_waiting found it: by the present time one may be due already.
 std::optional<uint64_t> service_centre_t::deadline() const {
-    std::optional<uint64_t> earliest;
-    for (const auto& [digits, attached] : attached_) {
-        if (attached.waits_until && *attached.waits_until < earliest.value_or(UINT64_MAX)) {
-            earliest = attached.waits_until;
-        }
-    }
-    return earliest;
+    return touched_.empty() ? deadlines_.first() : base::tick64();
 }
 
-void service_centre_t::delivered_first(const attached_t& attached, queue_t& queue) {
+void service_centre_t::delivered_first(const std::string& digits, const attached_t& attached, queue_t& queue) {
     ++statistics_.delivered;
     waiting_t& first = queue.messages.front();
+    if (const auto raw = air::decode_deliver(first.as_it_stands); raw || first.as_it_stands.empty()) {
+        arrivals_.add(digits, raw ? *raw : first.deliver);
+    }
     if (attached.faults->duplicates && !first.repeated) {
         first.repeated = true;
         return;

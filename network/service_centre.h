@@ -9,11 +9,14 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
 #include "air/tpdu.h"
 #include "network/air_message.h"
+#include "network/arrivals.h"
+#include "network/deadlines.h"
 #include "network/faults.h"
 #include "network/trace.h"
 
@@ -57,11 +60,20 @@ class service_centre_t {
     void detach(const std::string& number);
     /// The outcome of a pending delivery; one that was not accepted waits on.
     void acknowledge(const std::string& number, bool accepted);
-    /// Offers every attached phone what waits for it.
-    void deliver_waiting();
-    /// When, on base::tick64, the next message is due that is delayed or waits for its turn.
+    /// What waits for the number is to be offered anew: its phone, or what `faults` say, may have changed.
+    void touch(const std::string& number);
+    /// Offers what waits to those for whom something has changed: a message came or is due, the phone was attached, has
+    /// acknowledged or was touched. Returns their digits; the others cost nothing, however many they are.
+    std::set<std::string> deliver_waiting();
+    /// When, on base::tick64, deliver_waiting has something to do.
     std::optional<uint64_t> deadline() const;
     const statistics_t& statistics() const { return statistics_; }
+    /// Messages that wait for the number.
+    size_t waiting_for(std::string_view number) const;
+    /// Has the phone of the number handed a TPDU as it stands, when its turn comes. False when too many wait.
+    bool submit_as_it_stands(std::string_view number, air::octets_t tpdu);
+    /// Cards that have come whole to the phones.
+    arrivals_t& arrivals() { return arrivals_; }
     /// What passes to and from the phones; their modems write it.
     trace_t& trace() { return trace_; }
 
@@ -77,11 +89,11 @@ class service_centre_t {
         receiver_t* phone = nullptr;
         const faults_t* faults = nullptr;
         bool pending = false;
-        uint64_t next_at = 0;                   // on base::tick64: no delivery before it
-        std::optional<uint64_t> waits_until{};  // what was not delivered yet is due then
+        uint64_t next_at = 0;  // on base::tick64: no delivery before it
     };
     struct waiting_t {
-        air::deliver_t deliver;
+        air::deliver_t deliver{};
+        air::octets_t as_it_stands{};  // instead of it, when there are any
         uint16_t identifier = 0;
         uint64_t since = 0;     // base::tick64
         bool repeated = false;  // it has been delivered and comes again
@@ -99,16 +111,21 @@ class service_centre_t {
     };
 
     bool is_repetition(const std::string& originator, const remembered_t& submission);
-    void deliver_waiting(attached_t& attached, queue_t& queue);
+    void deliver_waiting(const std::string& digits);
+    void deliver_waiting(const std::string& digits, attached_t& attached, queue_t& queue);
     static uint64_t due(const attached_t& attached, const queue_t& queue);
-    static bool may_deliver(attached_t& attached, queue_t& queue);
-    void delivered_first(const attached_t& attached, queue_t& queue);
+    bool may_deliver(const std::string& digits, const attached_t& attached, queue_t& queue);
+    void delivered_first(const std::string& digits, const attached_t& attached, queue_t& queue);
+    static std::optional<air_message_t> message_of(const waiting_t& waiting, air_form_t form);
     void remove_first(queue_t& queue);
 
     std::map<std::string, attached_t> attached_;  // by digits
     std::map<std::string, queue_t> queues_;       // by digits
+    std::set<std::string> touched_;               // by digits: those that have a queue
+    deadlines_t<std::string> deadlines_;          // by digits: what was not delivered yet is due then
     std::map<std::string, std::deque<remembered_t>> remembered_;
     statistics_t statistics_;
+    arrivals_t arrivals_;
     trace_t trace_;
 };
 

@@ -13,14 +13,13 @@ void sim_t::set_pin(std::string pin) {
 }
 
 void sim_t::set_busy(uint64_t milliseconds, unsigned code) {
-    busy_for_ = milliseconds;
-    busy_code_ = code;
-    busy_until_ = base::tick64() + busy_for_;
+    busy_at_start_ = {milliseconds, code};
+    busy_until_ = base::tick64() + milliseconds;
 }
 
 void sim_t::power_on() {
     locked_ = !pin_.empty();
-    busy_until_ = base::tick64() + busy_for_;
+    busy_until_ = base::tick64() + busy_at_start_.milliseconds;
 }
 
 bool sim_t::busy() const {
@@ -61,7 +60,7 @@ std::optional<at_result_t> sim_t::refusal() const {
 
 std::optional<at_result_t> sim_t::message_refusal() const {
     if (busy()) {
-        return cms_error(busy_code_);
+        return cms_error(busy_at_start_.code);
     }
     if (locked_) {
         return tries_left_ > 0 ? cms_pin_required : cms_puk_required;

@@ -17,6 +17,12 @@ class sim_t {
     /// From now on, and after each power-on and each right PIN, it is busy for so many milliseconds of
     /// base::tick64; the message service then answers with `code`.
     void set_busy(uint64_t milliseconds, unsigned code);
+    struct busy_t {
+        uint64_t milliseconds = 0;
+        unsigned code = 0;
+    };
+    /// As it was set.
+    const busy_t& busy_at_start() const { return busy_at_start_; }
     void power_on();
 
     /// Without its PIN the modem gets no network.
@@ -25,6 +31,7 @@ class sim_t {
     std::string_view state() const;
     /// After each power-on, +CLCK.
     bool asks_for_pin() const { return !pin_.empty(); }
+    const std::string& pin() const { return pin_; }
     unsigned tries_left() const { return tries_left_; }
     /// How often a host has entered a PIN so far: the right one where it was wanted, another, or any unasked.
     struct entries_t {
@@ -48,9 +55,8 @@ class sim_t {
     bool locked_ = false;
     unsigned tries_left_ = all_tries;
     entries_t entries_;
-    uint64_t busy_for_ = 0;
+    busy_t busy_at_start_;
     uint64_t busy_until_ = 0;
-    unsigned busy_code_ = 0;
 };
 
 }  // namespace network

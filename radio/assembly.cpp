@@ -10,34 +10,6 @@ namespace radio::assembly {
 
 namespace {
 
-// 3GPP TS 23.040 9.2.3.24
-constexpr uint8_t concatenation_8bit = 0x00;
-constexpr uint8_t ports_8bit = 0x04;
-constexpr uint8_t ports_16bit = 0x05;
-constexpr uint8_t concatenation_16bit = 0x08;
-
-// What the driver insists on; it takes any length of an element that it does not know.
-bool has_length_of_its_kind(uint8_t identifier, size_t length) {
-    switch (identifier) {
-        case concatenation_8bit:
-            return length == 3;
-        case ports_8bit:
-            return length == 2;
-        case ports_16bit:
-        case concatenation_16bit:
-            return length == 4;
-        default:
-            return true;
-    }
-}
-
-place_t place_in(air::octets_view_t element) {
-    const size_t width = element.size() - 2;
-    const auto reference = static_cast<uint16_t>(width == 1 ? element[0] : element[0] << 8 | element[1]);
-    const uint8_t part = element[width + 1];
-    return {static_cast<uint8_t>(width), reference, std::max<uint8_t>(part, 1), element[width]};
-}
-
 using window_t = std::span<const record_t>;
 
 bool repeats(const record_t& record, const records_t& all) {
@@ -153,25 +125,6 @@ class stretch_t {
 };
 
 }  // namespace
-
-std::optional<place_t> place_of(air::octets_view_t header) {
-    std::optional<place_t> place;
-    air::bit_reader_t reader(header);
-    while (reader.left() > 0) {
-        const uint8_t identifier = reader.octet();
-        const air::octets_view_t element = reader.octets(reader.octet());
-        if (reader.failed() || !has_length_of_its_kind(identifier, element.size())) {
-            return std::nullopt;
-        }
-        if (!place && (identifier == concatenation_8bit || identifier == concatenation_16bit)) {
-            place = place_in(element);
-        }
-    }
-    if (place && place->part > place->parts) {
-        return std::nullopt;
-    }
-    return place.value_or(place_t{});
-}
 
 void insert(records_t& records, record_t record) {
     const auto order = [](const record_t& left, const record_t& right) {

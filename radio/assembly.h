@@ -10,21 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "air/octets.h"
+#include "air/tpdu.h"
 
 namespace radio::assembly {
 
-/// Where a datagram belongs, as the driver reads its header.
-struct place_t {
-    uint8_t width = 0;  // octets of the reference, which tell references apart; 0: a message of its own
-    uint16_t reference = 0;
-    uint8_t part = 1;  // from 1
-    uint8_t parts = 1;
-};
-/// Of a header without its length octet: by the first concatenation element (3GPP TS 23.040 9.2.3.24.1, 9.2.3.24.8),
-/// part 0 taken for 1. None when the driver refuses the datagram: an element that is cut off or of a wrong length, no
-/// parts, or a part behind the last.
-std::optional<place_t> place_of(air::octets_view_t header);
+using air::place_of;
+using air::place_t;
 
 /// A datagram among those with its sender, reference and number of parts.
 struct record_t {

@@ -237,8 +237,11 @@ bool modem_t::set_up(setup_inquiry_t& inquiry) {
     if (!pdu_mode->ok()) {
         return inquiry.fail_modem("refuses PDU mode (AT+CMGF=0)");
     }
-    return mailbox_.set_up(inquiry) && announcements_.set_up(inquiry) && submitter_.set_up(inquiry) &&
-           registration_.set_up(inquiry);
+    if (!mailbox_.set_up(inquiry) || !announcements_.set_up(inquiry) || !submitter_.set_up(inquiry)) {
+        return false;
+    }
+    sim_.note_number(inquiry);  // as late as this: a SIM that has just got its PIN reads its phone book first
+    return registration_.set_up(inquiry);
 }
 
 void modem_t::set_up_again(std::string_view reason) {

@@ -48,7 +48,8 @@ struct modem_state_t {
     std::string maker;     // empty where it tells none, like those below
     std::string model;
     std::string serial_number;
-    std::string sim;  // its state in words
+    std::string sim;     // its state in words
+    std::string number;  // the subscriber's, digits, "+" before an international one
     std::vector<domain_state_t> domains;
     DWORD system_type = RIL_SYSTEMTYPE_NONE;
     std::optional<int> signal;           // dBm

@@ -106,6 +106,16 @@ bool sim_t::set_up(setup_inquiry_t& inquiry, bool needed) {
     }
 }
 
+void sim_t::note_number(setup_inquiry_t& inquiry) {
+    std::string number;
+    const reply_t reply =
+        inquiry.link().exchange({.line = "AT+CNUM", .limit = limit_t::setting, .prefixes = {"+CNUM:"}});
+    for (const modem_line_t& line : reply.lines) {
+        number = number.empty() ? own_number(line.text).value_or(std::string()) : number;
+    }
+    board_.change([&](modem_state_t& now) { now.number = number; });
+}
+
 void sim_t::note_state(const reply_t& reply) {
     const std::optional<state_words_t> words = sim_words(reply);
     board_.change([&](modem_state_t& now) { now.sim = words ? words->words : reply.first(); });

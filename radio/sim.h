@@ -1,5 +1,5 @@
-/// The SIM, made ready to be used: 3GPP TS 27.007 8.3. It gets its PIN by the rules of sim_pin.h; a PUK never. Used on
-/// the modem's thread.
+/// The SIM, made ready to be used: 3GPP TS 27.007 8.3. It gets its PIN by the rules of sim_pin.h; a PUK never. And its
+/// number, as far as it holds that. Used on the modem's thread.
 #pragma once
 
 #include <optional>
@@ -30,6 +30,8 @@ class sim_t {
 
     /// Waits for a SIM that is busy, and gives it the PIN that it wants. `needed`: a modem without a SIM is of no use.
     [[nodiscard]] bool set_up(setup_inquiry_t& inquiry, bool needed);
+    /// Asks once for the number. Many a SIM holds none, and many a modem does not tell it.
+    void note_number(setup_inquiry_t& inquiry);
 
   private:
     enum class step_t { ready, failed, wait };

@@ -93,4 +93,21 @@ std::optional<std::string> card_identity(std::string_view line) {
     return std::nullopt;
 }
 
+// The name before it may be empty, and the number of an unused place of the SIM is.
+std::optional<std::string> own_number(std::string_view line) {
+    constexpr size_t most_digits = 15;            // ITU-T E.164
+    constexpr const char* international = "145";  // <type>, 3GPP TS 24.008 10.5.4.7
+    const std::vector<value_t> values = values_of(line);
+    if (!line.starts_with("+CNUM:") || values.size() < 2) {
+        return std::nullopt;
+    }
+    const bool has_sign = values[1].text.starts_with('+');
+    const std::string digits = values[1].text.substr(has_sign ? 1 : 0);
+    if (digits.empty() || digits.size() > most_digits || digits.find_first_not_of("0123456789") != std::string::npos) {
+        return std::nullopt;
+    }
+    const bool is_international = has_sign || (values.size() > 2 && values[2].text == international);
+    return (is_international ? "+" : "") + digits;
+}
+
 }  // namespace radio

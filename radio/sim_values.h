@@ -1,5 +1,5 @@
-/// What modems tell of a SIM, as values: how often its PIN may still be tried, and which SIM it is. For both there is a
-/// form of the standard, which not all modems know, and the makers' own. Pure functions.
+/// What modems tell of a SIM, as values: how often its PIN may still be tried, which SIM it is, and its number. For the
+/// first two there is a form of the standard, which not all modems know, and the makers' own. Pure functions.
 #pragma once
 
 #include <optional>
@@ -27,5 +27,9 @@ std::span<const std::string_view> card_replies();
 /// The ICCID (ITU-T E.118) in such a line: 18 to 20 digits, or letters to F where the issuer uses them, in the order in
 /// which they are printed on the card, without padding.
 std::optional<std::string> card_identity(std::string_view line);
+
+/// The subscriber's number in a line of +CNUM (3GPP TS 27.007 7.1), with "+" where it is international; none when the
+/// SIM holds none.
+std::optional<std::string> own_number(std::string_view line);
 
 }  // namespace radio

@@ -74,6 +74,7 @@ const row_t rows[] = {
     {"restarted_in_text_mode", {"text-mode"}, {"restart=2000:^SYSSTART"}, {}, ""},
     {"answers_late", {"late-answers=700"}, {}, {}, ""},
     {"answers_too_late", {}, {"late-answers=3000"}, {"late-answers=0"}, ""},
+    {"full_for_a_time", {}, {"full"}, {"full=off"}, ""},
     {"memory_full", {"storage=8", "unannounced", "memory-full"}, {}, {}, "is full"},
     {"pdu_spare_bits", {"pdu=spare-bits"}, {}, {}, ""},
     {"pdu_even_address", {"pdu=even-address"}, {}, {}, ""},

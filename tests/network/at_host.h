@@ -1,9 +1,11 @@
-/// A host at a modem's tty, as a terminal program is one.
+/// A host at a modem's tty, as a terminal program is one, or at its TCP port.
 #pragma once
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,11 +21,19 @@ class host_t {
     explicit host_t(const std::filesystem::path& tty) : fd_(open(tty.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {
         EXPECT_GE(fd_, 0) << tty;
     }
+    /// At a port of this machine.
+    explicit host_t(uint16_t port) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+        connected_ = connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        fcntl(fd_, F_SETFL, O_NONBLOCK);
+    }
     ~host_t() { close(fd_); }
     host_t(const host_t&) = delete;
     host_t& operator=(const host_t&) = delete;
 
     int fd() const { return fd_; }
+    /// Whether the port takes connections.
+    bool connected() const { return connected_; }
     void send(std::string_view text) const {
         pollfd room = {fd_, POLLOUT, 0};
         while (!text.empty()) {
@@ -77,6 +87,7 @@ class host_t {
     }
 
     const int fd_;
+    bool connected_ = false;
     std::string unread_;
 };
 

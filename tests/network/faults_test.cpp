@@ -1,4 +1,8 @@
 // The faults by name: what each makes a host see.
+#include <fmt/format.h>
+
+#include <set>
+
 #include "base/clock.h"
 #include "network/fault_table.h"
 #include "tests/network/host.h"
@@ -203,6 +207,97 @@ TEST_F(faults_test, a_received_message_is_written_back) {
     to->expect("AT+CMGR=1\r", "\r\n+CMGR: 0,,20\r\n" + pdu + "\r\nOK\r\n");
     to->expect("AT+CMGW=20\r", "\r\n> ");
     to->expect(pdu + "\x1a", "\r\n+CMS ERROR: 304\r\n");  // it is none to be sent
+}
+
+// Of each fault: an order, and how it is told.
+TEST_F(faults_test, those_in_force_are_told_as_orders) {
+    const std::string orders[][2] = {
+        {"refuse=38x2", ""},
+        {"refuse-to=+12025550177:1", ""},
+        {"lose-results=1", ""},
+        {"late-results=700", ""},
+        {"late-prompt=1", ""},
+        {"delay=3000", ""},
+        {"delivery-gap=0", ""},
+        {"duplicate=on", "duplicate"},
+        {"reorder=3", ""},
+        {"both-ways", ""},
+        {"unannounced", ""},
+        {"wrong-index", ""},
+        {"fail-deletes=3", ""},
+        {"pdu=length-under", ""},
+        {"memory-full", R"(memory-full=^SMMEMFULL: "ME")"},
+        {"full", ""},
+        {"storage=20", ""},
+        {"registration=none", ""},
+        {"technology=lte", ""},
+        {"ussd=", ""},
+        {"hang-up", ""},
+        {"silent=on", "silent"},
+        {"silent=opened", ""},
+        {"late-answers=1", ""},
+        {"single-octets", ""},
+        {"echo=off", ""},
+        {"numeric-results", ""},
+        {"text-mode", ""},
+        {"prompt=spaced-line", ""},
+        {"chatter", "chatter=^RSSI: 21"},
+        {"errors=plain", ""},
+        {"offers=stored", ""},
+        {"sim-busy=5000", "sim-busy=5000:314"},
+        {"pin=4711", ""},
+    };
+    std::set<std::string_view> untold;
+    for (const fault_t& fault : fault_table()) {
+        untold.insert(fault.name);
+    }
+    std::vector<std::string> together;
+    for (const auto& [order, told] : orders) {
+        const std::string expected = told.empty() ? order : told;
+        set_fault(bob, order);
+        EXPECT_EQ(network_->faults_in_force(bob), std::vector{expected});
+        set_fault(bob, "clear");
+        EXPECT_EQ(network_->faults_in_force(bob), std::vector<std::string>{}) << order;
+        untold.erase(std::string_view(order).substr(0, order.find('=')));
+        if (order != "hang-up" && expected != "silent") {
+            together.push_back(expected);
+        }
+    }
+    EXPECT_EQ(untold, (std::set<std::string_view>{"restart", "return", "clear"})) << "add an order";
+    together.insert(together.begin() + 2, "refuse-to=+12025550188:38");
+    for (size_t i = together.size(); i-- > 0;) {
+        set_fault(bob, together[i]);
+    }
+    EXPECT_EQ(network_->faults_in_force(bob), together) << "in the table's order";
+}
+
+TEST_F(faults_test, what_is_left_of_those_in_force_is_told) {
+    const auto from = host(alice);
+    set_fault(alice, "refuse=38x2");
+    submit(*from, submit_to(bob, {1}));
+    from->expect("", "\r\n+CMS ERROR: 38\r\n");
+    EXPECT_EQ(network_->faults_in_force(alice), std::vector<std::string>{"refuse=38x1"});
+    const auto left = [this] {
+        const std::vector<std::string> orders = network_->faults_in_force(bob);
+        return orders.size() == 1 ? orders[0] : fmt::format("{} orders", orders.size());
+    };
+    for (const std::string order : {"hang-up=", "restart=:+CPIN: SIM PIN"}) {
+        const size_t value = order.find('=') + 1;
+        set_fault(bob, std::string(order).insert(value, "600000"));
+        base::advance_clock(200'000);
+        const std::string told = left();
+        const std::string rest = told.substr(value, told.size() - order.size());
+        EXPECT_EQ(told, std::string(order).insert(value, rest));
+        EXPECT_LE(std::stoi(rest), 400'000);
+        EXPECT_GT(std::stoi(rest), 300'000);
+        base::advance_clock(400'000);
+        left();  // a round: that is over
+        EXPECT_EQ(left(), "0 orders");
+    }
+    set_fault(bob, "restart=600000");
+    set_fault(bob, "clear");
+    EXPECT_EQ(left(), "0 orders");
+    host(bob)->expect("AT\r", "\r\nOK\r\n");
 }
 
 }  // namespace

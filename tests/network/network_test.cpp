@@ -80,8 +80,8 @@ TEST_F(network_test, the_next_host_finds_a_clean_tty) {
     EXPECT_EQ(exclusive, 0);
 }
 
-TEST_F(network_test, a_host_that_never_reads_harms_nobody) {
-    const auto deaf = host(bob, {"AT+CNMI=2,1"});
+TEST_F(network_test, a_host_that_does_not_read_harms_nobody_and_gets_what_waits_when_it_does) {
+    const auto deaf = host(bob, {"AT+CNMI=2,2"});
     const std::string command = "AT+CLAC\r";
     size_t written = 0;
     pollfd room = {deaf->fd(), POLLOUT, 0};
@@ -93,6 +93,8 @@ TEST_F(network_test, a_host_that_never_reads_harms_nobody) {
     const auto from = host(alice);
     submit(*from, submit_to(bob, {1}));
     EXPECT_EQ(from->read_until("OK\r\n"), sent(0));
+    EXPECT_EQ(network_->statistics().waiting, 1U);
+    EXPECT_TRUE(deaf->read_until("+CMT: ").ends_with("+CMT: "));
     EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
 }
 
@@ -157,30 +159,6 @@ TEST_F(network_test, a_modem_hangs_up_and_returns_with_its_messages) {
     EXPECT_TRUE(wait_for(&statistics_t::waiting, 0));
     host_t back(network_->link(bob));
     back.expect("AT+CNMI?;+CMGD=?\r", "AT+CNMI?;+CMGD=?\r\r\n+CNMI: 0,0,0,0,0\r\n\r\n+CMGD: (1,2),(0-4)\r\n\r\nOK\r\n");
-}
-
-TEST_F(network_test, traces_what_passes) {
-    const fs::path file = directory_ / "trace.pcap";
-    EXPECT_NE(network_->trace(directory_ / "no" / "folder"), "");
-    ASSERT_EQ(network_->trace(file), "");
-    const auto from = host(alice);
-    submit(*from, submit_to(bob, {0xAA}));
-    EXPECT_EQ(from->read_until("OK\r\n"), sent(0));
-    EXPECT_TRUE(wait_for(&statistics_t::delivered, 1));
-    std::ifstream stream(file, std::ios::binary);
-    const std::string octets{std::istreambuf_iterator<char>(stream), {}};
-    const auto hex = [&](size_t at, size_t count) {
-        return base::to_hex(
-            air::octets_t(octets.begin() + static_cast<long>(at), octets.begin() + static_cast<long>(at + count)));
-    };
-    ASSERT_EQ(octets.size(), 24U + 16 + 24 + 14 + 16 + 24 + 20);
-    EXPECT_EQ(hex(0, 24), "D4C3B2A1020004000000000000000000FFFF0000FC000000");
-    EXPECT_EQ(hex(32, 8), "2600000026000000") << "38 octets, of 38";
-    const std::string dissector = "000C000867736D5F736D7300";  // "gsm_sms"
-    EXPECT_EQ(hex(40, 24), dissector + "002300040000000100000000") << "received";
-    EXPECT_EQ(hex(64, 14), "01000C91947100000020000401AA");
-    EXPECT_EQ(hex(94, 24), dissector + "002300040000000000000000") << "sent";
-    EXPECT_EQ(hex(118, 11), "040C919471000000100004");  // then the time, the length and the octet
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // What a modem has to be asked, waited for and given before it can be used.
 #include "base/clock.h"
+#include "radio/modem_state.h"
 #include "tests/radio/session_fixture.h"
 
 namespace {
@@ -41,6 +42,21 @@ TEST_F(set_up, sim_busy_after_start_is_waited_for) {
     EXPECT_THAT(attach_as_time_passes(), HasSubstr("not ready after 60 s"));
     modem.on("AT+CPIN?", "\r\n+CME ERROR: 10\r\n");
     EXPECT_THAT(attach_now(), HasSubstr("SIM not inserted"));
+}
+
+TEST_F(set_up, a_sim_that_does_not_tell_its_number_hinders_nothing) {
+    const std::pair<std::string, const char*> rows[] = {
+        {"\r\n+CNUM: \"Fax\",\"\",129\r\n+CNUM: \"Own\",\"491700000001\",145\r\n" + ok, "+491700000001"},
+        {ok, ""},
+        {"\r\n+CME ERROR: 14\r\n", ""},
+        {"", ""},  // no answer at all
+    };
+    for (const auto& [reply, number] : rows) {
+        modem.on("AT+CNUM", reply);
+        EXPECT_EQ(attach_as_time_passes(), "") << reply;
+        EXPECT_EQ(radio::modem_state()->number, number);
+    }
+    EXPECT_EQ(modem.count("AT+CNUM"), std::size(rows)) << "asked once";
 }
 
 TEST_F(set_up, a_modem_that_refuses_the_first_words_is_spoken_to_in_others) {

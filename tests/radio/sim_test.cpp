@@ -71,6 +71,22 @@ TEST(sim, card_identities_in_every_form) {
     }
 }
 
+TEST(sim, own_numbers_in_every_form) {
+    const std::pair<const char*, std::optional<std::string>> rows[] = {
+        {"+CNUM: \"Own, first\",\"+491700000001\",145,,4", "+491700000001"},
+        {"+CNUM: ,\"491700000001\",145", "+491700000001"},
+        {"+CNUM: \"\",\"01700000001\",129", "01700000001"},
+        {"+CNUM: \"Line 1\",\"\",255", {}},                    // an empty place
+        {"+CNUM: ,\"002B003400390031003700300030\",145", {}},  // UCS2
+        {"+CNUM: ,\"00340039003100370030\",129", {}},
+        {"+CNUM: ", {}},
+        {"+CNUM: \"Own\"", {}},
+    };
+    for (const auto& [told, number] : rows) {
+        EXPECT_EQ(radio::own_number(told), number) << told;
+    }
+}
+
 class sim_pin : public session {
   protected:
     sim_pin() {

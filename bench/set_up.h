@@ -1,0 +1,21 @@
+/// What measurements begin with.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+/// Ends the measurements.
+inline void require(const std::string& error) {
+    if (!error.empty()) {
+        fprintf(stderr, "%s\n", error.c_str());
+        exit(1);
+    }
+}
+
+/// In memory, so that no disk is measured.
+inline std::filesystem::path new_folder() {
+    char name[] = "/dev/shm/zpd-bench-XXXXXX";
+    return mkdtemp(name);
+}
