@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/set_up.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "network/network.h"
 #include "platform/linux/home.h"
@@ -26,19 +27,6 @@ namespace {
 const std::string sender = "+491700000001";
 const std::string receiver = "+491700000002";
 constexpr size_t octets_a_datagram = 128;  // of a card of several
-
-/// Ends the measurements.
-void require(const std::string& error) {
-    if (!error.empty()) {
-        fprintf(stderr, "%s\n", error.c_str());
-        exit(1);
-    }
-}
-
-std::filesystem::path new_folder() {
-    char name[] = "/dev/shm/zpd-bench-XXXXXX";
-    return mkdtemp(name);
-}
 
 /// A service without its socket.
 class phone_t {
@@ -76,7 +64,7 @@ class phone_t {
             message.size = static_cast<int64_t>(message.octets.size());
             message.datagrams = driver_->count({message.octets, true, false}).value;
             problem_t problem;
-            if (!outbox_.add(std::move(message), {}, &problem)) {
+            if (!outbox_.add(std::move(message), 0, &problem)) {
                 require(problem.text);
             }
             feeder_.wake();

@@ -7,6 +7,7 @@
 
 #include "cli/log_level.h"
 #include "cli/output.h"
+#include "cli/service_connection.h"
 
 namespace {
 
@@ -35,13 +36,20 @@ std::filesystem::path default_config() {
     return user_folder("XDG_CONFIG_HOME", ".config") / "config";
 }
 
+std::filesystem::path default_state() {
+    return user_folder("XDG_STATE_HOME", ".local/state");
+}
+
 CLI::Validator not_empty(const std::string& what) {
     return {[what](const std::string& text) { return text.empty() ? what + " is empty" : std::string(); }, ""};
 }
 
 void add_device_option(CLI::App* command, context_t& context) {
-    command->add_option("--device", context.device, "the device: a name, or its socket's path, with a / or . in it")
-        ->type_name("NAME|PATH")
+    command
+        ->add_option("--device", context.device,
+                     "the device: a name, or its socket's path, with a / or . in it; or nats://HOST[:PORT]/GROUP, "
+                     "a fleet of modems")
+        ->type_name("NAME|PATH|URL")
         ->check(not_empty("the device's name"))
         ->capture_default_str();
 }
@@ -105,9 +113,11 @@ CLI::Option* add_modem_options(CLI::App* command, radio::modem_options_t& modem)
 }
 
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use) {
-    auto connection = client::client_t::connect(context.device);
-    if (!connection) {
-        return fail(connection.failure().text);
-    }
-    return use(*connection);
+    auto connection = connect_device(context.device);
+    return connection ? use(*connection) : fail(connection.failure().text);
+}
+
+int with_service(const context_t& context, const std::function<int(client::service_t&)>& use) {
+    const auto connection = connect_service(context.device);
+    return connection ? use(**connection) : fail(connection.failure().text);
 }

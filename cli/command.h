@@ -17,6 +17,9 @@ std::filesystem::path default_home();
 /// $XDG_CONFIG_HOME/zpd/config, else ~/.config/zpd/config.
 std::filesystem::path default_config();
 
+/// $XDG_STATE_HOME/zpd, else ~/.local/state/zpd.
+std::filesystem::path default_state();
+
 /// $HOME, else what the user's account has.
 std::filesystem::path user_home();
 
@@ -41,8 +44,10 @@ CLI::Option* add_log_level(CLI::App* command, const std::string& name, std::opti
 /// --modem, which it returns, --baud, --flow and --trace; the options outlive the command.
 CLI::Option* add_modem_options(CLI::App* command, radio::modem_options_t& modem);
 
-/// Runs `use` on a connection to the device, or tells why there is none.
+/// Runs `use` on a connection to the device, or tells why there is none: a fleet has no driver.
 int with_device(const context_t& context, const std::function<int(client::client_t&)>& use);
+/// The same, on what --device names: a device or a fleet.
+int with_service(const context_t& context, const std::function<int(client::service_t&)>& use);
 
 /// A command that runs `use`, unless a home was named that does not exist; the default one may not exist yet. The
 /// context must outlive it.
@@ -55,6 +60,8 @@ void add_demo_command(CLI::App& app, context_t& context);
 void add_network_command(CLI::App& app, context_t& context);
 void add_fault_command(CLI::App& app, context_t& context);
 void add_serve_command(CLI::App& app, context_t& context);
+void add_relay_command(CLI::App& app, context_t& context);
+void add_fleet_command(CLI::App& app, context_t& context);
 void add_doctor_command(CLI::App& app, context_t& context);
 void add_send_command(CLI::App& app, context_t& context);
 void add_count_command(CLI::App& app, context_t& context);

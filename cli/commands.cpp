@@ -67,6 +67,8 @@ void add_commands(CLI::App& app, context_t& context) {
     add_network_command(app, context);
     add_fault_command(app, context);
     add_serve_command(app, context);
+    add_relay_command(app, context);
+    add_fleet_command(app, context);
     add_doctor_command(app, context);
     add_send_command(app, context);
     add_count_command(app, context);

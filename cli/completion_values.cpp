@@ -11,13 +11,12 @@
 #include "cli/configuration.h"
 #include "cli/log_level.h"
 #include "cli/outbox_message.h"
+#include "cli/service_connection.h"
 #include "network/fault_table.h"
 #include "radio/limits.h"
 #include "radio/modem_search.h"
 
 namespace {
-
-using client::client_t;
 
 /// What a value is looked for with.
 struct question_t {
@@ -108,12 +107,12 @@ void phones(const question_t& question) {
 
 void received_cards(const question_t& question) {
     const bool home_named = !question.place.given_value("home").empty();
-    auto client = client_t::connect(question.context.device);
-    if ((home_named || !client) && !std::filesystem::exists(question.context.home)) {
+    auto service = connect_service(question.context.device);
+    if ((home_named || !service) && !std::filesystem::exists(question.context.home)) {
         return;
     }
-    const auto inbox = home_named || !client ? cards_of_home(question.context.home)
-                                             : cards_of_service(std::move(*client), question.context.device);
+    const auto inbox = home_named || !service ? cards_of_home(question.context.home)
+                                              : cards_of_service(std::move(*service), question.context.device);
     inbox->list(0, [&](const nlohmann::ordered_json& card) {
         const auto& contacts = card.at("contacts");
         const std::string sender = card.at("sender");
@@ -123,8 +122,8 @@ void received_cards(const question_t& question) {
 }
 
 void messages_of_outbox(const question_t& question) {
-    auto client = client_t::connect(question.context.device);
-    const auto messages = client ? list_outbox(*client, false) : client.failure();
+    const auto service = connect_service(question.context.device);
+    const auto messages = service ? list_outbox(**service, false) : service.failure();
     for (const outbox_card_t& message : messages ? *messages : std::vector<outbox_card_t>()) {
         question.add(std::to_string(message.id),
                      fmt::format("{} to {}, {}", message.name(), message.number, message.state));
@@ -132,7 +131,7 @@ void messages_of_outbox(const question_t& question) {
 }
 
 void messages_of_driver(const question_t& question) {
-    auto client = client_t::connect(question.context.device);
+    auto client = connect_device(question.context.device);
     if (!client) {
         return;
     }
@@ -167,7 +166,7 @@ constexpr std::array<source_t, 16> sources{{
     {"LEVEL", levels},
     {"MESSAGE", messages_of_driver},
     {"NAME=VALUE", limits},
-    {"NAME|PATH", devices},
+    {"NAME|PATH|URL", devices},
     {"NUMBER|NAME", received_cards},
     {"PHONE", phones},
     {"PROGRAM", files},

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "cli/config_file.h"
+#include "cli/service_connection.h"
 #include "cli/usage_error.h"
 
 namespace {
@@ -17,7 +18,8 @@ constexpr std::array<const char*, 2> common_settings{"device", "home"};
 
 constexpr std::string_view form_of_files =
     "Configuration of zpd. The user's file has device and home, for all commands, above its sections, and in the "
-    "sections [serve] and [send] options of these commands. A file of --config has options of its command, and no "
+    "sections [serve], [send] and [relay] options of these commands. A file of --config has options of its command, "
+    "and no "
     "sections.\n\n"
     "A line is NAME = VALUE; the name is an option's without its dashes. What follows a # is a comment. A value may "
     "stand in double quotes, with \\\" and \\\\ and \\n in them, or in single quotes, as it is. Without quotes, a # in "
@@ -32,14 +34,14 @@ std::filesystem::path resolved(const std::string& value, const std::filesystem::
 
 /// Of a device.
 bool is_path(const std::string& device) {
-    return device.find_first_of("/.") != std::string::npos;
+    return !is_fleet(device) && device.find_first_of("/.") != std::string::npos;
 }
 
 /// By what stands for the value in the help.
 bool names_file(const CLI::Option& option, const std::string& value) {
     const std::string type = option.get_type_name();
     return type == "FILE" || type == "DIR" || type == "TTY" || type == "PROGRAM" ||
-           (type == "NAME|PATH" && is_path(value));
+           (type == "NAME|PATH|URL" && is_path(value));
 }
 
 bool is_flag(const CLI::Option& option) {

@@ -9,6 +9,7 @@
 #include "cli/follower.h"
 #include "cli/output.h"
 #include "cli/phone_process.h"
+#include "cli/service_connection.h"
 #include "network/network.h"
 #include "service/card_json.h"
 #include "service/vcard.h"
@@ -119,11 +120,11 @@ class demo_t {
 
     /// Sends the cards one after another and waits for each to be stored. Returns what stopped it, or an empty text.
     std::string transfer(const std::vector<card_t>& cards) {
-        auto client = client::client_t::connect(sender_.settings().device);
-        if (!client) {
-            return client.failure().text;
+        auto service = connect_service(sender_.settings().device);
+        if (!service) {
+            return service.failure().text;
         }
-        outbox_connection_t outbox(std::move(*client), sender_.settings().device, signals_,
+        outbox_connection_t outbox(std::move(*service), sender_.settings().device, signals_,
                                    [this](const std::string& why) { progress_.note(why); });
         for (const card_t& card : cards) {
             transfers_.push_back({.card = &card, .datagrams = 0, .stored = std::nullopt});

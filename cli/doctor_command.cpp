@@ -4,6 +4,7 @@
 #include "cli/command.h"
 #include "cli/output.h"
 #include "cli/radio_report.h"
+#include "cli/service_connection.h"
 #include "radio/diagnosis.h"
 #include "radio/modem_search.h"
 
@@ -137,7 +138,7 @@ int look_around(const std::string& no_service, bool json) {
 }
 
 int ask_around(const context_t& context) {
-    auto client = client::client_t::connect(context.device);
+    auto client = connect_device(context.device);
     if (client) {
         return ask_service(*client, context.json);
     }

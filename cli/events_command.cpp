@@ -5,11 +5,12 @@
 #include "base/safe_text.h"
 #include "cli/command.h"
 #include "cli/output.h"
+#include "cli/service_connection.h"
 #include "cli/times.h"
 
 namespace {
 
-using client::client_t;
+using service_ptr_t = std::unique_ptr<client::service_t>;
 using nlohmann::ordered_json;
 
 constexpr uint32_t wait_for_event = 1000;  // ms; between two looks whether anybody reads still
@@ -44,30 +45,30 @@ bool say_events(const ordered_json& answer, bool json, uint64_t& after) {
 }
 
 /// A service that ends may be back soon. None when it did not come while somebody read.
-std::optional<client_t> reconnected(const std::string& device, const client::failure_t& loss) {
+service_ptr_t reconnected(const std::string& device, const client::failure_t& loss) {
     fail(loss.text + "; waiting for it to be back");
     while (wait_while_read(wait_for_service)) {
-        if (auto client = client_t::connect(device)) {
-            return std::move(*client);
+        if (auto service = connect_service(device)) {
+            return std::move(*service);
         }
     }
-    return std::nullopt;
+    return nullptr;
 }
 
 /// Until a signal ends the program, or nobody reads what it says any more.
 int run_events(const context_t& context, events_command_t options) {
-    auto connection = client_t::connect(context.device);
+    auto connection = connect_service(context.device);
     if (!connection) {
         return fail(connection.failure().text);
     }
-    std::optional<client_t> client = std::move(*connection);
+    service_ptr_t service = std::move(*connection);
     do {
-        const auto answer = client->events(options.after, options.since, options.follow ? wait_for_event : 0);
+        const auto answer = service->events(options.after, options.since, options.follow ? wait_for_event : 0);
         if (!answer && (!options.follow || answer.failure().obstacle == client::obstacle_t::request)) {
             return fail(answer.failure().text);
         }
         if (!answer) {
-            client = reconnected(context.device, answer.failure());
+            service = reconnected(context.device, answer.failure());
             continue;
         }
         const uint64_t before = options.after;
@@ -78,7 +79,7 @@ int run_events(const context_t& context, events_command_t options) {
         if (!options.follow && (options.after == before || !list.value("more", false))) {
             return exit_done;
         }
-    } while (client && wait_while_read(0));
+    } while (service && wait_while_read(0));
     return exit_done;
 }
 

@@ -31,7 +31,7 @@ follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& 
         }
         show(message, label);
         auto next = connection_.ask(
-            [&](client::client_t& client) { return client.outbox_watch(message.id, message.version, look_again); });
+            [&](client::service_t& service) { return service.outbox_watch(message.id, message.version, look_again); });
         if (!next) {
             error_ = next.failure().text;
             return signals_.wait(0) ? end_t::interrupted : end_t::lost;
@@ -45,7 +45,7 @@ follower_t::end_t follower_t::follow(outbox_card_t& message, const std::string& 
 }
 
 void follower_t::look(outbox_card_t& message) {
-    auto now = connection_.ask([&](client::client_t& client) { return client.outbox_watch(message.id, 0, 0); });
+    auto now = connection_.ask([&](client::service_t& service) { return service.outbox_watch(message.id, 0, 0); });
     if (now) {
         message = std::move(*now);
     }

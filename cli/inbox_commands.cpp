@@ -2,6 +2,7 @@
 #include "base/safe_text.h"
 #include "cli/inbox.h"
 #include "cli/output.h"
+#include "cli/service_connection.h"
 #include "radio/incomplete_messages.h"
 
 namespace {
@@ -40,16 +41,16 @@ int list_incomplete(const context_t& context) {
 /// unless it was that device that was asked for.
 int on_inbox(const context_t& context, const inbox_options_t& options, inbox_command_t use) {
     if (!options.home_named) {
-        auto client = client::client_t::connect(context.device);
-        if (client) {
-            return use(context, options, *cards_of_service(std::move(*client), context.device));
+        auto service = connect_service(context.device);
+        if (service) {
+            return use(context, options, *cards_of_service(std::move(*service), shown_device(context.device)));
         }
         // A service of the system that is not for this user does not stand before the user's own home.
-        const client::obstacle_t obstacle = client.failure().obstacle;
+        const client::obstacle_t obstacle = service.failure().obstacle;
         const bool is_away = obstacle == client::obstacle_t::no_service ||
                              (obstacle == client::obstacle_t::access && std::filesystem::exists(context.home));
-        if (context.device != context.usual_device || !is_away) {
-            return fail(client.failure().text);
+        if (context.device != context.usual_device || is_fleet(context.device) || !is_away) {
+            return fail(service.failure().text);
         }
     }
     return on_home(context, [&] { return use(context, options, *cards_of_home(context.home)); })();

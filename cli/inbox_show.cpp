@@ -41,10 +41,20 @@ void say_contacts(const ordered_json& card, std::string_view octets) {
     }
 }
 
+/// Its file, of a fleet's card the modem that received it.
+std::string place_of(const ordered_json& card) {
+    const auto text = [&](const char* name) {
+        const auto found = card.find(name);
+        return found != card.end() && found->is_string() ? found->get<std::string>() : std::string();
+    };
+    const std::string path = text("path");
+    return path.empty() ? "with the modem " + text("modem") : path;
+}
+
 void say_whole_card(const ordered_json& card, std::string_view octets, bool raw) {
     const std::string number = card.at("number").is_null() ? "" : fmt::format(" {}", card.at("number").dump());
     say("Card{} from {}, received {}, {} octets\nFile: {}", number, base::escaped(card.at("sender").get<std::string>()),
-        local_time(card.at("received")), octets.size(), base::escaped(card.at("path").get<std::string>()));
+        local_time(card.at("received")), octets.size(), base::escaped(place_of(card)));
     if (raw) {
         say("\n{}", base::escaped_lines(octets));
     } else {

@@ -4,6 +4,7 @@
 
 #include "base/safe_text.h"
 #include "cli/command.h"
+#include "cli/fleet_report.h"
 #include "cli/outbox_message.h"
 #include "cli/output.h"
 #include "cli/radio_report.h"
@@ -131,14 +132,18 @@ int status(client_t& client, uint32_t id, bool json) {
     return exit_done;
 }
 
-int service_status(client_t& client, bool json) {
-    const auto answer = status_of_service(client);
+int service_status(client::service_t& service, bool json) {
+    const auto answer = status_of_service(service);
     if (!answer) {
         return fail(answer.failure().text);
     }
     const ordered_json& status = *answer;
     if (json) {
         say_json(status);
+        return exit_done;
+    }
+    if (status.contains("fleet")) {
+        say_fleet(status["fleet"]);
         return exit_done;
     }
     const auto number = [&](const char* of, const char* name) {
@@ -192,9 +197,10 @@ void add_message_commands(CLI::App& app, context_t& context) {
     status_command->footer("The service counts from its start.\n\nExamples:\n  zpd status 240\n  zpd status");
     status_command->callback([&context, status_id] {
         context.run = [&context, status_id] {
-            return with_device(context, [&](client_t& client) {
-                return *status_id ? status(client, **status_id, context.json) : service_status(client, context.json);
-            });
+            if (!*status_id) {
+                return with_service(context, [&](auto& service) { return service_status(service, context.json); });
+            }
+            return with_device(context, [&](client_t& client) { return status(client, **status_id, context.json); });
         };
     });
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-using client::client_t;
+using client::service_t;
 using nlohmann::ordered_json;
 
 struct outbox_options_t {
@@ -32,8 +32,8 @@ void say_messages(const std::vector<outbox_card_t>& messages) {
     say_json({{"messages", list}});
 }
 
-int list(client_t& client, bool all, bool json) {
-    const auto messages = list_outbox(client, all);
+int list(service_t& service, bool all, bool json) {
+    const auto messages = list_outbox(service, all);
     if (!messages) {
         return fail(messages.failure().text);
     }
@@ -93,8 +93,8 @@ int for_each_message(const std::vector<uint64_t>& ids, bool json,
     return all_done ? exit_done : exit_failed;
 }
 
-int show(client_t& client, const std::vector<uint64_t>& ids, bool json) {
-    const auto message_of = [&](uint64_t id) { return read_message(client.outbox_watch(id, 0, 0)); };
+int show(service_t& service, const std::vector<uint64_t>& ids, bool json) {
+    const auto message_of = [&](uint64_t id) { return read_message(service.outbox_watch(id, 0, 0)); };
     return for_each_message(ids, json, message_of, [](const outbox_card_t& message) {
         say_message(message);
         return true;
@@ -102,11 +102,11 @@ int show(client_t& client, const std::vector<uint64_t>& ids, bool json) {
 }
 
 /// Until the driver has none of it any more, which takes as long as the modem owes a result; or some seconds.
-client::answer_t<outbox_card_t> cancel(client_t& client, uint64_t id) {
+client::answer_t<outbox_card_t> cancel(service_t& service, uint64_t id) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    auto message = read_message(client.outbox_cancel(id));
+    auto message = read_message(service.outbox_cancel(id));
     while (message && message->state == "cancelling" && std::chrono::steady_clock::now() < deadline) {
-        message = read_message(client.outbox_watch(id, message->version, 1000));
+        message = read_message(service.outbox_watch(id, message->version, 1000));
     }
     return message;
 }
@@ -116,9 +116,11 @@ bool tell_cancelled(const outbox_card_t& message) {
         fail(fmt::format("message {} is sent already", message.id));
         return false;
     }
-    say("message {}: {}; {} of {} {} been sent", message.id,
-        message.state == "cancelling" ? "is being cancelled" : message.state, message.sent,
-        counted(message.total, "datagram"), message.is_over() ? "had" : "have");
+    say("message {}: {}; {} {} been sent", message.id,
+        message.state == "cancelling" ? "is being cancelled" : message.state,
+        message.total == 0 ? "nothing of it"
+                           : fmt::format("{} of {}", message.sent, counted(message.total, "datagram")),
+        message.is_over() ? "had" : "have");
     return true;
 }
 
@@ -128,12 +130,12 @@ bool tell_retried(const outbox_card_t& message) {
 }
 
 /// The ids, or with --all those of all messages that are such. None, and told, when they cannot be had.
-std::optional<std::vector<uint64_t>> ids_of(client_t& client, const outbox_options_t& options,
+std::optional<std::vector<uint64_t>> ids_of(service_t& service, const outbox_options_t& options,
                                             const std::function<bool(const outbox_card_t&)>& is_such) {
     if (!options.all) {
         return options.ids;
     }
-    const auto messages = list_outbox(client, false);
+    const auto messages = list_outbox(service, false);
     if (!messages) {
         fail(messages.failure().text);
         return std::nullopt;
@@ -147,7 +149,7 @@ std::optional<std::vector<uint64_t>> ids_of(client_t& client, const outbox_optio
     return ids;
 }
 
-using act_t = std::function<int(client_t&, const std::vector<uint64_t>&)>;
+using act_t = std::function<int(service_t&, const std::vector<uint64_t>&)>;
 
 /// A command on messages that are named, or on all that are such.
 CLI::App* add_command(CLI::App* outbox, context_t& context, const std::string& name, const std::string& meaning,
@@ -167,9 +169,9 @@ CLI::App* add_command(CLI::App* outbox, context_t& context, const std::string& n
             if (options->ids.empty() && !options->all) {
                 return fail_usage("what is wanted is messages' ids, or --all");
             }
-            return with_device(context, [&](client_t& client) {
-                const auto wanted = ids_of(client, *options, is_such);
-                return wanted ? act(client, *wanted) : exit_failed;
+            return with_service(context, [&](service_t& service) {
+                const auto wanted = ids_of(service, *options, is_such);
+                return wanted ? act(service, *wanted) : exit_failed;
             });
         };
     });
@@ -180,7 +182,7 @@ void add_list_command(CLI::App* outbox, context_t& context) {
     const auto all = std::make_shared<bool>(false);
     const auto run = [&context, all] {
         context.run = [&context, all] {
-            return with_device(context, [&](client_t& client) { return list(client, *all, context.json); });
+            return with_service(context, [&](service_t& service) { return list(service, *all, context.json); });
         };
     };
     auto* command = outbox->add_subcommand("list", "List the messages that are not sent");
@@ -215,20 +217,20 @@ void add_outbox_commands(CLI::App& app, context_t& context) {
     add_list_command(outbox, context);
     const auto options = std::make_shared<outbox_options_t>();
     add_command(outbox, context, "show", "Tell all of messages", options, nullptr,
-                [&context](client_t& client, const auto& ids) { return show(client, ids, context.json); });
+                [&context](service_t& service, const auto& ids) { return show(service, ids, context.json); });
     add_command(
         outbox, context, "cancel", "Give messages up; what went out of them is gone", options,
         [](const outbox_card_t& message) { return !message.is_over(); },
-        [&context](client_t& client, const auto& ids) {
+        [&context](service_t& service, const auto& ids) {
             return for_each_message(
-                ids, context.json, [&](uint64_t id) { return cancel(client, id); }, tell_cancelled);
+                ids, context.json, [&](uint64_t id) { return cancel(service, id); }, tell_cancelled);
         });
     auto* retry = add_command(
         outbox, context, "retry", "Send messages after all that were set aside, or at once that are held back", options,
         [](const outbox_card_t& message) { return message.state == "set aside"; },
-        [&context, options](client_t& client, const auto& ids) {
+        [&context, options](service_t& service, const auto& ids) {
             const auto again = [&](uint64_t id) {
-                return read_message(client.outbox_retry(id, options->expiry.from_now()));
+                return read_message(service.outbox_retry(id, options->expiry.from_now()));
             };
             return for_each_message(ids, context.json, again, tell_retried);
         });

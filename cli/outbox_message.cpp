@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <ctime>
 
-#include "base/safe_text.h"
 #include "base/duration.h"
+#include "base/safe_text.h"
 #include "cli/output.h"
 
 namespace {
@@ -68,7 +68,7 @@ std::string outbox_card_t::age() const {
 }
 
 std::string outbox_card_t::progress() const {
-    return fmt::format("{} of {} sent", sent, counted(total, "datagram"));
+    return total == 0 ? "not cut into datagrams yet" : fmt::format("{} of {} sent", sent, counted(total, "datagram"));
 }
 
 std::string outbox_card_t::circumstances() const {
@@ -120,10 +120,10 @@ answer_t<outbox_card_t> read_message(const answer_t<std::string>& answer) {
     return message ? answer_t<outbox_card_t>(std::move(*message)) : not_understood();
 }
 
-answer_t<std::vector<outbox_card_t>> list_outbox(client::client_t& client, bool all) {
+answer_t<std::vector<outbox_card_t>> list_outbox(client::service_t& service, bool all) {
     std::vector<outbox_card_t> messages;
     for (bool more = true; more;) {
-        const auto answer = client.outbox_list(messages.empty() ? 0 : messages.back().id, all);
+        const auto answer = service.outbox_list(messages.empty() ? 0 : messages.back().id, all);
         if (!answer) {
             return answer.failure();
         }

@@ -17,7 +17,7 @@ struct outbox_card_t {            // NOLINT(bugprone-exception-escape): JSON mov
     std::string state;
     std::string number;
     std::string file;
-    uint64_t total = 0;  // datagrams
+    uint64_t total = 0;  // datagrams; 0 when that is not known
     uint64_t sent = 0;
     std::optional<uint32_t> driver_message;
 
@@ -30,7 +30,7 @@ struct outbox_card_t {            // NOLINT(bugprone-exception-escape): JSON mov
     std::string name() const;
     /// How long ago it was handed in.
     std::string age() const;
-    /// "3 of 7 datagrams sent"
+    /// "3 of 7 datagrams sent"; of a card that no modem has, nobody knows how many there are
     std::string progress() const;
     /// What is waited for, how long it takes; or why it does not go and what helps. May be empty.
     std::string circumstances() const;
@@ -42,7 +42,7 @@ std::optional<outbox_card_t> read_message(const nlohmann::ordered_json& json);
 client::answer_t<outbox_card_t> read_message(const client::answer_t<std::string>& answer);
 
 /// All that are not sent, or all that are known.
-client::answer_t<std::vector<outbox_card_t>> list_outbox(client::client_t& client, bool all);
+client::answer_t<std::vector<outbox_card_t>> list_outbox(client::service_t& service, bool all);
 
 /// "message 12", "messages 12, 13 and 14"
 std::string messages_words(const std::vector<uint64_t>& ids);

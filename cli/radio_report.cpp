@@ -62,8 +62,8 @@ void say_past_refusals(const ordered_json& radio) {
 
 }  // namespace
 
-client::answer_t<ordered_json> status_of_service(client::client_t& client) {
-    const auto answer = client.service_status();
+client::answer_t<ordered_json> status_of_service(client::service_t& service) {
+    const auto answer = service.service_status();
     if (!answer) {
         return answer.failure();
     }

@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "client/client.h"
+#include "client/service.h"
 
 /// The service's status.
-client::answer_t<nlohmann::ordered_json> status_of_service(client::client_t& client);
+client::answer_t<nlohmann::ordered_json> status_of_service(client::service_t& service);
 
 /// The object "radio" of it as lines, the findings last.
 void say_radio(const nlohmann::ordered_json& radio);

@@ -55,8 +55,8 @@ failure_t no_number(const ordered_json& card) {
 
 class service_cards_t final : public received_cards_t {
   public:
-    service_cards_t(client::client_t client, std::string device)
-        : client_(std::move(client)), device_(std::move(device)) {}
+    service_cards_t(std::unique_ptr<client::service_t> service, std::string device)
+        : service_(std::move(service)), device_(std::move(device)) {}
 
     std::vector<std::string> list(uint64_t after, const take_t& take) override {
         std::vector<std::string> errors;
@@ -66,11 +66,11 @@ class service_cards_t final : public received_cards_t {
     }
 
     answer_t<std::string> octets(const ordered_json& card) override {
-        return card.at("number").is_null() ? no_number(card) : client_.inbox_octets(card.at("number"));
+        return card.at("number").is_null() ? no_number(card) : service_->inbox_octets(card.at("number"));
     }
 
     answer_t<done_t> remove(const ordered_json& card) override {
-        return card.at("number").is_null() ? no_number(card) : client_.inbox_remove(card.at("number"));
+        return card.at("number").is_null() ? no_number(card) : service_->inbox_remove(card.at("number"));
     }
 
     std::string problem() const override { return problem_; }
@@ -79,7 +79,7 @@ class service_cards_t final : public received_cards_t {
   private:
     /// False when it was the last one, or enough. Moves `after` on.
     bool one_page(uint64_t& after, const take_t& take, std::vector<std::string>& errors) {
-        const auto text = client_.inbox_list(after);
+        const auto text = service_->inbox_list(after);
         if (!text) {
             errors.push_back(text.failure().text);
             return false;
@@ -110,7 +110,7 @@ class service_cards_t final : public received_cards_t {
         return more;
     }
 
-    client::client_t client_;
+    const std::unique_ptr<client::service_t> service_;
     const std::string device_;
     std::string problem_;
 };
@@ -121,6 +121,6 @@ std::unique_ptr<received_cards_t> cards_of_home(const std::filesystem::path& hom
     return std::make_unique<home_cards_t>(home);
 }
 
-std::unique_ptr<received_cards_t> cards_of_service(client::client_t client, const std::string& device) {
-    return std::make_unique<service_cards_t>(std::move(client), device);
+std::unique_ptr<received_cards_t> cards_of_service(std::unique_ptr<client::service_t> service, std::string device) {
+    return std::make_unique<service_cards_t>(std::move(service), std::move(device));
 }

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "client/client.h"
+#include "client/service.h"
 
 class received_cards_t {
   public:
@@ -38,4 +38,4 @@ class received_cards_t {
 };
 
 std::unique_ptr<received_cards_t> cards_of_home(const std::filesystem::path& home);
-std::unique_ptr<received_cards_t> cards_of_service(client::client_t client, const std::string& device);
+std::unique_ptr<received_cards_t> cards_of_service(std::unique_ptr<client::service_t> service, std::string device);

@@ -7,10 +7,10 @@
 #include "cli/outbox_arguments.h"
 #include "cli/phone_number.h"
 #include "cli/question.h"
+#include "cli/service_connection.h"
 
 namespace {
 
-using client::client_t;
 using nlohmann::ordered_json;
 
 constexpr size_t longest_name = 255;  // octets that the service takes
@@ -19,6 +19,7 @@ constexpr size_t dear = 20;           // datagrams, each of which costs an SMS: 
 struct send_options_t {
     card_arguments_t cards;
     std::vector<std::string> numbers;
+    std::string from;  // empty for any phone
     expiry_t expiry;
     std::optional<double> timeout;  // seconds
     bool no_wait = false;
@@ -62,11 +63,11 @@ std::optional<std::vector<card_t>> wanted_cards(const send_options_t& options) {
 /// Hands cards in and follows them.
 class sender_t {
   public:
-    sender_t(client_t client, const send_options_t& options, const context_t& context)
+    sender_t(std::unique_ptr<client::service_t> service, const send_options_t& options, const context_t& context)
         : options_(options),
           json_(context.json),
           progress_(context.json),
-          connection_(std::move(client), context.device, signals_, [this](const std::string& why) { tell_lost(why); }),
+          connection_(std::move(service), context.device, signals_, [this](const std::string& why) { tell_lost(why); }),
           follower_(connection_, progress_, signals_, deadline_of(options)) {}
 
     int send(const std::vector<card_t>& cards) {
@@ -125,7 +126,8 @@ class sender_t {
              .number = number,
              .file = std::string_view(name).substr(0, longest_name),
              .expires = options_.expiry.from_now(),
-             .token = {}});
+             .token = {},
+             .from = options_.from});
     }
 
     /// In order, but for those whose number is held back: they come last. True when all are sent.
@@ -231,8 +233,8 @@ int run_send(const context_t& context, const send_options_t& options) {
     if (!cards) {
         return exit_failed;
     }
-    auto client = client_t::connect(context.device);
-    return client ? sender_t(std::move(*client), options, context).send(*cards) : fail(client.failure().text);
+    auto service = connect_service(context.device);
+    return service ? sender_t(std::move(*service), options, context).send(*cards) : fail(service.failure().text);
 }
 
 void add_number_option(CLI::App* command, std::vector<std::string>& numbers) {
@@ -263,6 +265,9 @@ void add_send_command(CLI::App& app, context_t& context) {
     add_card_arguments(command, context, options->cards);
     add_device_option(command, context);
     add_number_option(command, options->numbers);
+    command->add_option("--from", options->from, "the phone of a fleet that is to send them (default: any)")
+        ->type_name("NUMBER")
+        ->transform(CLI::Validator([](std::string& number) { return read_number(number); }, ""));
     add_expires_option(command, options->expiry);
     auto* no_wait = command->add_flag("--no-wait", options->no_wait, "hand in, print the messages' ids and return");
     command->add_option("--timeout", options->timeout, "follow the messages for so many seconds at most")

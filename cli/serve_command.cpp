@@ -2,6 +2,7 @@
 #include "cli/command.h"
 #include "cli/configuration.h"
 #include "cli/output.h"
+#include "cli/service_connection.h"
 #include "service/device_manager.h"
 
 namespace {
@@ -51,6 +52,10 @@ int run_serve(const context_t& context, serve_options_t& options) {
     }
     if (options.modem.pin_unchecked && options.modem.pin_file.empty()) {
         return fail_usage("--pin-unchecked needs --pin-file");
+    }
+    if (is_fleet(context.device)) {
+        return fail_usage(fmt::format("{} is a fleet; a service serves a device of its own: --device NAME",
+                                      shown_device(context.device)));
     }
     options.home = std::filesystem::absolute(context.home);
     options.device = context.device;

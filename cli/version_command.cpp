@@ -1,11 +1,12 @@
 /// zpd version.
 #include "cli/command.h"
 #include "cli/output.h"
+#include "cli/service_connection.h"
 
 namespace {
 
 client::answer_t<uint32_t> interface_version(const std::string& device) {
-    auto client = client::client_t::connect(device);
+    auto client = connect_device(device);
     return client ? client->version() : client::answer_t<uint32_t>(client.failure());
 }
 
@@ -43,7 +44,7 @@ int run_version(const context_t& context) {
     }
     if (!context.json) {
         say("{} on device {}", version ? fmt::format("driver interface {}", *version) : "no service runs",
-            context.device);
+            shown_device(context.device));
     }
     return exit_done;
 }

@@ -10,6 +10,7 @@
 
 #include "base/descriptor.h"
 #include "client/errors.h"
+#include "client/service.h"
 #include "device/device_socket.h"
 #include "device/packet.h"
 
@@ -24,12 +25,6 @@ using device::reply_t;
 using device::system_folder;  // of the devices of the system's services, each under its name
 using device::user_folder;    // of those of the user's own
 
-struct outgoing_card_t {
-    std::string_view octets;
-    bool is_utf8 = true;          // cut between characters only
-    bool long_reference = false;  // 16-bit concatenation reference
-};
-
 struct message_list_t {
     uint32_t total = 0;
     std::vector<uint32_t> ids;  // as many as fit the answer
@@ -41,21 +36,12 @@ struct log_options_t {
     uint8_t file_level = 0;
 };
 
-/// A card for the outbox.
-struct handed_in_card_t {
-    outgoing_card_t card;
-    std::string_view number;
-    std::string_view file;   // its name, for people
-    uint64_t expires = 0;    // seconds since 1970; 0 for never
-    std::string_view token;  // one that was handed in with this token is not handed in again; may be empty
-};
-
 struct contacts_value_t {
     uint32_t type = 0;  // as the registry names it
     std::string octets;
 };
 
-class client_t {
+class client_t final : public service_t {
   public:
     /// Opens a device by its name or its socket's path, see client/connection.h.
     static answer_t<client_t> connect(std::string_view device);
@@ -89,19 +75,21 @@ class client_t {
     answer_t<uint32_t> incoming_dir_size(std::optional<uint32_t> files = std::nullopt);
     answer_t<contacts_value_t> contacts_setting(std::string_view name);
 
-    // The service's own requests, see device/service_requests.h. Texts are JSON objects, as docs/json.md shows them.
-    answer_t<std::string> service_status();
-    answer_t<std::string> outbox_add(const handed_in_card_t& card);
-    answer_t<std::string> outbox_list(uint64_t after, bool all);
-    /// The message when its version is another, or after that many milliseconds.
-    answer_t<std::string> outbox_watch(uint64_t id, uint64_t version, uint32_t milliseconds);
-    answer_t<std::string> outbox_cancel(uint64_t id);
-    answer_t<std::string> outbox_retry(uint64_t id, uint64_t expires);
-    answer_t<std::string> events(uint64_t after, uint64_t since, uint32_t milliseconds);
-    answer_t<std::string> inbox_list(uint64_t after);
-    /// All octets of a received card.
-    answer_t<std::string> inbox_octets(uint64_t number);
-    answer_t<done_t> inbox_remove(uint64_t number);
+    // The service's own requests, see device/service_requests.h.
+    answer_t<std::string> service_status() override;
+    /// Any phone is the only one: one that is named is refused.
+    answer_t<std::string> outbox_add(const handed_in_card_t& card) override;
+    /// The leases of these messages hold so many seconds from now on: the ids of those that have none any more. Where
+    /// it fails some may be renewed.
+    answer_t<std::vector<uint64_t>> outbox_renew(uint32_t seconds, const std::vector<uint64_t>& ids);
+    answer_t<std::string> outbox_list(uint64_t after, bool all) override;
+    answer_t<std::string> outbox_watch(uint64_t id, uint64_t version, uint32_t milliseconds) override;
+    answer_t<std::string> outbox_cancel(uint64_t id) override;
+    answer_t<std::string> outbox_retry(uint64_t id, uint64_t expires) override;
+    answer_t<std::string> events(uint64_t after, uint64_t since, uint32_t milliseconds) override;
+    answer_t<std::string> inbox_list(uint64_t after) override;
+    answer_t<std::string> inbox_octets(uint64_t number) override;
+    answer_t<done_t> inbox_remove(uint64_t number) override;
 
   private:
     client_t(base::descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}

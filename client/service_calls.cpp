@@ -1,4 +1,7 @@
 // The requests that the service answers itself.
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
 #include "client/client.h"
 #include "device/service_requests.h"
 
@@ -20,14 +23,45 @@ answer_t<std::string> client_t::service_status() {
 }
 
 answer_t<std::string> client_t::outbox_add(const handed_in_card_t& card) {
-    return call_text(device::outbox_add, writer_t()
-                                             .string(card.card.octets)
-                                             .flag(card.card.is_utf8)
-                                             .flag(card.card.long_reference)
-                                             .string(card.number)
-                                             .string(card.file)
-                                             .u64(card.expires)
-                                             .string(card.token));
+    if (!card.from.empty()) {
+        return failure_t{error_value, "the service has one phone, which sends all cards; a phone is chosen of a fleet",
+                         obstacle_t::request};
+    }
+    writer_t input;
+    input.string(card.card.octets)
+        .flag(card.card.is_utf8)
+        .flag(card.card.long_reference)
+        .string(card.number)
+        .string(card.file)
+        .u64(card.expires)
+        .string(card.token);
+    if (card.lease != 0) {
+        input.u32(card.lease);
+    }
+    return call_text(device::outbox_add, input);
+}
+
+answer_t<std::vector<uint64_t>> client_t::outbox_renew(uint32_t seconds, const std::vector<uint64_t>& ids) {
+    std::vector<uint64_t> gone;
+    for (size_t first = 0; first < ids.size(); first += device::most_renewed) {
+        writer_t input;
+        input.u32(seconds);
+        for (size_t i = first; i < std::min<size_t>(ids.size(), first + device::most_renewed); ++i) {
+            input.u64(ids[i]);
+        }
+        const auto answer = call_text(device::outbox_renew, input);
+        if (!answer) {
+            return answer.failure();
+        }
+        const auto json = nlohmann::json::parse(*answer, nullptr, false);
+        if (!json.is_object() || !json.contains("gone")) {
+            return failure_t{0, "the service's answer does not have the form of this request's"};
+        }
+        for (const auto& id : json["gone"]) {
+            gone.push_back(id.is_number_unsigned() ? id.get<uint64_t>() : 0);
+        }
+    }
+    return gone;
 }
 
 answer_t<std::string> client_t::outbox_list(uint64_t after, bool all) {

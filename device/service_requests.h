@@ -18,8 +18,9 @@ inline constexpr uint32_t service_status = 0x5A500001;
 
 /// Hands in a card: answered when it is on the disk. Input string octets, flag is_utf8, flag long_reference, string
 /// phone number, string name of its file, u64 when it expires (0 for never), string token (1 to 64 octets; empty for
-/// none); output JSON, the message. With the token of one that was handed in before nothing is added, and the output is
-/// that one.
+/// none), and, for a lease, u32 seconds that it holds (1 to `longest_lease`); output JSON, the message. With the token
+/// of one that was handed in before nothing is added, and the output is that one, whose lease, if it has one, holds as
+/// long from now on. Under a lease, however, one that was cancelled is added anew.
 inline constexpr uint32_t outbox_add = 0x5A500002;
 /// Input u64 after, flag all: the messages with greater ids, the lowest first, as many as fit: those that are not sent,
 /// or all that are known; output JSON { messages, more }.
@@ -44,7 +45,14 @@ inline constexpr uint32_t inbox_octets = 0x5A500009;
 /// Input u64 number; no output.
 inline constexpr uint32_t inbox_remove = 0x5A50000A;
 
-inline constexpr uint32_t longest_wait = 10'000;
+/// From now on the leases of these messages hold so many seconds. Input u32 seconds (1 to `longest_lease`), then
+/// u64 ids, `most_renewed` at most; output JSON { gone }: the ids of those that have no lease any more: they are
+/// unknown, over, being called back, or never had one.
+inline constexpr uint32_t outbox_renew = 0x5A50000B;
+
+inline constexpr uint32_t longest_wait = 10'000;  // milliseconds
+inline constexpr uint32_t longest_lease = 3'600;  // seconds
+inline constexpr uint32_t most_renewed = 3'000;   // all of them fit an answer
 
 /// The errors of these requests, by their Win32 numbers: ERROR_INVALID_DATA (the input is short, or no such request's),
 /// ERROR_INVALID_PARAMETER (a value is none), ERROR_NOT_FOUND, ERROR_NOT_READY (nothing like that can be done with the

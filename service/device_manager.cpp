@@ -125,7 +125,7 @@ class driven_post_t {
 
 void tell_what_is_left(outbox_t& outbox) {
     const outbox_t::counts_t counts = outbox.counts();
-    if (const int64_t left = counts.waiting + counts.sending; left != 0) {
+    if (const int64_t left = counts.waiting + counts.sending - counts.leased; left != 0) {
         tell(base::priority_t::info,
              left == 1 ? "1 card waits in the outbox and is sent at the next start"
                        : fmt::format("{} cards wait in the outbox and are sent at the next start", left));

@@ -79,17 +79,20 @@ void feeder_t::run() {
     }
 }
 
-// One that is not with the driver any more was sent in the meantime, or is to be cancelled without it.
 void feeder_t::take_cancels() {
     std::vector<int64_t> cancelled;
     {
         const std::lock_guard lock(mutex_);
         cancelled.swap(cancelled_);
     }
-    for (const int64_t id : cancelled) {
-        if (!in_flight_.give_up(id, {ending_t::kind_t::cancelled}) && !in_flight_.has(id)) {
-            static_cast<void>(outbox_.finish_cancelled(id, 0));
-        }
+    std::ranges::for_each(cancelled, [this](int64_t id) { cancel_now(id); });
+    std::ranges::for_each(outbox_.end_leases(), [this](int64_t id) { cancel_now(id); });
+}
+
+// One that is not with the driver any more was sent in the meantime, or is to be cancelled without it.
+void feeder_t::cancel_now(int64_t id) {
+    if (!in_flight_.give_up(id, {ending_t::kind_t::cancelled}) && !in_flight_.has(id)) {
+        static_cast<void>(outbox_.finish_cancelled(id, 0));
     }
 }
 
@@ -209,11 +212,15 @@ bool feeder_t::hand_in(const outbox_message_t& message) {
 // The radio tells of all that matters but of the driver's letting go of a message.
 void feeder_t::wait() {
     const auto due = outbox_.next_due();
+    const auto lease_end = outbox_.next_lease_end();
     const uint64_t now = base::tick64();
     std::unique_lock lock(mutex_);
     std::chrono::milliseconds limit = std::chrono::seconds(due ? seconds_until(*due) : longest_wait);
     if (looks_again_) {
         limit = std::min(limit, looking);
+    }
+    if (lease_end) {
+        limit = std::min(limit, std::chrono::milliseconds(*lease_end > now ? *lease_end - now : 0));
     }
     if (next_feeding_ > now) {
         limit = std::min(limit, std::chrono::milliseconds(next_feeding_ - now));

@@ -45,6 +45,7 @@ class feeder_t {
     enum class fate_t : uint8_t { with_driver, idle, sent, gone };
     [[nodiscard]] fate_t fate_of(const in_flight_t::state_t& message) const;
     void take_cancels();
+    void cancel_now(int64_t id);
     void feed();
     bool hand_in(const outbox_message_t& message);
     void wait();

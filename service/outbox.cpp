@@ -62,12 +62,16 @@ bool outbox_t::load() {
 bool outbox_t::cancel_what_was_given_up(int64_t now) {
     std::vector<outbox_message_t> messages;
     {
-        execution_t query(file_.statement(std::string(outbox_file::columns) + "FROM messages WHERE state = 2"));
+        execution_t query(file_.statement(std::string(outbox_file::columns) +
+                                          "FROM messages WHERE state IN (0, 1, 2) AND (state = 2 OR leased)"));
         while (query.step() == SQLITE_ROW) {
             messages.push_back(outbox_file::row(query));
         }
     }
     return std::ranges::all_of(messages, [&](outbox_message_t& message) {
+        if (message.state != outbox_state_t::cancelling) {
+            message.reason = {lease_lost};
+        }
         message.state = outbox_state_t::cancelled;
         message.changed = now;
         return outbox_file::update(file_, message) && tell_end(message, now);
@@ -85,14 +89,16 @@ bool outbox_t::transaction(const std::function<bool()>& steps, bool at_once) {
     return done;
 }
 
-std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, const std::string& token, problem_t* problem) {
+std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, uint32_t lease, problem_t* problem) {
     const std::lock_guard lock(mutex_);
-    {
-        execution_t query(file_.statement("SELECT id FROM messages WHERE token = ?1"));
-        query.bind(1, std::string_view(token));
-        if (const auto known = token.empty() ? std::nullopt : query.first_number()) {
-            return find(*known, problem);
+    const auto known = id_of(message.token);
+    auto before = known ? find(*known, problem) : std::nullopt;
+    const bool is_anew = lease != 0 && before && before->message.state == outbox_state_t::cancelled;
+    if (known && !is_anew) {
+        if (lease != 0 && leases_.holds(*known, base::tick64())) {
+            hold_lease(*known, lease);
         }
+        return before;
     }
     const int64_t room = signed_value_of(limit_t::outbox_size);
     const auto unsent =
@@ -105,9 +111,13 @@ std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, const st
     message.handed_in = unix_time();
     message.changed = message.handed_in;
     message.held = alone_.contains(message.number) || is_held_back(message.number);
+    message.leased = lease != 0;
     const bool done = transaction(
         [&] {
-            const auto id = outbox_file::insert(file_, message, token);
+            if (is_anew && !file_.run("UPDATE messages SET token = NULL WHERE id = ?1", *known)) {
+                return false;
+            }
+            const auto id = outbox_file::insert(file_, message);
             message.id = id.value_or(0);
             return id && tell(message, "queued", message.handed_in);
         },
@@ -117,8 +127,17 @@ std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, const st
         return std::nullopt;
     }
     message.octets.clear();
+    if (message.leased) {
+        hold_lease(message.id, lease);
+    }
     changed(message.id);
     return view_of(std::move(message));
+}
+
+std::optional<int64_t> outbox_t::id_of(const std::string& token) {
+    execution_t query(file_.statement("SELECT id FROM messages WHERE token = ?1"));
+    query.bind(1, std::string_view(token));
+    return token.empty() ? std::nullopt : query.first_number();
 }
 
 std::optional<outbox_t::view_t> outbox_t::cancel(int64_t id, problem_t* problem) {
@@ -128,22 +147,28 @@ std::optional<outbox_t::view_t> outbox_t::cancel(int64_t id, problem_t* problem)
         view->message.state == outbox_state_t::cancelling) {
         return view;
     }
-    outbox_message_t& message = view->message;
-    const bool with_driver = message.state == outbox_state_t::sending;
-    message.state = with_driver ? outbox_state_t::cancelling : outbox_state_t::cancelled;
-    message.changed = unix_time();
-    const bool done = transaction(
-        [&] { return outbox_file::update(file_, message) && (with_driver || tell_end(message, message.changed)); },
-        true);
-    if (!done) {
+    if (!transaction([&] { return call_back(view->message); }, true)) {
         *problem = not_written(file_);
         return std::nullopt;
     }
-    changed(id);
+    note_called_back(id);
     view = find(id, problem);
     lock.unlock();
     publish();
     return view;
+}
+
+// A step of a transaction. What is with the driver is over when the driver has let go of it.
+bool outbox_t::call_back(outbox_message_t& message) {
+    const bool with_driver = message.state == outbox_state_t::sending;
+    message.state = with_driver ? outbox_state_t::cancelling : outbox_state_t::cancelled;
+    message.changed = unix_time();
+    return outbox_file::update(file_, message) && (with_driver || tell_end(message, message.changed));
+}
+
+void outbox_t::note_called_back(int64_t id) {
+    leases_.remove(id);
+    changed(id);
 }
 
 std::optional<outbox_t::view_t> outbox_t::retry(int64_t id, int64_t expires, problem_t* problem) {
@@ -161,6 +186,7 @@ std::optional<outbox_t::view_t> outbox_t::retry(int64_t id, int64_t expires, pro
         return std::nullopt;
     }
     const bool was_aside = message.state == outbox_state_t::set_aside;
+    message.leased = message.leased && !was_aside;
     message.state = outbox_state_t::waiting;
     message.held = alone_.contains(message.number);
     message.changed = unix_time();
@@ -244,6 +270,7 @@ outbox_t::counts_t outbox_t::counts() {
         }
     }
     counts.datagrams -= sent_of_all();
+    counts.leased = static_cast<int64_t>(leases_.count());
     return counts;
 }
 

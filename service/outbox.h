@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "service/event_log.h"
+#include "service/leases.h"
 #include "service/outbox_file.h"
 
 /// Why a request is refused: one of the errors of device/service_requests.h; 0 when it is not.
@@ -35,7 +36,11 @@ class outbox_t {
         int64_t waiting = 0;
         int64_t sending = 0;  // those that are being cancelled among them
         int64_t set_aside = 0;
+        int64_t leased = 0;     // of those that wait or are being sent: they do not outlive the service
         int64_t datagrams = 0;  // that are not sent, of those that wait or are being sent
+
+        /// They take room.
+        [[nodiscard]] int64_t unsent() const { return waiting + sending + set_aside; }
     };
     struct ahead_t {
         int64_t messages = 0;
@@ -64,7 +69,11 @@ class outbox_t {
     [[nodiscard]] std::string open(const std::filesystem::path& home);
 
     // For clients. None, with the problem set, when it cannot be done.
-    std::optional<view_t> add(outbox_message_t message, const std::string& token, problem_t* problem);
+    /// `lease` is how many seconds it holds, 0 for none. What is known by its token is not added again: it is the
+    /// answer, and its lease, if it has one, is renewed. Under a lease one that was cancelled does not count.
+    std::optional<view_t> add(outbox_message_t message, uint32_t lease, problem_t* problem);
+    /// The leases of these hold so many seconds from now on: those that have none any more.
+    std::vector<int64_t> renew(uint32_t seconds, const std::vector<int64_t>& ids);
     std::optional<view_t> cancel(int64_t id, problem_t* problem);
     std::optional<view_t> retry(int64_t id, int64_t expires, problem_t* problem);
     /// Waits until its version is another, so many milliseconds, or for the end.
@@ -103,6 +112,12 @@ class outbox_t {
     [[nodiscard]] bool give_back(int64_t id);
     /// Sets aside what waits and is too old.
     void expire();
+    /// Calls back what nobody renewed the lease of; not all at once, if it is much. Those that are with the driver, of
+    /// which nothing more is to go.
+    std::vector<int64_t> end_leases();
+    /// When the next lease ends, on base::tick64. None, too, while those that have ended cannot be called back:
+    /// `next_due` tells when to try again.
+    std::optional<uint64_t> next_lease_end();
     /// Forgets what has long been over.
     void forget();
     /// When, later than now, `take_next` or `expire` may find something that they do not find now.
@@ -123,6 +138,11 @@ class outbox_t {
     std::optional<view_t> find(int64_t id, problem_t* problem);
     bool finish(int64_t id, outbox_state_t state, const change_t& change, bool hold);
     bool cancel_what_was_given_up(int64_t now);
+    std::optional<int64_t> id_of(const std::string& token);
+    /// From now on, for so many seconds.
+    void hold_lease(int64_t id, uint32_t seconds);
+    bool call_back(outbox_message_t& message);
+    void note_called_back(int64_t id);
     void note(const std::optional<event_t>& event, const std::function<bool()>& also);
     bool tell(const outbox_message_t& message, const char* kind, int64_t now);
     bool tell_end(const outbox_message_t& message, int64_t now);
@@ -142,6 +162,7 @@ class outbox_t {
     event_log_t log_{file_};
     std::map<int64_t, uint64_t> versions_;    // of those that changed since the start and are not over
     std::map<int64_t, progress_t> progress_;  // of those that are being sent
+    leases_t leases_;                         // of those that are neither over nor called back
     std::map<std::string, int64_t> alone_;    // numbers with a card that is tried for the others, and its id
     std::set<std::string> proven_;            // numbers that took a datagram since
     std::vector<std::pair<base::priority_t, std::string>> lines_;  // to be told when the lock is free

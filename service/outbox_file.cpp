@@ -43,6 +43,7 @@ constexpr const char* tables = R"(
         reason TEXT NOT NULL,
         advice TEXT NOT NULL,
         token TEXT UNIQUE,
+        leased INTEGER NOT NULL,
         octets BLOB);
     CREATE INDEX IF NOT EXISTS ready ON messages (id, datagrams) WHERE state = 0 AND held = 0;
     CREATE INDEX IF NOT EXISTS waiting ON messages (number, id) WHERE state = 0;
@@ -64,13 +65,15 @@ std::filesystem::path path(const std::filesystem::path& home) {
     return home / "outbox.sqlite";
 }
 
-bool make_tables(sqlite3* connection, int64_t /*found_version*/) {
-    return base::sqlite::run_all(connection, tables) && event_log_t::make_table(connection);
+bool make_tables(sqlite3* connection, int64_t found_version) {
+    constexpr const char* add_leases = "ALTER TABLE messages ADD COLUMN leased INTEGER NOT NULL DEFAULT 0";
+    return (found_version != 1 || base::sqlite::run_all(connection, add_leases)) &&
+           base::sqlite::run_all(connection, tables) && event_log_t::make_table(connection);
 }
 
 const char* const columns =
     "SELECT id, state, held, number, file, contacts, is_utf8, long_reference, size, datagrams, sent, handed_in, "
-    "expires, changed, refusals, reason, advice ";
+    "expires, changed, refusals, reason, advice, token, leased ";
 
 outbox_message_t row(const execution_t& query) {
     return {.id = query.number(0),
@@ -89,6 +92,8 @@ outbox_message_t row(const execution_t& query) {
             .changed = query.number(13),
             .refusals = query.number(14),
             .reason = {query.text(15), query.text(16)},
+            .token = query.text(17),
+            .leased = query.number(18) != 0,
             .octets = {}};
 }
 
@@ -104,25 +109,26 @@ std::string octets_of(base::sqlite::file_t& file, int64_t id) {
     return query.step() == SQLITE_ROW ? query.text(0) : std::string();
 }
 
-std::optional<int64_t> insert(base::sqlite::file_t& file, const outbox_message_t& message, const std::string& token) {
+std::optional<int64_t> insert(base::sqlite::file_t& file, const outbox_message_t& message) {
     const std::span octets(reinterpret_cast<const uint8_t*>(message.octets.data()), message.octets.size());  // NOLINT
     const bool done = file.run(
         "INSERT INTO messages (state, held, number, file, contacts, is_utf8, long_reference, size, datagrams, sent, "
-        "handed_in, expires, changed, refusals, reason, advice, token, octets) "
-        "VALUES (0, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, 0, ?9, ?10, ?9, 0, '', '', nullif(?11, ''), ?12)",
+        "handed_in, expires, changed, refusals, reason, advice, token, leased, octets) "
+        "VALUES (0, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, 0, ?9, ?10, ?9, 0, '', '', nullif(?11, ''), ?12, ?13)",
         int64_t{message.held}, std::string_view(message.number), std::string_view(message.file),
         std::string_view(message.contacts), int64_t{message.is_utf8}, int64_t{message.long_reference}, message.size,
-        message.datagrams, message.handed_in, message.expires, std::string_view(token), octets);
+        message.datagrams, message.handed_in, message.expires, std::string_view(message.token), int64_t{message.leased},
+        octets);
     return done ? std::optional<int64_t>(sqlite3_last_insert_rowid(file.connection())) : std::nullopt;
 }
 
 bool update(base::sqlite::file_t& file, const outbox_message_t& message) {
     return file.run(
         "UPDATE messages SET state = ?2, held = ?3, sent = ?4, changed = ?5, refusals = ?6, reason = ?7, advice = ?8, "
-        "expires = ?9, octets = iif(?2 IN (3, 4), NULL, octets) WHERE id = ?1",
+        "expires = ?9, leased = ?10, octets = iif(?2 IN (3, 4), NULL, octets) WHERE id = ?1",
         message.id, static_cast<int64_t>(message.state), int64_t{message.held}, message.sent, message.changed,
         message.refusals, std::string_view(message.reason.text), std::string_view(message.reason.advice),
-        message.expires);
+        message.expires, int64_t{message.leased});
 }
 
 }  // namespace outbox_file

@@ -27,6 +27,10 @@ struct reason_t {
     std::string advice{};
 };
 
+/// Why one that was leased goes no more: the lease was not renewed, or was not there any more after a start.
+inline constexpr const char* lease_ended = "its lease ended: who handed it in did not renew it";
+inline constexpr const char* lease_lost = "its lease ended with the service";
+
 /// A card for one phone. Times are in seconds since 1970.
 struct outbox_message_t {
     int64_t id = 0;  // rises, and is never given again
@@ -44,15 +48,17 @@ struct outbox_message_t {
     int64_t expires = 0;  // 0 for never
     int64_t changed = 0;
     int64_t refusals = 0;
-    reason_t reason;     // of the last refusal, or why it was set aside
-    std::string octets;  // where they are asked for; gone from the file when the message is sent or cancelled
+    reason_t reason;      // of the last refusal, or why it was set aside or called back
+    std::string token;    // of who handed it in, no other has it; empty for none
+    bool leased = false;  // goes only as long as who handed it in renews its lease
+    std::string octets;   // where they are asked for; gone from the file when the message is sent or cancelled
 };
 
 namespace outbox_file {
 
 std::filesystem::path path(const std::filesystem::path& home);
 
-constexpr int64_t version = 1;
+constexpr int64_t version = 2;  // 1 knew no leases
 /// See base::sqlite::file_t.
 bool make_tables(sqlite3* connection, int64_t found_version);
 
@@ -66,8 +72,9 @@ std::optional<outbox_message_t> read(base::sqlite::file_t& file, int64_t id);
 /// Empty when they cannot be read.
 std::string octets_of(base::sqlite::file_t& file, int64_t id);
 /// The id, or none, and told, when it fails.
-std::optional<int64_t> insert(base::sqlite::file_t& file, const outbox_message_t& message, const std::string& token);
-/// State, sent, refusals, reason and the time of the change. The octets go with a message that is sent or cancelled.
+std::optional<int64_t> insert(base::sqlite::file_t& file, const outbox_message_t& message);
+/// State, sent, refusals, reason, the lease and the time of the change. The octets go with a message that is sent or
+/// cancelled.
 [[nodiscard]] bool update(base::sqlite::file_t& file, const outbox_message_t& message);
 
 }  // namespace outbox_file

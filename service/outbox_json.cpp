@@ -36,13 +36,25 @@ std::string counted(int64_t count, std::string_view noun) {
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
+/// Nothing where it is not known any more.
+std::string how_far(const outbox_message_t& message) {
+    return message.reason.text == lease_lost
+               ? std::string()
+               : fmt::format("; {} of {} had been sent", message.sent, counted(message.datagrams, "datagram"));
+}
+
+std::string why_called_back(const outbox_message_t& message) {
+    const std::string& reason = message.reason.text;
+    return reason == lease_ended || reason == lease_lost ? "; " + reason : std::string();
+}
+
 std::string what_became(const outbox_message_t& message) {
     switch (message.state) {
         case outbox_state_t::set_aside:
             return fmt::format(": {}{}{}; zpd outbox retry {}", message.reason.text,
                                message.reason.advice.empty() ? "" : ": ", message.reason.advice, message.id);
         case outbox_state_t::cancelled:
-            return fmt::format("; {} of {} had been sent", message.sent, counted(message.datagrams, "datagram"));
+            return how_far(message) + why_called_back(message);
         default:
             return fmt::format(" ({})", counted(message.datagrams, "datagram"));
     }
@@ -62,7 +74,9 @@ ordered_json message_json(const outbox_message_t& message) {
             {"expires", message.expires == 0 ? ordered_json(nullptr) : ordered_json(message.expires)},
             {"changed", message.changed},
             {"refusals", message.refusals},
-            {"reason", reason_json(message.reason)}};
+            {"reason", reason_json(message.reason)},
+            {"token", message.token.empty() ? ordered_json(nullptr) : ordered_json(message.token)},
+            {"leased", message.leased}};
 }
 
 ordered_json message_json(const outbox_t::view_t& view) {

@@ -20,7 +20,8 @@ std::optional<outbox_message_t> outbox_t::take_next() {
     const std::lock_guard lock(mutex_);
     const int64_t now = unix_time();
     const auto id = next_id(now);
-    std::optional<outbox_message_t> message = id ? outbox_file::read(file_, *id) : std::nullopt;
+    const bool may_go = id && !leases_.has_ended(*id, base::tick64());
+    std::optional<outbox_message_t> message = may_go ? outbox_file::read(file_, *id) : std::nullopt;
     if (!message) {
         return message;
     }
@@ -179,6 +180,7 @@ bool outbox_t::finish(int64_t id, outbox_state_t state, const change_t& change, 
         changed(id);
         if (is_over(message->state)) {
             versions_.erase(id);
+            leases_.remove(id);
         }
     }
     publish();

@@ -22,6 +22,14 @@ reply_t not_read() {
     return refused(device::error_input, "the request is not of its form");
 }
 
+bool is_lease(uint32_t seconds) {
+    return seconds >= 1 && seconds <= device::longest_lease;
+}
+
+reply_t no_lease() {
+    return refused(device::error_value, fmt::format("a lease holds for 1 to {} seconds", device::longest_lease));
+}
+
 bool is_number(std::string_view text) {
     constexpr size_t most_digits = 20;
     const std::string_view digits = text.substr(text.starts_with('+') ? 1 : 0);
@@ -50,6 +58,8 @@ std::optional<reply_t> outbox_requests_t::answer(const device::request_t& reques
     switch (request.code) {
         case device::outbox_add:
             return add(input);
+        case device::outbox_renew:
+            return renew(input);
         case device::outbox_list:
             return list(input, request.output_capacity);
         case device::outbox_watch:
@@ -75,7 +85,9 @@ reply_t outbox_requests_t::add(input_t input) const {
     const auto file = input.string();
     const auto expires = input.u64();
     const auto token = input.string();
-    if (!token || !input.at_end() || token->size() > most_octets || file->size() > most_octets) {
+    const bool has_lease = !input.at_end();
+    const auto lease = has_lease ? input.u32() : 0;
+    if (!token || !lease || !input.at_end() || token->size() > most_octets || file->size() > most_octets) {
         return not_read();
     }
     if (!is_number(*number)) {
@@ -84,6 +96,9 @@ reply_t outbox_requests_t::add(input_t input) const {
     }
     if (octets->empty() || *expires > INT64_MAX) {
         return refused(device::error_value, octets->empty() ? "the card is empty" : "the time of expiry is none");
+    }
+    if (has_lease && !is_lease(*lease)) {
+        return no_lease();
     }
     const loaded_driver_t::answer_t count = driver_.count({*octets, *is_utf8 != 0, *long_reference != 0});
     if (count.error != ERROR_SUCCESS) {
@@ -97,11 +112,33 @@ reply_t outbox_requests_t::add(input_t input) const {
     message.size = static_cast<int64_t>(octets->size());
     message.datagrams = count.value;
     message.expires = static_cast<int64_t>(*expires);
+    message.token = *token;
     message.octets = *octets;
     problem_t problem;
-    const auto view = outbox_.add(std::move(message), *token, &problem);
+    const auto view = outbox_.add(std::move(message), *lease, &problem);
     feeder_.wake();
     return reply(view, problem);
+}
+
+reply_t outbox_requests_t::renew(input_t input) const {
+    const auto seconds = input.u32();
+    std::vector<int64_t> ids;
+    while (!input.at_end() && ids.size() <= device::most_renewed) {
+        const auto id = input.u64();
+        if (!id || *id > INT64_MAX) {
+            return not_read();
+        }
+        ids.push_back(static_cast<int64_t>(*id));
+    }
+    if (!seconds || ids.size() > device::most_renewed) {
+        return not_read();
+    }
+    if (!is_lease(*seconds)) {
+        return no_lease();
+    }
+    const std::vector<int64_t> gone = outbox_.renew(*seconds, ids);
+    feeder_.wake();  // a lease may end earlier now
+    return json_reply({{"gone", gone}});
 }
 
 reply_t outbox_requests_t::list(input_t input, size_t room) const {

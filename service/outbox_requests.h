@@ -19,6 +19,7 @@ class outbox_requests_t {
   private:
     using input_t = base::reader_t;
     device::reply_t add(input_t input) const;
+    device::reply_t renew(input_t input) const;
     device::reply_t list(input_t input, size_t room) const;
     device::reply_t watch(input_t input) const;
     device::reply_t cancel(input_t input) const;

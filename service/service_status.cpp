@@ -2,11 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "base/clock.h"
 #include "radio/diagnosis_words.h"
 #include "radio/findings.h"
+#include "radio/limits.h"
 #include "radio/modem_state.h"
 #include "radio/warning.h"
 #include "service/radio_status.h"
@@ -34,6 +36,11 @@ std::string modem_line() {
     return fmt::format("network {}", radio::system_type_words(state->system_type));
 }
 
+ordered_json own_number() {
+    const std::optional<radio::modem_state_t> state = radio::modem_state();
+    return state && !state->number.empty() ? ordered_json(state->number) : ordered_json(nullptr);
+}
+
 }  // namespace
 
 ordered_json service_status(const serve_options_t& options, const loaded_driver_t& driver, outbox_t& outbox) {
@@ -42,13 +49,15 @@ ordered_json service_status(const serve_options_t& options, const loaded_driver_
     const std::optional<bool> active = driver.is_active();
     return {{"device", options.device},
             {"modem", options.modem.tty},
+            {"number", own_number()},
             {"home", options.home.native()},
             {"active", active ? ordered_json(*active) : ordered_json(nullptr)},
             {"outbox",
              {{"waiting", waiting.waiting},
               {"sending", waiting.sending},
               {"set_aside", waiting.set_aside},
-              {"datagrams", waiting.datagrams}}},
+              {"datagrams", waiting.datagrams},
+              {"room", std::max<int64_t>(radio::signed_value_of(radio::limit_t::outbox_size) - waiting.unsent(), 0)}}},
             {"cards", {{"stored", cards.stored}, {"dropped", cards.dropped}, {"kept", cards.kept}}},
             {"datagrams", {{"incomplete", cards.incomplete}, {"given_up", cards.given_up}}},
             {"radio", radio_status()}};

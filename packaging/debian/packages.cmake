@@ -24,8 +24,10 @@ account or app: a .vcf file that is handed in on one phone arrives, octet for
 octet, as a file on another.
 .
 This package has the command zpd, a service for a modem or for several of them,
-and an emulated cellular network for tests of telephony software.")
+what joins the modems of many machines to a fleet behind one queue, and an
+emulated cellular network for tests of telephony software.")
 set(CPACK_DEBIAN_ZPD_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers | systemd-sysusers")
+set(CPACK_DEBIAN_ZPD_PACKAGE_SUGGESTS nats-server)  # of a fleet; it may be on another machine
 set(CPACK_DEBIAN_ZPD_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_LIST_DIR}/postinst ${CMAKE_CURRENT_LIST_DIR}/prerm ${CMAKE_CURRENT_LIST_DIR}/postrm)
 

@@ -42,7 +42,7 @@ class outbox_home_t {
 
     /// The id; 0 when it is refused.
     int64_t add(const std::string& number, const std::string& octets = "card", int64_t expires = 0,
-                const std::string& token = {}) {
+                const std::string& token = {}, uint32_t lease = 0) {
         const auto view = box_->add({.number = number,
                                      .file = "ann.vcf",
                                      .contacts = R"([{"name":"Ann"}])",
@@ -50,8 +50,9 @@ class outbox_home_t {
                                      .datagrams = 7,
                                      .expires = expires,
                                      .reason = {},
+                                     .token = token,
                                      .octets = octets},
-                                    token, &problem);
+                                    lease, &problem);
         return view ? view->message.id : 0;
     }
     /// The id; 0 for none.

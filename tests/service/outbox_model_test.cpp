@@ -25,7 +25,8 @@ struct card_t {
     std::string number;
     int64_t expires = 0;
     int64_t refusals = 0;
-    bool asked_for = false;  // tried again in spite of its number's pause
+    uint64_t leased_until = 0;  // 0 for no lease
+    bool asked_for = false;     // tried again in spite of its number's pause
     int times_told_over = 0;
 };
 
@@ -48,13 +49,16 @@ class world_t {
             end_one();
         } else if (choice < 80) {
             call_back();
-        } else if (choice < 85) {
+        } else if (choice < 83) {
             ask_for();
+        } else if (choice < 85) {
+            renew();
         } else if (choice < 90) {
             confirm();
         } else if (choice < 95) {
             base::advance_clock(uint64_t{upto(200)} * 1000);
             expire();
+            end_leases();
         } else if (choice < 98) {
             restart();
         } else if (upto(9) == 0) {
@@ -98,9 +102,43 @@ class world_t {
     void add() {
         const std::string number = "+4912" + std::to_string(upto(4));
         const int64_t expires = upto(5) == 0 ? unix_time() + upto(300) : 0;
-        const int64_t id = box_.add(number, octets_of(static_cast<int64_t>(cards_.size()) + 1), expires);
+        const uint32_t lease = upto(4) == 0 ? 100 + upto(900) : 0;
+        const int64_t id = box_.add(number, octets_of(static_cast<int64_t>(cards_.size()) + 1), expires, {}, lease);
         ASSERT_EQ(id, static_cast<int64_t>(cards_.size()) + 1);
-        cards_[id] = {.number = number, .expires = expires};
+        cards_[id] = {.number = number, .expires = expires, .leased_until = end_of(lease)};
+    }
+
+    static uint64_t end_of(uint32_t lease) { return lease == 0 ? 0 : base::tick64() + lease * uint64_t{1000}; }
+
+    void renew() {
+        std::vector<int64_t> ids;
+        std::vector<int64_t> gone;
+        for (auto& [id, card] : cards_) {
+            const bool goes = card.leased_until != 0 && (card.state == waiting || card.state == sending);
+            ids.push_back(id);
+            if (goes) {
+                card.leased_until = end_of(300);
+            } else {
+                gone.push_back(id);
+            }
+        }
+        ASSERT_EQ(box_->renew(300, ids), gone);
+    }
+
+    void end_leases() {
+        std::vector<int64_t> with_driver;
+        std::vector<int64_t> found = box_->end_leases();
+        for (auto& [id, card] : cards_) {
+            const bool ended = card.leased_until != 0 && card.leased_until <= base::tick64();
+            if (ended && card.state == waiting) {
+                end(id, cancelled, false);
+            } else if (ended && card.state == sending) {
+                card.state = cancelling;
+                with_driver.push_back(id);
+            }
+        }
+        std::ranges::sort(found);
+        ASSERT_EQ(found, with_driver);
     }
 
     /// Until when each is held back.
@@ -239,6 +277,7 @@ class world_t {
         const bool may = card.state == waiting || card.state == set_aside;
         ASSERT_EQ(box_->retry(id, 0, &box_.problem).has_value(), may);
         if (may) {
+            card.leased_until = card.state == waiting ? card.leased_until : 0;
             card.state = waiting;
             card.expires = 0;
             card.refusals = 0;
@@ -261,7 +300,8 @@ class world_t {
         numbers_.clear();
         for (auto& [id, card] : cards_) {
             card.asked_for = false;
-            if (card.state == cancelling) {
+            const bool is_lost = card.leased_until != 0 && !is_over(card.state);
+            if (card.state == cancelling || is_lost) {
                 end(id, cancelled, false);
             }
             card.state = card.state == sending ? waiting : card.state;

@@ -34,6 +34,26 @@ class outbox_client_t {
         EXPECT_TRUE(id) << octets.substr(0, 40);
         return id.value_or(0);
     }
+    uint64_t add_leased(const std::string& octets, const std::string& number, const std::string& token,
+                        uint32_t seconds) const {
+        const auto message = request([&](auto& device) {
+            return device.outbox_add({.card = {.octets = octets, .is_utf8 = false},
+                                      .number = number,
+                                      .file = "card.vcf",
+                                      .token = token,
+                                      .lease = seconds});
+        });
+        EXPECT_EQ(message["token"], token);
+        EXPECT_EQ(message["leased"], true);
+        return message["id"];
+    }
+    /// Those that have no lease any more.
+    std::vector<uint64_t> renew(uint32_t seconds, const std::vector<uint64_t>& ids) const {
+        auto device = client::client_t::connect(device_);
+        const auto gone = device->outbox_renew(seconds, ids);
+        EXPECT_TRUE(gone) << gone.failure().text;
+        return *gone;
+    }
     nlohmann::json message(uint64_t id) const {
         return request([&](auto& device) { return device.outbox_watch(id, 0, 0); });
     }
@@ -42,6 +62,9 @@ class outbox_client_t {
     }
     nlohmann::json retry(uint64_t id, uint64_t expires = 0) const {
         return request([&](auto& device) { return device.outbox_retry(id, expires); });
+    }
+    nlohmann::json status() const {
+        return request([&](auto& device) { return device.service_status(); });
     }
     nlohmann::json events() const {
         return request([&](auto& device) { return device.events(0, 0, 0); })["events"];

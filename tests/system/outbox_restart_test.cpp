@@ -60,6 +60,50 @@ TEST(outbox_restart, what_is_left_is_told_and_sent_by_the_next_service) {
     EXPECT_EQ(sender.serve().output().find("wait in the outbox"), std::string::npos);
 }
 
+TEST(outbox_restart, a_leased_card_goes_as_long_as_its_lease_is_renewed_and_the_service_runs) {
+    const folder_t folder;
+    const network_t network(folder);
+    phone_t receiver(folder, "bob", network.modem(bob));
+    phone_t sender(folder, "alice", network.modem(alice));
+    receiver.start({"--activate", "--set", "better-datagrams=2"});
+    sender.start();
+    ASSERT_TRUE(receiver.ready() && sender.ready()) << sender.serve().errors();
+    const outbox_client_t outbox(sender.device());
+    EXPECT_TRUE(outbox.becomes(outbox.add("first", bob), "sent"));
+    EXPECT_EQ(zpd({"fault", "--dir", folder / "modems", alice, "late-results=100"}).status, 0);
+    EXPECT_EQ(outbox.status()["number"], alice);
+    const int64_t room = outbox.status()["outbox"]["room"];
+
+    const std::string renewed(40 * 128, 'r');
+    const std::string left_alone(60 * 128, 'l');
+    const uint64_t ids[] = {outbox.add_leased(renewed, bob, "1", 2), outbox.add_leased(left_alone, bob, "2", 6),
+                            outbox.add_leased("behind it", bob, "3", 2)};
+    EXPECT_EQ(outbox.status()["outbox"]["room"], room - 3);
+    ASSERT_TRUE(eventually([&] {
+        EXPECT_THAT(outbox.renew(2, {ids[0]}), testing::IsEmpty());
+        return outbox.message(ids[0])["datagrams"]["sent"] > 30;
+    }));
+    EXPECT_TRUE(outbox.becomes(ids[0], "sent"));
+    EXPECT_THAT(outbox.message(ids[2])["reason"]["text"], HasSubstr("its lease ended")) << "it waited too long";
+    EXPECT_TRUE(outbox.becomes(ids[1], "cancelled"));
+    EXPECT_THAT(outbox.events().back()["text"], HasSubstr("of 60 datagrams had been sent; its lease ended"));
+    EXPECT_THAT(outbox.renew(2, {ids[0], ids[1], 99}), testing::ElementsAre(ids[0], ids[1], 99));
+
+    const uint64_t lost = outbox.add_leased(left_alone, bob, "2", 600);
+    EXPECT_NE(lost, ids[1]) << "the token was free";
+    ASSERT_TRUE(eventually([&] { return outbox.message(lost)["datagrams"]["sent"] > 3; }));
+    sender.serve().signal(SIGKILL);
+    sender.serve().wait();
+    sender.start();
+    ASSERT_TRUE(sender.ready()) << sender.serve().errors();
+    EXPECT_EQ(outbox.message(lost)["reason"]["text"], "its lease ended with the service");
+    EXPECT_EQ(outbox.left(), 0U);
+    EXPECT_TRUE(outbox.becomes(outbox.add_leased("last", bob, "2", 60), "sent"));
+    EXPECT_TRUE(eventually([&] { return stored_cards(receiver).contains("last"); }));
+    const auto stored = stored_cards(receiver);
+    EXPECT_TRUE(stored.contains(renewed) && !stored.contains(left_alone) && !stored.contains("behind it"));
+}
+
 /// ZPD_KILLS of them, on several phones at once: the first card after a start waits for ten seconds. Half of the kills
 /// come as cards are handed in, the others as they are sent.
 TEST(outbox_kill, no_card_that_was_answered_for_is_lost_by_a_kill) {

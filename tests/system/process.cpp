@@ -1,6 +1,7 @@
 #include "tests/system/process.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,17 +16,24 @@ namespace {
 /// What the user who runs the tests has configured is not theirs.
 const int no_configuration = setenv("XDG_CONFIG_HOME", "/nonexistent", 1);
 
-[[noreturn]] void become_zpd(const arguments_t& arguments, int output, int errors) {
+/// Between fork and exec a child of a process with threads may wait for ever for what one of them held: it is spawned.
+pid_t spawn_zpd(const arguments_t& arguments, int output, int errors) {
     std::vector<char*> argv{const_cast<char*>(ZPD_BINARY)};
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
-    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    dup2(output, STDOUT_FILENO);
-    dup2(errors, STDERR_FILENO);
-    execv(ZPD_BINARY, argv.data());
-    _exit(127);
+    posix_spawn_file_actions_t streams{};
+    posix_spawn_file_actions_init(&streams);
+    posix_spawn_file_actions_addopen(&streams, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&streams, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&streams, errors, STDERR_FILENO);
+    pid_t id = -1;
+    if (posix_spawn(&id, ZPD_BINARY, &streams, nullptr, argv.data(), environ) != 0) {
+        std::abort();  // to signal or wait for -1 would be for all processes
+    }
+    posix_spawn_file_actions_destroy(&streams);
+    return id;
 }
 
 std::string contents(int file) {
@@ -50,11 +58,9 @@ bool eventually(const std::function<bool()>& holds, std::chrono::seconds limit) 
 }
 
 process_t::process_t(const arguments_t& arguments)
-    : output_(memfd_create("output", MFD_CLOEXEC)), errors_(memfd_create("errors", MFD_CLOEXEC)), id_(fork()) {
-    if (id_ == 0) {
-        become_zpd(arguments, output_, errors_);
-    }
-}
+    : output_(memfd_create("output", MFD_CLOEXEC)),
+      errors_(memfd_create("errors", MFD_CLOEXEC)),
+      id_(spawn_zpd(arguments, output_, errors_)) {}
 
 process_t::~process_t() {
     if (!has_ended()) {

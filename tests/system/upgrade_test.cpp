@@ -65,13 +65,18 @@ TEST_F(upgrade, a_home_of_1_0_0_keeps_what_is_in_it_and_what_waits_goes_out) {
 
     const outbox_client_t outbox(phone_.device());
     EXPECT_EQ(outbox.message(2)["state"], "sent");
+    EXPECT_EQ(outbox.message(2)["leased"], false);
+    EXPECT_TRUE(outbox.becomes(outbox.add_leased("leased", friend_number, "token", 60), "sent"));
     EXPECT_TRUE(outbox.becomes(1, "sent")) << outbox.message(1);
-    EXPECT_TRUE(eventually([&] { return stored_cards(receiver) == std::map<std::string, int>{{cards[1], 1}}; }));
+    EXPECT_TRUE(eventually([&] {
+        return stored_cards(receiver) == std::map<std::string, int>{{cards[1], 1}, {"leased", 1}};
+    }));
     std::vector<std::string> kinds;
     for (const auto& event : outbox.events()) {
         kinds.push_back(event["kind"]);
     }
-    EXPECT_THAT(kinds, testing::ElementsAre("stored", "stored", "queued", "queued", "sent", "sent"));
+    EXPECT_THAT(
+        kinds, testing::UnorderedElementsAre("stored", "stored", "queued", "queued", "queued", "sent", "sent", "sent"));
     EXPECT_FALSE(std::filesystem::exists(runs)) << "no card came";
     EXPECT_EQ(base::sqlite::number(database("registry.sqlite").get(), "PRAGMA user_version"), 1);
 }

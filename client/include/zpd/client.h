@@ -55,7 +55,7 @@ enum {
     ZPD_NO_MEMORY = 11    /* this process ran out of memory, or of descriptors */
 };
 
-/* "1.2.0" */
+/* "1.3.0" */
 ZPD_API const char* zpd_library_version(void);
 /* What a result is, in general and in English. Of the program's life. */
 ZPD_API const char* zpd_result_text(int result);
