@@ -21,11 +21,20 @@ answer_t<client_t> client_t::connect(std::string_view device) {
 }
 
 answer_t<reply_t> client_t::ioctl(uint32_t code, octets_view_t input, uint32_t output_capacity) {
-    // A service that refuses a client says why before it closes, whether our packet got there or not.
+    const auto sent = send_request(code, input, output_capacity);
+    return sent ? receive_reply() : sent.failure();
+}
+
+// A service that refuses a client says why before it closes, whether our packet got there or not.
+answer_t<done_t> client_t::send_request(uint32_t code, octets_view_t input, uint32_t output_capacity) const {
     if (send_packet(encode(device::request_t{code, output_capacity, input})) == EMSGSIZE) {
         return failure_t{device::error_malformed, fmt::format("a request of {} octets is too long", input.size()),
                          obstacle_t::request};
     }
+    return done_t{};
+}
+
+answer_t<reply_t> client_t::receive_reply() const {
     const auto packet = receive_packet();
     if (!packet) {
         return packet.failure();

@@ -79,6 +79,9 @@ class client_t final : public service_t {
     answer_t<std::string> service_status() override;
     /// Any phone is the only one: one that is named is refused.
     answer_t<std::string> outbox_add(const handed_in_card_t& card) override;
+    /// Several, the next ones while the service has the first in hand: an answer for each. Without answers any of them
+    /// may be in the outbox.
+    answer_t<std::vector<answer_t<std::string>>> outbox_add_all(const std::vector<handed_in_card_t>& cards);
     /// The leases of these messages hold so many seconds from now on: the ids of those that have none any more. Where
     /// it fails some may be renewed.
     answer_t<std::vector<uint64_t>> outbox_renew(uint32_t seconds, const std::vector<uint64_t>& ids);
@@ -94,6 +97,8 @@ class client_t final : public service_t {
   private:
     client_t(base::descriptor_t socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
 
+    [[nodiscard]] answer_t<done_t> send_request(uint32_t code, octets_view_t input, uint32_t output_capacity) const;
+    [[nodiscard]] answer_t<reply_t> receive_reply() const;
     /// 0, or the errno.
     [[nodiscard]] int send_packet(const octets_t& packet) const;
     answer_t<octets_t> receive_packet() const;

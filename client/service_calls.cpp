@@ -1,8 +1,10 @@
 // The requests that the service answers itself.
 #include <algorithm>
+#include <deque>
 #include <nlohmann/json.hpp>
 
 #include "client/client.h"
+#include "client/replies.h"
 #include "device/service_requests.h"
 
 namespace client {
@@ -22,11 +24,9 @@ answer_t<std::string> client_t::service_status() {
     return call_text(device::service_status, {});
 }
 
-answer_t<std::string> client_t::outbox_add(const handed_in_card_t& card) {
-    if (!card.from.empty()) {
-        return failure_t{error_value, "the service has one phone, which sends all cards; a phone is chosen of a fleet",
-                         obstacle_t::request};
-    }
+namespace {
+
+writer_t input_of(const handed_in_card_t& card) {
     writer_t input;
     input.string(card.card.octets)
         .flag(card.card.is_utf8)
@@ -38,7 +38,46 @@ answer_t<std::string> client_t::outbox_add(const handed_in_card_t& card) {
     if (card.lease != 0) {
         input.u32(card.lease);
     }
-    return call_text(device::outbox_add, input);
+    return input;
+}
+
+}  // namespace
+
+answer_t<std::string> client_t::outbox_add(const handed_in_card_t& card) {
+    if (!card.from.empty()) {
+        return failure_t{error_value, "the service has one phone, which sends all cards; a phone is chosen of a fleet",
+                         obstacle_t::request};
+    }
+    return call_text(device::outbox_add, input_of(card));
+}
+
+// So few requests are on their way that the socket has room for them: else each side might wait for the other to read.
+answer_t<std::vector<answer_t<std::string>>> client_t::outbox_add_all(const std::vector<handed_in_card_t>& cards) {
+    constexpr size_t most_on_the_way = 16;
+    constexpr size_t room = 65'536;  // octets
+    std::vector<answer_t<std::string>> answers;
+    std::deque<size_t> on_the_way;  // their octets
+    size_t octets = 0;
+    for (size_t sent = 0; answers.size() < cards.size();) {
+        if (sent < cards.size() && on_the_way.size() < most_on_the_way && octets < room) {
+            const writer_t input = input_of(cards[sent++]);
+            if (const auto asked = send_request(device::outbox_add, input.octets(), device::max_output); !asked) {
+                return asked.failure();
+            }
+            octets += on_the_way.emplace_back(input.octets().size());
+            continue;
+        }
+        auto reply = receive_reply();
+        if (!reply) {
+            return reply.failure();
+        }
+        octets -= on_the_way.front();
+        on_the_way.pop_front();
+        const auto output = output_of(device::outbox_add, std::move(*reply));
+        answers.push_back(output ? answer_t<std::string>(std::string(output->begin(), output->end()))
+                                 : output.failure());
+    }
+    return answers;
 }
 
 answer_t<std::vector<uint64_t>> client_t::outbox_renew(uint32_t seconds, const std::vector<uint64_t>& ids) {

@@ -333,55 +333,75 @@ void card_taker_t::take_from(std::optional<nats::pull_t>& queue, int most, milli
         modem_.leases.wait(a_while);
         return;
     }
-    for (nats::message_t& card : *cards) {
-        hand_in(std::move(card));
+    hand_in(std::move(*cards));
+}
+
+void card_taker_t::hand_in(std::vector<nats::message_t> messages) {
+    std::vector<taken_t> taken;
+    for (nats::message_t& message : messages) {
+        if (auto one = look_at(std::move(message))) {
+            taken.push_back(std::move(*one));
+        }
+    }
+    const auto lease = static_cast<uint32_t>(lease_time().count());
+    std::vector<client::handed_in_card_t> cards;
+    for (const taken_t& one : taken) {
+        cards.push_back({.card = {one.card.octets, one.card.is_utf8, one.card.long_reference},
+                         .number = one.card.number,
+                         .file = one.card.file,
+                         .expires = one.card.expires,
+                         .token = one.token,
+                         .lease = lease});
+    }
+    if (cards.empty()) {
+        return;
+    }
+    const auto answers = link_.ask([&](client_t& client) { return client.outbox_add_all(cards); });
+    for (size_t i = 0; i < taken.size(); ++i) {
+        answered(taken[i], answers ? (*answers)[i] : client::answer_t<std::string>(answers.failure()));
     }
 }
 
-void card_taker_t::hand_in(nats::message_t message) {
+/// None for what is not to go there.
+std::optional<card_taker_t::taken_t> card_taker_t::look_at(nats::message_t message) {
     const uint64_t card = message.sequence();
     if (message.deliveries() > 1) {
         const auto sent = was_sent(card);
         if (!sent) {
             message.give_back(longest_rest);
-            return;
+            return std::nullopt;
         }
         if (*sent) {
             message.acknowledge();
-            return;
+            return std::nullopt;
         }
     }
-    const auto queued = read_card(message);
+    auto queued = read_card(message);
     if (!queued) {
         refuse(message, card, queued.failure().text);
-        return;
+        return std::nullopt;
     }
     const auto shared = std::make_shared<const nats::message_t>(std::move(message));
     if (!modem_.leases.begin({.card = card, .reply = queued->reply, .queued = shared})) {
-        return;  // it was reported too late, and is here still
+        return std::nullopt;  // it was reported too late, and is here still
     }
-    const std::string token = token_of(modem_.created, card);
-    const auto answer = link_.ask([&](client_t& client) {
-        return client.outbox_add({.card = {queued->octets, queued->is_utf8, queued->long_reference},
-                                  .number = queued->number,
-                                  .file = queued->file,
-                                  .expires = queued->expires,
-                                  .token = token,
-                                  .lease = static_cast<uint32_t>(lease_time().count())});
-    });
+    return taken_t{card, std::move(*queued), token_of(modem_.created, card), shared};
+}
+
+void card_taker_t::answered(const taken_t& taken, const client::answer_t<std::string>& answer) {
     if (answer) {
-        handed_in(card, read_json(*answer));
+        handed_in(taken.id, read_json(*answer));
         return;
     }
-    static_cast<void>(modem_.leases.end(card));
+    static_cast<void>(modem_.leases.end(taken.id));
     const auto& failure = answer.failure();
     const bool passes = failure.code == client::error_full || failure.code == client::error_not_written;
     if (failure.obstacle == obstacle_t::request && !passes) {
-        refuse(*shared, card, failure.text);
+        refuse(*taken.message, taken.id, failure.text);
         return;
     }
     // A service that did not answer may have it all the same, until its lease is over.
-    shared->give_back(passes ? milliseconds(0) : duration_cast<milliseconds>(lease_time()));
+    taken.message->give_back(passes ? milliseconds(0) : duration_cast<milliseconds>(lease_time()));
     rest_until_ = clock_t::now() + longest_rest;
     if (failure.code == client::error_not_written) {
         modem_.told(base::priority_t::error, fmt::format("{}: {}", modem_.device, failure.text));

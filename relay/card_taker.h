@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -14,6 +15,7 @@
 #include "relay/device_link.h"
 #include "relay/modem.h"
 #include "relay/orders.h"
+#include "relay/queued_card.h"
 #include "relay/service_json.h"
 
 namespace fleet {
@@ -62,7 +64,16 @@ class card_taker_t {
     void take();
     int wanted() const;
     void take_from(std::optional<nats::pull_t>& queue, int most, std::chrono::milliseconds wait);
-    void hand_in(nats::message_t message);
+    /// One that goes to the outbox.
+    struct taken_t {
+        uint64_t id = 0;
+        queued_card_t card;
+        std::string token;
+        std::shared_ptr<const nats::message_t> message;
+    };
+    void hand_in(std::vector<nats::message_t> messages);
+    std::optional<taken_t> look_at(nats::message_t message);
+    void answered(const taken_t& taken, const client::answer_t<std::string>& answer);
     client::answer_t<bool> was_sent(uint64_t card);
     void refuse(const nats::message_t& message, uint64_t card, const std::string& why);
     void handed_in(uint64_t card, const json_t& message);

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <set>
+#include <utility>
 
 #include "base/file.h"
 
@@ -16,6 +19,7 @@ using std::chrono::milliseconds;
 
 constexpr uint32_t longest_wait = 1000;  // milliseconds, for an event: between two looks whether the modem ends
 constexpr milliseconds between_tries{300};
+constexpr milliseconds between_pages{10};  // so that what comes fast is told together
 
 std::optional<result_t> result_of(const std::string& kind) {
     return kind == "queued"      ? std::optional(result_t::queued)
@@ -27,26 +31,27 @@ std::optional<result_t> result_of(const std::string& kind) {
 
 }  // namespace
 
-bool settle(modem_t& modem, uint64_t card, const std::string& state, uint64_t sent) {
+std::optional<lease_t> settle(modem_t& modem, uint64_t card, const std::string& state, uint64_t sent) {
     constexpr milliseconds at_once{0};
     constexpr milliseconds later{5000};  // somebody at the machine does not want it there
-    if (state == "sent" || state == "set aside" || state == "cancelled") {
-        const auto lease = modem.leases.end(card, state == "sent" ? sent : 0);
-        if (lease && lease->queued) {
-            if (state == "cancelled" && !lease->is_cancelled) {
-                lease->queued->give_back(lease->is_put_back ? at_once : later);
-            } else {
-                lease->queued->acknowledge();
-            }
-        }
-        return true;
+    if (state != "sent" && state != "set aside" && state != "cancelled") {
+        return std::nullopt;
     }
-    return false;
+    auto lease = modem.leases.end(card, state == "sent" ? sent : 0);
+    if (lease && lease->queued) {
+        if (state == "cancelled" && !lease->is_cancelled) {
+            lease->queued->give_back(lease->is_put_back ? at_once : later);
+        } else {
+            lease->queued->acknowledge();
+        }
+    }
+    return lease;
 }
 
 event_teller_t::event_teller_t(modem_t& modem, std::filesystem::path cursor)
     : modem_(modem),
       link_(modem.device),
+      batch_(modem.server),
       file_(std::move(cursor)),
       service_(modem, "the service"),
       server_(modem, "the server's stream") {
@@ -94,75 +99,110 @@ void event_teller_t::go_on() {
     tell_page(member(read_json(*answer), "events"));
 }
 
+// The server has the results before the queue lets go of their cards: who gets one a second time looks there first.
 void event_teller_t::tell_page(const json_t& events) {
-    const uint64_t before = cursor_;
-    if (events.is_array()) {
-        for (const json_t& event : events) {
-            if (!tell(event)) {
-                break;
-            }
-            cursor_ = std::max(cursor_, number(event, "id"));
-        }
+    std::vector<telling_t> tellings = tellings_of(events);
+    if (!store_together(tellings)) {
+        leave_out_overtaken(tellings);
+        store_one_by_one(tellings);
     }
-    if (cursor_ != before) {
+    for (telling_t& telling : tellings) {
+        settle_told(telling);
+    }
+    if (!tellings.empty()) {
+        cursor_ = std::max(cursor_, tellings.back().event);
         write_cursor();
+        std::this_thread::sleep_for(between_pages);
     }
 }
 
-/// False: it was not told, for the modem ends.
-bool event_teller_t::tell(const json_t& event) {
-    const std::string kind = text(event, "kind");
+/// What comes before a result that may be stored already is not stored behind it.
+void event_teller_t::leave_out_overtaken(std::vector<telling_t>& tellings) {
+    std::set<uint64_t> later;
+    for (auto telling = tellings.rbegin(); telling != tellings.rend(); ++telling) {
+        if (telling->card != 0 && !later.insert(telling->card).second) {
+            telling->subject.clear();
+        }
+    }
+}
+
+/// Those that could not be, when the modem ends, are not among them any more.
+void event_teller_t::store_one_by_one(std::vector<telling_t>& tellings) {
+    const auto not_stored = std::ranges::find_if(tellings, [&](const telling_t& telling) { return !store(telling); });
+    tellings.erase(not_stored, tellings.end());
+}
+
+/// Those before the first one of which the service does not tell all.
+std::vector<event_teller_t::telling_t> event_teller_t::tellings_of(const json_t& events) {
+    std::vector<telling_t> tellings;
+    for (const json_t& event : events.is_array() ? events : json_t::array()) {
+        auto telling = telling_of(event);
+        if (!telling) {
+            break;
+        }
+        tellings.push_back(std::move(*telling));
+    }
+    return tellings;
+}
+
+/// None: the service is gone; it is told when that is back.
+std::optional<event_teller_t::telling_t> event_teller_t::telling_of(const json_t& event) {
+    telling_t telling;
+    telling.event = number(event, "id");
+    telling.token = token_of_event(event);
+    telling.kind = text(event, "kind");
     const json_t& message = member(event, "message");
-    if (!message.is_object()) {
-        return kind == "stored" ? tell_received(event) : tell_modem(event);
+    if (message.is_object()) {
+        telling.card = card_of(text(message, "token"), modem_.created).value_or(0);
+        fill_in_result(event, telling);
+    } else if (telling.kind != "stored") {
+        fill_in_modem(event, telling);
+    } else if (!fill_in_received(event, telling)) {
+        return std::nullopt;
     }
-    const auto card = card_of(text(message, "token"), modem_.created);
-    return !card || tell_result(event, *card);
+    return telling;
 }
 
-// What was put back for another modem has come to nothing yet. The server has the result before the queue lets go of
-// the card: who gets it a second time looks there first.
-bool event_teller_t::tell_result(const json_t& event, uint64_t card) {
-    const std::string kind = text(event, "kind");
-    const auto result = result_of(kind);
-    const auto lease = modem_.leases.find(card);
-    const bool is_over_for_all = result && (result != result_t::cancelled || (lease && lease->is_cancelled));
-    if (is_over_for_all) {
-        const std::string told = text_of(event_for_fleet(event, card, modem_.key));
-        if (!store(nats::message_t(modem_.names.result(card, *result), told), token_of_event(event))) {
-            return false;
-        }
-        if (lease && !lease->reply.empty()) {
-            static_cast<void>(modem_.server.publish(lease->reply, told));
-        }
+// What was put back for another modem has come to nothing yet.
+void event_teller_t::fill_in_result(const json_t& event, telling_t& telling) const {
+    const auto result = result_of(telling.kind);
+    if (telling.card == 0 || !result) {
+        return;
     }
-    static_cast<void>(settle(modem_, card, kind, number(member(member(event, "message"), "datagrams"), "sent")));
-    return true;
+    const auto lease = modem_.leases.find(telling.card);
+    if (*result != result_t::cancelled || (lease && lease->is_cancelled)) {
+        telling.subject = modem_.names.result(telling.card, *result);
+    }
+    telling.data = text_of(event_for_fleet(event, telling.card, modem_.key));
+    telling.sent = number(member(member(event, "message"), "datagrams"), "sent");
 }
 
-// One that was removed since is told of without its octets.
-bool event_teller_t::tell_received(const json_t& event) {
+/// False: the service is gone.
+bool event_teller_t::fill_in_received(const json_t& event, telling_t& telling) {
     json_t card = member(event, "card");
     const uint64_t of_inbox = number(card, "number");
-    const auto octets = link_.ask([&](client::client_t& client) { return client.inbox_octets(of_inbox); });
+    auto octets = link_.ask([&](client::client_t& client) { return client.inbox_octets(of_inbox); });
     if (!octets && octets.failure().obstacle != obstacle_t::request) {
-        return false;  // the service is gone; it is told when that is back
+        return false;
     }
     if (!octets) {
-        return tell_modem(event);
+        fill_in_modem(event, telling);
+        return true;
     }
     card["path"] = nullptr;  // the machine's own affair
     card["modem"] = modem_.key;
-    nats::message_t message(modem_.names.received(modem_.key), *octets);
-    message.set_header(header_card, text_of(card));
-    return store(message,
-                 fmt::format("{}-{}-{}-{}", modem_.key, of_inbox, number(card, "received"), text(card, "file")));
+    telling.subject = modem_.names.received(modem_.key);
+    telling.data = std::move(*octets);
+    telling.description = text_of(card);
+    telling.token = fmt::format("{}-{}-{}-{}", modem_.key, of_inbox, number(card, "received"), text(card, "file"));
+    return true;
 }
 
-bool event_teller_t::tell_modem(json_t event) {
+void event_teller_t::fill_in_modem(json_t event, telling_t& telling) const {
     event["text"] = fmt::format("{}: {}", modem_.key, text(event, "text"));
     event["modem"] = modem_.key;
-    return store(nats::message_t(modem_.names.modem(modem_.key), text_of(event)), token_of_event(event));
+    telling.subject = modem_.names.modem(modem_.key);
+    telling.data = text_of(event);
 }
 
 /// Of one that is told a second time, when it is not known whether the first time came to anything.
@@ -170,9 +210,34 @@ std::string event_teller_t::token_of_event(const json_t& event) const {
     return fmt::format("{}-event-{}-{}", modem_.key, number(event, "id"), number(event, "time"));
 }
 
-bool event_teller_t::store(const nats::message_t& message, const std::string& token) {
+/// False when any may not be stored.
+bool event_teller_t::store_together(const std::vector<telling_t>& tellings) {
+    for (const telling_t& telling : tellings) {
+        const auto message = telling.subject.empty() ? client::answer_t<nats::message_t*>(nullptr)
+                                                     : batch_.add(telling.subject, telling.data, telling.token);
+        if (!message) {
+            return false;
+        }
+        if (!telling.description.empty()) {
+            (*message)->set_header(header_card, telling.description);
+        }
+    }
+    const auto stored = batch_.store();
+    if (stored && !tellings.empty()) {
+        server_.is_there();
+    }
+    return static_cast<bool>(stored);
+}
+
+/// Alone, until it is stored, or the modem ends: false.
+bool event_teller_t::store(const telling_t& telling) {
+    if (telling.subject.empty()) {
+        return true;
+    }
+    nats::message_t message(telling.subject, telling.data);
+    message.set_header(header_card, telling.description);
     for (;;) {
-        const auto stored = modem_.server.store(message, token);
+        const auto stored = modem_.server.store(message, telling.token);
         if (stored) {
             server_.is_there();
             return true;
@@ -187,6 +252,22 @@ bool event_teller_t::store(const nats::message_t& message, const std::string& to
         if (!pause(between_tries)) {
             return false;
         }
+    }
+}
+
+// It may have been called back since it was looked at: the queue has it no more then, and this is its end.
+void event_teller_t::settle_told(telling_t& telling) {
+    if (telling.card == 0) {
+        return;
+    }
+    const auto ended = settle(modem_, telling.card, telling.kind, telling.sent);
+    if (telling.kind == "cancelled" && telling.subject.empty() && ended && ended->is_cancelled) {
+        telling.subject = modem_.names.result(telling.card, result_t::cancelled);
+        static_cast<void>(store(telling));
+    }
+    const auto lease = ended ? ended : modem_.leases.find(telling.card);
+    if (lease && !lease->reply.empty() && !telling.subject.empty()) {
+        static_cast<void>(modem_.server.publish(lease->reply, telling.data));
     }
 }
 

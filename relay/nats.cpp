@@ -96,12 +96,13 @@ std::string shown_url(std::string_view url) {
     return shown;
 }
 
-message_t::message_t(const std::string& subject, std::string_view data, uint64_t sequence) : sequence_(sequence) {
+message_t::message_t(const std::string& subject, std::string_view data, const std::string& reply) {
     // A message is freed by the library's own thread, which there is from here or from the first connection on.
     static const natsStatus opened = nats_Open(-1);
     static_cast<void>(opened);
     natsMsg* made = nullptr;
-    static_cast<void>(natsMsg_Create(&made, subject.c_str(), nullptr, data.data(), size_of(data)));
+    static_cast<void>(
+        natsMsg_Create(&made, subject.c_str(), reply.empty() ? nullptr : reply.c_str(), data.data(), size_of(data)));
     message_.reset(made);
 }
 
@@ -320,6 +321,7 @@ answer_t<std::unique_ptr<connection_t>> connection_t::open(const server_t& serve
         return settings.why();
     }
     std::unique_ptr<connection_t> connection(new connection_t);
+    connection->inbox_prefix_ = inbox_prefix(server.url);
     natsConnection* made = nullptr;
     natsStatus status = natsConnection_Connect(&made, options.get());
     connection->connection_.reset(made);
@@ -357,9 +359,9 @@ std::string connection_t::last_refusal() const {
     return status == NATS_NOT_PERMITTED && text != nullptr ? text : "";
 }
 
-answer_t<done_t> connection_t::publish(const std::string& subject, std::string_view data) {
-    const natsStatus status = natsConnection_Publish(connection_.get(), subject.c_str(), data.data(), size_of(data));
-    return status == NATS_OK ? answer_t<done_t>(done_t{}) : failure("cannot publish " + subject, status);
+answer_t<done_t> connection_t::publish(const message_t& message) {
+    const natsStatus status = natsConnection_PublishMsg(connection_.get(), message.get());
+    return status == NATS_OK ? answer_t<done_t>(done_t{}) : failure("cannot publish " + message.subject(), status);
 }
 
 answer_t<message_t> connection_t::request(const std::string& subject, std::string_view data, milliseconds wait) {
@@ -379,6 +381,18 @@ answer_t<subscription_t> connection_t::subscribe(const std::string& subject) {
         return failure("cannot listen to " + subject, status);
     }
     return subscription_t(made);
+}
+
+answer_t<std::string> connection_t::new_inbox() const {
+    constexpr std::string_view usual_prefix = "_INBOX";
+    natsInbox* made = nullptr;
+    const natsStatus status = natsInbox_Create(&made);
+    if (status != NATS_OK) {
+        return failure("no subject for answers", status);
+    }
+    std::string inbox = made;
+    natsInbox_Destroy(made);
+    return inbox_prefix_.empty() ? inbox : inbox.replace(0, usual_prefix.size(), inbox_prefix_);
 }
 
 answer_t<done_t> connection_t::flush() {

@@ -55,8 +55,11 @@ class message_t {
     /// The library's own refers to what gave it, when it is acknowledged.
     explicit message_t(natsMsg* message, std::shared_ptr<natsSubscription> giver = nullptr)
         : giver_(std::move(giver)), message_(message) {}
-    /// `sequence`: its place in a stream.
-    message_t(const std::string& subject, std::string_view data, uint64_t sequence = 0);
+    message_t(const std::string& subject, std::string_view data, const std::string& reply = "");
+    /// One that a stream has, at this place.
+    message_t(const std::string& subject, std::string_view data, uint64_t sequence) : message_t(subject, data) {
+        sequence_ = sequence;
+    }
 
     std::string subject() const { return natsMsg_GetSubject(message_.get()); }
     /// Where an answer goes; empty where none is wanted.
@@ -82,6 +85,8 @@ class message_t {
     void give_back(milliseconds delay) const;
     void report_in_progress() const { static_cast<void>(natsMsg_InProgress(message_.get(), nullptr)); }
 
+    /// It says that nobody listens where a request went.
+    bool is_no_responders() const { return natsMsg_IsNoResponders(message_.get()); }
     natsMsg* get() const { return message_.get(); }
 
   private:
@@ -165,15 +170,20 @@ class connection_t {
     std::string last_refusal() const;
 
     // To whom it concerns.
-    answer_t<done_t> publish(const std::string& subject, std::string_view data);
+    answer_t<done_t> publish(const std::string& subject, std::string_view data) {
+        return publish(message_t(subject, data));
+    }
+    answer_t<done_t> publish(const message_t& message);
     /// The first answer. With nobody there a failure at once.
     answer_t<message_t> request(const std::string& subject, std::string_view data, milliseconds wait);
     answer_t<subscription_t> subscribe(const std::string& subject);
+    /// A subject that nobody else has, for answers, which go to it or below it.
+    answer_t<std::string> new_inbox() const;
     /// The server has dealt with what was published before.
     answer_t<done_t> flush();
 
     // Streams.
-    /// With a token, one that is stored under it already is not stored again.
+    /// With a token, one that is stored under it already is not stored again. Several at once: relay/batch.h.
     answer_t<stored_t> store(const message_t& message, const std::string& token);
     /// The first one with this sequence or a greater one; none when there is none.
     answer_t<std::optional<message_t>> next_in(const std::string& stream, const std::string& subject,
@@ -207,6 +217,7 @@ class connection_t {
     answer_t<std::optional<message_t>> get_without_headers(const std::string& stream, const std::string& which,
                                                            const client::failure_t& failure);
 
+    std::string inbox_prefix_;  // empty for the usual one
     own_t<natsConnection, natsConnection_Destroy> connection_;
     own_t<jsCtx, jsCtx_Destroy> stream_;
 };

@@ -54,7 +54,7 @@ bool outbox_t::load() {
                                          file_.run("UPDATE numbers SET until = min(until, ?1)", latest) &&
                                          file_.run(
                                              "UPDATE messages SET state = 0, held = number IN (SELECT number FROM "
-                                             "numbers) WHERE state IN (0, 1)");
+                                             "numbers) WHERE state NOT IN (3, 4) AND state IN (0, 1)");
                               },
                               false);
 }
@@ -62,8 +62,9 @@ bool outbox_t::load() {
 bool outbox_t::cancel_what_was_given_up(int64_t now) {
     std::vector<outbox_message_t> messages;
     {
-        execution_t query(file_.statement(std::string(outbox_file::columns) +
-                                          "FROM messages WHERE state IN (0, 1, 2) AND (state = 2 OR leased)"));
+        execution_t query(file_.statement(
+            std::string(outbox_file::columns) +
+            "FROM messages WHERE state NOT IN (3, 4) AND state IN (0, 1, 2) AND (state = 2 OR leased)"));
         while (query.step() == SQLITE_ROW) {
             messages.push_back(outbox_file::row(query));
         }
@@ -348,7 +349,7 @@ outbox_t::ahead_t outbox_t::ahead_of(const outbox_message_t& message) {
     execution_t query(
         file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM "
                         "(SELECT datagrams FROM messages WHERE state = 0 AND held = 0 AND id < ?1 "
-                        "UNION ALL SELECT datagrams FROM messages WHERE state IN (1, 2) "
+                        "UNION ALL SELECT datagrams FROM messages WHERE state NOT IN (3, 4) AND state IN (1, 2) "
                         "UNION ALL SELECT datagrams FROM messages WHERE state = 0 AND ?2 AND held = 1 AND number = ?3 "
                         "AND id < ?1)"));
     query.bind(1, message.id);

@@ -21,8 +21,9 @@ namespace outbox_file {
 namespace {
 
 // States are those of outbox_state_t. `held`: its number is held back. The octets stand last: who reads the rest does
-// not read them. `numbers` has those that are refused, until when, how often and why;
-// `marks` the number of the last received card that was told of.
+// not read them. The indexes serve only who repeats their conditions: so costs do not grow with what was sent.
+// `numbers` has those that are refused, until when, how often and why; `marks` the number of the last received card
+// that was told of.
 constexpr const char* tables = R"(
     CREATE TABLE IF NOT EXISTS messages (
         id INTEGER PRIMARY KEY AUTOINCREMENT,

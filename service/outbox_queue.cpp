@@ -244,7 +244,7 @@ std::optional<int64_t> outbox_t::next_due() {
     const std::lock_guard lock(mutex_);
     execution_t query(
         file_.statement("SELECT min(at) FROM (SELECT min(until) AS at FROM numbers WHERE until > ?1 UNION ALL "
-                        "SELECT min(expires) FROM messages WHERE state = 0 AND expires > ?1)"));
+                        "SELECT min(expires) FROM messages WHERE state = 0 AND expires > 0 AND expires > ?1)"));
     const int64_t now = unix_time();
     query.bind(1, now);
     std::optional<int64_t> due;
