@@ -66,7 +66,7 @@ void tell_changes(std::map<std::string, ordered_json>& known, const ordered_json
     known = std::move(now);
 }
 
-/// Until nobody reads any more. A server that is away is told once, and waited for.
+/// Until nobody reads any more. A server that is away, or has no such group, is told once, and waited for.
 int follow_fleet(client::service_t& service, bool json) {
     constexpr int between_looks = 1000;  // milliseconds
     std::map<std::string, ordered_json> known;
@@ -75,10 +75,11 @@ int follow_fleet(client::service_t& service, bool json) {
         const auto fleet = fleet_of(service);
         if (fleet) {
             tell_changes(known, *fleet, json);
-        } else if (fleet.failure().obstacle != client::obstacle_t::no_answer) {
+        } else if (fleet.failure().obstacle != client::obstacle_t::no_answer &&
+                   fleet.failure().code != client::error_not_found) {  // the group, which may yet be made
             return fail(fleet.failure().text);
         } else if (lost.empty()) {
-            fail(fleet.failure().text + "; waiting for it to be back");
+            fail(fleet.failure().text + "; waiting for it");
         }
         lost = fleet ? "" : fleet.failure().text;
     } while (wait_while_read(between_looks));

@@ -19,7 +19,7 @@ using std::chrono::milliseconds;
 
 constexpr uint32_t longest_wait = 1000;  // milliseconds, for an event: between two looks whether the modem ends
 constexpr milliseconds between_tries{300};
-constexpr milliseconds between_pages{10};  // so that what comes fast is told together
+constexpr milliseconds between_pages{20};  // so that what comes fast is told together
 
 std::optional<result_t> result_of(const std::string& kind) {
     return kind == "queued"      ? std::optional(result_t::queued)
@@ -96,7 +96,11 @@ void event_teller_t::go_on() {
         return;
     }
     service_.is_there();
-    tell_page(member(read_json(*answer), "events"));
+    const json_t page = read_json(*answer);
+    tell_page(member(page, "events"));
+    if (!is_true(page, "more")) {
+        std::this_thread::sleep_for(between_pages);
+    }
 }
 
 // The server has the results before the queue lets go of their cards: who gets one a second time looks there first.
@@ -112,7 +116,6 @@ void event_teller_t::tell_page(const json_t& events) {
     if (!tellings.empty()) {
         cursor_ = std::max(cursor_, tellings.back().event);
         write_cursor();
-        std::this_thread::sleep_for(between_pages);
     }
 }
 

@@ -107,25 +107,36 @@ answer_t<std::string> fleet_t::service_status() {
     }
     std::ranges::sort(*entries, {}, &nats::entry_t::key);
     json_t modems = json_t::array();
-    std::set<std::string> consumers{names_t::consumer("")};
     for (const nats::entry_t& entry : *entries) {
         modems.push_back(modem_of(entry));
-        const json_t& number = modems.back()["number"];
-        if (number.is_string() && is_number(number.get<std::string>())) {
-            consumers.insert(names_t::consumer(number.get<std::string>()));
+    }
+    const auto counts = card_counts();
+    return counts
+               ? answer_t<std::string>(text_of({{"fleet",
+                                                 {{"group", names_.group()},
+                                                  {"server", connection_->url()},
+                                                  {"cards", {{"waiting", counts->waiting}, {"taken", counts->taken}}},
+                                                  {"modems", modems}}}}))
+               : explained(counts.failure());
+}
+
+// By the consumers: a stream may have more, that were acknowledged as a server was killed. Those of a phone that never
+// was there have no consumer.
+answer_t<fleet_t::card_counts_t> fleet_t::card_counts() {
+    const auto subjects = connection_->subjects(names_.cards(), names_.all_sent());
+    if (!subjects) {
+        return subjects.failure();
+    }
+    card_counts_t counts;
+    for (const auto& [subject, messages] : *subjects) {
+        const auto consumer = connection_->consumer(names_.cards(), names_t::consumer_of_subject(subject));
+        if (!consumer) {
+            return consumer.failure();
         }
+        counts.waiting += *consumer ? (*consumer)->waiting : messages;
+        counts.taken += *consumer ? (*consumer)->taken : 0;
     }
-    uint64_t taken = 0;
-    for (const std::string& name : consumers) {
-        const auto consumer = connection_->consumer(names_.cards(), name);
-        taken += consumer && *consumer ? (*consumer)->taken : 0;
-    }
-    const uint64_t all = (*cards)->messages;
-    return text_of({{"fleet",
-                     {{"group", names_.group()},
-                      {"server", connection_->url()},
-                      {"cards", {{"waiting", all - std::min(all, taken)}, {"taken", taken}}},
-                      {"modems", modems}}}});
+    return counts;
 }
 
 answer_t<nats::stored_t> fleet_t::store(const client::handed_in_card_t& card) {
@@ -342,12 +353,14 @@ answer_t<std::string> fleet_t::outbox_cancel(uint64_t id) {
     }
     const bool is_taken = (*message)["version"] != 0;
     auto answer = order("cancel", *message, {{"id", id}}, is_taken ? by_its_relay : by_any);
-    if (answer && !is_over(*answer)) {
-        cancelling_.insert(id);
-    } else if (!answer && answer.failure().code == client::error_not_now) {
+    const bool is_nobodys = !answer && answer.failure().code == client::error_not_now;
+    const bool was_over_there = answer && is_over(*answer) && (*message)["state"] == "set aside";
+    if (is_nobodys || was_over_there) {  // no relay tells it
         const std::string event = text_of(cancelled_event(*message));
         const auto told = connection_->store(message_t(names_.result(id, result_t::cancelled), event), "");
         answer = told ? message_of(id) : answer_t<json_t>(explained(told.failure()));
+    } else if (answer && !is_over(*answer)) {
+        cancelling_.insert(id);
     }
     return answer ? answer_t<std::string>(text_of(*answer)) : answer.failure();
 }

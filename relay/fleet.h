@@ -46,6 +46,12 @@ class fleet_t final : public client::service_t {
     client::failure_t explained(const client::failure_t& failure) const;
     bool is_missing() const;
 
+    struct card_counts_t {
+        uint64_t waiting = 0;
+        uint64_t taken = 0;
+    };
+    answer_t<card_counts_t> card_counts();
+
     answer_t<nats::stored_t> store(const client::handed_in_card_t& card);
     answer_t<std::optional<nats::message_t>> last_result(uint64_t id) const;
     answer_t<std::optional<json_t>> result_of(uint64_t id);

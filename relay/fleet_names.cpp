@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 namespace fleet {
 
@@ -79,6 +80,11 @@ std::string names_t::consumer(std::string_view from) {
     return from.empty() ? "any" : "from-" + digits_of(from);
 }
 
+std::string names_t::consumer_of_subject(std::string_view subject) {
+    const std::string_view last = subject.substr(subject.rfind('.') + 1);
+    return last == "any" ? std::string(last) : fmt::format("from-{}", last);
+}
+
 std::string names_t::result(uint64_t id, result_t result) const {
     return fmt::format("{}result.{}.{}", prefix(), id, words_of(result));
 }
@@ -93,21 +99,27 @@ namespace {
 constexpr int64_t events_age = 7 * day;
 constexpr int64_t tokens_age = 2 * hour;  // one that is handed in again after that is another
 
-answer_t<done_t> make_cards(nats::connection_t& connection, const names_t& names, const layout_t& layout) {
-    const std::string name = names.cards();
-    const std::string subject = names.all_sent();
-    std::array subjects{subject.c_str()};
+/// What all streams of a group have alike, while the names and subjects are there.
+jsStreamConfig config_of(const std::string& name, std::vector<const char*>& subjects, const layout_t& layout) {
     jsStreamConfig config;
     static_cast<void>(jsStreamConfig_Init(&config));
     config.Name = name.c_str();
     config.Subjects = subjects.data();
     config.SubjectsLen = static_cast<int>(subjects.size());
-    config.Retention = js_WorkQueuePolicy;
-    config.Discard = js_DiscardNew;
-    config.MaxMsgs = layout.most_cards;
     config.Replicas = layout.replicas;
     config.Duplicates = tokens_age;
     config.AllowDirect = true;
+    return config;
+}
+
+answer_t<done_t> make_cards(nats::connection_t& connection, const names_t& names, const layout_t& layout) {
+    const std::string name = names.cards();
+    const std::string subject = names.all_sent();
+    std::vector<const char*> subjects{subject.c_str()};
+    jsStreamConfig config = config_of(name, subjects, layout);
+    config.Retention = js_WorkQueuePolicy;
+    config.Discard = js_DiscardNew;
+    config.MaxMsgs = layout.most_cards;
     return connection.make_stream(config);
 }
 
@@ -116,16 +128,9 @@ answer_t<done_t> make_events(nats::connection_t& connection, const names_t& name
     const std::string results = names.all_results();
     const std::string received = names.all_received();
     const std::string modems = names.all_modems();
-    std::array subjects{results.c_str(), received.c_str(), modems.c_str()};
-    jsStreamConfig config;
-    static_cast<void>(jsStreamConfig_Init(&config));
-    config.Name = name.c_str();
-    config.Subjects = subjects.data();
-    config.SubjectsLen = static_cast<int>(subjects.size());
+    std::vector<const char*> subjects{results.c_str(), received.c_str(), modems.c_str()};
+    jsStreamConfig config = config_of(name, subjects, layout);
     config.MaxAge = events_age;
-    config.Replicas = layout.replicas;
-    config.Duplicates = tokens_age;
-    config.AllowDirect = true;
     return connection.make_stream(config);
 }
 
@@ -133,20 +138,14 @@ answer_t<done_t> make_events(nats::connection_t& connection, const names_t& name
 answer_t<done_t> make_modems(nats::connection_t& connection, const names_t& names, const layout_t& layout) {
     const std::string name = "KV_" + names.modems();
     const std::string subject = "$KV." + names.modems() + ".>";
-    std::array subjects{subject.c_str()};
-    jsStreamConfig config;
-    static_cast<void>(jsStreamConfig_Init(&config));
-    config.Name = name.c_str();
-    config.Subjects = subjects.data();
-    config.SubjectsLen = static_cast<int>(subjects.size());
+    std::vector<const char*> subjects{subject.c_str()};
+    jsStreamConfig config = config_of(name, subjects, layout);
     config.MaxMsgsPerSubject = 1;
     config.MaxAge = layout.ack_wait.count() * second;
     config.Duplicates = config.MaxAge;
     config.Discard = js_DiscardNew;
     config.AllowRollup = true;
     config.DenyDelete = true;
-    config.AllowDirect = true;
-    config.Replicas = layout.replicas;
     return connection.make_stream(config);
 }
 
@@ -166,6 +165,22 @@ answer_t<done_t> make_consumer(nats::connection_t& connection, const names_t& na
     return connection.make_consumer(names.cards(), config);
 }
 
+// A server that is killed may not have written yet that a card was acknowledged.
+answer_t<done_t> remove_acknowledged(nats::connection_t& connection, const names_t& names) {
+    const auto consumers = connection.consumers(names.cards());
+    if (!consumers) {
+        return consumers.failure();
+    }
+    for (const nats::consumer_t& consumer : *consumers) {
+        if (consumer.acknowledged != 0) {
+            if (auto purged = connection.purge(names.cards(), consumer.subject, consumer.acknowledged); !purged) {
+                return purged;
+            }
+        }
+    }
+    return done_t{};
+}
+
 }  // namespace
 
 answer_t<done_t> make(nats::connection_t& connection, const names_t& names, const std::optional<layout_t>& layout) {
@@ -182,7 +197,8 @@ answer_t<done_t> make(nats::connection_t& connection, const names_t& names, cons
             return made;
         }
     }
-    return make_consumer(connection, names, "", wanted.ack_wait);
+    auto made = make_consumer(connection, names, "", wanted.ack_wait);
+    return made && layout ? remove_acknowledged(connection, names) : made;
 }
 
 answer_t<nats::consumer_t> consumer_of(nats::connection_t& connection, const names_t& names, const std::string& from) {

@@ -56,6 +56,8 @@ class names_t {
     std::string all_sent() const { return prefix() + "send.>"; }
     /// Of the work queue: those of the same phone.
     static std::string consumer(std::string_view from);
+    /// Of those with this subject, which `send` has made.
+    static std::string consumer_of_subject(std::string_view subject);
 
     std::string result(uint64_t id, result_t result) const;
     std::string results_of(uint64_t id) const { return prefix() + "result." + std::to_string(id) + ".*"; }
@@ -85,7 +87,8 @@ struct layout_t {
     std::chrono::seconds ack_wait{30};  // what is not reported in progress for so long is given to another
     int64_t most_cards = 1'000'000;     // that wait; more are refused
 };
-/// Makes what is not there, or makes all so when `layout` is given.
+/// Makes what is not there, or makes all so when `layout` is given; then cards that were acknowledged, and are back
+/// after a server was killed, go, too: nobody is given them, but they count as waiting.
 client::answer_t<client::done_t> make(nats::connection_t& connection, const names_t& names,
                                       const std::optional<layout_t>& layout);
 /// The consumer of the cards that the phone with this number is to send; of all others when it is empty. Made if need

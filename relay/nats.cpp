@@ -513,6 +513,36 @@ answer_t<std::optional<stream_t>> connection_t::stream(const std::string& name) 
                                   info->Config != nullptr ? info->Config->MaxMsgs : -1});
 }
 
+answer_t<std::map<std::string, uint64_t>> connection_t::subjects(const std::string& stream, const std::string& filter) {
+    jsOptions options;
+    static_cast<void>(jsOptions_Init(&options));
+    options.Stream.Info.SubjectsFilter = filter.c_str();
+    jsStreamInfo* found = nullptr;
+    jsErrCode code{};
+    const natsStatus status = js_GetStreamInfo(&found, stream_.get(), stream.c_str(), &options, &code);
+    const own_t<jsStreamInfo, jsStreamInfo_Destroy> info(found);
+    if (status != NATS_OK) {
+        return failure("the server does not tell of its stream " + stream, status, code);
+    }
+    std::map<std::string, uint64_t> subjects;
+    const jsStreamStateSubjects* const list = info->State.Subjects;
+    for (int i = 0; list != nullptr && i < list->Count; ++i) {
+        subjects[list->List[i].Subject] = list->List[i].Msgs;
+    }
+    return subjects;
+}
+
+answer_t<done_t> connection_t::purge(const std::string& stream, const std::string& subject, uint64_t last) {
+    jsOptions options;
+    static_cast<void>(jsOptions_Init(&options));
+    options.Stream.Purge.Subject = subject.c_str();
+    options.Stream.Purge.Sequence = last + 1;  // none would be all
+    jsErrCode code{};
+    const natsStatus status = js_PurgeStream(stream_.get(), stream.c_str(), &options, &code);
+    return status == NATS_OK ? answer_t<done_t>(done_t{})
+                             : failure(fmt::format("the stream {} cannot be purged", stream), status, code);
+}
+
 answer_t<done_t> connection_t::make_stream(jsStreamConfig config) {
     jsStreamInfo* made = nullptr;
     jsErrCode code{};
@@ -525,6 +555,19 @@ answer_t<done_t> connection_t::make_stream(jsStreamConfig config) {
                              : failure(fmt::format("the stream {} cannot be made", config.Name), status, code);
 }
 
+namespace {
+
+consumer_t told(const jsConsumerInfo& info) {
+    constexpr int64_t nanoseconds_in_one = 1'000'000;
+    return {.subject = info.Config->FilterSubject != nullptr ? info.Config->FilterSubject : "",
+            .waiting = info.NumPending,
+            .taken = static_cast<uint64_t>(info.NumAckPending),
+            .acknowledged = info.AckFloor.Stream,
+            .ack_wait = milliseconds(info.Config->AckWait / nanoseconds_in_one)};
+}
+
+}  // namespace
+
 answer_t<std::optional<consumer_t>> connection_t::consumer(const std::string& stream, const std::string& name) {
     jsConsumerInfo* found = nullptr;
     jsErrCode code{};
@@ -536,9 +579,22 @@ answer_t<std::optional<consumer_t>> connection_t::consumer(const std::string& st
     if (status != NATS_OK) {
         return failure(fmt::format("the server does not tell of its consumer {} of {}", name, stream), status, code);
     }
-    constexpr int64_t nanoseconds_in_one = 1'000'000;
-    return std::optional(consumer_t{info->NumPending, static_cast<uint64_t>(info->NumAckPending),
-                                    milliseconds(info->Config->AckWait / nanoseconds_in_one)});
+    return std::optional(told(*info));
+}
+
+answer_t<std::vector<consumer_t>> connection_t::consumers(const std::string& stream) {
+    jsConsumerInfoList* found = nullptr;
+    jsErrCode code{};
+    const natsStatus status = js_Consumers(&found, stream_.get(), stream.c_str(), nullptr, &code);
+    const own_t<jsConsumerInfoList, jsConsumerInfoList_Destroy> list(found);
+    if (status != NATS_OK && status != NATS_NOT_FOUND) {
+        return failure("the server does not tell of the consumers of " + stream, status, code);
+    }
+    std::vector<consumer_t> consumers;
+    for (int i = 0; list && i < list->Count; ++i) {
+        consumers.push_back(told(*list->List[i]));
+    }
+    return consumers;
 }
 
 answer_t<done_t> connection_t::make_consumer(const std::string& stream, jsConsumerConfig config) {

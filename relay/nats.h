@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -132,8 +133,10 @@ struct stream_t {
 };
 
 struct consumer_t {
-    uint64_t waiting = 0;  // that nobody was given
-    uint64_t taken = 0;    // given to somebody, and not acknowledged
+    std::string subject;        // of the messages that it gives
+    uint64_t waiting = 0;       // that nobody was given
+    uint64_t taken = 0;         // given to somebody, and not acknowledged
+    uint64_t acknowledged = 0;  // all up to this sequence are
     milliseconds ack_wait{};
 };
 
@@ -194,11 +197,16 @@ class connection_t {
     /// False when it is not there.
     answer_t<bool> remove(const std::string& stream, uint64_t sequence);
     answer_t<std::optional<stream_t>> stream(const std::string& name);
+    /// How many messages it has of each subject that the filter lets through.
+    answer_t<std::map<std::string, uint64_t>> subjects(const std::string& stream, const std::string& filter);
+    /// Removes those of a subject up to this sequence, which is at least 1.
+    answer_t<done_t> purge(const std::string& stream, const std::string& subject, uint64_t last);
     /// Makes it, or makes it so.
     answer_t<done_t> make_stream(jsStreamConfig config);
 
     // Consumers of work queues.
     answer_t<std::optional<consumer_t>> consumer(const std::string& stream, const std::string& name);
+    answer_t<std::vector<consumer_t>> consumers(const std::string& stream);
     answer_t<done_t> make_consumer(const std::string& stream, jsConsumerConfig config);
     answer_t<pull_t> pull(const std::string& stream, const std::string& consumer);
     /// Reports a message as in progress, and waits until the server has taken this report and those before it.

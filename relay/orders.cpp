@@ -8,11 +8,14 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr uint64_t two_days = 172'800;  // seconds, as for one that is handed in
-
-uint64_t now() {
-    return static_cast<uint64_t>(
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count());
+/// Seconds since 1970, 0 for never; two days from now, as for one that is handed in, when it is not said.
+uint64_t expiry_of(const json_t& request) {
+    constexpr std::chrono::hours two_days{48};
+    if (member(request, "expires").is_number()) {
+        return number(request, "expires");
+    }
+    const auto then = std::chrono::system_clock::now().time_since_epoch() + two_days;
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(then).count());
 }
 
 }  // namespace
@@ -22,8 +25,7 @@ void orders_t::serve() {
     serve(retries_, "retry", &orders_t::retry);
 }
 
-void orders_t::serve(subscription_t& orders, const char* what,
-                     void (orders_t::*carry_out)(const nats::message_t&, uint64_t)) {
+void orders_t::serve(subscription_t& orders, const char* what, carry_out_t carry_out) {
     if (!orders) {
         auto made = modem_.server.subscribe(modem_.names.order(what));
         if (!made) {
@@ -39,24 +41,25 @@ void orders_t::serve(subscription_t& orders, const char* what,
         if (!order || !*order) {
             return;
         }
-        const uint64_t card = number(read_json((*order)->data()), "id");
-        if (card != 0) {
-            (this->*carry_out)(**order, card);
+        const json_t request = read_json((*order)->data());
+        if (const uint64_t card = number(request, "id"); card != 0) {
+            (this->*carry_out)(**order, card, request);
         }
     }
 }
 
-void orders_t::cancel(const nats::message_t& order, uint64_t card) {
+void orders_t::cancel(const nats::message_t& order, uint64_t card, const json_t& /*request*/) {
     const auto lease = modem_.leases.change(card, [](lease_t& one) { one.is_cancelled = true; });
-    if (lease && lease->message != 0) {
-        answer(order, card, link_.ask([&](client::client_t& client) { return client.outbox_cancel(lease->message); }));
+    const auto message = lease ? lease->message : set_aside(card).value_or(0);
+    if (message != 0) {
+        answer(order, card, link_.ask([&](client::client_t& client) { return client.outbox_cancel(message); }));
     }
 }
 
-void orders_t::retry(const nats::message_t& order, uint64_t card) {
+void orders_t::retry(const nats::message_t& order, uint64_t card, const json_t& request) {
     if (const auto message = set_aside(card)) {
         answer(order, card,
-               link_.ask([&](client::client_t& client) { return client.outbox_retry(*message, now() + two_days); }));
+               link_.ask([&](client::client_t& client) { return client.outbox_retry(*message, expiry_of(request)); }));
     }
 }
 

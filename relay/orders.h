@@ -21,9 +21,10 @@ class orders_t {
 
   private:
     using subscription_t = std::optional<nats::subscription_t>;
-    void serve(subscription_t& orders, const char* what, void (orders_t::*carry_out)(const nats::message_t&, uint64_t));
-    void cancel(const nats::message_t& order, uint64_t card);
-    void retry(const nats::message_t& order, uint64_t card);
+    using carry_out_t = void (orders_t::*)(const nats::message_t& order, uint64_t card, const json_t& request);
+    void serve(subscription_t& orders, const char* what, carry_out_t carry_out);
+    void cancel(const nats::message_t& order, uint64_t card, const json_t& request);
+    void retry(const nats::message_t& order, uint64_t card, const json_t& request);
     void answer(const nats::message_t& order, uint64_t card, const client::answer_t<std::string>& message);
     std::optional<uint64_t> set_aside(uint64_t card);
 
