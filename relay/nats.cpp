@@ -73,6 +73,27 @@ int64_t count_of(milliseconds time) {
 
 }  // namespace
 
+namespace {
+
+/// A message is freed by the library's own thread. Its threads go on for a moment when a connection is closed, and must
+/// be over before the process takes their memory away.
+class library_t {
+  public:
+    library_t() { static_cast<void>(nats_Open(-1)); }
+    ~library_t() {
+        constexpr int64_t patience = 2000;  // milliseconds
+        static_cast<void>(nats_CloseAndWait(patience));
+    }
+    library_t(const library_t&) = delete;
+    library_t& operator=(const library_t&) = delete;
+};
+
+void use_library() {
+    static const library_t library;
+}
+
+}  // namespace
+
 server_t with_environment(server_t server) {
     server.credentials = variable("NATS_CREDS", server.credentials);
     server.ca = variable("NATS_CA", server.ca);
@@ -97,9 +118,7 @@ std::string shown_url(std::string_view url) {
 }
 
 message_t::message_t(const std::string& subject, std::string_view data, const std::string& reply) {
-    // A message is freed by the library's own thread, which there is from here or from the first connection on.
-    static const natsStatus opened = nats_Open(-1);
-    static_cast<void>(opened);
+    use_library();
     natsMsg* made = nullptr;
     static_cast<void>(
         natsMsg_Create(&made, subject.c_str(), reply.empty() ? nullptr : reply.c_str(), data.data(), size_of(data)));
@@ -285,6 +304,9 @@ void set_security(natsOptions* options, const server_t& server, settings_t& sett
 void ignore(natsConnection* /*connection*/, natsSubscription* /*subscription*/, natsStatus /*status*/,
             void* /*closure*/) {}
 
+/// Without it the library would not return before it has connected.
+void ignore_first(natsConnection* /*connection*/, void* /*closure*/) {}
+
 options_t make_options(const server_t& server, const std::string& name, bool wait, settings_t& settings) {
     constexpr int64_t connecting = 2000;  // milliseconds
     constexpr int64_t between_tries = 500;
@@ -304,7 +326,7 @@ options_t make_options(const server_t& server, const std::string& name, bool wai
     settings.set(natsOptions_SetFailRequestsOnDisconnect(made, true), "the requests");
     settings.set(natsOptions_SetPingInterval(made, 10'000), "the pings");
     settings.set(natsOptions_SetErrorHandler(made, ignore, nullptr), "the errors");
-    settings.set(natsOptions_SetRetryOnFailedConnect(made, wait, nullptr, nullptr), "the first connection");
+    settings.set(natsOptions_SetRetryOnFailedConnect(made, wait, ignore_first, nullptr), "the first connection");
     if (!prefix.empty()) {
         settings.set(natsOptions_SetCustomInboxPrefix(made, prefix.c_str()), "the user's name");
     }
@@ -315,6 +337,7 @@ options_t make_options(const server_t& server, const std::string& name, bool wai
 }  // namespace
 
 answer_t<std::unique_ptr<connection_t>> connection_t::open(const server_t& server, const std::string& name, bool wait) {
+    use_library();
     settings_t settings;
     const options_t options = make_options(server, name, wait, settings);
     if (!settings.good()) {
