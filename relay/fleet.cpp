@@ -90,10 +90,17 @@ failure_t fleet_t::explained(const failure_t& failure) const {
     if (const std::string refusal = connection_->last_refusal(); !refusal.empty()) {
         return {0, fmt::format("the server does not let this user do it: {}", refusal), obstacle_t::access};
     }
-    return is_missing() ? refused(client::error_not_found,
-                                  fmt::format("the server {} has no group {}; make it with: zpd fleet make",
-                                              connection_->url(), names_.group()))
-                        : failure;
+    return is_missing() ? missing() : failure;
+}
+
+failure_t fleet_t::missing() const {
+    return refused(client::error_not_found, fmt::format("the server {} has no group {}; make it with: zpd fleet make",
+                                                        connection_->url(), names_.group()));
+}
+
+answer_t<client::done_t> fleet_t::look_for_group() {
+    is_found_ = is_found_ || !is_missing();
+    return is_found_ ? answer_t<client::done_t>(client::done_t{}) : missing();
 }
 
 answer_t<std::string> fleet_t::service_status() {
@@ -209,6 +216,9 @@ answer_t<std::optional<json_t>> fleet_t::waiting_of(uint64_t id) {
 // A card leaves the queue after its result is told: one that is found in neither may be in between. And any server of a
 // cluster answers, also one that is behind the others for a moment.
 answer_t<json_t> fleet_t::message_of(uint64_t id) {
+    if (const auto found = look_for_group(); !found) {
+        return found.failure();
+    }
     constexpr int tries = 10;
     constexpr milliseconds pause{50};
     for (int i = 0; i < tries; ++i) {
@@ -255,6 +265,9 @@ answer_t<std::string> fleet_t::outbox_watch(uint64_t id, uint64_t version, uint3
 }
 
 answer_t<client::done_t> fleet_t::read_results(bool all) {
+    if (auto found = look_for_group(); !found) {
+        return found;
+    }
     results_t results{all, {}};
     const std::string subject = all ? names_.all_results() : names_.results(result_t::aside);
     const auto last = connection_->last_in(names_.events(), subject);

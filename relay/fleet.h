@@ -45,6 +45,9 @@ class fleet_t final : public client::service_t {
     /// Why it failed, where the server alone does not say so.
     client::failure_t explained(const client::failure_t& failure) const;
     bool is_missing() const;
+    client::failure_t missing() const;
+    /// Reading from a stream that is not there has no answer for seconds.
+    answer_t<client::done_t> look_for_group();
 
     struct card_counts_t {
         uint64_t waiting = 0;
@@ -69,6 +72,7 @@ class fleet_t final : public client::service_t {
 
     const std::unique_ptr<nats::connection_t> connection_;
     const names_t names_;
+    bool is_found_ = false;
 
     std::set<uint64_t> cancelling_;  // of which a relay said so, and whose results may take a while
 

@@ -60,6 +60,9 @@ answer_t<client::done_t> fleet_t::follow_events(uint64_t after, uint64_t since) 
 }
 
 answer_t<std::string> fleet_t::events(uint64_t after, uint64_t since, uint32_t wait) {
+    if (const auto found = look_for_group(); !found) {
+        return found.failure();
+    }
     const auto last = connection_->last_in(names_.events(), names_.all());
     const auto follows = last ? follow_events(after, since) : explained(last.failure());
     if (!follows) {
@@ -89,6 +92,9 @@ answer_t<std::string> fleet_t::events(uint64_t after, uint64_t since, uint32_t w
 }
 
 answer_t<std::string> fleet_t::inbox_list(uint64_t after) {
+    if (const auto found = look_for_group(); !found) {
+        return found.failure();
+    }
     json_t cards = json_t::array();
     while (cards.size() < most_of_a_page) {
         const auto card = connection_->next_in(names_.events(), names_.all_received(), after + 1);
@@ -106,6 +112,9 @@ answer_t<std::string> fleet_t::inbox_list(uint64_t after) {
 }
 
 answer_t<message_t> fleet_t::received(uint64_t number) {
+    if (const auto found = look_for_group(); !found) {
+        return found.failure();
+    }
     auto card = connection_->next_in(names_.events(), names_.all_received(), number);
     if (!card) {
         return explained(card.failure());
