@@ -34,15 +34,21 @@ int64_t unix_time() {
     return duration_cast<seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+/// Why no datagram can go.
 std::string hindrance_of(const json_t& radio) {
     if (!is_true(radio, "present")) {
         const std::string loss = text(radio, "loss");
         return loss.empty() ? "there is no modem" : loss;
     }
-    const json_t& findings = member(radio, "findings");
-    for (const json_t& finding : findings.is_array() ? findings : json_t::array()) {
-        if (is_true(finding, "hinders")) {
-            return text(finding, "text");
+    return text(radio, "system_type") == "none" ? "the modem is not registered with a network" : "";
+}
+
+/// Why none has gone lately: a refusal that none has got through after.
+std::string doubt_of(const json_t& radio) {
+    const json_t& refusals = member(radio, "refusals");
+    for (const json_t& refusal : refusals.is_array() ? refusals : json_t::array()) {
+        if (!is_true(refusal, "overcome")) {
+            return text(refusal, "text");
         }
     }
     return "";
@@ -137,6 +143,7 @@ bool card_taker_t::look_at_service() {
     status_ = {.number = text(status, "number"),
                .network = text(radio, "system_type"),
                .hindrance = hindrance_of(radio),
+               .doubt = doubt_of(radio),
                .queue = number(outbox, "waiting") + number(outbox, "sending"),
                .room = number(outbox, "room")};
     return true;
@@ -247,14 +254,16 @@ void card_taker_t::look_at(const lease_t& lease) {
 }
 
 void card_taker_t::put_back_when_hindered() {
-    if (status_.hindrance.empty()) {
+    const std::string& why = status_.hindrance.empty() ? status_.doubt : status_.hindrance;
+    if (why.empty() || modem_.leases.size() == 0) {
         hindered_since_.reset();
     } else if (!hindered_since_) {
         hindered_since_ = clock_t::now();
-    } else if (clock_t::now() - *hindered_since_ > ack_wait_ && modem_.leases.size() != 0) {
+    } else if (clock_t::now() - *hindered_since_ > ack_wait_) {
         modem_.told(base::priority_t::warning,
-                    fmt::format("{}: {}; its cards are put back for other modems", modem_.device, status_.hindrance));
+                    fmt::format("{}: {}; its cards are put back for other modems", modem_.device, why));
         put_back();
+        hindered_since_.reset();
     }
 }
 
@@ -277,13 +286,14 @@ void card_taker_t::put_back() {
 }
 
 void card_taker_t::show_presence() {
+    const std::string& hindrance = status_.hindrance.empty() ? status_.doubt : status_.hindrance;
     const json_t value{{"modem", modem_.key},
                        {"machine", machine_},
                        {"device", modem_.device},
                        {"number", status_.number.empty() ? json_t(nullptr) : json_t(status_.number)},
                        {"network", status_.network.empty() ? json_t(nullptr) : json_t(status_.network)},
                        {"registered", status_.hindrance.empty()},
-                       {"hindrance", status_.hindrance.empty() ? json_t(nullptr) : json_t(status_.hindrance)},
+                       {"hindrance", hindrance.empty() ? json_t(nullptr) : json_t(hindrance)},
                        {"queue", status_.queue},
                        {"room", wanted()},
                        {"version", ZPD_RELAY_VERSION},
@@ -293,10 +303,15 @@ void card_taker_t::show_presence() {
     }
 }
 
-/// So many that it has work for ten seconds, and one that is slow some datagrams.
+/// So many that it has work for ten seconds, and one that is slow some datagrams. One that was refused its last
+/// datagram gets one card within the server's patience: the number may be at fault, or the SIM, which would go through
+/// them all.
 int card_taker_t::wanted() const {
     if (!is_usable_ || !any_ || clock_t::now() < rest_until_) {
         return 0;
+    }
+    if (!status_.doubt.empty()) {
+        return modem_.leases.size() == 0 && status_.room != 0 && clock_t::now() >= next_trial_ ? 1 : 0;
     }
     const uint64_t ahead = modem_.leases.outstanding_datagrams();
     const uint64_t most_ahead = std::max(least_ahead, modem_.leases.pace());
@@ -342,6 +357,9 @@ void card_taker_t::hand_in(std::vector<nats::message_t> messages) {
         if (auto one = look_at(std::move(message))) {
             taken.push_back(std::move(*one));
         }
+    }
+    if (!status_.doubt.empty() && !taken.empty()) {
+        next_trial_ = clock_t::now() + ack_wait_;
     }
     const auto lease = static_cast<uint32_t>(lease_time().count());
     std::vector<client::handed_in_card_t> cards;

@@ -44,7 +44,8 @@ class card_taker_t {
     struct status_t {
         std::string number;
         std::string network;
-        std::string hindrance;  // why no card goes; empty when they do
+        std::string hindrance;  // why no card can go; empty when they can
+        std::string doubt;      // why the last datagram did not; empty when it did
         uint64_t queue = 0;     // cards of its outbox that are not sent
         uint64_t room = 0;      // cards that it takes more
     };
@@ -95,6 +96,7 @@ class card_taker_t {
     double datagrams_a_card_ = 2;
     clock_t::time_point next_beat_{};
     clock_t::time_point next_own_{};    // look at the phone's own cards
+    clock_t::time_point next_trial_{};  // of a modem that was refused its last datagram
     clock_t::time_point rest_until_{};  // nothing is taken before
     std::optional<clock_t::time_point> hindered_since_;
     size_t looked_at_ = 0;  // of the leases, how many in the round
