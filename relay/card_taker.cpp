@@ -363,6 +363,7 @@ void card_taker_t::hand_in(std::vector<nats::message_t> messages) {
     }
     const auto lease = static_cast<uint32_t>(lease_time().count());
     std::vector<client::handed_in_card_t> cards;
+    cards.reserve(taken.size());
     for (const taken_t& one : taken) {
         cards.push_back({.card = {one.card.octets, one.card.is_utf8, one.card.long_reference},
                          .number = one.card.number,
@@ -383,27 +384,22 @@ void card_taker_t::hand_in(std::vector<nats::message_t> messages) {
 /// None for what is not to go there.
 std::optional<card_taker_t::taken_t> card_taker_t::look_at(nats::message_t message) {
     const uint64_t card = message.sequence();
-    if (message.deliveries() > 1) {
-        const auto sent = was_sent(card);
-        if (!sent) {
-            message.give_back(longest_rest);
-            return std::nullopt;
-        }
-        if (*sent) {
-            message.acknowledge();
-            return std::nullopt;
-        }
-    }
     auto queued = read_card(message);
     if (!queued) {
         refuse(message, card, queued.failure().text);
         return std::nullopt;
     }
+    const uint64_t digest = digest_of(*queued);
+    const auto sent = message.deliveries() > 1 ? was_sent(card, digest) : client::answer_t<bool>(false);
+    if (!sent || *sent) {
+        sent ? message.acknowledge() : message.give_back(longest_rest);
+        return std::nullopt;
+    }
     const auto shared = std::make_shared<const nats::message_t>(std::move(message));
-    if (!modem_.leases.begin({.card = card, .reply = queued->reply, .queued = shared})) {
+    if (!modem_.leases.begin({.card = card, .digest = digest, .reply = queued->reply, .queued = shared})) {
         return std::nullopt;  // it was reported too late, and is here still
     }
-    return taken_t{card, std::move(*queued), token_of(modem_.created, card), shared};
+    return taken_t{card, std::move(*queued), token_of(modem_.created, card, digest), shared};
 }
 
 void card_taker_t::answered(const taken_t& taken, const client::answer_t<std::string>& answer) {
@@ -427,9 +423,13 @@ void card_taker_t::answered(const taken_t& taken, const client::answer_t<std::st
     next_beat_ = clock_t::now();
 }
 
-client::answer_t<bool> card_taker_t::was_sent(uint64_t card) {
+client::answer_t<bool> card_taker_t::was_sent(uint64_t card, uint64_t digest) {
     const auto result = modem_.server.last_in(modem_.names.events(), modem_.names.result(card, result_t::sent));
-    return result ? client::answer_t<bool>(result->has_value()) : result.failure();
+    if (!result || !*result) {
+        return result ? client::answer_t<bool>(false) : result.failure();
+    }
+    const json_t event = read_json((*result)->data());
+    return text(member(event, "message"), "digest") == fmt::format("{:016x}", digest);
 }
 
 /// It goes nowhere: told as a card that was set aside, and let go.

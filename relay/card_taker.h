@@ -75,7 +75,7 @@ class card_taker_t {
     void hand_in(std::vector<nats::message_t> messages);
     std::optional<taken_t> look_at(nats::message_t message);
     void answered(const taken_t& taken, const client::answer_t<std::string>& answer);
-    client::answer_t<bool> was_sent(uint64_t card);
+    client::answer_t<bool> was_sent(uint64_t card, uint64_t digest);
     void refuse(const nats::message_t& message, uint64_t card, const std::string& why);
     void handed_in(uint64_t card, const json_t& message);
     std::chrono::milliseconds beat_time() const;

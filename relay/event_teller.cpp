@@ -122,9 +122,10 @@ void event_teller_t::tell_page(const json_t& events) {
 /// What comes before a result that may be stored already is not stored behind it.
 void event_teller_t::leave_out_overtaken(std::vector<telling_t>& tellings) {
     std::set<uint64_t> later;
-    for (auto telling = tellings.rbegin(); telling != tellings.rend(); ++telling) {
-        if (telling->card != 0 && !later.insert(telling->card).second) {
-            telling->subject.clear();
+    for (size_t i = tellings.size(); i-- > 0;) {
+        telling_t& telling = tellings[i];
+        if (telling.card != 0 && !later.insert(telling.card).second) {
+            telling.subject.clear();
         }
     }
 }
@@ -156,7 +157,7 @@ std::optional<event_teller_t::telling_t> event_teller_t::telling_of(const json_t
     telling.kind = text(event, "kind");
     const json_t& message = member(event, "message");
     if (message.is_object()) {
-        telling.card = card_of(text(message, "token"), modem_.created).value_or(0);
+        telling.card = card_of(text(message, "token"), modem_.created).value_or(card_name_t{}).card;
         fill_in_result(event, telling);
     } else if (telling.kind != "stored") {
         fill_in_modem(event, telling);

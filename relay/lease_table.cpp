@@ -5,7 +5,7 @@ namespace fleet {
 bool lease_table_t::begin(lease_t lease) {
     const std::lock_guard lock(mutex_);
     const auto [place, is_new] = leases_.try_emplace(lease.card, lease);
-    if (!is_new) {
+    if (!is_new && place->second.digest == lease.digest) {
         place->second.queued = std::move(lease.queued);
     }
     return is_new;

@@ -19,6 +19,7 @@ namespace fleet {
 /// One of them. It can be copied; its message in the queue is one.
 struct lease_t {
     uint64_t card = 0;     // its id
+    uint64_t digest = 0;   // that tells it from another one with this id
     uint64_t message = 0;  // of the outbox; 0 until that has it
     uint64_t datagrams = 0;
     std::string reply;                              // a subject that gets its results; empty for none
@@ -31,7 +32,7 @@ struct lease_t {
 class lease_table_t {
   public:
     /// Before the outbox has it, for it may be sent at once. One that is here already goes on under the new message,
-    /// which the server has given a second time: false.
+    /// which the server has given a second time: false. False, too, while another card with the id is here.
     bool begin(lease_t lease);
     /// What the outbox knows of it. Nothing, when it is over already.
     void name(uint64_t card, uint64_t message, uint64_t datagrams);

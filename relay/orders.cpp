@@ -82,7 +82,8 @@ std::optional<uint64_t> orders_t::set_aside(uint64_t card) {
         }
         for (const json_t& message : messages) {
             after = number(message, "id");
-            if (text(message, "state") == "set aside" && card_of(text(message, "token"), modem_.created) == card) {
+            const auto name = card_of(text(message, "token"), modem_.created);
+            if (text(message, "state") == "set aside" && name && name->card == card) {
                 return after;
             }
         }

@@ -78,6 +78,19 @@ answer_t<queued_card_t> read_card(const nats::message_t& message) {
     return card;
 }
 
+// FNV-1a of 64 bits.
+uint64_t digest_of(const queued_card_t& card) {
+    constexpr uint64_t basis = 0xCBF29CE484222325;
+    constexpr uint64_t prime = 0x100000001B3;
+    uint64_t digest = basis;
+    for (const std::string& text : {card.number + '\n', card.octets}) {
+        for (const char octet : text) {
+            digest = (digest ^ static_cast<unsigned char>(octet)) * prime;
+        }
+    }
+    return digest;
+}
+
 nats::message_t write_card(const std::string& subject, const queued_card_t& card) {
     nats::message_t message(subject, card.octets);
     message.set_header(header_to, card.number);

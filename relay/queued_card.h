@@ -22,6 +22,9 @@ struct queued_card_t {
 /// (the number, the size) is left to it.
 client::answer_t<queued_card_t> read_card(const nats::message_t& message);
 
+/// Of its number and octets, the same on all machines. Not against who means harm.
+uint64_t digest_of(const queued_card_t& card);
+
 nats::message_t write_card(const std::string& subject, const queued_card_t& card);
 
 }  // namespace fleet

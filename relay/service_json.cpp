@@ -46,24 +46,31 @@ void replace(std::string& text, const std::string& what, const std::string& with
 
 }  // namespace
 
-std::string token_of(int64_t created, uint64_t card) {
-    return prefix_of(created) + std::to_string(card);
+std::string token_of(int64_t created, uint64_t card, uint64_t digest) {
+    return fmt::format("{}{}-{:016x}", prefix_of(created), card, digest);
 }
 
-std::optional<uint64_t> card_of(std::string_view token, int64_t created) {
+std::optional<card_name_t> card_of(std::string_view token, int64_t created) {
+    constexpr int hexadecimal = 16;
     const std::string prefix = prefix_of(created);
     if (!token.starts_with(prefix)) {
         return std::nullopt;
     }
-    uint64_t card = 0;
+    card_name_t name;
     const char* const end = token.data() + token.size();
-    const auto read = std::from_chars(token.data() + prefix.size(), end, card);
-    return read.ec == std::errc() && read.ptr == end && card != 0 ? std::optional(card) : std::nullopt;
+    const auto card = std::from_chars(token.data() + prefix.size(), end, name.card);
+    if (card.ec != std::errc() || name.card == 0 || card.ptr == end || *card.ptr != '-') {
+        return std::nullopt;
+    }
+    const auto digest = std::from_chars(card.ptr + 1, end, name.digest, hexadecimal);
+    return digest.ec == std::errc() && digest.ptr == end ? std::optional(name) : std::nullopt;
 }
 
 json_t for_fleet(json_t message, uint64_t card, const std::string& modem) {
     message["id"] = card;
     message["modem"] = modem;
+    const std::string token = text(message, "token");
+    message["digest"] = token.substr(token.rfind('-') + 1);
     message.erase("token");
     message.erase("leased");
     message.erase("driver_message");

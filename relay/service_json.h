@@ -28,13 +28,18 @@ uint64_t number(const json_t& object, const char* name);
 bool is_true(const json_t& object, const char* name);
 
 /// The token of a card of the queue in an outbox. A stream that is made anew counts its cards anew: `created` tells one
-/// from the other (nanoseconds since 1970).
-std::string token_of(int64_t created, uint64_t card);
+/// from the other (nanoseconds since 1970). And the nodes of a cluster have been seen to differ in which card has a
+/// number, after all of them were ended at once: `digest` tells them apart (digest_of).
+std::string token_of(int64_t created, uint64_t card, uint64_t digest);
 /// The card that a token is of; none for another stream's, and for what was handed in otherwise.
-std::optional<uint64_t> card_of(std::string_view token, int64_t created);
+struct card_name_t {
+    uint64_t card = 0;
+    uint64_t digest = 0;
+};
+std::optional<card_name_t> card_of(std::string_view token, int64_t created);
 
 /// A message of an outbox, or an event about one, as it is told to the fleet: under the card's id in place of the
-/// outbox's own, with the modem that has it.
+/// outbox's own, with the modem that has it; `digest` in place of the token.
 json_t for_fleet(json_t message, uint64_t card, const std::string& modem);
 json_t event_for_fleet(json_t event, uint64_t card, const std::string& modem);
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "relay/fleet_names.h"
+#include "relay/service_json.h"
 
 namespace {
 
@@ -65,6 +66,25 @@ TEST(queued_card, what_is_none_is_refused_in_words) {
         ASSERT_FALSE(card) << row.words;
         EXPECT_THAT(card.failure().text, HasSubstr(row.words));
     }
+}
+
+/// After all nodes of a cluster had ended at once, two cards had the same number.
+TEST(queued_card, another_card_with_the_same_id_has_another_token) {
+    const auto digest_of = [](const char* octets, const std::string& to) {
+        return fleet::digest_of(*fleet::read_card(message(octets, {{fleet::header_to, to}})));
+    };
+    const uint64_t digest = digest_of("BEGIN:VCARD", number);
+    EXPECT_NE(digest, digest_of("BEGIN:VCARD", "+12025550198"));
+    EXPECT_NE(digest, digest_of("BEGIN:CARDS", number));
+    const std::string token = fleet::token_of(1795, 7, digest);
+    const auto name = fleet::card_of(token, 1795);
+    ASSERT_TRUE(name);
+    EXPECT_EQ(name->card, 7U);
+    EXPECT_EQ(name->digest, digest);
+    for (const std::string& other : {token + "0", token.substr(0, token.rfind('-')), std::string("fleet-703-0-1")}) {
+        EXPECT_FALSE(fleet::card_of(other, 1795)) << other;
+    }
+    EXPECT_FALSE(fleet::card_of(token, 1796)) << "of another stream";
 }
 
 }  // namespace
