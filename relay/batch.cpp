@@ -17,9 +17,6 @@ using std::chrono::steady_clock;
 
 /// What a stream says of a message; none when it has it.
 std::optional<failure_t> refusal_of(const message_t& answer) {
-    if (answer.is_no_responders()) {
-        return failure_t{0, "no stream takes it", obstacle_t::no_answer};
-    }
     const auto told = fleet::read_json(answer.data());
     const auto& error = fleet::member(told, "error");
     if (error.is_object()) {

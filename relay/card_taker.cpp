@@ -311,7 +311,8 @@ int card_taker_t::wanted() const {
         return 0;
     }
     if (!status_.doubt.empty()) {
-        return modem_.leases.size() == 0 && status_.room != 0 && clock_t::now() >= next_trial_ ? 1 : 0;
+        const bool is_free = modem_.leases.outstanding_datagrams() == 0 && status_.room != 0;
+        return is_free && clock_t::now() >= next_trial_ ? 1 : 0;
     }
     const uint64_t ahead = modem_.leases.outstanding_datagrams();
     const uint64_t most_ahead = std::max(least_ahead, modem_.leases.pace());

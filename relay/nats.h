@@ -86,8 +86,6 @@ class message_t {
     void give_back(milliseconds delay) const;
     void report_in_progress() const { static_cast<void>(natsMsg_InProgress(message_.get(), nullptr)); }
 
-    /// It says that nobody listens where a request went.
-    bool is_no_responders() const { return natsMsg_IsNoResponders(message_.get()); }
     natsMsg* get() const { return message_.get(); }
 
   private:

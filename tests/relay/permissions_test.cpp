@@ -7,6 +7,7 @@
 #include <future>
 #include <thread>
 
+#include "relay/batch.h"
 #include "relay/fleet_names.h"
 #include "tests/relay/secured_server.h"
 
@@ -104,12 +105,24 @@ TEST_F(permissions, a_machine_shows_its_modems_and_what_they_received_and_a_send
 
     auto events = sender_->follow(names.events(), names.all_received(), 1);
     ASSERT_TRUE(events) << events.failure().text;
-    expect_done(north_->store({names.modem(north_phone), "{}"}, ""));
-    expect_done(north_->store({names.received(north_phone), "BEGIN:VCARD"}, "7-1"));
+    nats::batch_t batch(*north_);
+    for (int twice = 0; twice < 2; ++twice) {
+        expect_done(batch.add(names.modem(north_phone), "{}", ""));
+        expect_done(batch.add(names.received(north_phone), "BEGIN:VCARD", "7-1"));
+        expect_done(batch.store());
+    }
     const auto received = events->next(nats::longest_call);
     ASSERT_TRUE(received && *received);
     EXPECT_EQ((*received)->data(), "BEGIN:VCARD");
     EXPECT_TRUE(*sender_->remove(names.events(), (*received)->sequence()));
+    const auto second = events->next(soon);
+    EXPECT_TRUE(second && !*second) << "its token was known";
+
+    expect_done(batch.add(names.modem(north_phone), "{}", ""));
+    expect_done(batch.add(names.received(south_phone), "BEGIN:VCARD", ""));
+    const auto refused = batch.store();
+    ASSERT_FALSE(refused);
+    EXPECT_THAT(refused.failure().text, HasSubstr("No responders"));
 }
 
 TEST_F(permissions, an_order_reaches_the_machines_and_its_answer_the_sender) {
