@@ -180,7 +180,7 @@ class connection_t {
     answer_t<subscription_t> subscribe(const std::string& subject);
     /// A subject that nobody else has, for answers, which go to it or below it.
     answer_t<std::string> new_inbox() const;
-    /// The server has dealt with what was published before.
+    /// The server has read what was published before; consumers act on it in their own time.
     answer_t<done_t> flush();
 
     // Streams.
