@@ -532,8 +532,7 @@ answer_t<std::optional<stream_t>> connection_t::stream(const std::string& name) 
     if (status != NATS_OK) {
         return failure("the server does not tell of its stream " + name, status, code);
     }
-    return std::optional(stream_t{info->State.Msgs, info->State.FirstSeq, info->State.LastSeq, info->Created,
-                                  info->Config != nullptr ? info->Config->MaxMsgs : -1});
+    return std::optional(stream_t{info->State.Msgs, info->State.FirstSeq, info->State.LastSeq, info->Created});
 }
 
 answer_t<std::map<std::string, uint64_t>> connection_t::subjects(const std::string& stream, const std::string& filter) {

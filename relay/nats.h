@@ -127,7 +127,6 @@ struct stream_t {
     uint64_t first = 0;  // sequence
     uint64_t last = 0;
     int64_t created = 0;  // nanoseconds since 1970
-    int64_t most = 0;     // messages; below 0 for any number
 };
 
 struct consumer_t {
