@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <string>
 
-#include "com/qmlog/api2.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
@@ -102,19 +101,22 @@ void fill(RILMESSAGE& message, uint32_t reference) {
     message.msgInDeliver.cchMsgLength = 100;
 }
 
-void loop_without_log_calls(benchmark::State& state) {
-    int value = 0;
+void enter_and_leave(benchmark::State& state) {
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
     while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(++value);
+        EnterCriticalSection(&section);
+        LeaveCriticalSection(&section);
     }
+    DeleteCriticalSection(&section);
 }
 
-void log_call_switched_off(benchmark::State& state) {
-    qmlog::logging_enabled = false;
-    int value = 0;
+void version(benchmark::State& state) {
+    const driver_t driver;
+    BYTE output[4];
+    DWORD returned = 0;
     while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(++value);
-        QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+        benchmark::DoNotOptimize(ZPD_IOControl(1, ZPD_IOCTL_VERSION, nullptr, 0, output, sizeof output, &returned));
     }
 }
 
@@ -155,8 +157,8 @@ void receive_beside_incomplete(benchmark::State& state) {
     }
 }
 
-BENCHMARK(loop_without_log_calls);
-BENCHMARK(log_call_switched_off);
+BENCHMARK(enter_and_leave);
+BENCHMARK(version);
 BENCHMARK(count_datagrams)->Arg(100)->Arg(32000);
 BENCHMARK(send_behind_backlog)->Arg(250)->Arg(50000)->Iterations(500);
 BENCHMARK(receive_beside_incomplete)->Arg(1)->Arg(10000);

@@ -1,5 +1,6 @@
 #include "com/qmlog/api2.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -9,6 +10,7 @@
 namespace qmlog {
 
 std::atomic<bool> logging_enabled{false};
+std::atomic<int32_t> highest_threshold{0};
 
 namespace {
 
@@ -95,14 +97,28 @@ const dispatcher_t::sinks_t* dispatcher_t::exchange(const sinks_t* sinks) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
+    find_highest_threshold();
     return old;
+}
+
+/// Call sites log to the process's object alone.
+void dispatcher_t::find_highest_threshold() const {
+    const object_t* const object = the_object.load();
+    if (object != nullptr && &object->dispatcher() != this) {
+        return;
+    }
+    int32_t highest = 0;
+    for (const abstract_log_t* sink : *sinks_.load()) {
+        highest = std::max(highest, sink->threshold_of_output());
+    }
+    highest_threshold.store(highest, std::memory_order_relaxed);
 }
 
 void dispatcher_t::dispatch(record_t& record) {
     std::atomic<uint32_t>& readers = readers_[epoch_.load()];
     readers.fetch_add(1);
     for (abstract_log_t* sink : *sinks_.load()) {
-        if (sink->threshold() >= record.level()) {
+        if (sink->threshold_of_output() >= record.level()) {
             try {
                 sink->log(record);
             } catch (const std::exception&) {  // the line is lost

@@ -2,7 +2,8 @@
 /// it.
 ///
 /// Call sites use the macros QM_INTERNAL_ERROR … QM_DEBUG (format, arguments…). With the logging switch off such a call
-/// costs one relaxed load and a branch, and its arguments are not evaluated.
+/// costs one relaxed load and a branch, and its arguments are not evaluated; a message that no sink would write costs
+/// another such load.
 ///
 /// A line that memory is missing for is lost, and that is all: no log call throws.
 ///
@@ -16,6 +17,7 @@
 #include <cstdint>
 #include <exception>
 #include <forward_list>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -76,6 +78,14 @@ static_assert(default_flags == 0x000FCC7F);
 
 /// The logging switch. Every call site tests it before it does anything else.
 extern std::atomic<bool> logging_enabled;
+/// The highest threshold of the sinks that write anything; 0 where none does.
+extern std::atomic<int32_t> highest_threshold;
+
+/// Whether a message of this level gets anywhere. What is no message has level 0, and does whenever logging is on.
+inline bool is_wanted(int32_t level) {
+    return logging_enabled.load(std::memory_order_relaxed) &&
+           level <= highest_threshold.load(std::memory_order_relaxed);
+}
 
 class object_t;
 class dispatcher_t;
@@ -94,24 +104,20 @@ class record_t {
     bool has_message() const { return *format_ != '\0'; }
     const std::string& process_name() const;
 
-    std::string message();
-    const std::string& date();
-    const std::string& time();
-    const std::string& milliseconds();
-    const std::string& microseconds();
+    // Each appends to a line.
+    void message(std::string& line);
+    void date(std::string& line);
+    void time(std::string& line);
 
   private:
-    void capture_time();
+    int32_t seconds();  // since 1970-01-01 UTC, 31 bits
 
     const object_t& object_;
     int32_t level_;
     place_t place_;
     const char* format_;
     va_list arguments_;
-    bool time_captured_ = false;
-    int32_t seconds_ = 0;       // since 1970-01-01 UTC, 31 bits
-    int32_t microseconds_ = 0;  // always 0: the clock has no finer part
-    std::string date_text_, time_text_, milliseconds_text_, microseconds_text_;
+    std::optional<int32_t> captured_;
 };
 
 /// Base of the sinks. A final class registers itself as the last act of its constructor and leaves as the first of its
@@ -123,15 +129,21 @@ class abstract_log_t {
     virtual void log(record_t& record);
     /// Emits one finished line, which has no line end.
     virtual void write(const std::string& line) = 0;
+    /// A header line and the message line after it; by default one by one.
+    virtual void write_pair(const std::string& header, const std::string& line);
 
     int32_t threshold() const { return threshold_.load(std::memory_order_relaxed); }
     /// A threshold above the sink's maximum changes nothing.
     void set_threshold(int32_t threshold);
+    /// Of what is written.
+    int32_t threshold_of_output() const { return writes_ ? threshold() : 0; }
     uint32_t flags() const { return flags_.load(std::memory_order_relaxed); }
     void set_flags(uint32_t flags) { flags_.store(flags, std::memory_order_relaxed); }
 
   protected:
-    abstract_log_t(uint32_t flags, int32_t maximum) : flags_(flags), maximum_(maximum), threshold_(maximum) {}
+    /// For a sink whose `write` does nothing, `writes` is false: nothing is formatted for it.
+    abstract_log_t(uint32_t flags, int32_t maximum, bool writes = true)
+        : flags_(flags), maximum_(maximum), writes_(writes), threshold_(maximum) {}
     abstract_log_t(const abstract_log_t&) = delete;
     abstract_log_t& operator=(const abstract_log_t&) = delete;
     void enter(dispatcher_t& dispatcher);
@@ -140,6 +152,7 @@ class abstract_log_t {
   private:
     std::atomic<uint32_t> flags_;
     const int32_t maximum_;
+    const bool writes_;
     std::atomic<int32_t> threshold_;
     dispatcher_t* dispatcher_ = nullptr;
 };
@@ -171,6 +184,8 @@ class dispatcher_t {
 
     void add(abstract_log_t* sink);
     void remove(abstract_log_t* sink) noexcept;
+    /// After a sink's threshold has changed.
+    void find_highest_threshold() const;
     /// To each sink whose threshold admits the record, in the set's order.
     void dispatch(record_t& record);
 
@@ -206,6 +221,7 @@ class object_t {
     void set_threshold(int32_t threshold) { threshold_.store(threshold, std::memory_order_relaxed); }
 
     dispatcher_t& dispatcher() { return dispatcher_; }
+    const dispatcher_t& dispatcher() const { return dispatcher_; }
     /// Null once the retail sink is destroyed. Owned by the dispatcher.
     log_retail* retail() { return retail_.load(std::memory_order_acquire); }
     void forget_retail(const log_retail* sink);
@@ -269,21 +285,20 @@ void assertion_failed(object_t& object, bool abort_program, const char* conditio
         __LINE__, __FILE__, qm_function.data() \
     }
 
-/// Runs a statement that may name QM_PLACE, if logging is on.
-#define QM_TRACE(statement)                                                                                   \
-    do {                                                                                                      \
-        if (const qmlog::log_stay_t qm_stay(qmlog::logging_enabled.load(std::memory_order_relaxed)); qm_stay) \
-            [[unlikely]] {                                                                                    \
-            [[maybe_unused]] static constexpr auto qm_function =                                              \
-                qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__));                          \
-            try {                                                                                             \
-                statement;                                                                                    \
-            } catch (const std::exception&) { /* the line is lost */                                          \
-            }                                                                                                 \
-        }                                                                                                     \
+/// Runs a statement that may name QM_PLACE, if a message of this level gets anywhere.
+#define QM_TRACE(level, statement)                                                            \
+    do {                                                                                      \
+        if (const qmlog::log_stay_t qm_stay(qmlog::is_wanted(level)); qm_stay) [[unlikely]] { \
+            [[maybe_unused]] static constexpr auto qm_function =                              \
+                qmlog::function_text(static_cast<const char*>(__PRETTY_FUNCTION__));          \
+            try {                                                                             \
+                statement;                                                                    \
+            } catch (const std::exception&) { /* the line is lost */                          \
+            }                                                                                 \
+        }                                                                                     \
     } while (false)
 
-#define QM_LOG(level, ...) QM_TRACE(qmlog::log(qmlog::process_log(), level, QM_PLACE, __VA_ARGS__))
+#define QM_LOG(level, ...) QM_TRACE(level, qmlog::log(qmlog::process_log(), level, QM_PLACE, __VA_ARGS__))
 
 #define QM_INTERNAL_ERROR(...) QM_LOG(qmlog::level_internal_error, __VA_ARGS__)
 #define QM_CRITICAL_ERROR(...) QM_LOG(qmlog::level_critical_error, __VA_ARGS__)
@@ -297,6 +312,7 @@ void assertion_failed(object_t& object, bool abort_program, const char* conditio
 #define QM_ASSERT(condition, text)                                                              \
     do {                                                                                        \
         if (!(condition)) {                                                                     \
-            QM_TRACE(qmlog::assertion_failed(qmlog::process_log(), false, text, QM_PLACE, "")); \
+            QM_TRACE(qmlog::level_internal_error,                                               \
+                     qmlog::assertion_failed(qmlog::process_log(), false, text, QM_PLACE, "")); \
         }                                                                                       \
     } while (false)

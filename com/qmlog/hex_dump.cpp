@@ -1,8 +1,15 @@
 #include "com/qmlog/hex_dump.h"
 
-#include <cstdio>
-
 namespace qmlog {
+
+namespace {
+
+void append_octet(std::string& text, uint8_t octet, const char* digits) {
+    text += digits[octet >> 4];
+    text += digits[octet & 0xF];
+}
+
+}  // namespace
 
 std::string hex_column(std::span<const uint8_t> row) {
     std::string column;
@@ -12,9 +19,7 @@ std::string hex_column(std::span<const uint8_t> row) {
         } else if (i == 8) {
             column += " |";
         }
-        char octet[8];
-        (void)snprintf(octet, sizeof octet, "%s%02X", i == 0 ? "" : " ", row[i]);
-        column += octet;
+        append_octet(column += i == 0 ? "" : " ", row[i], "0123456789ABCDEF");
     }
     return column;
 }
@@ -42,9 +47,8 @@ std::string text_column(std::span<const uint8_t> row) {
                 if (octet >= 0x20 && octet <= 0x7E) {
                     column += static_cast<char>(octet);
                 } else {
-                    char escaped[8];
-                    (void)snprintf(escaped, sizeof escaped, "\\x{%02x}", octet);
-                    column += escaped;
+                    append_octet(column += "\\x{", octet, "0123456789abcdef");
+                    column += '}';
                 }
         }
     }
@@ -55,7 +59,7 @@ void hex_dump(int32_t level, const place_t& place, std::string_view octets) {
     constexpr size_t row_size = 16;
     for (size_t offset = 0; offset < octets.size(); offset += row_size) {
         const std::string_view piece = octets.substr(offset, row_size);
-        const std::vector<uint8_t> row(piece.begin(), piece.end());
+        const std::span row(reinterpret_cast<const uint8_t*>(piece.data()), piece.size());
         log(process_log(), level, place, "%02X: %-53s || %s", static_cast<unsigned>(offset / row_size),
             hex_column(row).c_str(), text_column(row).c_str());
     }

@@ -20,4 +20,4 @@ void hex_dump(int32_t level, const place_t& place, std::string_view octets);
 
 }  // namespace qmlog
 
-#define QM_HEX_DUMP(level, octets) QM_TRACE(qmlog::hex_dump(level, QM_PLACE, octets))
+#define QM_HEX_DUMP(level, octets) QM_TRACE(level, qmlog::hex_dump(level, QM_PLACE, octets))

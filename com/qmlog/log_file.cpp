@@ -12,9 +12,18 @@ namespace qmlog {
 
 namespace {
 
-// Octets. A line for which the buffer has room, and some to spare, leaves in one piece by the flush after it. Streams
-// may cut others.
+// Octets. What the buffer has room for, and some to spare, leaves in one piece by the flush after it. Streams may cut
+// others.
 constexpr size_t least_buffer_size = size_t{64} * 1024;
+
+/// With their ends.
+size_t size_of(std::initializer_list<std::string_view> lines) {
+    size_t size = 0;
+    for (const std::string_view line : lines) {
+        size += line.size() + 1;
+    }
+    return size;
+}
 
 }  // namespace
 
@@ -45,7 +54,7 @@ void log_file::enter_with_output(object_t& object) {
 log_file::~log_file() {
     leave();
     delete output_.load();
-    while (const std::unique_ptr<kept_line_t> kept{backlog_.load()}) {
+    while (const std::unique_ptr<kept_t> kept{backlog_.load()}) {
         backlog_ = kept->next;
     }
 }
@@ -58,11 +67,19 @@ void log_file::allow_opening(bool allowed) {
 }
 
 void log_file::write(const std::string& line) {
+    write_lines({line});
+}
+
+void log_file::write_pair(const std::string& header, const std::string& line) {
+    write_lines({header, line});
+}
+
+void log_file::write_lines(lines_t lines) {
     std::unique_ptr<output_t> output(output_.exchange(nullptr));
     if (output == nullptr) {
         output = std::make_unique<output_t>(kept_open_);  // another thread is writing
     }
-    write_line(*output, line);
+    write_to(*output, lines);
     give_back(std::move(output));
 }
 
@@ -71,33 +88,37 @@ bool log_file::may_open() const {
     return opening_allowed_ && !waiting;
 }
 
-void log_file::open(output_t& output, size_t line_length) const {
-    output.buffer.resize(std::max(line_length + 1, least_buffer_size));
+void log_file::open(output_t& output, size_t length) const {
+    output.buffer.resize(std::max(length + 1, least_buffer_size));
     output.stream = _wfopen(widen(path_).c_str(), TEXT("ab"));
     if (output.stream != nullptr) {
         (void)setvbuf(output.stream, output.buffer.data(), _IOFBF, output.buffer.size());
     }
 }
 
-void log_file::write_line(output_t& output, const std::string& line) {
+void log_file::write_to(output_t& output, lines_t lines) {
     if (output.stream == nullptr && may_open()) {
-        open(output, line.size() + 1);
+        open(output, size_of(lines));
     }
     if (output.stream == nullptr) {
         if ((flags() & flag_file_keep_backlog) != 0) {
-            keep(line);
+            keep(lines);
         }
         return;
     }
     write_backlog(output);
-    append(output, line);
+    append(output, lines);
     if ((flags() & flag_file_close_each_line) != 0) {
         output.close();
     }
 }
 
-void log_file::keep(const std::string& line) {
-    auto kept = std::make_unique<kept_line_t>(kept_line_t{line, backlog_.load()});
+void log_file::keep(lines_t lines) {
+    auto kept = std::make_unique<kept_t>(kept_t{"", backlog_.load()});
+    for (const std::string_view line : lines) {
+        kept->lines.append(line).append("\n");
+    }
+    kept->lines.pop_back();
     while (!backlog_.compare_exchange_weak(kept->next, kept.get())) {
     }
     (void)kept.release();  // the backlog's
@@ -110,15 +131,15 @@ void log_file::write_backlog(output_t& output) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
             continue;
         }
-        kept_line_t* oldest = nullptr;
-        for (kept_line_t* kept = backlog_.exchange(nullptr); kept != nullptr;) {
-            kept_line_t* const before = std::exchange(kept->next, oldest);
+        kept_t* oldest = nullptr;
+        for (kept_t* kept = backlog_.exchange(nullptr); kept != nullptr;) {
+            kept_t* const before = std::exchange(kept->next, oldest);
             oldest = std::exchange(kept, before);
         }
-        while (const std::unique_ptr<kept_line_t> kept{oldest}) {
+        while (const std::unique_ptr<kept_t> kept{oldest}) {
             oldest = kept->next;
             try {
-                append(output, kept->line);
+                append(output, {kept->lines});
             } catch (const std::bad_alloc&) {  // the line is lost
             }
         }
@@ -126,14 +147,17 @@ void log_file::write_backlog(output_t& output) {
     }
 }
 
-void log_file::append(output_t& output, const std::string& line) const {
-    const std::string whole = line + "\n";
-    if (output.is_ours && whole.size() >= output.buffer.size()) {
+void log_file::append(output_t& output, lines_t lines) const {
+    const size_t size = size_of(lines);
+    if (output.is_ours && size >= output.buffer.size()) {
         output.close();
-        open(output, whole.size());
+        open(output, size);
     }
     if (output.stream != nullptr) {
-        (void)fwrite(whole.data(), whole.size(), 1, output.stream);
+        for (const std::string_view line : lines) {
+            (void)fwrite(line.data(), 1, line.size(), output.stream);
+            (void)fputc('\n', output.stream);
+        }
         (void)fflush(output.stream);
     }
 }

@@ -3,8 +3,10 @@
 
 #include <atomic>
 #include <cstdio>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "com/qmlog/api2.h"
@@ -31,8 +33,11 @@ class log_file final : public abstract_log_t {
     void allow_opening(bool allowed);
 
     void write(const std::string& line) override;
+    /// In one piece.
+    void write_pair(const std::string& header, const std::string& line) override;
 
   private:
+    using lines_t = std::initializer_list<std::string_view>;  // what leaves in one piece
     /// A stream, and its buffer where it was opened here.
     struct output_t {
         explicit output_t(FILE* kept_open) : stream(kept_open), is_ours(kept_open == nullptr) {}
@@ -45,24 +50,25 @@ class log_file final : public abstract_log_t {
         const bool is_ours;
         std::vector<char> buffer;
     };
-    struct kept_line_t {
-        std::string line;
-        kept_line_t* next;  // the one that came before
+    struct kept_t {
+        std::string lines;  // without the last one's end
+        kept_t* next;       // what came before
     };
     bool may_open() const;
     void enter_with_output(object_t& object);
-    void open(output_t& output, size_t line_length) const;
-    void write_line(output_t& output, const std::string& line);
-    void keep(const std::string& line);
+    void open(output_t& output, size_t length) const;
+    void write_lines(lines_t lines);
+    void write_to(output_t& output, lines_t lines);
+    void keep(lines_t lines);
     void write_backlog(output_t& output);
-    void append(output_t& output, const std::string& line) const;
+    void append(output_t& output, lines_t lines) const;
     void give_back(std::unique_ptr<output_t> output);
 
     const std::string path_;
     std::atomic<bool> opening_allowed_{true};
     FILE* const kept_open_;                   // the caller's stream, or null
     std::atomic<output_t*> output_{nullptr};  // null while a thread has it
-    std::atomic<kept_line_t*> backlog_{nullptr};
+    std::atomic<kept_t*> backlog_{nullptr};
     std::atomic<bool> backlog_is_being_written_{false};
 };
 

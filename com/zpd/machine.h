@@ -56,4 +56,4 @@ class machine_t {
 };
 
 /// The dump, as coming from where this stands.
-#define ZPD_DUMP_STATES(machine) QM_TRACE((machine).dump_states(QM_PLACE))
+#define ZPD_DUMP_STATES(machine) QM_TRACE(qmlog::level_debug, (machine).dump_states(QM_PLACE))

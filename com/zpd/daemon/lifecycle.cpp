@@ -32,7 +32,7 @@ void daemon_t::init() {
     gate_t& gate = gate_t::instance();
     const std::unique_lock turn = gate.take_turn();
     qmlog::logging_enabled = true;
-    QM_TRACE(qmlog::process_log().set_process_name("ZPD"));
+    QM_TRACE(0, qmlog::process_log().set_process_name("ZPD"));
     QM_NOTICE("START");
     QM_DEBUG("");
     // A second start finds the daemon running and leaves it so: it may hold messages and the radio.
