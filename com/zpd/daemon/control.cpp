@@ -67,7 +67,7 @@ bool daemon_t::iocontrol(uint32_t code, request_t& request) {
     {
         const daemon_visit_t daemon;
         if (daemon) {
-            const lock_guard_t guard(daemon->control_lock.get(), "iocontrol");
+            const control_guard_t guard(*daemon.get(), "iocontrol");
             ZPD_DUMP_STATES(*daemon->machine);
             if (!CeImpersonateCurrentProcess()) {
                 QM_ERROR("CeImpersonateCurrentProcess() failed");

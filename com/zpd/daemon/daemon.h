@@ -9,6 +9,7 @@
 #include <ril.h>
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <map>
@@ -63,7 +64,7 @@ class daemon_t {
 
     // For the state machine, see machine_owner.
     bool request_ril(datagram_t* datagram);
-    void wake_sender() { sender_signal->raise(); }
+    void wake_sender() { wakes_sender = true; }
     void set_last_send_failed(bool failed) { last_send_failed = failed; }
     void delete_message(uint32_t id);
 
@@ -94,6 +95,20 @@ class daemon_t {
     class ril_request_get_current_system_type_t;
 
   private:
+    /// A stay under the control lock. What wakes the sender does so when the lock is free, and once: before, the sender
+    /// would wake to wait for the lock.
+    class control_guard_t {
+      public:
+        control_guard_t(daemon_t& daemon, const char* place) : waker{daemon}, guard(daemon.control_lock.get(), place) {}
+
+      private:
+        struct waker_t {
+            daemon_t& daemon;
+            ~waker_t();
+        };
+        const waker_t waker;
+        const lock_guard_t guard;
+    };
     struct control_t;
     friend void foo_two(daemon_t& daemon, request_t& request);
 
@@ -190,5 +205,6 @@ class daemon_t {
     bool gsm_available = false;
     bool cdma_available = false;
     std::unique_ptr<signal_plain_t> sender_signal;
+    std::atomic<bool> wakes_sender = false;
     bool last_send_failed = false;
 };

@@ -145,7 +145,7 @@ void CALLBACK daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_s
             QM_ERROR("can't process system change notification: no daemon object");
             return;
         }
-        const lock_guard_t guard(daemon->control_lock.get(), "ril_notify_cb_system_changed");
+        const control_guard_t guard(*daemon.get(), "ril_notify_cb_system_changed");
         daemon->update_system_type(system_type);
     }
 } catch (const std::exception& error) {
@@ -184,7 +184,7 @@ void daemon_t::process_gsm_or_cdma_message(const std::string& address, octet_vie
         QM_ERROR("can't process datagram: no daemon object");
         return;
     }
-    const lock_guard_t guard(daemon->control_lock.get(), "process_gsm_or_cdma_message");
+    const control_guard_t guard(*daemon.get(), "process_gsm_or_cdma_message");
     ZPD_DUMP_STATES(*daemon->machine);
     if (!daemon->process_incoming_sms_datagram(record)) {
         QM_ERROR("datagram processing failed, dropping it");

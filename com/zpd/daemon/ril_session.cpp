@@ -110,7 +110,7 @@ void CALLBACK daemon_t::ril_result_cb(DWORD result_code, HRESULT request, const 
 /// False when no request waits for this result; else its data is taken.
 bool daemon_t::route_result(uint32_t result_code, uint32_t req_id, octet_string_t& data, uint32_t data32,
                             uint32_t parameter) {
-    const lock_guard_t guard(control_lock.get(), "ril_result_cb");
+    const control_guard_t guard(*this, "ril_result_cb");
     const auto found = pending_ril_requests.find(req_id);
     if (found == pending_ril_requests.end()) {
         QM_CRITICAL_ERROR("can't find req_id=0x%X in pending_ril_requests database; lost data dump follows", req_id);

@@ -79,7 +79,7 @@ void daemon_t::sender_thread(sender_thread_t& sender) {
         if (!daemon || daemon->sender.get() != &sender) {
             return;  // its daemon is gone
         }
-        const lock_guard_t guard(daemon->control_lock.get(), "sender_thread");
+        const control_guard_t guard(*daemon.get(), "sender_thread");
         try {
             wait = daemon->sender_round();
         } catch (const std::exception& error) {
@@ -89,6 +89,12 @@ void daemon_t::sender_thread(sender_thread_t& sender) {
         if (sender.stop) {
             return;
         }
+    }
+}
+
+daemon_t::control_guard_t::waker_t::~waker_t() {
+    if (daemon.wakes_sender.exchange(false)) {
+        daemon.sender_signal->raise();
     }
 }
 
