@@ -32,8 +32,10 @@ void callbacks_t::message(const session_pointer_t& session, std::function<void(c
 }
 
 void callbacks_t::post(task_t task) {
-    const std::lock_guard lock(mutex_);
-    tasks_.push_back(std::move(task));
+    {
+        const std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
+    }
     changed_.notify_all();
 }
 

@@ -15,7 +15,7 @@ namespace radio {
 modem_t::modem_t(callbacks_t& callbacks)
     : callbacks_(callbacks),
       link_(tty_, trace_, [this](const modem_line_t& line) { take_unsolicited(line); }),
-      jobs_([this] { link_.wake(); }),
+      jobs_([this] { link_.wake_for_work(); }),
       identity_(board_),
       sim_(options_, board_),
       registration_(link_, jobs_, board_, [this](DWORD type) { tell_system_type(type); }),
@@ -161,8 +161,8 @@ void modem_t::take_delivery(const modem_line_t& line) {
 
 // A modem that announces faster than it can be read has all of it listed.
 void modem_t::announce(const std::string& line) {
-    if (jobs_.size() < value_of(limit_t::waiting_jobs)) {
-        jobs_.post([this, line] { mailbox_.read_new(line); });
+    if (jobs_.size() + mailbox_.announced() < value_of(limit_t::waiting_jobs)) {
+        mailbox_.announce(line);
     } else {
         mailbox_.list_soon();
     }

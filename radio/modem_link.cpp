@@ -44,6 +44,14 @@ void modem_link_t::wake() {
     eventfd_write(wake_event_.get(), 1);
 }
 
+// Either this sees that the thread waits, or the thread sees that there is work.
+void modem_link_t::wake_for_work() {
+    has_work_ = true;
+    if (waits_for_work_) {
+        wake();
+    }
+}
+
 void modem_link_t::begin_ending() {
     ending_at_ = base::tick64() + milliseconds(limit_t::end);
     wake();
@@ -230,10 +238,20 @@ limit_t modem_link_t::limit_of(const command_t& command, bool before_prompt) {
 }
 
 void modem_link_t::wait(uint64_t until) {
-    pump(std::min<uint64_t>(until, ending_at_));
+    waits_for_work_ = true;
+    if (!has_work_.exchange(false)) {
+        pump(std::min<uint64_t>(until, ending_at_));
+    }
+    waits_for_work_ = false;
 }
 
 void modem_link_t::pump(uint64_t until) {
+    if (!out_.empty() && is_open()) {
+        write_some();  // there is room, as good as always
+        if (!is_open()) {
+            return;
+        }
+    }
     // A tty that has hung up has no descriptor: poll leaves it out.
     pollfd descriptors[2] = {{wake_event_.get(), POLLIN, 0}, {tty_.descriptor(), POLLIN, 0}};
     if (!out_.empty()) {

@@ -1,6 +1,7 @@
 /// The dialogue with a modem over its tty: one exchange at a time, on one thread, each within its time limit.
 ///
-/// The owner is one thread; only `lost`, `wake` and `begin_ending` may be called from others.
+/// The owner is one thread; only `lost`, `wake`, `wake_for_work` and `begin_ending` may be called from
+/// others.
 #pragma once
 
 #include <atomic>
@@ -55,7 +56,7 @@ class modem_link_t {
     [[nodiscard]] const char* restart() const { return restarted_ ? "has restarted" : "tells anew of its SIM"; }
     /// Listens for so long; false when the modem is gone or the end has begun.
     bool pause(limit_t time);
-    /// Waits until the modem has said something, somebody calls wake, or tick64 reaches `until`.
+    /// Waits until the modem has said something, there is work, somebody calls wake, or tick64 reaches `until`.
     void wait(uint64_t until);
 
     /// The tty has hung up, and every exchange ends as lost; or the modem is not set up yet. Such a modem's time-outs
@@ -64,7 +65,10 @@ class modem_link_t {
     /// The tty has not hung up since it was opened.
     [[nodiscard]] bool is_open() const { return tty_.descriptor() >= 0; }
 
+    /// Ends the wait that runs, or the next one.
     void wake();
+    /// Ends a `wait` that runs, or the next one; one within an exchange goes on.
+    void wake_for_work();
     /// Since when, on tick64, the modem's thread is away from its wait; 0 while it waits.
     [[nodiscard]] uint64_t busy_since() const { return busy_since_; }
     /// Whatever runs or begins from now on has `limit_t::end` altogether; a set-up ends at once.
@@ -107,6 +111,8 @@ class modem_link_t {
     bool fell_silent_ = false;
     std::atomic<bool> lost_ = true;
     std::atomic<uint64_t> ending_at_ = never;
+    std::atomic<bool> has_work_ = false;
+    std::atomic<bool> waits_for_work_ = false;
     std::atomic<uint64_t> busy_since_ = 0;  // on tick64; 0 while it waits
     base::clock_watch_t clock_watch_;       // last: it wakes, until it is gone
 };

@@ -11,8 +11,10 @@
 namespace platform {
 
 void waitable_t::set() {
-    const std::lock_guard lock(mutex);
-    is_signalled = true;
+    {
+        const std::lock_guard lock(mutex);
+        is_signalled = true;
+    }
     changed.notify_all();
 }
 
