@@ -199,16 +199,44 @@ void mailbox_t::list(const std::string& memory) {
     take(datagrams);
 }
 
-void mailbox_t::read_new(const std::string& line) {
+void mailbox_t::announce(const std::string& line) {
+    announced_.push_back(line);
+    if (announced_.size() == 1) {
+        jobs_.post([this] { read_announced(); });
+    }
+}
+
+// Those that wait go to the disk together: it is as slow for one. Not more than a small memory holds, and not for long:
+// others wait for the modem, and it for room.
+void mailbox_t::read_announced() {
+    constexpr size_t most = 20;
+    constexpr uint64_t longest = 1000;
+    const uint64_t until = base::tick64() + longest;
+    datagrams_t datagrams;
+    for (size_t count = 0; !announced_.empty() && count < most && base::tick64() < until; ++count) {
+        deliver_first();
+        const std::string line = std::move(announced_.front());
+        announced_.pop_front();
+        read_new(line, datagrams);
+    }
+    if (!announced_.empty()) {
+        jobs_.post([this] { read_announced(); });
+    }
+    take(datagrams);
+}
+
+void mailbox_t::read_new(const std::string& line, datagrams_t& datagrams) {
     if (const std::optional<location_t> location = new_message(line)) {
-        read(*location);
+        if (std::ranges::find(datagrams.locations, *location) == datagrams.locations.end()) {
+            read(*location, datagrams);
+        }
         return;
     }
     warn("odd announcement, listing all messages: " + line);
     list_now();
 }
 
-void mailbox_t::read(const location_t& location) {
+void mailbox_t::read(const location_t& location, datagrams_t& datagrams) {
     if (link_.lost() || link_.ending()) {
         return;
     }
@@ -222,7 +250,6 @@ void mailbox_t::read(const location_t& location) {
                                           .shape = reply_shape_t::pdus,
                                           .prefixes = {"+CMGR:"}});
     const std::optional<stored_message_t> message = read_message(reply.first());
-    datagrams_t datagrams;
     if (message) {
         count_in(location.memory, 1);
         consider(location, *message, reply.lines.front().pdu, datagrams);
@@ -231,7 +258,6 @@ void mailbox_t::read(const location_t& location) {
         warn_unless_lost(
             fmt::format("cannot read message {} of memory {}; it is read later", location.index, location.memory));
     }
-    take(datagrams);
 }
 
 void mailbox_t::consider(const location_t& location, const stored_message_t& message, const std::string& pdu,

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -70,8 +71,10 @@ class mailbox_t {
     void list_now();
     /// When, on tick64, they are to be listed again.
     [[nodiscard]] uint64_t next_listing() const { return next_listing_; }
-    /// +CMTI
-    void read_new(const std::string& line);
+    /// +CMTI: it is read when its turn among the jobs comes.
+    void announce(const std::string& line);
+    /// Those that have not been read yet.
+    [[nodiscard]] size_t announced() const { return announced_.size(); }
     /// +CMT with its PDU.
     void take_delivery(const modem_line_t& line);
     /// Of something that was delivered directly: it is safe; or the network is to keep it.
@@ -83,7 +86,9 @@ class mailbox_t {
         std::vector<arrival_t> arrivals;  // at the same positions
     };
     void list(const std::string& memory);
-    void read(const location_t& location);
+    void read_announced();
+    void read_new(const std::string& line, datagrams_t& datagrams);
+    void read(const location_t& location, datagrams_t& datagrams);
     bool select(const std::string& memory);
     void consider(const location_t& location, const stored_message_t& message, const std::string& pdu,
                   datagrams_t& datagrams);
@@ -108,6 +113,7 @@ class mailbox_t {
     modem_board_t& board_;
     journal_t journal_;
     handover_t handover_;
+    std::deque<std::string> announced_;  // to be read, by a job that has been posted
     std::vector<std::string> memories_;  // that may hold messages; empty when there is no choice
     std::string selected_;
     std::set<location_t> undeleted_;  // which the modem refused to delete
