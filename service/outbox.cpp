@@ -34,7 +34,7 @@ std::string outbox_t::open(const std::filesystem::path& home) {
     std::unique_lock lock(mutex_);
     const std::filesystem::path file = outbox_file::path(home);
     std::string error = file_.open(file, outbox_file::version, outbox_file::make_tables);
-    if (error.empty() && !load()) {
+    if (error.empty() && !(outbox_file::keep_totals(file_.connection()) && load())) {
         error =
             fmt::format("cannot read the outbox {}: {}", file.native(), base::sqlite::failure_of(file_.connection()));
     }
@@ -102,11 +102,9 @@ std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, uint32_t
         return before;
     }
     const int64_t room = signed_value_of(limit_t::outbox_size);
-    const auto unsent =
-        base::sqlite::number(file_.connection(), "SELECT count(*) FROM messages WHERE state NOT IN (3, 4)");
-    if (unsent >= room) {
+    if (const int64_t unsent = totals().unsent(); unsent >= room) {
         *problem = {device::error_full,
-                    fmt::format("the outbox holds {} cards, and takes no more; see: zpd outbox", *unsent)};
+                    fmt::format("the outbox holds {} cards, and takes no more; see: zpd outbox", unsent)};
         return std::nullopt;
     }
     message.handed_in = unix_time();
@@ -132,7 +130,8 @@ std::optional<outbox_t::view_t> outbox_t::add(outbox_message_t message, uint32_t
         hold_lease(message.id, lease);
     }
     changed(message.id);
-    return view_of(std::move(message));
+    const std::optional<ahead_t> ahead = message.held ? std::nullopt : std::optional(ahead_of_last(message));
+    return view_of(std::move(message), ahead);
 }
 
 std::optional<int64_t> outbox_t::id_of(const std::string& token) {
@@ -227,12 +226,10 @@ std::vector<outbox_t::view_t> outbox_t::list(int64_t after, bool all, size_t mos
     std::vector<view_t> views;
     std::vector<outbox_message_t> rows;
     {
-        execution_t query(file_.statement(std::string(outbox_file::columns) +
-                                          "FROM messages WHERE id > ?1 AND (?2 OR state NOT IN (3, 4)) ORDER BY id "
-                                          "LIMIT ?3"));
+        execution_t query(file_.statement(std::string(outbox_file::columns) + "FROM messages WHERE id > ?1 " +
+                                          (all ? "" : "AND state NOT IN (3, 4) ") + "ORDER BY id LIMIT ?2"));
         query.bind(1, after);
-        query.bind(2, int64_t{all});
-        query.bind(3, static_cast<int64_t>(most));
+        query.bind(2, static_cast<int64_t>(most));
         while (query.step() == SQLITE_ROW) {
             rows.push_back(outbox_file::row(query));
         }
@@ -258,13 +255,16 @@ ordered_json outbox_t::events(int64_t after, int64_t since, uint32_t millisecond
 
 outbox_t::counts_t outbox_t::counts() {
     const std::lock_guard lock(mutex_);
+    return totals();
+}
+
+outbox_t::counts_t outbox_t::totals() {
     counts_t counts;
-    execution_t query(file_.statement(
-        "SELECT state, count(*), sum(datagrams) FROM messages WHERE state NOT IN (3, 4) GROUP BY state"));
+    execution_t query(file_.statement("SELECT state, messages, datagrams FROM totals WHERE state NOT IN (3, 4)"));
     while (query.step() == SQLITE_ROW) {
         const auto state = static_cast<outbox_state_t>(query.number(0));
         if (state == outbox_state_t::set_aside) {
-            counts.set_aside = query.number(1);
+            counts.set_aside += query.number(1);
         } else {
             (state == outbox_state_t::waiting ? counts.waiting : counts.sending) += query.number(1);
             counts.datagrams += query.number(2);
@@ -346,16 +346,25 @@ outbox_t::view_t outbox_t::view_of(outbox_message_t message, const std::optional
 // Those that are being sent, and those that may go and were handed in before; of one that waits for another of its
 // number all of that number.
 outbox_t::ahead_t outbox_t::ahead_of(const outbox_message_t& message) {
-    execution_t query(
-        file_.statement("SELECT count(*), coalesce(sum(datagrams), 0) FROM "
-                        "(SELECT datagrams FROM messages WHERE state = 0 AND held = 0 AND id < ?1 "
-                        "UNION ALL SELECT datagrams FROM messages WHERE state NOT IN (3, 4) AND state IN (1, 2) "
-                        "UNION ALL SELECT datagrams FROM messages WHERE state = 0 AND ?2 AND held = 1 AND number = ?3 "
-                        "AND id < ?1)"));
+    execution_t query(file_.statement(
+        "SELECT sum(messages), sum(datagrams) FROM (SELECT messages, datagrams FROM totals WHERE state IN (1, 2) "
+        "UNION ALL SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state = 0 AND held = 0 AND id < ?1 "
+        "UNION ALL SELECT count(*), coalesce(sum(datagrams), 0) FROM messages WHERE state = 0 AND ?2 AND held = 1 "
+        "AND number = ?3 AND id < ?1)"));
     query.bind(1, message.id);
     query.bind(2, int64_t{message.held});
     query.bind(3, std::string_view(message.number));
     return query.step() == SQLITE_ROW ? ahead_t{query.number(0), query.number(1) - sent_of_all()} : ahead_t{};
+}
+
+// The same of the last one, if it may go: without a look at each.
+outbox_t::ahead_t outbox_t::ahead_of_last(const outbox_message_t& message) {
+    execution_t query(
+        file_.statement("SELECT sum(messages), sum(datagrams) FROM totals WHERE state IN (1, 2) OR (state = 0 AND "
+                        "held = 0)"));
+    return query.step() == SQLITE_ROW
+               ? ahead_t{query.number(0) - 1, query.number(1) - message.datagrams - sent_of_all()}
+               : ahead_t{};
 }
 
 int64_t outbox_t::sent_of_all() const {

@@ -134,6 +134,8 @@ class outbox_t {
     /// `ahead` of it, when that is known already.
     view_t view_of(outbox_message_t message, const std::optional<ahead_t>& ahead = std::nullopt);
     ahead_t ahead_of(const outbox_message_t& message);
+    ahead_t ahead_of_last(const outbox_message_t& message);
+    [[nodiscard]] counts_t totals();
     [[nodiscard]] int64_t sent_of_all() const;
     std::optional<view_t> find(int64_t id, problem_t* problem);
     bool finish(int64_t id, outbox_state_t state, const change_t& change, bool hold);
