@@ -65,12 +65,12 @@ void critical_section_t::reset() {
 }
 
 lock_guard_t::lock_guard_t(CRITICAL_SECTION* lock, const char* place) : section(lock) {
-    const uint32_t thread = GetCurrentThreadId();
-    QM_NOTICE("[MUTEX] THREAD=0x%08X|%s: waiting", thread, place);
+    QM_NOTICE("[MUTEX] THREAD=0x%08X|%s: waiting", static_cast<uint32_t>(GetCurrentThreadId()), place);
     if (section != nullptr) {
         EnterCriticalSection(section);
     }
-    QM_NOTICE("[MUTEX] THREAD=0x%08X|%s: got it 0x%X", thread, place, identity(this));
+    QM_NOTICE("[MUTEX] THREAD=0x%08X|%s: got it 0x%X", static_cast<uint32_t>(GetCurrentThreadId()), place,
+              identity(this));
 }
 
 lock_guard_t::~lock_guard_t() {

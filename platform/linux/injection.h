@@ -5,29 +5,38 @@
 
 #include <atomic>
 #include <cerrno>
-#include <optional>
 #include <string_view>
 
 namespace platform {
 
+/// An error, or none. Unlike a std::optional without a value all of it is written: every call reads it as a whole right
+/// after, and would wait longer for a part of it than all else takes.
+struct injected_t {
+    DWORD error = ERROR_SUCCESS;
+    DWORD is_set = 0;
+
+    explicit operator bool() const { return is_set != 0; }
+    DWORD operator*() const { return error; }
+};
+
 extern std::atomic<bool> failures_set;
-std::optional<DWORD> take_failure(std::string_view function);
+injected_t take_failure(std::string_view function);
 
 /// The error that the current call to `function` (pass __func__) is to fail with. With nothing set: one relaxed load.
-inline std::optional<DWORD> injected_failure(const char* function) {
-    if (!failures_set.load(std::memory_order_relaxed)) {
-        return std::nullopt;
+inline injected_t injected_failure(const char* function) {
+    if (!failures_set.load(std::memory_order_relaxed)) [[likely]] {
+        return {};
     }
     return take_failure(function);
 }
 
 /// Whether a call to the host is to fail, with errno set: `fails("fsync") || fsync(…) != 0`.
 inline bool fails(const char* call) noexcept {
-    const std::optional<DWORD> error = injected_failure(call);
-    if (error) {
-        errno = static_cast<int>(*error);
+    const injected_t injected = injected_failure(call);
+    if (injected) {
+        errno = static_cast<int>(*injected);
     }
-    return error.has_value();
+    return static_cast<bool>(injected);
 }
 
 }  // namespace platform

@@ -30,24 +30,24 @@ rules_t& rules() {
 
 }  // namespace
 
-std::optional<DWORD> take_failure(std::string_view function) {
+injected_t take_failure(std::string_view function) {
     const std::lock_guard lock(rules().mutex);
     const auto at = rules().by_function.find(function);
     if (at == rules().by_function.end()) {
-        return std::nullopt;
+        return {};
     }
     rule_t& rule = at->second;
     if (rule.skip > 0) {
         --rule.skip;
-        return std::nullopt;
+        return {};
     }
     if (rule.count == 0) {
-        return std::nullopt;
+        return {};
     }
     if (rule.count > 0) {
         --rule.count;
     }
-    return rule.error;
+    return {rule.error, 1};
 }
 
 namespace testing {

@@ -11,43 +11,54 @@ gate_t& gate_t::instance() {
     return *gate;
 }
 
+void gate_t::set_state(state_t state) {
+    uint32_t now = inside;
+    while (!inside.compare_exchange_weak(now, now - now % visitor + state)) {
+    }
+}
+
 void gate_t::open(daemon_t* (*make)()) {
     {
         const std::lock_guard lock(mutex);
-        state = opening;
+        set_state(opening);
         opening_thread = GetCurrentThreadId();
     }
     daemon_t* const made = make();
     {
         const std::lock_guard lock(mutex);
         global_daemon_object = made;
-        state = made != nullptr ? opened : closed;
+        set_state(made != nullptr ? opened : closed);
     }
     changed.notify_all();
 }
 
 void gate_t::close() {
     std::unique_lock lock(mutex);
-    state = closed;
-    changed.wait(lock, [this] { return visitors == 0; });
+    set_state(closed);
+    changed.wait(lock, [this] { return inside < visitor; });
 }
 
 daemon_t* gate_t::enter() {
-    std::unique_lock lock(mutex);
-    if (state == opening && opening_thread == GetCurrentThreadId()) {
-        return nullptr;
+    while (true) {
+        for (uint32_t now = inside; now % visitor == opened;) {
+            if (inside.compare_exchange_weak(now, now + visitor)) {
+                return global_daemon_object;
+            }
+        }
+        std::unique_lock lock(mutex);
+        if (state() == opening && opening_thread == GetCurrentThreadId()) {
+            return nullptr;
+        }
+        changed.wait(lock, [this] { return state() != opening; });
+        if (state() != opened) {
+            return nullptr;
+        }
     }
-    changed.wait(lock, [this] { return state != opening; });
-    if (state != opened) {
-        return nullptr;
-    }
-    ++visitors;
-    return global_daemon_object;
 }
 
 void gate_t::leave() {
-    const std::lock_guard lock(mutex);
-    if (--visitors == 0) {
+    if (inside.fetch_sub(visitor) == visitor + closed) {
+        const std::lock_guard lock(mutex);  // who closes it looks at it, or waits already
         changed.notify_all();
     }
 }

@@ -2,13 +2,15 @@
 /// behind it, one after another.
 ///
 /// A start has visitors wait until the daemon is there, so that nothing they bring is lost. An end turns newcomers away
-/// at once and waits for those who are inside. Its locks are held for a few instructions, except the turn, which starts
+/// at once and waits for those who are inside. While the daemon is there visitors take no lock; the turn is what starts
 /// and ends hold to their end: it is taken before the control lock, never under it. Nothing fails.
 #pragma once
 
 #include <windows.h>
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 
 class daemon_t;
@@ -34,16 +36,20 @@ class gate_t {
 
   private:
     friend class daemon_visit_t;
+    enum state_t : uint32_t { closed, opening, opened };
+    static constexpr uint32_t visitor = 4;  // one in `inside`, whose lowest bits are the state
+
     gate_t() = default;
     daemon_t* enter();
     void leave();
+    state_t state() const { return static_cast<state_t>(inside.load() % visitor); }
+    void set_state(state_t state);
 
     std::mutex turn;
-    std::mutex mutex;  // guards all that follows
+    std::mutex mutex;  // guards the changes of the state, and the thread
     std::condition_variable changed;
-    enum { closed, opening, opened } state = closed;
+    std::atomic<uint32_t> inside{closed};
     DWORD opening_thread = 0;
-    unsigned visitors = 0;
 };
 
 /// A stay of the calling thread in the daemon. A visitor may come again while it stays, as from a callback that the

@@ -93,7 +93,7 @@ void daemon_t::sender_thread(sender_thread_t& sender) {
 }
 
 daemon_t::control_guard_t::waker_t::~waker_t() {
-    if (daemon.wakes_sender.exchange(false)) {
+    if (daemon.wakes_sender && daemon.wakes_sender.exchange(false)) {
         daemon.sender_signal->raise();
     }
 }
