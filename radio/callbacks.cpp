@@ -31,12 +31,14 @@ void callbacks_t::message(const session_pointer_t& session, std::function<void(c
     post({session, true, std::move(hand_over), std::move(done)});
 }
 
+// Each datagram that is sent makes one: this wait takes half of the system calls that one on a condition does.
 void callbacks_t::post(task_t task) {
     {
         const std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
     }
-    changed_.notify_all();
+    ++posted_;
+    posted_.notify_one();
 }
 
 void callbacks_t::end(const session_pointer_t& session) {
@@ -62,25 +64,33 @@ void callbacks_t::stop() {
     {
         const std::lock_guard lock(mutex_);
         stopping_ = true;
-        changed_.notify_all();
     }
+    ++posted_;
+    posted_.notify_one();
     if (thread_.joinable()) {
         thread_.join();
     }
 }
 
 void callbacks_t::run() {
-    std::unique_lock lock(mutex_);
     while (true) {
-        changed_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-        if (tasks_.empty()) {
+        const uint32_t posted = posted_;
+        if (run_one()) {
+            continue;
+        }
+        if (const std::lock_guard lock(mutex_); stopping_ && tasks_.empty()) {
             return;
         }
-        run_one(lock);
+        posted_.wait(posted);
     }
 }
 
-void callbacks_t::run_one(std::unique_lock<std::mutex>& lock) {
+// False when there is none.
+bool callbacks_t::run_one() {
+    std::unique_lock lock(mutex_);
+    if (tasks_.empty()) {
+        return false;
+    }
     const task_t task = std::move(tasks_.front());
     tasks_.pop_front();
     const bool calls = task.session->open && !(task.is_message && no_messages_);
@@ -95,6 +105,7 @@ void callbacks_t::run_one(std::unique_lock<std::mutex>& lock) {
     lock.lock();
     running_ = nullptr;
     changed_.notify_all();
+    return true;
 }
 
 }  // namespace radio

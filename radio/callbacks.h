@@ -4,7 +4,9 @@
 
 #include <ril.h>
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -58,9 +60,10 @@ class callbacks_t {
     };
     void post(task_t task);
     void run();
-    void run_one(std::unique_lock<std::mutex>& lock);
+    bool run_one();
 
-    std::mutex mutex_;  // guards all below but the thread, and `open` of every session
+    std::atomic<uint32_t> posted_ = 0;  // how often there was something to do
+    std::mutex mutex_;                  // guards all below but the thread, and `open` of every session
     std::condition_variable changed_;
     std::deque<task_t> tasks_;
     const task_t* running_ = nullptr;
