@@ -1,6 +1,6 @@
-// What it costs that a card is on the disk before it goes: the same cards through the outbox and straight to the
-// driver, by turns, on one emulated modem that answers at once. "ratio" is the time of the second over that of the
-// first. The home is in memory: how fast a disk is, is not the question.
+// What it costs that a card is on the disk before it goes: to hand it in, and the same cards through the outbox and
+// straight to the driver, by turns, on one emulated modem that answers at once. "ratio" is the time of the second over
+// that of the first. The home is in memory: how fast a disk is, is not the question.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 
@@ -132,6 +132,35 @@ void outbox_against_driver(benchmark::State& state) {
     state.counters["ms_in_outbox"] = through / all * 1000;
 }
 
+/// One card more while as many wait.
+void hand_in_behind(benchmark::State& state) {
+    const std::filesystem::path folder = new_folder();
+    {
+        outbox_t outbox([](base::priority_t, const std::string&) {});
+        require(outbox.open(folder));
+        const auto add = [&] {
+            outbox_message_t message;
+            message.number = receiver;
+            message.contacts = "[]";
+            message.octets = std::string(100, 'x');
+            message.size = static_cast<int64_t>(message.octets.size());
+            message.datagrams = 1;
+            problem_t problem;
+            if (!outbox.add(std::move(message), 0, &problem)) {
+                require(problem.text);
+            }
+        };
+        for (int64_t waiting = 0; waiting < state.range(0); ++waiting) {
+            add();
+        }
+        while (state.KeepRunning()) {
+            add();
+        }
+    }
+    std::filesystem::remove_all(folder);
+}
+
+BENCHMARK(hand_in_behind)->Arg(1)->Arg(9'000)->Iterations(500);
 BENCHMARK(outbox_against_driver)->Args({4, 255})->Args({300, 1})->Iterations(3)->Unit(benchmark::kMillisecond);
 
 }  // namespace
