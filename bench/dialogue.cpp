@@ -43,7 +43,7 @@ void exchange(int tty, const std::string& octets, std::string_view end) {
         char buffer[1024];
         const ssize_t count = poll(&readable, 1, longest) == 1 ? read(tty, buffer, sizeof buffer) : -1;
         if (count <= 0) {
-            fail("no such answer to " + octets + ": " + answer);
+            fail(fmt::format("no such answer to {}: {}", octets, answer));
         }
         answer.append(buffer, static_cast<size_t>(count));
         if (answer.find("ERROR") != std::string::npos) {

@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int batch = 1000;  // of what takes less time than to ask whether to go on
+
 const std::filesystem::path& home() {
     static const std::filesystem::path folder = [] {
         std::filesystem::path made = new_folder();
@@ -27,7 +29,7 @@ void message_to_file(benchmark::State& state) {
     qmlog::logging_enabled = true;
     qmlog::log_file sink(qmlog::process_log(), R"(\sink.log)");
     int value = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         QM_DEBUG("Transition 0x%X: %d[%d]:%s->%s", ++value, 240, 17, "QUEUED", "DISPATCHER");
     }
     qmlog::logging_enabled = false;
@@ -38,7 +40,7 @@ void message_to_file(benchmark::State& state) {
 void two_lines_by_the_c_library(benchmark::State& state) {
     FILE* const file = fopen((home() / "plain.log").c_str(), "ab");
     int value = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         char line[512];
         const char* const groups = "[monotonic=n/a (TZ=n/a,GMT) 2026-11-23 06:30:00 'ZPD'] [0x4D2,0x4D2]";
         int length = snprintf(line, sizeof line, "%s %s at %s:%d in %s:\n", groups, "DEBUG", "machine.cpp", 42,
@@ -58,9 +60,11 @@ void message_that_nobody_writes(benchmark::State& state) {
     qmlog::process_log();  // has the debugger's sink
     qmlog::logging_enabled = true;
     int value = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(++value);
-        QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+    while (state.KeepRunningBatch(batch)) {
+        for (int i = 0; i < batch; ++i) {
+            benchmark::DoNotOptimize(++value);
+            QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+        }
     }
     qmlog::logging_enabled = false;
 }
@@ -68,16 +72,20 @@ void message_that_nobody_writes(benchmark::State& state) {
 void message_switched_off(benchmark::State& state) {
     qmlog::logging_enabled = false;
     int value = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(++value);
-        QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+    while (state.KeepRunningBatch(batch)) {
+        for (int i = 0; i < batch; ++i) {
+            benchmark::DoNotOptimize(++value);
+            QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+        }
     }
 }
 
 void no_message(benchmark::State& state) {
     int value = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(++value);
+    while (state.KeepRunningBatch(batch)) {
+        for (int i = 0; i < batch; ++i) {
+            benchmark::DoNotOptimize(++value);
+        }
     }
 }
 
