@@ -147,17 +147,19 @@ void log_file::write_backlog(output_t& output) {
     }
 }
 
+/// By one call: streams may write what several bring one by one.
 void log_file::append(output_t& output, lines_t lines) const {
-    const size_t size = size_of(lines);
-    if (output.is_ours && size >= output.buffer.size()) {
+    std::string whole;
+    whole.reserve(size_of(lines));
+    for (const std::string_view line : lines) {
+        whole.append(line).append("\n");
+    }
+    if (output.is_ours && whole.size() >= output.buffer.size()) {
         output.close();
-        open(output, size);
+        open(output, whole.size());
     }
     if (output.stream != nullptr) {
-        for (const std::string_view line : lines) {
-            (void)fwrite(line.data(), 1, line.size(), output.stream);
-            (void)fputc('\n', output.stream);
-        }
+        (void)fwrite(whole.data(), whole.size(), 1, output.stream);
         (void)fflush(output.stream);
     }
 }
