@@ -81,6 +81,22 @@ TEST(log_line, thresholds) {
     EXPECT_THAT(some.lines, ElementsAre("WARNING: warning"));
 }
 
+TEST(log_line, arguments_are_not_asked_for_what_nobody_writes) {
+    int asked = 0;
+    const auto ask = [&asked] { return ++asked; };
+    qmlog::logging_enabled = true;
+    QM_ERROR("%d", ask());  // the debugger's sink writes nothing
+    {
+        captured_log_t sink;
+        sink.set_threshold(4);
+        QM_NOTICE("%d", ask());
+        QM_WARNING("%d", ask());
+        EXPECT_THAT(sink.lines, ElementsAre("WARNING: 1"));
+    }
+    QM_ERROR("%d", ask());
+    EXPECT_EQ(asked, 1);
+}
+
 TEST(log_line, assertions_go_on) {
     captured_log_t sink(qmlog::flag_message | qmlog::flag_location | qmlog::flag_level);
     qmlog::assertion_failed(qmlog::process_log(), false, "a==b", {9, "a.cpp", "f"}, "a is %d", 1);

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/sqlite.h"
@@ -53,6 +54,10 @@ class outbox_home_t {
                                      .token = token,
                                      .octets = octets},
                                     lease, &problem);
+        const auto ahead = [](const outbox_t::view_t& of) {
+            return of.ahead ? std::pair(of.ahead->messages, of.ahead->datagrams) : std::pair<int64_t, int64_t>(-1, -1);
+        };
+        EXPECT_TRUE(!view || ahead(*view) == ahead(this->view(view->message.id))) << "by totals, and card by card";
         return view ? view->message.id : 0;
     }
     /// The id; 0 for none.

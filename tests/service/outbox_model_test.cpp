@@ -75,6 +75,14 @@ class world_t {
             ASSERT_EQ(words_of(view.message.state), words_of(card.state)) << "message " << view.message.id;
             ASSERT_EQ(view.message.refusals, card.refusals);
         }
+        const auto count = [&](outbox_state_t state) {
+            return std::ranges::count(cards_, state, [](const auto& card) { return card.second.state; });
+        };
+        const outbox_t::counts_t counts = box_->counts();
+        ASSERT_EQ(counts.waiting, count(waiting));
+        ASSERT_EQ(counts.sending, count(sending) + count(cancelling));
+        ASSERT_EQ(counts.set_aside, count(set_aside));
+        ASSERT_EQ(box_->list(0, false, 100'000).size(), counts.unsent());
         std::map<std::string, int> told;
         for (const std::string& event : box_.events()) {
             told[event.substr(event.rfind(' ') + 1)] += event.starts_with("queued") ? 0 : 1;
