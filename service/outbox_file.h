@@ -62,8 +62,8 @@ constexpr int64_t version = 2;  // 1 knew no leases
 /// See base::sqlite::file_t.
 bool make_tables(sqlite3* connection, int64_t found_version);
 
-/// From now on the table `totals` has, for each state but sent and cancelled, and `held` or not, how many messages there
-/// are, and datagrams of them. Of the connection that writes, which sees no other's changes there.
+/// From now on the table `totals` has, for each state but sent and cancelled, and `held` or not, how many messages
+/// there are, and datagrams of them. Of the connection that writes, which sees no other's changes there.
 bool keep_totals(sqlite3* connection);
 
 /// "SELECT " and the columns of a row, without the octets, " FROM messages " follows.
