@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int batch = 1000;  // of what takes less time than to ask whether to go on
-
 const std::filesystem::path& home() {
     static const std::filesystem::path folder = [] {
         std::filesystem::path made = new_folder();
@@ -56,37 +54,37 @@ void two_lines_by_the_c_library(benchmark::State& state) {
     std::filesystem::remove(home() / "plain.log");
 }
 
-void message_that_nobody_writes(benchmark::State& state) {
-    qmlog::process_log();  // has the debugger's sink
-    qmlog::logging_enabled = true;
+/// For what takes less time than to ask whether to go on.
+template <typename step_t>
+void repeat(benchmark::State& state, const step_t& step) {
+    constexpr int batch = 1000;
     int value = 0;
     while (state.KeepRunningBatch(batch)) {
         for (int i = 0; i < batch; ++i) {
             benchmark::DoNotOptimize(++value);
-            QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+            step(value);
         }
     }
+}
+
+void log_a_text(int value) {
+    QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
+}
+
+void message_that_nobody_writes(benchmark::State& state) {
+    qmlog::process_log();  // has the debugger's sink
+    qmlog::logging_enabled = true;
+    repeat(state, log_a_text);
     qmlog::logging_enabled = false;
 }
 
 void message_switched_off(benchmark::State& state) {
     qmlog::logging_enabled = false;
-    int value = 0;
-    while (state.KeepRunningBatch(batch)) {
-        for (int i = 0; i < batch; ++i) {
-            benchmark::DoNotOptimize(++value);
-            QM_DEBUG("value=%d %s", value, std::string(100, 'x').c_str());
-        }
-    }
+    repeat(state, log_a_text);
 }
 
 void no_message(benchmark::State& state) {
-    int value = 0;
-    while (state.KeepRunningBatch(batch)) {
-        for (int i = 0; i < batch; ++i) {
-            benchmark::DoNotOptimize(++value);
-        }
-    }
+    repeat(state, [](int) {});
 }
 
 BENCHMARK(message_to_file);

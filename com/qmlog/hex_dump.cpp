@@ -19,7 +19,7 @@ std::string hex_column(std::span<const uint8_t> row) {
         } else if (i == 8) {
             column += " |";
         }
-        append_octet(column += i == 0 ? "" : " ", row[i], "0123456789ABCDEF");
+        append_octet(column += i == 0 ? "" : " ", row[i], "0123456789ABCDEF");  // "%s%02X"
     }
     return column;
 }

@@ -66,7 +66,7 @@ const char* monotonic_text(uint32_t flags) {
     return has_fraction ? "monotonic=n/a." : "monotonic=n/a";
 }
 
-/// The text of the offset from GMT is empty.
+/// "%sGMT%s": the text of the offset is empty.
 const char* zone_text(uint32_t flags) {
     switch (flags & flags_zone) {
         case flag_time_zone:
@@ -105,7 +105,7 @@ void append_groups(line_t& line, uint32_t flags, record_t& record) {
             append_time(line, flags, record);
         }
         if ((flags & flag_process_name) != 0) {
-            line.element().append("'").append(record.process_name()).append("'");
+            line.element().append("'").append(record.process_name()).append("'");  // "%s'%s'"
         }
         line.text += "]";
     }
@@ -205,11 +205,11 @@ void abstract_log_t::log(record_t& record) {
             line.text += with_message || with_place ? ":" : ".";
         }
     }
-    if (with_location) {
+    if (with_location) {  // "%sat %s:%d"
         line.element().append("at ").append(file_name(place.file)).append(":");
         append_decimal(line.text, place.line);
     }
-    if (with_function) {
+    if (with_function) {  // "%sin %s"
         line.element().append("in ").append(place.function);
     }
     if (with_message && with_place) {
