@@ -21,16 +21,17 @@ class testers : public testing::Test {
 
 TEST_F(testers, send_a_card_and_wait_until_it_is_there) {
     const std::string card = ZPD_EXAMPLES "/names.vcf";
-    EXPECT_EQ(ask({"fault"}, {bob, "delay=1500", "refuse=38x2"}).status, 0);
-    EXPECT_EQ(ask({"fault"}, {bob}).output, "refuse=38x2\ndelay=1500\n");
+    EXPECT_EQ(ask({"fault"}, {bob, "full", "refuse=38x2"}).status, 0);
+    EXPECT_EQ(ask({"fault"}, {bob}).output, "refuse=38x2\nfull\n");
     const outcome_t sent = ask({"network", "send"}, {"--from", carol, "--to", bob, card, "--json"});
     EXPECT_THAT(sent.output, HasSubstr(R"("datagrams":7)")) << sent.errors;
     EXPECT_THAT(ask({"network", "show"}, {bob, "--json"}).output,
-                HasSubstr(R"("waiting":7,"faults":["refuse=38x2","delay=1500"])"));
+                HasSubstr(R"("waiting":7,"faults":["refuse=38x2","full"])"));
 
     const outcome_t early = expect_card(card, bob, "1s");
     EXPECT_EQ(early.status, 1);
     EXPECT_THAT(early.errors, HasSubstr("within 1s; no other card has arrived there"));
+    EXPECT_EQ(ask({"fault"}, {bob, "full=off"}).status, 0);
     EXPECT_EQ(expect_card(card, bob, "30s").status, 0);
     const outcome_t again = expect_card(card, bob, "1s");
     EXPECT_EQ(again.status, 1) << "it came once";
