@@ -111,7 +111,7 @@ class modem_link_t {
     bool fell_silent_ = false;
     std::atomic<bool> lost_ = true;
     std::atomic<uint64_t> ending_at_ = never;
-    std::atomic<bool> has_work_ = false;
+    std::atomic<bool> has_work_ = false;  // since the last `wait`
     std::atomic<bool> waits_for_work_ = false;
     std::atomic<uint64_t> busy_since_ = 0;  // on tick64; 0 while it waits
     base::clock_watch_t clock_watch_;       // last: it wakes, until it is gone
