@@ -155,7 +155,7 @@ std::optional<set_t> choose(const records_t& records, size_t parts, const rules_
 
 std::vector<incomplete_t> incomplete(const records_t& records, const rules_t& rules) {
     std::vector<incomplete_t> all;
-    std::vector<const record_t*> in_place(256);
+    std::array<const record_t*, 256> in_place{};
     for (size_t index = 0; index < records.size(); ++index) {
         const record_t& record = records[index];
         if (record.gone) {

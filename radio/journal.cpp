@@ -21,6 +21,7 @@ using journal_file::group_t;
 using journal_file::row_t;
 
 constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
+constexpr size_t at_once = 100;  // that expire: some milliseconds
 
 }  // namespace
 
@@ -49,7 +50,7 @@ bool journal_t::load() {
     }
     execution_t counts(
         database_.statement("SELECT coalesce(max(id), 0) + 1, count(*) - count(finished), max((SELECT ran FROM clock), "
-                            "coalesce(max(ran), 0), coalesce(max(finished), 0)) FROM datagrams"));
+                            "coalesce(max(ran), 0), coalesce(max(finished), 0)), count(finished) FROM datagrams"));
     if (counts.step() != SQLITE_ROW || !journal_file::read(database_.connection(), groups_)) {
         return false;
     }
@@ -57,6 +58,7 @@ bool journal_t::load() {
     incomplete_ = static_cast<size_t>(counts.number(1));
     constexpr int64_t most = int64_t{1} << 40;  // somebody else's number
     ran_before_ = std::clamp<int64_t>(counts.number(2), 0, most);
+    gone_ = static_cast<size_t>(counts.number(3));
     execution_t alone(database_.statement(
         "SELECT id, sender, parts FROM datagrams WHERE parts < 2 AND finished IS NULL ORDER BY id"));
     int result = 0;
@@ -65,8 +67,20 @@ bool journal_t::load() {
     }
     for (auto& [message, group] : groups_) {
         assemble(message, group);
+        watch(message, group);
     }
     return result == SQLITE_DONE;
+}
+
+void journal_t::watch(const std::string& message, group_t& group) {
+    int64_t first = std::numeric_limits<int64_t>::max();
+    for (const assembly::record_t& record : group.records) {
+        first = record.gone ? first : std::min(first, record.came);
+    }
+    group.watched = first != std::numeric_limits<int64_t>::max();
+    if (group.watched) {
+        ages_.emplace(first, message);
+    }
 }
 
 int64_t journal_t::ran() const {
@@ -156,6 +170,9 @@ void journal_t::file_away(const row_t& row, std::string body) {
     group.sender = row.sender;
     group.parts = row.place->parts;
     assembly::insert(group.records, {row.id, row.stamp, row.ran, row.place->part, false, std::move(body)});
+    if (!group.watched) {
+        watch(row.message, group);
+    }
 }
 
 void journal_t::assemble(const std::string& message, group_t& group) {
@@ -227,13 +244,15 @@ void journal_t::finish(int64_t number) {
 
 // A loss of power that takes the note back costs nothing: the message is handed over once more.
 bool journal_t::note(const whole_t& whole) {
-    return database_.soon([&] {
+    const bool done = database_.soon([&] {
         return std::ranges::all_of(whole.ids, [&](int64_t id) {
             return whole.refused
                        ? database_.run("DELETE FROM datagrams WHERE id = ?1", id)
                        : database_.run("UPDATE datagrams SET finished = ?2, stored_as = NULL WHERE id = ?1", id, ran());
         });
     });
+    gone_ += done && !whole.refused ? whole.ids.size() : 0;
+    return done;
 }
 
 void journal_t::about_to_be_stored(int64_t number, const std::filesystem::path& path) {
@@ -288,11 +307,12 @@ void journal_t::look_again() {
     for (const std::string& message : due) {
         assemble(message, groups_[message]);
     }
+    expire_some();
 }
 
 uint64_t journal_t::next_look() {
     const std::lock_guard lock(mutex_);
-    uint64_t next = next_noting_;
+    uint64_t next = expiry_ ? 0 : next_noting_;
     for (const auto& [message, until] : doubtful_) {
         next = std::min(next, opened_at_ + static_cast<uint64_t>(std::max<int64_t>(until - ran_before_, 0)) * 1000);
     }
@@ -329,27 +349,38 @@ bool journal_t::drop_of_the_greediest(size_t most) {
     if (greediest == senders.end()) {
         return false;
     }
-    const std::string reason = fmt::format("the journal holds {} datagrams", bounds_.datagrams);
-    for (const auto& [first, dropped] : greediest->second.messages) {
-        if (incomplete_ + in_whole_ <= most) {
+    dropped_t dropped;
+    size_t left = incomplete_ + in_whole_;
+    for (auto& [first, oldest] : greediest->second.messages) {
+        if (left <= most) {
             break;
         }
-        if (!drop(dropped.first, dropped.second, reason)) {
-            return false;
-        }
+        left -= oldest.second.ids.size();
+        dropped.push_back(std::move(oldest));
     }
-    return true;
+    return drop(dropped, fmt::format("the journal holds {} datagrams", bounds_.datagrams));
 }
 
-bool journal_t::drop(const std::string& message, const incomplete_t& incomplete, std::string_view reason) {
-    const bool done = database_.transaction([&] {
-        return std::ranges::all_of(
-            incomplete.ids, [&](int64_t id) { return database_.run("DELETE FROM datagrams WHERE id = ?1", id); });
+// A loss of power that takes it back has them dropped, and told, once more.
+bool journal_t::drop(const dropped_t& all, std::string_view reason) {
+    const bool done = database_.soon([&] {
+        return std::ranges::all_of(all, [&](const auto& dropped) {
+            return std::ranges::all_of(dropped.second.ids, [&](int64_t id) {
+                return database_.run("DELETE FROM datagrams WHERE id = ?1", id);
+            });
+        });
     });
-    if (!done) {
-        return false;
+    if (done) {
+        for (const auto& [message, incomplete] : all) {
+            leave(message, incomplete, reason);
+        }
     }
-    group_t& group = groups_[message];
+    return done;
+}
+
+void journal_t::leave(const std::string& message, const incomplete_t& incomplete, std::string_view reason) {
+    const auto found = groups_.find(message);
+    group_t& group = found->second;
     std::erase_if(group.records, [&](const assembly::record_t& record) {
         return std::ranges::find(incomplete.ids, record.id) != incomplete.ids.end();
     });
@@ -360,73 +391,136 @@ bool journal_t::drop(const std::string& message, const incomplete_t& incomplete,
                          group.sender, reason));
     }
     assemble(message, group);
-    return true;
+    if (group.records.empty()) {
+        groups_.erase(found);
+    }
 }
 
 void journal_t::expire() {
     const std::lock_guard lock(mutex_);
+    static_cast<void>(database_.transaction([&] { return database_.run("UPDATE clock SET ran = ?1", ran()); }));
+    if (!expiry_) {
+        expiry_.emplace();
+        expiry_->too_many = gone_ > bounds_.datagrams ? gone_ - bounds_.datagrams : 0;
+    }
+    expire_some();
+}
+
+// What fails is left for the next time.
+void journal_t::expire_some() {
+    if (!expiry_) {
+        return;
+    }
     const int64_t until = ran() - bounds_.age;
-    std::vector<std::pair<std::string, incomplete_t>> old;
-    for (const auto& [message, group] : groups_) {
-        for (incomplete_t& incomplete : assembly::incomplete(group.records, bounds_.rules)) {
+    bool more = false;
+    if (!drop_old(until, more) || (!more && !forget_gone(until, more)) || !more) {
+        expiry_.reset();
+    }
+}
+
+bool journal_t::drop_old(int64_t until, bool& more) {
+    const auto end = ages_.upper_bound(until);
+    std::set<std::string> looked_at;
+    auto next = ages_.begin();
+    for (; next != end && looked_at.size() < at_once; ++next) {
+        looked_at.insert(next->second);
+    }
+    dropped_t old;
+    for (const std::string& message : looked_at) {
+        const auto group = groups_.find(message);
+        if (group == groups_.end()) {
+            continue;
+        }
+        for (incomplete_t& incomplete : assembly::incomplete(group->second.records, bounds_.rules)) {
             if (incomplete.since <= until) {
                 old.emplace_back(message, std::move(incomplete));
             }
         }
     }
-    const std::string reason = fmt::format("incomplete for {} hours", bounds_.age / 3600);
-    for (const auto& [message, incomplete] : old) {
-        if (!drop(message, incomplete, reason)) {
-            return;
+    if (!old.empty() && !drop(old, fmt::format("incomplete for {} hours", bounds_.age / 3600))) {
+        return false;
+    }
+    more = next != end;
+    ages_.erase(ages_.begin(), next);
+    for (const std::string& message : looked_at) {
+        if (const auto group = groups_.find(message); group != groups_.end()) {
+            watch(message, group->second);
         }
     }
-    static_cast<void>(
-        database_.transaction([&] { return forget_gone(until) && database_.run("UPDATE clock SET ran = ?1", ran()); }));
-    std::erase_if(groups_, [](const auto& group) { return group.second.records.empty(); });
+    return true;
 }
 
 // What has gone is known for as long as what waits, and as many; longer where something that came later repeats it.
-bool journal_t::forget_gone(int64_t until) {
-    std::map<std::string, std::set<int64_t>> forgotten;
-    int64_t latest = 0;
+bool journal_t::forget_gone(int64_t until, bool& more) {
+    forgotten_t forgotten;
+    forgetting_t at = *expiry_;
+    size_t seen = 0;
     {
         execution_t query(database_.statement(
-            "SELECT id, message, finished FROM datagrams WHERE finished <= ?1 OR id IN (SELECT id FROM datagrams "
-            "WHERE finished IS NOT NULL ORDER BY finished DESC, id DESC LIMIT -1 OFFSET ?2)"));
-        query.bind(1, until);
-        query.bind(2, static_cast<int64_t>(bounds_.datagrams));
+            "SELECT finished, id, message FROM datagrams WHERE finished IS NOT NULL AND (finished, id) > (?1, ?2) "
+            "ORDER BY finished, id LIMIT ?3"));
+        query.bind(1, at.finished);
+        query.bind(2, at.id);
+        query.bind(3, static_cast<int64_t>(at_once));
         int result = 0;
-        while ((result = query.step()) == SQLITE_ROW) {
-            forgotten[query.text(1)].insert(query.number(0));
-            latest = std::max(latest, query.number(2));
+        while ((result = query.step()) == SQLITE_ROW && (query.number(0) <= until || at.too_many > 0)) {
+            at = {query.number(0), query.number(1), at.too_many - (at.too_many > 0 ? 1 : 0)};
+            forgotten[query.text(2)].insert(at.id);
+            seen += 1;
         }
-        if (result != SQLITE_DONE) {
+        if (result != SQLITE_DONE && result != SQLITE_ROW) {
             return database_.fail();
         }
     }
-    return std::ranges::all_of(forgotten,
-                               [&](auto& of_message) { return forget(of_message.first, of_message.second, latest); });
+    more = seen == at_once;
+    expiry_ = at;
+    add_left_over(forgotten, at.finished);
+    return forgotten.empty() || forget(forgotten);
 }
 
-bool journal_t::forget(const std::string& message, std::set<int64_t>& ids, int64_t latest) {
-    const auto group = groups_.find(message);
-    if (group != groups_.end()) {
-        const std::vector<const assembly::record_t*> left_over = assembly::left_over(group->second.records);
-        if (std::ranges::any_of(left_over, [&](const auto* record) { return record->came > latest; })) {
-            return true;
+// What repeats it goes with it; what came later than all that is forgotten now keeps it.
+void journal_t::add_left_over(forgotten_t& forgotten, int64_t latest) {
+    for (auto next = forgotten.begin(); next != forgotten.end();) {
+        const auto current = next++;
+        const auto group = groups_.find(current->first);
+        if (group == groups_.end()) {
+            continue;
         }
-        for (const assembly::record_t* record : left_over) {
-            ids.insert(record->id);
+        for (const assembly::record_t* record : assembly::left_over(group->second.records)) {
+            if (record->came > latest) {
+                forgotten.erase(current);
+                break;
+            }
+            current->second.insert(record->id);
         }
-        incomplete_ -= left_over.size();
     }
-    for (const int64_t id : ids) {
-        if (!database_.run("DELETE FROM datagrams WHERE id = ?1", id)) {
-            return false;
-        }
+}
+
+bool journal_t::forget(const forgotten_t& forgotten) {
+    const bool done = database_.soon([&] {
+        return std::ranges::all_of(forgotten, [&](const auto& of_message) {
+            return std::ranges::all_of(of_message.second, [&](int64_t id) {
+                return database_.run("DELETE FROM datagrams WHERE id = ?1", id);
+            });
+        });
+    });
+    if (!done) {
+        return false;
     }
-    if (group != groups_.end()) {
-        std::erase_if(group->second.records, [&](const assembly::record_t& record) { return ids.contains(record.id); });
+    for (const auto& [message, ids] : forgotten) {
+        size_t waited = 0;
+        if (const auto group = groups_.find(message); group != groups_.end()) {
+            std::erase_if(group->second.records, [&](const assembly::record_t& record) {
+                const bool leaves = ids.contains(record.id);
+                waited += leaves && !record.gone ? 1 : 0;
+                return leaves;
+            });
+            if (group->second.records.empty()) {
+                groups_.erase(group);
+            }
+        }
+        incomplete_ -= waited;
+        gone_ -= std::min(gone_, ids.size() - waited);
     }
     return true;
 }

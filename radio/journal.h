@@ -80,11 +80,12 @@ class journal_t {
     void finish(int64_t number);
 
     /// Does what its time has come for: messages that waited for better datagrams become whole, what could not be
-    /// noted is noted.
+    /// noted is noted, what expires goes on.
     void look_again();
     /// When, on tick64.
     uint64_t next_look();
-    /// Drops the messages that have been incomplete for too long, and forgets what has gone for as long.
+    /// Drops the messages that have been incomplete for too long, and forgets what has gone for as long: a hundred of
+    /// them, and as many more with each look that follows, so that nobody waits long for the others.
     void expire();
 
     [[nodiscard]] bool keep_text(size_t length, std::string_view pdu);
@@ -109,11 +110,25 @@ class journal_t {
     int read(const whole_t& whole, message_t& message);
     bool note(const whole_t& whole);
     [[nodiscard]] bool note_what_was_stored();
+    using dropped_t = std::vector<std::pair<std::string, assembly::incomplete_t>>;  // with the keys of their groups
+    using forgotten_t = std::map<std::string, std::set<int64_t>>;                   // ids, by the key of their group
+    /// What has gone and is looked at next, from the first to go.
+    struct forgetting_t {
+        int64_t finished = -1;  // of the last one
+        int64_t id = 0;
+        size_t too_many = 0;  // that are to be forgotten, however young
+    };
+
+    void watch(const std::string& message, journal_file::group_t& group);
     void keep_bounds();
     bool drop_of_the_greediest(size_t most);
-    bool drop(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);
-    bool forget_gone(int64_t until);
-    bool forget(const std::string& message, std::set<int64_t>& ids, int64_t latest);
+    bool drop(const dropped_t& all, std::string_view reason);
+    void leave(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);
+    void expire_some();
+    bool drop_old(int64_t until, bool& more);
+    bool forget_gone(int64_t until, bool& more);
+    void add_left_over(forgotten_t& forgotten, int64_t latest);
+    bool forget(const forgotten_t& forgotten);
     [[nodiscard]] int64_t ran() const;
 
     std::mutex mutex_;  // guards all below
@@ -122,9 +137,12 @@ class journal_t {
     int64_t next_id_ = 1;
     size_t incomplete_ = 0;  // datagrams in the file that wait for others
     size_t in_whole_ = 0;    // datagrams of whole messages that have not gone
+    size_t gone_ = 0;        // datagrams that have, and are still known
     journal_file::groups_t groups_;
-    std::map<std::string, int64_t> doubtful_;  // messages that wait for better datagrams: until when
-    std::map<int64_t, whole_t> whole_;         // by number
+    std::multimap<int64_t, std::string> ages_;  // the watched groups: by when the first that waits came, or earlier
+    std::optional<forgetting_t> expiry_;        // while more is to expire
+    std::map<std::string, int64_t> doubtful_;   // messages that wait for better datagrams: until when
+    std::map<int64_t, whole_t> whole_;          // by number
     int64_t next_number_ = 1;
     std::vector<whole_t> not_noted_;                               // handed over, which could not be written
     uint64_t next_noting_ = std::numeric_limits<uint64_t>::max();  // on tick64

@@ -33,6 +33,7 @@ constexpr const char* tables = R"(
         finished INTEGER,
         stored_as TEXT);
     CREATE INDEX IF NOT EXISTS stored ON datagrams (stored_as) WHERE stored_as IS NOT NULL;
+    CREATE INDEX IF NOT EXISTS gone ON datagrams (finished) WHERE finished IS NOT NULL;
     CREATE TABLE IF NOT EXISTS texts (id INTEGER PRIMARY KEY, came INTEGER NOT NULL, length INTEGER NOT NULL, pdu TEXT NOT NULL);
     CREATE TABLE IF NOT EXISTS clock (only INTEGER PRIMARY KEY CHECK (only = 1), ran INTEGER NOT NULL);
     INSERT OR IGNORE INTO clock VALUES (1, 0);

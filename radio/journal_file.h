@@ -53,6 +53,7 @@ struct group_t {
     std::string sender;  // as a person reads it
     size_t parts = 0;
     assembly::records_t records;
+    bool watched = false;  // for its age
 };
 /// By the key of their rows. Messages of one datagram are none.
 using groups_t = std::map<std::string, group_t, std::less<>>;
