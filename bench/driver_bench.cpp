@@ -1,6 +1,7 @@
 // What the driver's hot paths cost, and that the costs do not grow with what has piled up: read the rows of one run
 // against each other.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <ril.h>
 #include <stdlib.h>
 
@@ -144,7 +145,26 @@ void send_behind_backlog(benchmark::State& state) {
     }
 }
 
-/// The first datagram of a new message while as many messages are incomplete, repeated: refused as received already.
+/// What the queue takes for one, with all that the allocator hands out.
+void memory_of_queued(benchmark::State& state) {
+    driver_t driver;
+    const size_t before = mallinfo2().uordblks;
+    int64_t queued = 0;
+    while (state.KeepRunning()) {
+        if (!driver.request(ZPD_IOCTL_SEND_MESSAGE, card_to_send(size_t{255} * 128))) {
+            state.SkipWithError("refused");
+        }
+        queued += 255;
+    }
+    state.counters["octets"] = static_cast<double>(mallinfo2().uordblks - before) / static_cast<double>(queued);
+}
+
+/// One of so many after the other in an order that no cache foresees: 7919 is a prime.
+uint32_t some_of(int64_t count, uint32_t& turn) {
+    return static_cast<uint32_t>(++turn * int64_t{7919} % count);
+}
+
+/// A datagram of one of as many messages that are incomplete, which has it: found, and refused.
 void receive_beside_incomplete(benchmark::State& state) {
     driver_t driver;
     RILMESSAGE message{};
@@ -152,8 +172,26 @@ void receive_beside_incomplete(benchmark::State& state) {
         fill(message, static_cast<uint32_t>(i));
         notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
     }
+    uint32_t turn = 0;
     while (state.KeepRunning()) {
+        fill(message, some_of(state.range(0), turn));
         notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
+    }
+}
+
+/// One of as many messages of one datagram that wait.
+void request_beside(benchmark::State& state, DWORD code) {
+    driver_t driver;
+    const std::string card = card_to_send(100);
+    for (int64_t queued = 0; queued < state.range(0); ++queued) {
+        driver.request(ZPD_IOCTL_SEND_MESSAGE, card);
+    }
+    constexpr uint32_t first_id = 239;
+    uint32_t turn = 0;
+    while (state.KeepRunning()) {
+        if (!driver.request(code, u32(first_id + some_of(state.range(0), turn)))) {
+            state.SkipWithError("refused");
+        }
     }
 }
 
@@ -161,7 +199,10 @@ BENCHMARK(enter_and_leave);
 BENCHMARK(version);
 BENCHMARK(count_datagrams)->Arg(100)->Arg(32000);
 BENCHMARK(send_behind_backlog)->Arg(250)->Arg(50000)->Iterations(500);
-BENCHMARK(receive_beside_incomplete)->Arg(1)->Arg(10000);
+BENCHMARK(memory_of_queued)->Iterations(200);
+BENCHMARK(receive_beside_incomplete)->Arg(100)->Arg(65536);
+BENCHMARK_CAPTURE(request_beside, status, ZPD_IOCTL_MESSAGE_STATUS)->Arg(64)->Arg(65000);
+BENCHMARK_CAPTURE(request_beside, close, ZPD_IOCTL_MESSAGE_CLOSE)->Arg(64)->Arg(65000)->Iterations(64);
 
 }  // namespace
 

@@ -269,10 +269,10 @@ TEST_F(states_test, corners_of_the_machine) {
     phone.start();
     radio.question(1);
     machine_t machine(global_daemon_object);
-    message_t message(7);
+    message_t message(7, TEXT("1"));
     const auto add = [&](size_t octets) {
         return new datagram_t(message, static_cast<uint8_t>(message.datagrams.size()), "\x07" + port_header,
-                              std::string(octets, 'x'), TEXT("1"));
+                              std::string(octets, 'x'));
     };
     datagram_t* const first = add(10);
     datagram_t* const second = add(134);

@@ -144,7 +144,7 @@ class daemon_t {
     uint32_t enqueue_multi_part_sms(const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
                                     const std::vector<uint32_t>& chunks);
     uint32_t take_message_id();
-    message_t* create_message(uint32_t id);
+    message_t* create_message(uint32_t id, const wide_string_t& phone);
 
     // ril_session.cpp
     void start_ril();

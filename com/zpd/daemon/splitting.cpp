@@ -75,14 +75,15 @@ void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_
 uint32_t daemon_t::enqueue_multi_part_sms(const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
                                           const std::vector<uint32_t>& chunks) {
     const uint32_t id = take_message_id();
-    message_t* const message = create_message(id);
+    message_t* const message = create_message(id, phone);
+    message->datagrams.reserve(chunks.size());
     uint32_t offset = 0;
     for (uint32_t i = 0; i < chunks.size(); ++i) {
         const uint32_t size = chunks[i];
         octet_string_t header = encoded_header(id, i, chunks.size(), use_long_ie);
         QM_INFO("enqueue chunk %d[%d] of %d bytes [%d:%d]", id, i, size, offset, offset + size);
         auto* datagram =
-            new datagram_t(*message, static_cast<uint8_t>(i), std::move(header), vcard.substr(offset, size), phone);
+            new datagram_t(*message, static_cast<uint8_t>(i), std::move(header), vcard.substr(offset, size));
         ZPD_DUMP_STATES(*machine);
         machine->enqueue_datagram(datagram);
         ZPD_DUMP_STATES(*machine);
@@ -100,8 +101,8 @@ uint32_t daemon_t::take_message_id() {
     return id;
 }
 
-message_t* daemon_t::create_message(uint32_t id) {
-    auto fresh = std::make_unique<message_t>(id);
+message_t* daemon_t::create_message(uint32_t id, const wide_string_t& phone) {
+    auto fresh = std::make_unique<message_t>(id, phone);
     std::unique_ptr<message_t>& record = messages[id];
     if (record != nullptr) {
         displaced_messages.push_back(std::move(record));
