@@ -1,6 +1,9 @@
 #include "radio/callbacks.h"
 
+#include <chrono>
 #include <utility>
+
+#include "base/clock.h"
 
 namespace radio {
 
@@ -72,16 +75,26 @@ void callbacks_t::stop() {
     }
 }
 
+// What comes right after another waits for a moment, for what follows it: a fast modem need not wake this thread, nor
+// this one the driver's, for each datagram.
 void callbacks_t::run() {
+    constexpr std::chrono::microseconds moment(200);
+    bool has_run = false;
     while (true) {
         const uint32_t posted = posted_;
         if (run_one()) {
+            has_run = true;
             continue;
         }
         if (const std::lock_guard lock(mutex_); stopping_ && tasks_.empty()) {
             return;
         }
-        posted_.wait(posted);
+        if (std::exchange(has_run, false)) {
+            const base::timed_wait_t no_rest(base::tick64());
+            std::this_thread::sleep_for(moment);
+        } else {
+            posted_.wait(posted);
+        }
     }
 }
 

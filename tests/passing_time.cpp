@@ -56,39 +56,47 @@ void let_ttys_deliver() {
     }
 }
 
-/// Those that sleep before and after, and were not woken in between, slept all at once; and were not woken by what the
-/// ttys still had on their way.
-bool at_rest() {
+/// Those that sleep before and after, and were not woken in between, slept all at once, none of them for a moment only;
+/// and were not woken by what the ttys still had on their way. Returns when the first one wakes; none while one is
+/// awake.
+std::optional<uint64_t> rest() {
     const auto before = all_sleeps();
-    if (!before) {
-        return false;
+    const uint64_t deadline = base::next_deadline();
+    if (!before || deadline <= base::tick64()) {
+        return std::nullopt;
     }
     let_ttys_deliver();
-    return before == all_sleeps();
+    return before == all_sleeps() ? std::optional(deadline) : std::nullopt;
+}
+
+/// The same of the rest that they come to; none without one.
+std::optional<uint64_t> rest_to_come() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (std::chrono::steady_clock::now() < end) {
+        if (const auto deadline = rest()) {
+            return deadline;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+    ADD_FAILURE() << "somebody is busy without end";
+    return std::nullopt;
 }
 
 /// To where the first one wakes. False at the end, or without rest.
 bool jump_towards(uint64_t end) {
-    if (!come_to_rest()) {
+    const auto deadline = rest_to_come();
+    if (!deadline) {
         return false;
     }
     const uint64_t now = base::tick64();
-    base::advance_clock(std::clamp(base::next_deadline(), now, std::max(now, end)) - now);
+    base::advance_clock(std::clamp(*deadline, now, std::max(now, end)) - now);
     return now < end;
 }
 
 }  // namespace
 
 bool come_to_rest() {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!at_rest() || base::next_deadline() <= base::tick64()) {
-        if (std::chrono::steady_clock::now() > end) {
-            ADD_FAILURE() << "somebody is busy without end";
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(50));
-    }
-    return true;
+    return rest_to_come().has_value();
 }
 
 void let_time_pass(uint64_t milliseconds) {
