@@ -8,7 +8,9 @@ import sys
 import tempfile
 import time
 
-from phones import HERTZ, SMOKE, TREE, ZPD, Phone, cards_of_255, ended, network, processor_seconds, said_until_ready
+from phones import (HERTZ, SMOKE, TREE, ZPD, Phone, bare_dialogues, cards_of_255, ended, network, processor_seconds,
+                    said_until_ready)
+from services import system_calls
 
 OURS, THEIRS, OTHER = "+12025550100", "+12025550101", "+12025550199"
 CARDS, TURNS = (1, 1) if SMOKE else (16, 5)
@@ -85,17 +87,21 @@ def both(home, *faults):
 
 
 def sending():
-    """Datagrams a second, and processor time a datagram, ours over its."""
-    ours, its = [], []
+    """Datagrams a second, and processor time a datagram, ours over its; datagrams a second of bare dialogues, over its too; and our
+    system calls a datagram."""
+    ours, its, bare = [], [], []
     with tempfile.TemporaryDirectory(dir="/dev/shm") as home, \
-            both(home, f"{OTHER}:storage=1", f"{OTHER}:delivery-gap=0") as (_, phone, other):
+            both(home, f"{OTHER}:storage=1", f"{OTHER}:delivery-gap=0") as (net, phone, other):
         files = cards_of_255(home, CARDS)
         phone.send(files[:1], OTHER)  # the driver waits at its start
         for _ in range(TURNS):
             ours.append(phone.send(files, OTHER))
             its.append(other.send(files, OTHER))
+            bare.append(bare_dialogues(f"{net}/{OTHER}", CARDS * 255, OTHER))
+        few = files[:4]
+        calls = system_calls(phone, few, OTHER) / (len(few) * 255)
     seconds, used = (tuple(statistics.median(one[i] for one in all_of_it) for all_of_it in (ours, its)) for i in range(2))
-    return seconds[1] / seconds[0], used[0] / max(used[1], 1 / HERTZ)
+    return seconds[1] / seconds[0], used[0] / max(used[1], 1 / HERTZ), seconds[1] / statistics.median(bare), calls
 
 
 def receiving(where):

@@ -86,6 +86,12 @@ def network(folder, *phones, faults=(), listening=()):
         yield dict(re.findall(r"^(\S+) 127\.0\.0\.1:(\d+)$", "".join(said_until_ready(process)), re.M))
 
 
+def bare_dialogues(tty, datagrams, to):
+    """Seconds for so many."""
+    done = subprocess.run([BUILD / "bench/dialogue", tty, str(datagrams), to[1:]], check=True, capture_output=True, text=True)
+    return float(done.stdout)
+
+
 def cards_of_255(folder, count):
     files = [f"{folder}/{card}.vcf" for card in range(count)]
     for name in files:
