@@ -54,7 +54,8 @@ bool outbox_t::load() {
                                          file_.run("UPDATE numbers SET until = min(until, ?1)", latest) &&
                                          file_.run(
                                              "UPDATE messages SET state = 0, held = number IN (SELECT number FROM "
-                                             "numbers) WHERE state NOT IN (3, 4) AND state IN (0, 1)");
+                                             "numbers) WHERE state NOT IN (3, 4) AND state IN (0, 1) AND "
+                                             "(state = 1 OR held <> (number IN (SELECT number FROM numbers)))");
                               },
                               false);
 }
