@@ -24,13 +24,13 @@ int64_t since(sqlite3* connection, const std::vector<int64_t>& ids) {
 }
 
 bool read(sqlite3* connection, std::vector<incomplete_message_t>& messages) {
-    journal_file::groups_t groups;
-    if (!journal_file::read(connection, groups)) {
+    journal_file::contents_t contents;
+    if (!journal_file::read(connection, contents)) {
         return false;
     }
     const assembly::rules_t rules{
         .close = 0, .wait = 0, .apart = static_cast<int64_t>(value_of(limit_t::apart_datagrams))};
-    for (const auto& [message, group] : groups) {
+    for (const auto& [message, group] : contents.groups) {
         for (const assembly::incomplete_t& incomplete : assembly::incomplete(group.records, rules)) {
             if (!incomplete.repeats && incomplete.places < group.parts) {
                 messages.push_back({group.sender, since(connection, incomplete.ids), incomplete.places, group.parts});

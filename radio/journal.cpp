@@ -45,31 +45,24 @@ std::string journal_t::open(const std::filesystem::path& file, const bounds_t& b
 
 // A kill takes back at most the time since the last datagram came or went.
 bool journal_t::load() {
-    if (!note_what_was_stored()) {
+    journal_file::contents_t found;
+    if (!note_what_was_stored() || !journal_file::read(database_.connection(), found)) {
         return false;
     }
-    execution_t counts(
-        database_.statement("SELECT coalesce(max(id), 0) + 1, count(*) - count(finished), max((SELECT ran FROM clock), "
-                            "coalesce(max(ran), 0), coalesce(max(finished), 0)), count(finished) FROM datagrams"));
-    if (counts.step() != SQLITE_ROW || !journal_file::read(database_.connection(), groups_)) {
-        return false;
-    }
-    next_id_ = counts.number(0);
-    incomplete_ = static_cast<size_t>(counts.number(1));
+    groups_ = std::move(found.groups);
+    next_id_ = found.last_id + 1;
+    incomplete_ = found.waiting;
+    gone_ = found.gone;
     constexpr int64_t most = int64_t{1} << 40;  // somebody else's number
-    ran_before_ = std::clamp<int64_t>(counts.number(2), 0, most);
-    gone_ = static_cast<size_t>(counts.number(3));
-    execution_t alone(database_.statement(
-        "SELECT id, sender, parts FROM datagrams WHERE parts < 2 AND finished IS NULL ORDER BY id"));
-    int result = 0;
-    while ((result = alone.step()) == SQLITE_ROW) {
-        become_whole({{alone.number(0)}, alone.text(1), alone.number(2) == 0});
+    ran_before_ = std::clamp<int64_t>(found.ran, 0, most);
+    for (journal_file::alone_t& message : found.alone) {
+        become_whole({{message.id}, std::move(message.sender), message.refused});
     }
     for (auto& [message, group] : groups_) {
         assemble(message, group);
         watch(message, group);
     }
-    return result == SQLITE_DONE;
+    return true;
 }
 
 void journal_t::watch(const std::string& message, group_t& group) {

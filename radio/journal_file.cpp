@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "base/text.h"
@@ -129,24 +130,36 @@ bool make_tables(sqlite3* connection, int64_t found_version) {
     return first_version ? bring_up_to_date(connection) : run_all(connection, tables);
 }
 
-bool read(sqlite3* connection, groups_t& groups) {
+bool read(sqlite3* connection, contents_t& contents) {
     const base::sqlite::statement_t statement = base::sqlite::prepare(
         connection,
-        "SELECT message, sender, parts, id, stamp, ran, part, finished IS NOT NULL, body FROM datagrams "
-        "WHERE parts > 1 ORDER BY message, stamp, id");
+        "SELECT id, message, sender, parts, part, stamp, ran, finished IS NOT NULL, coalesce(finished, 0), body "
+        "FROM datagrams ORDER BY id");
     execution_t query(statement);
     int result = 0;
     while ((result = query.step()) == SQLITE_ROW) {
-        group_t& group = groups[query.text(0)];
-        group.sender = query.text(1);
-        group.parts = static_cast<size_t>(query.number(2));
-        const int64_t part = query.number(6);
-        if (part < 1 || part > query.number(2) || part > UINT8_MAX) {
-            continue;  // somebody else's row
+        const int64_t id = query.number(0);
+        const int64_t parts = query.number(3);
+        const int64_t part = query.number(4);
+        const int64_t ran = query.number(6);
+        const bool gone = query.number(7) != 0;
+        contents.last_id = id;
+        ++(gone ? contents.gone : contents.waiting);
+        contents.ran = std::max({contents.ran, ran, query.number(8)});
+        if (parts > 1) {
+            group_t& group = contents.groups[query.text(1)];
+            group.sender = query.text(2);
+            group.parts = static_cast<size_t>(parts);
+            if (part >= 1 && part <= parts && part <= UINT8_MAX) {  // else somebody else's row
+                assembly::insert(group.records,
+                                 {id, query.number(5), ran, static_cast<uint8_t>(part), gone, query.text(9)});
+            }
+        } else if (!gone) {
+            contents.alone.push_back({id, query.text(2), parts == 0});
         }
-        group.records.push_back({query.number(3), query.number(4), query.number(5), static_cast<uint8_t>(part),
-                                 query.number(7) != 0, query.text(8)});
     }
+    const std::optional<int64_t> clock = base::sqlite::number(connection, "SELECT ran FROM clock");
+    contents.ran = std::max(contents.ran, clock.value_or(0));
     return result == SQLITE_DONE;
 }
 

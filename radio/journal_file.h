@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/sqlite_file.h"
 #include "radio/assembly.h"
@@ -57,9 +58,23 @@ struct group_t {
 };
 /// By the key of their rows. Messages of one datagram are none.
 using groups_t = std::map<std::string, group_t, std::less<>>;
-/// All that wait, and what has gone and is still known. False when it cannot be read to its end; the connection tells
-/// why.
-[[nodiscard]] bool read(sqlite3* connection, groups_t& groups);
+/// A message of one datagram that waits to be handed over.
+struct alone_t {
+    int64_t id;
+    std::string sender;
+    bool refused;
+};
+/// All that wait, and what has gone and is still known.
+struct contents_t {
+    groups_t groups;
+    std::vector<alone_t> alone;
+    int64_t last_id = 0;
+    size_t waiting = 0;  // datagrams
+    size_t gone = 0;     // likewise
+    int64_t ran = 0;     // seconds that the service had run when something was last written
+};
+/// In one pass, as there may be many. False when it cannot be read to its end; the connection tells why.
+[[nodiscard]] bool read(sqlite3* connection, contents_t& contents);
 
 }  // namespace journal_file
 }  // namespace radio
