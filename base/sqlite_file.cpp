@@ -38,8 +38,10 @@ std::string bring_up_to_date(sqlite3* connection, int64_t version, const file_t:
     if (found.value_or(0) > version) {
         return "it is of a newer version of this program";
     }
+    // A version that is there already is not written again: each start would wait for the disk.
+    const std::string end = found == version ? "COMMIT" : fmt::format("PRAGMA user_version = {}; COMMIT", version);
     if (!found || !run_all(connection, "BEGIN IMMEDIATE") || !make_tables(connection, *found) ||
-        !run_all(connection, fmt::format("PRAGMA user_version = {}; COMMIT", version).c_str())) {
+        !run_all(connection, end.c_str())) {
         std::string error = failure_of(connection);
         run_all(connection, "ROLLBACK");
         return error;
