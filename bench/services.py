@@ -48,11 +48,13 @@ def until_ready(homes):
 
 
 def starts():
-    """The same of an empty home, and of one with datagrams of incomplete cards in its journal and cards in its outbox."""
-    with tempfile.TemporaryDirectory(dir="/dev/shm") as empty, tempfile.TemporaryDirectory(dir="/dev/shm") as full:
-        until_ready([full])  # makes the tables
+    """The same of an empty home in memory, of one on a disk, and of one in memory with datagrams of incomplete cards in its journal
+    and cards in its outbox."""
+    with tempfile.TemporaryDirectory(dir="/dev/shm") as empty, tempfile.TemporaryDirectory(dir="/var/tmp") as disk, \
+            tempfile.TemporaryDirectory(dir="/dev/shm") as full:
+        until_ready([empty, disk, full])  # makes the tables
         fill(full)
-        return until_ready([empty, full])
+        return until_ready([empty, disk, full])
 
 
 def fill(folder):
