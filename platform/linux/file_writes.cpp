@@ -10,7 +10,7 @@ namespace {
 
 struct noted_t {
     size_t written = 0;
-    std::filesystem::path where;
+    std::string where;
     int error = 0;  // of the first failure; 0 for none
     appears_t appears;
 };
@@ -27,10 +27,10 @@ file_writes_t file_writes() {
     if (noted.error == 0) {
         return {noted.written, {}};
     }
-    return {noted.written, "'" + noted.where.native() + "': " + base::errno_text(noted.error)};
+    return {noted.written, "'" + noted.where + "': " + base::errno_text(noted.error)};
 }
 
-void note_appearing(const std::filesystem::path& path) noexcept {
+void note_appearing(const std::string& path) noexcept {
     if (noted.appears) {
         noted.appears(path);
     }
@@ -40,7 +40,7 @@ void note_written() noexcept {
     ++noted.written;
 }
 
-void note_failure(std::filesystem::path where, int error) noexcept {
+void note_failure(std::string where, int error) noexcept {
     if (noted.error == 0) {
         noted.where = std::move(where);
         noted.error = error;

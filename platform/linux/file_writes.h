@@ -23,8 +23,8 @@ void begin_file_writes(appears_t appears = {});
 file_writes_t file_writes();
 
 /// For the calls that write.
-void note_appearing(const std::filesystem::path& path) noexcept;
+void note_appearing(const std::string& path) noexcept;
 void note_written() noexcept;
-void note_failure(std::filesystem::path where, int error) noexcept;
+void note_failure(std::string where, int error) noexcept;
 
 }  // namespace platform

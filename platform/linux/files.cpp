@@ -26,14 +26,15 @@ namespace {
 
 using platform::failed;
 
-DWORD resolve(LPCWSTR path, std::filesystem::path& result) {
-    return path == nullptr ? ERROR_INVALID_PARAMETER : platform::resolve_path(path, result);
+DWORD find(LPCWSTR path, int flags, platform::place_t& place) {
+    return path == nullptr ? ERROR_INVALID_PARAMETER : platform::find_place(path, flags, place);
 }
 
 /// The platform tells a missing file from a missing folder on the way to it; errno does not.
-DWORD error_on(const std::filesystem::path& path, int number) {
+DWORD error_on(const platform::place_t& place, int number) {
     std::error_code ignored;
-    if (number == ENOENT && !std::filesystem::is_directory(path.parent_path(), ignored)) {
+    if (number == ENOENT && !place.folder &&
+        !std::filesystem::is_directory(std::filesystem::path(place.path).parent_path(), ignored)) {
         return ERROR_PATH_NOT_FOUND;
     }
     return platform::error_of_errno(number);
@@ -67,31 +68,32 @@ FILE* open_to_read(const std::filesystem::path& path, bool update) {
     return stream;
 }
 
-FILE* open_file(const std::filesystem::path& path, const open_mode_t& mode) {
+FILE* open_file(platform::place_t& place, const open_mode_t& mode) {
     switch (mode.access) {
         case u'r':
-            return open_to_read(path, mode.update);
+            return open_to_read(place.path, mode.update);
         case u'w':
-            return platform::open_whole_file(path, mode.update);
+            return platform::open_whole_file(place, mode.update);
         default:
-            return platform::open_appended_file(path, mode.update);
+            return platform::open_appended_file(place.path, mode.update);
     }
 }
 
 /// The path in the driver's words, for one that has no place on the host.
-std::filesystem::path as_told(LPCWSTR path) {
+std::string as_told(LPCWSTR path) {
     return path == nullptr ? std::string() : base::to_utf8(path);
 }
 
 /// On the disk, for what is stored in it lasts only if it does; false with errno.
-bool make_folder(const std::filesystem::path& folder) {
-    const base::descriptor_t above = platform::open_folder(folder.parent_path());
-    if (!above || mkdir(folder.c_str(), 0777) != 0) {
+bool make_folder(platform::place_t& place) {
+    const base::descriptor_t above = platform::take_folder(place);
+    const char* const name = place.path.c_str() + place.name_at;
+    if (!above || mkdirat(above.get(), name, 0777) != 0) {
         return false;
     }
     if (!platform::sync_folder(above)) {
         const int reason = errno;
-        rmdir(folder.c_str());
+        unlinkat(above.get(), name, AT_REMOVEDIR);
         errno = reason;
         return false;
     }
@@ -110,14 +112,14 @@ BOOL CreateDirectoryW(LPCWSTR path, void* /*security*/) {
         platform::note_failure(as_told(path), EACCES);
         return failed(*error, FALSE);
     }
-    std::filesystem::path folder = as_told(path);
-    if (const DWORD error = resolve(path, folder); error != ERROR_SUCCESS) {
-        platform::note_failure(folder, errno_of_refusal(error));
+    platform::place_t folder;
+    if (const DWORD error = find(path, O_RDONLY, folder); error != ERROR_SUCCESS) {
+        platform::note_failure(as_told(path), errno_of_refusal(error));
         return failed(error, FALSE);
     }
     if (!make_folder(folder)) {
         const int reason = errno;
-        platform::note_failure(folder, reason);
+        platform::note_failure(folder.path, reason);
         return failed(error_on(folder, reason), FALSE);
     }
     return TRUE;
@@ -127,11 +129,11 @@ BOOL DeleteFileW(LPCWSTR path) {
     if (const auto error = platform::injected_failure(__func__)) {
         return failed(*error, FALSE);
     }
-    std::filesystem::path file;
-    if (const DWORD error = resolve(path, file); error != ERROR_SUCCESS) {
+    platform::place_t file;
+    if (const DWORD error = find(path, O_PATH, file); error != ERROR_SUCCESS) {
         return failed(error, FALSE);
     }
-    if (unlink(file.c_str()) != 0) {
+    if (unlinkat(file.at(), file.name(), 0) != 0) {
         return failed(error_on(file, errno), FALSE);
     }
     return TRUE;
@@ -141,25 +143,25 @@ DWORD GetFileAttributesW(LPCWSTR path) {
     if (const auto error = platform::injected_failure(__func__)) {
         return failed(*error, INVALID_FILE_ATTRIBUTES);
     }
-    std::filesystem::path entry;
-    if (const DWORD error = resolve(path, entry); error != ERROR_SUCCESS) {
+    platform::place_t entry;
+    if (const DWORD error = find(path, O_PATH, entry); error != ERROR_SUCCESS) {
         return failed(error, INVALID_FILE_ATTRIBUTES);
     }
-    struct stat status {};
-    if (stat(entry.c_str(), &status) != 0) {
-        return failed(error_on(entry, errno), INVALID_FILE_ATTRIBUTES);
+    if (entry.error != 0) {
+        return failed(error_on(entry, entry.error), INVALID_FILE_ATTRIBUTES);
     }
-    return S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+    return S_ISDIR(entry.status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
 }
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 FILE* _wfopen(LPCWSTR path, LPCWSTR mode) {
     const auto injected = platform::injected_failure(__func__);
     const auto how = open_mode(mode);
-    std::filesystem::path file = as_told(path);
-    DWORD error = injected ? *injected : how ? resolve(path, file) : ERROR_INVALID_PARAMETER;
+    platform::place_t file;
+    DWORD error = injected ? *injected : how ? find(path, O_RDONLY, file) : ERROR_INVALID_PARAMETER;
     int reason = injected ? EACCES : errno_of_refusal(error);
-    if (error == ERROR_SUCCESS) {
+    const bool found = error == ERROR_SUCCESS;
+    if (found) {
         if (FILE* const stream = open_file(file, *how)) {
             return stream;
         }
@@ -167,7 +169,7 @@ FILE* _wfopen(LPCWSTR path, LPCWSTR mode) {
         error = error_on(file, reason);
     }
     if (how && how->is_whole()) {
-        platform::note_failure(std::move(file), reason);
+        platform::note_failure(found ? file.path : as_told(path), reason);
     }
     errno = reason;
     return failed(error, static_cast<FILE*>(nullptr));

@@ -94,8 +94,7 @@ bool advance(find_t& find, WIN32_FIND_DATAW& entry) {
     const std::lock_guard lock(find.mutex);
     while (const dirent* found = readdir(find.directory.get())) {
         const std::u16string name = base::to_utf16(found->d_name);
-        const bool spelled = platform::is_file_name(name) && base::to_utf8(name) == found->d_name;
-        if (spelled && matches(find.pattern, name) && describe(find, name, entry)) {
+        if (platform::file_name(name) == found->d_name && matches(find.pattern, name) && describe(find, name, entry)) {
             return true;
         }
     }
@@ -107,7 +106,7 @@ bool is_pattern(std::u16string_view pattern) {
     std::u16string name(pattern);
     std::replace_if(
         name.begin(), name.end(), [](char16_t u) { return u == u'*' || u == u'?'; }, u'x');
-    return platform::is_file_name(name);
+    return !platform::file_name(name).empty();
 }
 
 /// Prepares an enumeration of "\folder\pattern".
@@ -126,9 +125,11 @@ DWORD start(std::u16string_view path, find_t& find) {
         find.pattern = u"*";  // on the platform names without a dot match it too
     }
     const std::u16string_view folder = in_root ? std::u16string_view(u"\\") : path.substr(0, separator);
-    if (const DWORD error = platform::resolve_path(folder, find.folder); error != ERROR_SUCCESS) {
+    platform::place_t place;
+    if (const DWORD error = platform::find_place(folder, O_PATH, place); error != ERROR_SUCCESS) {
         return error;
     }
+    find.folder = place.path;
     find.directory.reset(opendir(find.folder.c_str()));
     if (find.directory == nullptr) {
         return errno == ENOENT ? ERROR_PATH_NOT_FOUND : platform::error_of_errno(errno);

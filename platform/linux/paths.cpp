@@ -1,9 +1,14 @@
 #include "platform/linux/paths.h"
 
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <climits>
-#include <string>
 #include <system_error>
+#include <utility>
 
 #include "base/text.h"
 #include "platform/linux/home.h"
@@ -13,8 +18,74 @@ namespace platform {
 namespace {
 
 bool is_forbidden(char16_t unit) {
-    const bool is_control = unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
-    return is_control || std::u16string_view(u"\\/<>:\"|?*").find(unit) != std::u16string_view::npos;
+    switch (unit) {
+        case u'\\':
+        case u'/':
+        case u'<':
+        case u'>':
+        case u':':
+        case u'"':
+        case u'|':
+        case u'?':
+        case u'*':
+            return true;
+        default:
+            return unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
+    }
+}
+
+/// Opens a folder whose path has no symbolic link: openat(2) would follow one. None with errno, also where the host
+/// does not know the call (before Linux 5.6).
+base::descriptor_t open_without_links(const char* folder, int flags) {
+    open_how how{};
+    how.flags = static_cast<uint64_t>(flags | O_DIRECTORY | O_CLOEXEC);
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    return base::descriptor_t(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, folder, &how, sizeof how)));
+}
+
+void look(place_t& place) {
+    place.error = fstatat(place.at(), place.name(), &place.status, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+}
+
+/// Most paths have no link, and a folder that is there: then one call finds that out. False for all others.
+bool find_straight(const std::string& root, std::u16string_view path, int flags, place_t& place) {
+    place.path = root;
+    for (const std::u16string_view component : path_components(path)) {
+        const std::string name = file_name(component);
+        if (name.empty()) {
+            return false;
+        }
+        place.path += '/';
+        place.name_at = place.path.size();
+        place.path += name;
+    }
+    if (place.name_at == 0) {
+        return false;
+    }
+    place.path[place.name_at - 1] = '\0';
+    place.folder = open_without_links(place.path.c_str(), flags);
+    place.path[place.name_at - 1] = '/';
+    if (!place.folder) {
+        return false;
+    }
+    look(place);
+    return place.error != 0 || !S_ISLNK(place.status.st_mode);
+}
+
+/// Goes from one component to the next, and follows what links there are.
+DWORD follow_path(const std::filesystem::path& root, std::u16string_view path, std::filesystem::path& at) {
+    at = root;
+    for (const std::u16string_view component : path_components(path)) {
+        const std::string name = file_name(component);
+        if (name.empty()) {
+            return ERROR_INVALID_NAME;
+        }
+        at /= name;
+        if (!follow_link(root, at)) {
+            return ERROR_PATH_NOT_FOUND;
+        }
+    }
+    return ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -31,10 +102,13 @@ std::vector<std::u16string_view> path_components(std::u16string_view path) {
     return components;
 }
 
-bool is_file_name(std::u16string_view component) {
-    return !component.empty() && component != u"." && component != u".." &&
-           std::none_of(component.begin(), component.end(), is_forbidden) &&
-           base::to_utf8(component).size() <= NAME_MAX && !is_temporary_name(component);
+std::string file_name(std::u16string_view component) {
+    if (component == u"." || component == u".." || std::any_of(component.begin(), component.end(), is_forbidden) ||
+        is_temporary_name(component)) {
+        return {};
+    }
+    std::string name = base::to_utf8(component);
+    return name.size() <= NAME_MAX ? name : std::string();
 }
 
 bool follow_link(const std::filesystem::path& root, std::filesystem::path& entry) {
@@ -50,7 +124,7 @@ bool follow_link(const std::filesystem::path& root, std::filesystem::path& entry
     return true;
 }
 
-DWORD resolve_path(std::u16string_view path, std::filesystem::path& result) {
+DWORD find_place(std::u16string_view path, int flags, place_t& place) {
     const std::filesystem::path& root = home();
     if (root.empty() || path.empty()) {
         return ERROR_PATH_NOT_FOUND;
@@ -58,26 +132,22 @@ DWORD resolve_path(std::u16string_view path, std::filesystem::path& result) {
     if (path.size() >= static_cast<size_t>(MAX_PATH)) {
         return ERROR_INVALID_NAME;
     }
-    std::filesystem::path at = root;
-    for (const std::u16string_view component : path_components(path)) {
-        if (!is_file_name(component)) {
-            return ERROR_INVALID_NAME;
-        }
-        at /= base::to_utf8(component);
-        if (!follow_link(root, at)) {
-            return ERROR_PATH_NOT_FOUND;
-        }
+    if (find_straight(root.native(), path, flags, place)) {
+        return ERROR_SUCCESS;
     }
-    result = std::move(at);
-    return ERROR_SUCCESS;
+    std::filesystem::path at;
+    const DWORD error = follow_path(root, path, at);
+    if (error == ERROR_SUCCESS) {
+        place.folder.close();
+        place.path = at.native();
+        look(place);
+    }
+    return error;
 }
 
 std::filesystem::path host_path(LPCWSTR path) {
-    std::filesystem::path result;
-    if (path == nullptr || resolve_path(path, result) != ERROR_SUCCESS) {
-        return {};
-    }
-    return result;
+    place_t place;
+    return path == nullptr || find_place(path, O_PATH, place) != ERROR_SUCCESS ? std::string() : place.path;
 }
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/linux/injection.h"
 
@@ -13,8 +14,15 @@ bool sync_file(int descriptor) noexcept {
     return !fails("fsync") && fsync(descriptor) == 0;
 }
 
-base::descriptor_t open_folder(const std::filesystem::path& folder) noexcept {
-    return base::descriptor_t(fails("open") ? -1 : open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+base::descriptor_t take_folder(place_t& place) {
+    if (fails("open")) {
+        return {};
+    }
+    if (place.folder) {
+        return std::move(place.folder);
+    }
+    place.name_at = place.path.rfind('/') + 1;
+    return base::descriptor_t(open(place.path.substr(0, place.name_at).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 bool sync_folder(const base::descriptor_t& folder) noexcept {

@@ -26,19 +26,24 @@ namespace {
 
 constexpr std::string_view temporary_prefix = ".zpd-unfinished-";
 
-std::filesystem::path new_temporary(const std::filesystem::path& folder) {
+using temporary_name_t = std::array<char, 48>;  // ended by a zero; empty for none
+
+temporary_name_t new_temporary() noexcept {
     static std::atomic<unsigned> count{0};
-    return folder / (std::string(temporary_prefix) + std::to_string(getpid()) + "-" + std::to_string(++count));
+    temporary_name_t name{};
+    static_cast<void>(std::snprintf(name.data(), name.size(), "%s%d-%u", temporary_prefix.data(), getpid(), ++count));
+    return name;
 }
 
 class whole_file_t final : public stream_file_t {
   public:
-    explicit whole_file_t(const std::filesystem::path& path)
-        : path_(path), folder_(path.parent_path()), temporary_(new_temporary(folder_)) {}
+    /// The file's path, and where its name begins in it, in that folder.
+    whole_file_t(base::descriptor_t folder, std::string path, size_t name_at)
+        : folder_(std::move(folder)), path_(std::move(path)), name_at_(name_at) {}
 
     ~whole_file_t() override {
-        if (is_temporary_) {
-            unlink(temporary_.c_str());
+        if (is_temporary()) {
+            unlinkat(folder_.get(), temporary_.data(), 0);
         }
     }
 
@@ -49,16 +54,18 @@ class whole_file_t final : public stream_file_t {
 
   private:
     bool open_nameless(int flags);
-    bool link_as(const std::filesystem::path& name) const noexcept;
+    bool link_as(const char* name) const noexcept;
     bool appear() noexcept;
-    bool rename_temporary(const base::descriptor_t& folder) noexcept;
+    bool rename_temporary() noexcept;
     bool take_back() const noexcept;
+    const char* name() const { return path_.c_str() + name_at_; }
+    bool is_temporary() const { return temporary_[0] != '\0'; }
 
-    std::filesystem::path path_;
-    const std::filesystem::path folder_;
-    const std::filesystem::path temporary_;
-    bool is_temporary_ = false;  // whether the file has that name
-    int error_ = 0;              // errno of what failed first
+    const base::descriptor_t folder_;
+    std::string path_;
+    const size_t name_at_;
+    temporary_name_t temporary_{};  // the name that the file has meanwhile
+    int error_ = 0;                 // errno of what failed first
 };
 
 bool whole_file_t::open(int access_mode) {
@@ -69,18 +76,23 @@ bool whole_file_t::open(int access_mode) {
     if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {  // open(2): the file system has no O_TMPFILE
         return false;
     }
-    file_ = base::descriptor_t(fails("open") ? -1 : ::open(temporary_.c_str(), flags | O_CREAT | O_EXCL, 0666));
-    is_temporary_ = static_cast<bool>(file_);
-    return is_temporary_;
+    const temporary_name_t temporary = new_temporary();
+    file_ = base::descriptor_t(fails("open") ? -1
+                                             : openat(folder_.get(), temporary.data(), flags | O_CREAT | O_EXCL, 0666));
+    if (file_) {
+        temporary_ = temporary;
+    }
+    return static_cast<bool>(file_);
 }
 
 /// Without /proc such a file could not get its name.
 bool whole_file_t::open_nameless(int flags) {
-    file_ = base::descriptor_t(fails("O_TMPFILE") ? -1 : ::open(folder_.c_str(), flags | O_TMPFILE, 0666));
-    if (file_ && access("/proc/self/fd", X_OK) != 0) {
-        file_.close();
+    static const bool has_proc = access("/proc/self/fd", X_OK) == 0;
+    if (!has_proc) {
         errno = EOPNOTSUPP;
+        return false;
     }
+    file_ = base::descriptor_t(fails("O_TMPFILE") ? -1 : openat(folder_.get(), ".", flags | O_TMPFILE, 0666));
     return static_cast<bool>(file_);
 }
 
@@ -106,53 +118,60 @@ bool whole_file_t::close() noexcept {
 }
 
 bool whole_file_t::appear() noexcept {
-    const base::descriptor_t folder = open_folder(folder_);
-    if (!folder || !sync_file(descriptor())) {
+    if (!sync_file(descriptor())) {
         return false;
     }
     note_appearing(path_);
-    if (is_temporary_) {
-        return rename_temporary(folder);
+    if (is_temporary()) {
+        return rename_temporary();
     }
-    if (link_as(path_)) {
-        return sync_folder(folder) || take_back();
+    if (link_as(name())) {
+        return sync_folder(folder_) || take_back();
     }
-    is_temporary_ = errno == EEXIST && link_as(temporary_);
-    return is_temporary_ && rename_temporary(folder);
-}
-
-bool whole_file_t::link_as(const std::filesystem::path& name) const noexcept {
-    std::array<char, 32> self{};
-    static_cast<void>(std::snprintf(self.data(), self.size(), "/proc/self/fd/%d", descriptor()));
-    return !fails("linkat") && linkat(AT_FDCWD, self.data(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
-}
-
-bool whole_file_t::rename_temporary(const base::descriptor_t& folder) noexcept {
-    struct stat status {};
-    const bool replaces = lstat(path_.c_str(), &status) == 0;
-    if (fails("rename") || rename(temporary_.c_str(), path_.c_str()) != 0) {
+    if (errno != EEXIST) {
         return false;
     }
-    is_temporary_ = false;
-    return sync_folder(folder) || (!replaces && take_back());
+    const temporary_name_t temporary = new_temporary();
+    if (!link_as(temporary.data())) {
+        return false;
+    }
+    temporary_ = temporary;
+    return rename_temporary();
+}
+
+bool whole_file_t::link_as(const char* name) const noexcept {
+    std::array<char, 32> self{};
+    static_cast<void>(std::snprintf(self.data(), self.size(), "/proc/self/fd/%d", descriptor()));
+    return !fails("linkat") && linkat(AT_FDCWD, self.data(), folder_.get(), name, AT_SYMLINK_FOLLOW) == 0;
+}
+
+bool whole_file_t::rename_temporary() noexcept {
+    struct stat status {};
+    const bool replaces = fstatat(folder_.get(), name(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (fails("rename") || renameat(folder_.get(), temporary_.data(), folder_.get(), name()) != 0) {
+        return false;
+    }
+    temporary_ = {};
+    return sync_folder(folder_) || (!replaces && take_back());
 }
 
 /// False, with the errno of what made it necessary.
 bool whole_file_t::take_back() const noexcept {
     const int reason = errno;
-    unlink(path_.c_str());
+    unlinkat(folder_.get(), name(), 0);
     errno = reason;
     return false;
 }
 
 /// Removes what an earlier process left, before this one first has a temporary name in the folder.
-void clear_once(const std::filesystem::path& folder) {
+void clear_once(std::string_view folder) {
     static auto& mutex = *new std::mutex;  // threads that outlive main may still write
-    static auto& cleared = *new std::set<std::filesystem::path>;
+    static auto& cleared = *new std::set<std::string, std::less<>>;
     const std::lock_guard lock(mutex);
-    if (!cleared.insert(folder).second) {
+    if (cleared.contains(folder)) {
         return;
     }
+    cleared.emplace(folder);
     std::error_code ignored;
     for (std::filesystem::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
         if (entry->path().filename().native().starts_with(temporary_prefix)) {
@@ -162,26 +181,30 @@ void clear_once(const std::filesystem::path& folder) {
 }
 
 /// Whether the name is free, or a regular file's that may be written; else errno tells what is in the way.
-bool may_take(const std::filesystem::path& path) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) {
+bool may_take(const place_t& place) {
+    if (place.error != 0) {
+        errno = place.error;
         return errno == ENOENT;
     }
-    if (!S_ISREG(status.st_mode)) {
-        errno = S_ISDIR(status.st_mode) ? EISDIR : EACCES;
+    if (!S_ISREG(place.status.st_mode)) {
+        errno = S_ISDIR(place.status.st_mode) ? EISDIR : EACCES;
         return false;
     }
-    return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+    return faccessat(place.at(), place.name(), W_OK, AT_EACCESS) == 0;
 }
 
 }  // namespace
 
-FILE* open_whole_file(const std::filesystem::path& path, bool update) {
-    if (!may_take(path)) {
+FILE* open_whole_file(place_t& place, bool update) {
+    if (!may_take(place)) {
         return nullptr;
     }
-    auto file = std::make_unique<whole_file_t>(path);
-    clear_once(path.parent_path());
+    base::descriptor_t folder = take_folder(place);
+    if (!folder) {
+        return nullptr;
+    }
+    clear_once(std::string_view(place.path).substr(0, place.name_at));
+    auto file = std::make_unique<whole_file_t>(std::move(folder), place.path, place.name_at);
     return file->open(update ? O_RDWR : O_WRONLY) ? open_stream(std::move(file), update ? "w+" : "w") : nullptr;
 }
 
