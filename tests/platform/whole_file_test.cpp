@@ -9,8 +9,14 @@
 
 using testing::IsEmpty;
 
-/// On a file system with nameless files, and on one without.
-class whole_file_test_t : public home_test_t, public testing::WithParamInterface<bool> {
+/// Where a host refuses none of the ways to write a file whole, or this one.
+struct refusal_t {
+    const char* call;
+    DWORD error;
+};
+constexpr refusal_t refusals[] = {{"", 0}, {"O_TMPFILE", EOPNOTSUPP}, {"AT_EMPTY_PATH", ENOENT}};
+
+class whole_file_test_t : public home_test_t, public testing::WithParamInterface<refusal_t> {
   protected:
     void SetUp() override {
         home_test_t::SetUp();
@@ -20,7 +26,7 @@ class whole_file_test_t : public home_test_t, public testing::WithParamInterface
     }
     static void no_failures() {
         platform::testing::no_failures();
-        platform::testing::fail_calls("O_TMPFILE", EOPNOTSUPP, GetParam() ? 0 : -1);
+        platform::testing::fail_calls(GetParam().call, GetParam().error, -1);
     }
     /// What the driver finds in "d".
     static std::vector<std::u16string> found() {
@@ -43,7 +49,7 @@ class whole_file_test_t : public home_test_t, public testing::WithParamInterface
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(, whole_file_test_t, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(, whole_file_test_t, testing::ValuesIn(refusals));
 
 TEST_P(whole_file_test_t, appears_at_the_close_and_replaces_what_was_there) {
     const size_t descriptors = entries("/proc/self/fd");
