@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <cwctype>
@@ -68,12 +69,18 @@ lead_t lead_of(uint8_t octet) {
     return {0, 0, 0};
 }
 
+/// How much of a text, in either form, is ASCII up to the first character that is not: most texts are all of it.
+template <typename unit_t>
+ptrdiff_t ascii_length(std::basic_string_view<unit_t> text) {
+    const auto is_other = [](unit_t unit) { return (unit & ~unit_t{0x7F}) != 0; };
+    return std::find_if(text.begin(), text.end(), is_other) - text.begin();
+}
+
 }  // namespace
 
 std::string to_utf8(std::u16string_view text) {
-    std::string result;
-    result.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
+    std::string result(text.begin(), text.begin() + ascii_length(text));
+    for (size_t i = result.size(); i < text.size(); ++i) {
         char32_t point = text[i];
         if (is_high_surrogate(point) && i + 1 < text.size() && is_low_surrogate(text[i + 1])) {
             point = 0x10000 + ((point & 0x3FF) << 10 | (text[++i] & 0x3FF));
@@ -86,8 +93,8 @@ std::string to_utf8(std::u16string_view text) {
 }
 
 std::u16string to_utf16(std::string_view text) {
-    std::u16string result;
-    result.reserve(text.size());
+    std::u16string result(text.begin(), text.begin() + ascii_length(text));
+    text.remove_prefix(result.size());
     while (!text.empty()) {
         const code_point_t first = first_code_point(text);
         append_utf16(result, first.value);
@@ -116,6 +123,7 @@ code_point_t first_code_point(std::string_view text) {
 }
 
 bool is_utf8(std::string_view text) {
+    text.remove_prefix(static_cast<size_t>(ascii_length(text)));
     while (!text.empty()) {
         const code_point_t first = first_code_point(text);
         if (!first.well_formed) {

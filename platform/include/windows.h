@@ -176,14 +176,9 @@ constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 constexpr int MAX_PATH = 260;
+/// Without the times and the size: nobody asks for them, and to know them takes a look at each entry of a folder.
 struct WIN32_FIND_DATAW {
     DWORD dwFileAttributes;
-    FILETIME ftCreationTime;
-    FILETIME ftLastAccessTime;
-    FILETIME ftLastWriteTime;
-    DWORD nFileSizeHigh;
-    DWORD nFileSizeLow;
-    DWORD dwOID;
     WCHAR cFileName[MAX_PATH];
 };
 /// ERROR_ALREADY_EXISTS when there is one, ERROR_PATH_NOT_FOUND when its parent is missing.

@@ -11,7 +11,6 @@
 #include <string_view>
 
 #include "base/text.h"
-#include "platform/linux/file_time.h"
 #include "platform/linux/handles.h"
 #include "platform/linux/home.h"
 #include "platform/linux/injection.h"
@@ -70,23 +69,18 @@ bool matches(std::u16string_view pattern, std::u16string_view name) {
                        [](char16_t u) { return u == u'*'; });
 }
 
-/// False for what the platform would not see: a link that leaves the home, an entry that has just gone.
-bool describe(const find_t& find, const std::u16string& name, WIN32_FIND_DATAW& entry) {
-    std::filesystem::path path = find.folder / base::to_utf8(name);
+/// 0 for what the platform would not see: a link that leaves the home, an entry that has just gone. Of most entries
+/// the folder itself tells what they are.
+DWORD attributes(const find_t& find, const dirent& found) {
+    if (found.d_type == DT_REG) {
+        return FILE_ATTRIBUTE_NORMAL;
+    }
+    std::filesystem::path path = find.folder / found.d_name;
     struct stat status {};
     if (!platform::follow_link(find.root, path) || stat(path.c_str(), &status) != 0) {
-        return false;
+        return 0;
     }
-    const bool is_folder = S_ISDIR(status.st_mode);
-    const uint64_t size = is_folder ? 0 : static_cast<uint64_t>(status.st_size);
-    entry = {};  // the time of creation is 0: not every host keeps one
-    entry.dwFileAttributes = is_folder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
-    entry.ftLastAccessTime = platform::to_file_time(status.st_atim);
-    entry.ftLastWriteTime = platform::to_file_time(status.st_mtim);
-    entry.nFileSizeHigh = static_cast<DWORD>(size >> 32);
-    entry.nFileSizeLow = static_cast<DWORD>(size);
-    std::copy(name.begin(), name.end(), std::begin(entry.cFileName));
-    return true;
+    return S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
 }
 
 /// Goes on to the next entry that matches; false at the end. A name that no platform path can spell is passed over.
@@ -94,7 +88,12 @@ bool advance(find_t& find, WIN32_FIND_DATAW& entry) {
     const std::lock_guard lock(find.mutex);
     while (const dirent* found = readdir(find.directory.get())) {
         const std::u16string name = base::to_utf16(found->d_name);
-        if (platform::file_name(name) == found->d_name && matches(find.pattern, name) && describe(find, name, entry)) {
+        if (!base::is_utf8(found->d_name) || !platform::is_file_name(name) || !matches(find.pattern, name)) {
+            continue;
+        }
+        entry.dwFileAttributes = attributes(find, *found);
+        if (entry.dwFileAttributes != 0) {
+            *std::copy(name.begin(), name.end(), std::begin(entry.cFileName)) = u'\0';
             return true;
         }
     }
@@ -106,7 +105,7 @@ bool is_pattern(std::u16string_view pattern) {
     std::u16string name(pattern);
     std::replace_if(
         name.begin(), name.end(), [](char16_t u) { return u == u'*' || u == u'?'; }, u'x');
-    return !platform::file_name(name).empty();
+    return platform::is_file_name(name);
 }
 
 /// Prepares an enumeration of "\folder\pattern".

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <system_error>
@@ -17,21 +18,19 @@
 namespace platform {
 namespace {
 
-bool is_forbidden(char16_t unit) {
-    switch (unit) {
-        case u'\\':
-        case u'/':
-        case u'<':
-        case u'>':
-        case u':':
-        case u'"':
-        case u'|':
-        case u'?':
-        case u'*':
-            return true;
-        default:
-            return unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
+// Of each character up to the last one that no name has: a folder's names are all looked at.
+constexpr std::array<bool, 0xA0> forbidden = [] {
+    std::array<bool, 0xA0> result{};
+    for (size_t at = 0; at < result.size(); ++at) {
+        const auto unit = static_cast<char16_t>(at);
+        const bool is_control = unit < 0x20 || unit >= 0x7F;
+        result[at] = is_control || std::u16string_view(u"\\/<>:\"|?*").find(unit) != std::u16string_view::npos;
     }
+    return result;
+}();
+
+bool is_forbidden(char16_t unit) {
+    return unit < forbidden.size() && forbidden[unit];
 }
 
 /// Opens a folder whose path has no symbolic link: openat(2) would follow one. None with errno, also where the host
@@ -51,13 +50,12 @@ void look(place_t& place) {
 bool find_straight(const std::string& root, std::u16string_view path, int flags, place_t& place) {
     place.path = root;
     for (const std::u16string_view component : path_components(path)) {
-        const std::string name = file_name(component);
-        if (name.empty()) {
+        if (!is_file_name(component)) {
             return false;
         }
         place.path += '/';
         place.name_at = place.path.size();
-        place.path += name;
+        place.path += base::to_utf8(component);
     }
     if (place.name_at == 0) {
         return false;
@@ -76,11 +74,10 @@ bool find_straight(const std::string& root, std::u16string_view path, int flags,
 DWORD follow_path(const std::filesystem::path& root, std::u16string_view path, std::filesystem::path& at) {
     at = root;
     for (const std::u16string_view component : path_components(path)) {
-        const std::string name = file_name(component);
-        if (name.empty()) {
+        if (!is_file_name(component)) {
             return ERROR_INVALID_NAME;
         }
-        at /= name;
+        at /= base::to_utf8(component);
         if (!follow_link(root, at)) {
             return ERROR_PATH_NOT_FOUND;
         }
@@ -92,6 +89,7 @@ DWORD follow_path(const std::filesystem::path& root, std::u16string_view path, s
 
 std::vector<std::u16string_view> path_components(std::u16string_view path) {
     std::vector<std::u16string_view> components;
+    components.reserve(8);
     while (!path.empty()) {
         const size_t length = std::min(path.find(u'\\'), path.size());
         if (length != 0) {
@@ -102,13 +100,12 @@ std::vector<std::u16string_view> path_components(std::u16string_view path) {
     return components;
 }
 
-std::string file_name(std::u16string_view component) {
-    if (component == u"." || component == u".." || std::any_of(component.begin(), component.end(), is_forbidden) ||
-        is_temporary_name(component)) {
-        return {};
-    }
-    std::string name = base::to_utf8(component);
-    return name.size() <= NAME_MAX ? name : std::string();
+bool is_file_name(std::u16string_view component) {
+    constexpr size_t most_octets = 3;  // of a unit, in UTF-8
+    return !component.empty() && component != u"." && component != u".." &&
+           std::none_of(component.begin(), component.end(), is_forbidden) &&
+           (component.size() * most_octets <= NAME_MAX || base::to_utf8(component).size() <= NAME_MAX) &&
+           !is_temporary_name(component);
 }
 
 bool follow_link(const std::filesystem::path& root, std::filesystem::path& entry) {

@@ -17,8 +17,8 @@ namespace platform {
 /// What lies between the backslashes; empty components are left out.
 std::vector<std::u16string_view> path_components(std::u16string_view path);
 
-/// The host's name, in UTF-8, of an entry that has this one on the platform; empty when none can have it.
-std::string file_name(std::u16string_view component);
+/// True for a name that an entry of a folder can have on the platform.
+bool is_file_name(std::u16string_view component);
 
 /// What a path leads to, as it was found.
 struct place_t {

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <optional>
 
-#include "platform/linux/file_time.h"
 #include "platform/linux/injection.h"
 #include "platform/linux/last_error.h"
 
@@ -32,18 +31,6 @@ std::optional<sys_time<milliseconds>> point_in_time(const SYSTEMTIME& time) {
 }
 
 }  // namespace
-
-namespace platform {
-
-FILETIME to_file_time(const timespec& time) {
-    const auto since_1601 = seconds{time.tv_sec} - epoch_1601.time_since_epoch();
-    if (since_1601 < seconds::zero()) {
-        return {};
-    }
-    return split(hundred_ns_t{since_1601}.count() + time.tv_nsec / 100);
-}
-
-}  // namespace platform
 
 void GetSystemTime(SYSTEMTIME* time) {
     const auto now = time_point_cast<milliseconds>(system_clock::now());
