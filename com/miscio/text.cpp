@@ -5,9 +5,10 @@ std::string narrow(wide_view_t text) {
     if (length == 0) {
         return {};
     }
-    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string result(static_cast<size_t>(needed), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), needed, nullptr, nullptr);
+    std::string result(text.size() * 3, '\0');  // a unit takes three octets at most, a pair of them four
+    const int room = static_cast<int>(result.size());
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), room, nullptr, nullptr);
+    result.resize(static_cast<size_t>(needed));
     return result;
 }
 
@@ -16,8 +17,8 @@ wide_string_t widen(std::string_view text) {
     if (length == 0) {
         return {};
     }
-    const int needed = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
-    wide_string_t result(static_cast<size_t>(needed), WCHAR{});
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), needed);
+    wide_string_t result(text.size(), WCHAR{});  // no octet gives more than a unit
+    const int needed = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), length);
+    result.resize(static_cast<size_t>(needed));
     return result;
 }

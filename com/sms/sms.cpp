@@ -107,9 +107,9 @@ std::optional<std::string> sms_message_t::stored_name() const {
     }
     std::string name;
     for (const uint8_t octet : *digest) {
-        char digits[3];
-        (void)snprintf(digits, sizeof digits, "%02x", octet);
-        name += digits;
+        constexpr char digits[] = "0123456789abcdef";
+        name += digits[octet >> 4];
+        name += digits[octet & 0xF];
     }
     return name;
 }
