@@ -1,12 +1,14 @@
 // From a card to an outgoing message: counting, cutting, and the datagrams with their headers.
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
+#include "com/zpd/daemon/datagram_coding.h"
 
 namespace {
 
 constexpr uint32_t single_header_size = 7;
 
-/// The header of datagram number `index` (from 0) of `amount`, encoded: the concatenation element first, then the port.
+}  // namespace
+
 octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use_long_ie) {
     sms_udh_t header;
     if (amount > 1) {
@@ -21,8 +23,6 @@ octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use
     header.ies.push_back(std::move(port));
     return header.str();
 }
-
-}  // namespace
 
 void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
     octet_string_t vcard;

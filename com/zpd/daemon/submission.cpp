@@ -5,6 +5,7 @@
 
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
+#include "com/zpd/daemon/datagram_coding.h"
 #include "com/zpd/daemon/ril_requests.h"
 
 namespace {
@@ -63,6 +64,31 @@ bool fill_user_data(submit_t& out, const datagram_t& datagram) {
 
 }  // namespace
 
+bool fill_gsm_message(const datagram_t& datagram, RILMESSAGE& message) {
+    memset(&message, 0, sizeof message);  // {} need not clear the longest member of the union
+    message.cbSize = sizeof message;
+    message.dwParams = gsm_params;
+    message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
+    message.dwFlags = message_flags(datagram);
+    RIL_OUT_SUBMIT& out = message.msgOutSubmit;
+    if (!fill_address(out.raDestAddress, datagram.phone, max_gsm_number,
+                      RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS)) {
+        return false;
+    }
+    out.dwProtocolID = RIL_MSGPROTOCOL_SMETOSME;
+    out.rmdDataCoding = {.cbSize = sizeof out.rmdDataCoding,
+                         .dwParams = RIL_PARAM_MDCS_TYPE | RIL_PARAM_MDCS_ALPHABET,
+                         .dwType = RIL_DCSTYPE_GENERAL,
+                         .dwFlags = 0,
+                         .dwMsgClass = 0,
+                         .dwAlphabet = RIL_DCSALPHABET_8BIT,
+                         .dwIndication = 0,
+                         .dwLanguage = 0};
+    out.dwVPFormat = RIL_MSGVP_RELATIVE;
+    GetSystemTime(&out.stVP);  // the current time, deliberately; the radio layer makes a period of validity of it
+    return fill_user_data(out, datagram);
+}
+
 bool daemon_t::request_ril(datagram_t* datagram) try {
     if (gsm_available) {
         return send_datagram_request_gsm(datagram);
@@ -83,28 +109,7 @@ bool daemon_t::send_datagram_request_gsm(datagram_t* datagram) {
         return false;
     }
     RILMESSAGE message;
-    memset(&message, 0, sizeof message);  // {} need not clear the longest member of the union
-    message.cbSize = sizeof message;
-    message.dwParams = gsm_params;
-    message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
-    message.dwFlags = message_flags(*datagram);
-    RIL_OUT_SUBMIT& out = message.msgOutSubmit;
-    if (!fill_address(out.raDestAddress, datagram->phone, max_gsm_number,
-                      RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS)) {
-        return false;
-    }
-    out.dwProtocolID = RIL_MSGPROTOCOL_SMETOSME;
-    out.rmdDataCoding = {.cbSize = sizeof out.rmdDataCoding,
-                         .dwParams = RIL_PARAM_MDCS_TYPE | RIL_PARAM_MDCS_ALPHABET,
-                         .dwType = RIL_DCSTYPE_GENERAL,
-                         .dwFlags = 0,
-                         .dwMsgClass = 0,
-                         .dwAlphabet = RIL_DCSALPHABET_8BIT,
-                         .dwIndication = 0,
-                         .dwLanguage = 0};
-    out.dwVPFormat = RIL_MSGVP_RELATIVE;
-    GetSystemTime(&out.stVP);  // the current time, deliberately; the radio layer makes a period of validity of it
-    return fill_user_data(out, *datagram) && submit(message, datagram);
+    return fill_gsm_message(*datagram, message) && submit(message, datagram);
 }
 
 bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
