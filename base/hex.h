@@ -12,6 +12,7 @@ namespace base {
 
 /// Upper-case digits, two an octet.
 std::string to_hex(std::span<const uint8_t> octets);
+void append_hex(std::string& text, std::span<const uint8_t> octets);
 /// Digits of either case; none for an odd count or any other character.
 std::optional<std::vector<uint8_t>> from_hex(std::string_view text);
 
