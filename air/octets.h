@@ -30,7 +30,14 @@ class bit_reader_t {
         }
         return static_cast<uint16_t>(value);
     }
-    uint8_t octet() { return static_cast<uint8_t>(bits(8)); }
+    uint8_t octet() {
+        if (next_ % 8 != 0 || left() < 8) {
+            return static_cast<uint8_t>(bits(8));
+        }
+        const uint8_t value = octets_[next_ / 8];
+        next_ += 8;
+        return value;
+    }
     /// A view of whole octets; fails in the middle of one.
     octets_view_t octets(size_t count) {
         if (next_ % 8 != 0 || count > left() / 8) {

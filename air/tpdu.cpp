@@ -1,6 +1,8 @@
 // SMS-SUBMIT and SMS-DELIVER, 3GPP TS 23.040 9.2.2.
 #include "air/tpdu.h"
 
+#include <utility>
+
 #include "air/tpdu_fields.h"
 
 namespace air {
@@ -21,6 +23,8 @@ constexpr uint8_t bit_header = 0x40;
 constexpr uint8_t bit_reply_path = 0x80;
 
 constexpr uint8_t bit_west = 0x08;  // of the time zone's first semi-octet: negative
+
+constexpr size_t most_octets = 12 + 11 + max_user_data;  // the address, the other fields of a delivery, its user data
 
 unsigned digit(unsigned semi_octet) {
     return semi_octet > 9 ? 0 : semi_octet;
@@ -93,11 +97,12 @@ std::optional<submit_t> decode_submit(octets_view_t octets) {
         submit.validity_period = reader.octet();
     }
     read_user_data(reader, submit.data_coding, submit.user_data_length, submit.user_data);
-    return reader.failed() || reader.left() != 0 ? std::nullopt : std::optional(submit);
+    return reader.failed() || reader.left() != 0 ? std::nullopt : std::optional(std::move(submit));
 }
 
 std::optional<octets_t> encode(const submit_t& submit) {
     octets_t out;
+    out.reserve(most_octets);
     out.push_back(static_cast<uint8_t>(type_submit | flag(submit.reject_duplicates, bit_reject_duplicates) |
                                        flag(submit.validity_period.has_value(), validity_relative) |
                                        flag(submit.status_report_request, bit_status_report) |
@@ -115,6 +120,12 @@ std::optional<octets_t> encode(const submit_t& submit) {
         return std::nullopt;
     }
     return out;
+}
+
+void set_reference(octets_t& submit, uint8_t reference, bool reject_duplicates) {
+    submit[0] =
+        static_cast<uint8_t>((submit[0] & ~bit_reject_duplicates) | flag(reject_duplicates, bit_reject_duplicates));
+    submit[1] = reference;
 }
 
 std::optional<deliver_t> decode_deliver(octets_view_t octets) {
@@ -135,11 +146,12 @@ std::optional<deliver_t> decode_deliver(octets_view_t octets) {
     deliver.service_centre_time = read_timestamp(reader);
     read_user_data(reader, deliver.data_coding, deliver.user_data_length, deliver.user_data);
     deliver.padding = reader.left() / 8;
-    return reader.failed() ? std::nullopt : std::optional(deliver);
+    return reader.failed() ? std::nullopt : std::optional(std::move(deliver));
 }
 
 std::optional<octets_t> encode(const deliver_t& deliver) {
     octets_t out;
+    out.reserve(most_octets);
     out.push_back(static_cast<uint8_t>(
         type_deliver | flag(!deliver.more_messages, bit_no_more_messages) |
         flag(deliver.loop_prevention, bit_loop_prevention) | flag(deliver.status_report_indication, bit_status_report) |

@@ -113,6 +113,8 @@ std::optional<deliver_t> decode_deliver(octets_view_t octets);
 /// None when a field does not fit its place on the wire: an address too long, user data over 140 octets, or a length
 /// that disagrees with them.
 std::optional<octets_t> encode(const submit_t& submit);
+/// Into an SMS-SUBMIT that is encoded already: each of its submissions differs in these two alone.
+void set_reference(octets_t& submit, uint8_t reference, bool reject_duplicates);
 std::optional<octets_t> encode(const deliver_t& deliver);
 
 /// A header and its user data as one TP-UD: `header` without its length octet and not empty, 8-bit data. None over 140

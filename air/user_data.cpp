@@ -83,7 +83,9 @@ std::optional<octets_t> join_user_data(octets_view_t header, octets_view_t body)
     if (header.empty() || 1 + header.size() + body.size() > max_user_data) {
         return std::nullopt;
     }
-    octets_t user_data = {static_cast<uint8_t>(header.size())};
+    octets_t user_data;
+    user_data.reserve(1 + header.size() + body.size());
+    user_data.push_back(static_cast<uint8_t>(header.size()));
     user_data.insert(user_data.end(), header.begin(), header.end());
     user_data.insert(user_data.end(), body.begin(), body.end());
     return user_data;

@@ -49,7 +49,7 @@ HRESULT RIL_GetCurrentSystemType(HRIL) {
 
 namespace {
 
-using gammu::texts_t;
+using texts_t = std::vector<std::string>;
 
 constexpr size_t parts = max_datagrams;
 constexpr size_t octets_a_part = ZPD_CARD_MAX_SHORT_REFERENCE / parts;
@@ -67,7 +67,7 @@ std::string largest_card() {
 
 // From a card to the texts that AT+CMGS sends: the service centre of the SIM, "00", and the SMS-SUBMIT.
 
-bool to_texts(const octet_string_t& card, const wide_string_t& phone, texts_t& texts) {
+bool to_texts(const octet_string_t& card, const wide_string_t& phone, const gammu::taker_t& take) {
     std::vector<uint32_t> chunks;
     if (!sms_split_chunks(card, false, false, 0, chunks)) {
         return false;
@@ -84,13 +84,12 @@ bool to_texts(const octet_string_t& card, const wide_string_t& phone, texts_t& t
             return false;
         }
         const std::optional<radio::submission_t> submission = radio::submission_of(ril_message);
-        const std::optional<air::octets_t> tpdu =
-            submission ? radio::encoded(*submission, static_cast<uint16_t>(i), false) : std::nullopt;
-        const std::optional<air::octets_t> pdu = tpdu ? air::encode_pdu({{}, *tpdu}) : std::nullopt;
-        if (!pdu) {
+        const std::optional<radio::entry_t> entry =
+            submission ? radio::entry_of(*submission, static_cast<uint16_t>(i), false) : std::nullopt;
+        if (!entry) {
             return false;
         }
-        texts.push_back(base::to_hex(*pdu));
+        take(entry->digits);
     }
     return true;
 }
@@ -104,8 +103,10 @@ std::string_view user_data_of(const std::string& text) {
 void check_texts(const std::string& card, const wide_string_t& phone) {
     texts_t ours;
     texts_t theirs;
-    require(to_texts(card, phone, ours) && gammu::to_texts(card, number, reference, theirs) ? ""
-                                                                                            : "a card is not encoded");
+    const auto keep = [](texts_t& texts) { return [&texts](std::string_view text) { texts.emplace_back(text); }; };
+    require(to_texts(card, phone, keep(ours)) && gammu::to_texts(card, number, reference, keep(theirs))
+                ? ""
+                : "a card is not encoded");
     require(ours.size() == parts && std::ranges::equal(ours, theirs, {}, user_data_of, user_data_of)
                 ? ""
                 : "libgammu's datagrams hold other octets");
@@ -116,16 +117,14 @@ void card_to_texts(benchmark::State& state) {
     const wide_string_t phone = widen(number);
     check_texts(card, phone);
     while (state.KeepRunning()) {
-        texts_t texts;
-        benchmark::DoNotOptimize(to_texts(card, phone, texts));
+        to_texts(card, phone, [](std::string_view text) { benchmark::DoNotOptimize(text); });
     }
 }
 
 void card_to_texts_by_gammu(benchmark::State& state) {
     const std::string card = largest_card();
     while (state.KeepRunning()) {
-        texts_t texts;
-        benchmark::DoNotOptimize(gammu::to_texts(card, number, reference, texts));
+        gammu::to_texts(card, number, reference, [](std::string_view text) { benchmark::DoNotOptimize(text); });
     }
 }
 

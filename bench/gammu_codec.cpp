@@ -19,7 +19,7 @@ class tpdu_t {
   public:
     explicit tpdu_t(const unsigned char* frame) : frame_(frame) {}
 
-    std::string text(size_t user_data) {
+    std::string_view text(size_t user_data) {
         const GSM_SMSMessageLayout& at = PHONE_SMSSubmit;
         append(at.firstbyte, 1);
         append(at.TPMR, 1);
@@ -28,9 +28,8 @@ class tpdu_t {
             append(place, 1);
         }
         append(at.Text, user_data);
-        char digits[2 + 2 * sizeof octets_ + 1] = "00";
-        EncodeHexBin(digits + 2, octets_, size_);
-        return {digits, 2 + 2 * size_};
+        EncodeHexBin(digits_ + 2, octets_, size_);
+        return {digits_, 2 + 2 * size_};
     }
 
   private:
@@ -42,11 +41,12 @@ class tpdu_t {
     const unsigned char* frame_;
     unsigned char octets_[200];
     size_t size_ = 0;
+    char digits_[2 + 2 * sizeof octets_ + 1] = "00";
 };
 
 }  // namespace
 
-bool to_texts(const std::string& card, const std::string& number, uint8_t reference, texts_t& texts) {
+bool to_texts(const std::string& card, const std::string& number, uint8_t reference, const taker_t& take) {
     static GSM_SMSMessage message;
     GSM_SetDefaultSMSData(&message);
     EncodeUnicode(message.Number, number.data(), number.size());
@@ -66,7 +66,7 @@ bool to_texts(const std::string& card, const std::string& number, uint8_t refere
         if (GSM_EncodeSMSFrame(GSM_GetGlobalDebug(), &message, frame, PHONE_SMSSubmit, &size, TRUE) != ERR_NONE) {
             return false;
         }
-        texts.push_back(tpdu_t(frame).text(static_cast<size_t>(size) - PHONE_SMSSubmit.Text));
+        take(tpdu_t(frame).text(static_cast<size_t>(size) - PHONE_SMSSubmit.Text));
     }
     return true;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "base/hex.h"
 #include "base/text.h"
 #include "radio/ril_message_fields.h"
 
@@ -100,13 +101,22 @@ std::optional<submission_t> submission_of(const RILMESSAGE& message) {
     }
 }
 
-std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference, bool reject_duplicates) {
-    if (auto* const submit = std::get_if<air::submit_t>(&submission.message)) {
-        submit->message_reference = static_cast<uint8_t>(reference);
-        submit->reject_duplicates = reject_duplicates;
-        return air::encode(*submit);
+std::optional<entry_t> entry_of(const submission_t& submission, uint16_t reference, bool reject_duplicates) {
+    constexpr std::string_view stored_service_centre = "00";
+    const auto* const submit = std::get_if<air::submit_t>(&submission.message);
+    std::optional<air::octets_t> message =
+        submit ? air::encode(*submit) : air::cdma::encode(std::get<air::cdma::message_t>(submission.message));
+    if (!message) {
+        return std::nullopt;
     }
-    return air::cdma::encode(std::get<air::cdma::message_t>(submission.message));
+    std::optional<entry_t> entry({message->size(), {}});
+    entry->digits.reserve(stored_service_centre.size() + 2 * message->size());
+    if (submit) {
+        air::set_reference(*message, static_cast<uint8_t>(reference), reject_duplicates);
+        entry->digits = stored_service_centre;
+    }
+    base::append_hex(entry->digits, *message);
+    return entry;
 }
 
 bool names_card_port(air::octets_view_t octets) {

@@ -40,9 +40,14 @@ struct submission_t {
 /// than 140 octets of user data, of another CDMA teleservice than that for people's messages, or a GSM one coded in the
 /// 7-bit alphabet (the message carries octets).
 std::optional<submission_t> submission_of(const RILMESSAGE& message);
-/// What goes on the air, an SMS-SUBMIT under this reference and, if so, with duplicates to be rejected. None when a
-/// field does not fit its place; submission_of gives no such message.
-std::optional<air::octets_t> encoded(submission_t submission, uint16_t reference, bool reject_duplicates);
+/// What AT+CMGS takes (3GPP TS 27.005 4.3).
+struct entry_t {
+    size_t length;       // octets of the message
+    std::string digits;  // of a GSM message, behind the service centre of the SIM
+};
+/// An SMS-SUBMIT goes out under this reference and, if so, with duplicates to be rejected. None when a field does not
+/// fit its place; submission_of gives no such message.
+std::optional<entry_t> entry_of(const submission_t& submission, uint16_t reference, bool reject_duplicates);
 
 /// Octets, or a text in the 7-bit alphabet, whose header addresses the port of contact cards.
 struct card_datagram_t {

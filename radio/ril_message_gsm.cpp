@@ -98,20 +98,21 @@ air::octets_t identity_of(air::octets_view_t octets, const air::deliver_t& deliv
 
 std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message) {
     const RIL_OUT_SUBMIT& out = message.msgOutSubmit;
-    const std::optional<air::address_t> destination = destination_of(out.raDestAddress);
+    std::optional<air::address_t> destination = destination_of(out.raDestAddress);
     const std::optional<uint8_t> data_coding = data_coding_of(message);
     std::optional<air::octets_t> user_data = user_data_of(out, has_header(message, out));
     if (!destination || !data_coding || !user_data) {
         return std::nullopt;
     }
-    air::submit_t submit;
-    submit.destination = *destination;
+    std::optional<submission_t> submission(std::in_place);
+    auto& submit = submission->message.emplace<air::submit_t>();
+    submit.destination = std::move(*destination);
     submit.data_coding = *data_coding;
     submit.validity_period = validity_seven_days;
     submit.header_indicator = has_header(message, out);
     submit.user_data_length = static_cast<uint8_t>(user_data->size());
     submit.user_data = std::move(*user_data);
-    return submission_t{std::move(submit)};
+    return submission;
 }
 
 std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets) {

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "base/clock.h"
-#include "base/hex.h"
 #include "radio/assembly.h"
 #include "radio/limits.h"
 #include "radio/warning.h"
@@ -40,11 +40,6 @@ bool is_open(const reply_t& reply) {
 // The modem, or the network, refused the message itself, and did not say why.
 bool is_unexplained(const reply_t& reply) {
     return reply.entry_sent && reply.outcome == reply_t::outcome_t::error && tells_no_reason(reply.result);
-}
-
-// Only a GSM modem takes a service centre address before the message.
-std::optional<air::octets_t> pdu_of(technology_t technology, const air::octets_t& message) {
-    return technology == technology_t::gsm ? air::encode_pdu({{}, message}) : message;
 }
 
 submission_outcome_t outcome_of(const reply_t& reply) {
@@ -151,9 +146,8 @@ void submitter_t::keep_or_close(open_submission_t& open, const reply_t& reply) {
 }
 
 reply_t submitter_t::run(const open_submission_t& open, int part, bool more_follow) {
-    const std::optional<air::octets_t> message = encoded(open.submission, open.reference, open.unknown);
-    const std::optional<air::octets_t> pdu = message ? pdu_of(open.submission.technology(), *message) : std::nullopt;
-    if (!pdu) {
+    std::optional<entry_t> entry = entry_of(open.submission, open.reference, open.unknown);
+    if (!entry) {
         return {.outcome = reply_t::outcome_t::error, .result = {final_result_t::kind_t::error, 0}};
     }
     keep_link(more_follow);
@@ -161,11 +155,11 @@ reply_t submitter_t::run(const open_submission_t& open, int part, bool more_foll
         const std::optional<uint16_t> told = line.starts_with("+CMGS:") ? message_reference(line) : std::nullopt;
         return told && open_.is_of_another(open, *told);
     };
-    const command_t command = {.line = fmt::format("AT+CMGS={}", message->size()),
+    const command_t command = {.line = fmt::format("AT+CMGS={}", entry->length),
                                .limit = limit_t::submission,
                                .shape = reply_shape_t::entry,
                                .prefixes = {"+CMGS:"},
-                               .entry = base::to_hex(*pdu),
+                               .entry = std::move(entry->digits),
                                .is_late = is_late};
     reply_t reply = exchange_as_owed(command, part);
     link_kept_until_ = base::tick64() + milliseconds(limit_t::link_kept);
