@@ -72,12 +72,12 @@ bool to_texts(const octet_string_t& card, const wide_string_t& phone, const gamm
     if (!sms_split_chunks(card, false, false, 0, chunks)) {
         return false;
     }
-    message_t message(reference);
+    message_t message(reference, phone, card);
+    datagram_header_t header(reference, chunks.size(), false);
     uint32_t offset = 0;
     for (size_t i = 0; i < chunks.size(); ++i) {
-        const auto* datagram =
-            new datagram_t(message, static_cast<uint8_t>(i), encoded_header(reference, i, chunks.size(), false),
-                           card.substr(offset, chunks[i]), phone);
+        const auto* datagram = new datagram_t(message, static_cast<uint8_t>(i), header.encoded(i),
+                                              octet_view_t(message.card).substr(offset, chunks[i]));
         offset += chunks[i];
         RILMESSAGE ril_message;
         if (!fill_gsm_message(*datagram, ril_message)) {
@@ -171,13 +171,14 @@ class driver_t {
 
 texts_t delivered(const std::string& card) {
     texts_t texts;
+    datagram_header_t headers(reference, parts, false);
     for (size_t i = 0; i < parts; ++i) {
         air::deliver_t deliver;
         deliver.originator = air::address_from_number(number).value();
         deliver.data_coding = air::data_coding_8bit;
         deliver.service_centre_time = {.year = 26, .month = 3, .day = 5, .hour = 12, .minute = 30};
         deliver.header_indicator = true;
-        const octet_string_t header = encoded_header(reference, i, parts, false);
+        const octet_string_t header = headers.encoded(i);
         const auto* body = reinterpret_cast<const uint8_t*>(card.data()) + i * octets_a_part;
         deliver.user_data =
             air::join_user_data({reinterpret_cast<const uint8_t*>(header.data()) + 1, header.size() - 1},

@@ -269,13 +269,13 @@ TEST_F(states_test, corners_of_the_machine) {
     phone.start();
     radio.question(1);
     machine_t machine(global_daemon_object);
-    message_t message(7, TEXT("1"));
-    const auto add = [&](size_t octets) {
+    message_t message(7, TEXT("1"), std::string(144, 'x'));
+    const auto add = [&](size_t offset, size_t octets) {
         return new datagram_t(message, static_cast<uint8_t>(message.datagrams.size()), "\x07" + port_header,
-                              std::string(octets, 'x'));
+                              octet_view_t(message.card).substr(offset, octets));
     };
-    datagram_t* const first = add(10);
-    datagram_t* const second = add(134);
+    datagram_t* const first = add(0, 10);
+    datagram_t* const second = add(10, 134);
     machine.enqueue_datagram(first);
     machine.enqueue_datagram(second);
     machine.state_retry->go_to(second);  // leaves QUEUED out of turn

@@ -139,12 +139,12 @@ class daemon_t {
 
     // splitting.cpp
     void send_or_count_datagrams(request_t& request, bool count_only);
-    void send(request_t& request, const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
+    void send(request_t& request, wide_string_t phone, octet_string_t vcard, bool use_long_ie,
               const std::vector<uint32_t>& chunks);
-    uint32_t enqueue_multi_part_sms(const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
+    uint32_t enqueue_multi_part_sms(wide_string_t phone, octet_string_t vcard, bool use_long_ie,
                                     const std::vector<uint32_t>& chunks);
     uint32_t take_message_id();
-    message_t* create_message(uint32_t id, const wide_string_t& phone);
+    message_t* create_message(uint32_t id, wide_string_t phone, octet_string_t vcard);
 
     // ril_session.cpp
     void start_ril();

@@ -8,10 +8,23 @@
 #include <cstdint>
 
 #include "com/miscio/octets.h"
+#include "com/sms/sms_udh.h"
 #include "com/zpd/daemon/message.h"
 
-/// The header of datagram number `index` (from 0) of `amount`, encoded: the concatenation element first, then the port.
-octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use_long_ie);
+/// The header of the datagrams of a message: the concatenation element first, when there are several, then the port.
+class datagram_header_t {
+  public:
+    datagram_header_t(uint32_t message_id, size_t datagrams, bool use_long_ie);
+    /// That of datagram number `index` (from 0), encoded.
+    octet_string_t encoded(size_t index);
+
+  private:
+    const uint32_t id;
+    const uint32_t amount;
+    sms_udh_t header;
+    sms_udh_ie_concat_t* concatenation = nullptr;  // of the header; none for a single datagram
+    sms_udh_ie_appport_t* port = nullptr;          // likewise
+};
 
 /// A GSM message. False when the number or the user data is too long.
 [[nodiscard]] bool fill_gsm_message(const datagram_t& datagram, RILMESSAGE& message);

@@ -1,4 +1,6 @@
 // From a card to an outgoing message: counting, cutting, and the datagrams with their headers.
+#include <utility>
+
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
 #include "com/zpd/daemon/datagram_coding.h"
@@ -9,18 +11,25 @@ constexpr uint32_t single_header_size = 7;
 
 }  // namespace
 
-octet_string_t encoded_header(uint32_t id, size_t index, size_t amount, bool use_long_ie) {
-    sms_udh_t header;
+datagram_header_t::datagram_header_t(uint32_t message_id, size_t datagrams, bool use_long_ie)
+    : id(message_id), amount(static_cast<uint32_t>(datagrams)) {
     if (amount > 1) {
-        std::unique_ptr<sms_udh_ie_concat_t> concatenation = sms_udh_ie_concat_t::make(use_long_ie);
-        concatenation->set_amount(static_cast<uint32_t>(amount));
+        auto element = sms_udh_ie_concat_t::make(use_long_ie);
+        concatenation = element.get();
+        header.ies.push_back(std::move(element));
+    }
+    auto element = std::make_unique<sms_udh_ie_appport16_t>();
+    port = element.get();
+    header.ies.push_back(std::move(element));
+}
+
+octet_string_t datagram_header_t::encoded(size_t index) {
+    if (concatenation != nullptr) {
+        concatenation->set_amount(amount);
         concatenation->set_ordinal(static_cast<uint32_t>(index + 1));
         concatenation->set_id(id);
-        header.ies.push_back(std::move(concatenation));
     }
-    auto port = std::make_unique<sms_udh_ie_appport16_t>();
     port->set_dst(ZPD_SERVICE_PORT);
-    header.ies.push_back(std::move(port));
     return header.str();
 }
 
@@ -48,11 +57,11 @@ void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
     if (count_only) {
         request.output.put_uint32(static_cast<uint32_t>(chunks.size()));
     } else {
-        send(request, phone, vcard, use_long_ie != 0, chunks);
+        send(request, std::move(phone), std::move(vcard), use_long_ie != 0, chunks);
     }
 }
 
-void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
+void daemon_t::send(request_t& request, wide_string_t phone, octet_string_t vcard, bool use_long_ie,
                     const std::vector<uint32_t>& chunks) {
     if (request.output.room() < 4) {
         return request.fail(ZPD_ERROR_INSUFFICIENT_BUFFER);
@@ -62,7 +71,7 @@ void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_
         request.output.put_uint32(ril_start_result);
         return;
     }
-    const uint32_t id = enqueue_multi_part_sms(phone, vcard, use_long_ie, chunks);
+    const uint32_t id = enqueue_multi_part_sms(std::move(phone), std::move(vcard), use_long_ie, chunks);
     if (id == 0) {
         // The message is sent like any other, yet its client is told of a failure: deliberate.
         request.fail(ZPD_ERROR_DEVICE_NOT_AVAILABLE);
@@ -72,18 +81,19 @@ void daemon_t::send(request_t& request, const wide_string_t& phone, const octet_
     request.output.put_uint32(id);
 }
 
-uint32_t daemon_t::enqueue_multi_part_sms(const wide_string_t& phone, const octet_string_t& vcard, bool use_long_ie,
+uint32_t daemon_t::enqueue_multi_part_sms(wide_string_t phone, octet_string_t vcard, bool use_long_ie,
                                           const std::vector<uint32_t>& chunks) {
     const uint32_t id = take_message_id();
-    message_t* const message = create_message(id, phone);
+    message_t* const message = create_message(id, std::move(phone), std::move(vcard));
     message->datagrams.reserve(chunks.size());
+    datagram_header_t header(id, chunks.size(), use_long_ie);
     uint32_t offset = 0;
     for (uint32_t i = 0; i < chunks.size(); ++i) {
         const uint32_t size = chunks[i];
-        octet_string_t header = encoded_header(id, i, chunks.size(), use_long_ie);
+        octet_string_t udh = header.encoded(i);
         QM_INFO("enqueue chunk %d[%d] of %d bytes [%d:%d]", id, i, size, offset, offset + size);
-        auto* datagram =
-            new datagram_t(*message, static_cast<uint8_t>(i), std::move(header), vcard.substr(offset, size));
+        auto* datagram = new datagram_t(*message, static_cast<uint8_t>(i), std::move(udh),
+                                        octet_view_t(message->card).substr(offset, size));
         ZPD_DUMP_STATES(*machine);
         machine->enqueue_datagram(datagram);
         ZPD_DUMP_STATES(*machine);
@@ -101,8 +111,8 @@ uint32_t daemon_t::take_message_id() {
     return id;
 }
 
-message_t* daemon_t::create_message(uint32_t id, const wide_string_t& phone) {
-    auto fresh = std::make_unique<message_t>(id, phone);
+message_t* daemon_t::create_message(uint32_t id, wide_string_t phone, octet_string_t vcard) {
+    auto fresh = std::make_unique<message_t>(id, std::move(phone), std::move(vcard));
     std::unique_ptr<message_t>& record = messages[id];
     if (record != nullptr) {
         displaced_messages.push_back(std::move(record));

@@ -71,7 +71,7 @@ bool fill_gsm_message(const datagram_t& datagram, RILMESSAGE& message) {
     message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
     message.dwFlags = message_flags(datagram);
     RIL_OUT_SUBMIT& out = message.msgOutSubmit;
-    if (!fill_address(out.raDestAddress, datagram.phone, max_gsm_number,
+    if (!fill_address(out.raDestAddress, datagram.message->phone, max_gsm_number,
                       RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS)) {
         return false;
     }
@@ -124,7 +124,7 @@ bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
     message.dwType = RIL_MSGTYPE_OUT_CDMASUBMIT;
     message.dwFlags = message_flags(*datagram);
     RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
-    if (!fill_address(out.raDestAddress, datagram->phone, max_cdma_number, RIL_PARAM_A_ADDRESS)) {
+    if (!fill_address(out.raDestAddress, datagram->message->phone, max_cdma_number, RIL_PARAM_A_ADDRESS)) {
         return false;
     }
     out.rsaDestSubaddr.cbSize = sizeof out.rsaDestSubaddr;
