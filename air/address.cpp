@@ -13,6 +13,11 @@ constexpr std::string_view semi_octet_characters = "0123456789*#abc";
 constexpr uint8_t filler = 0xF;
 constexpr uint8_t type_extension_bit = 0x80;
 
+size_t semi_octet_of(char character) {
+    const bool is_digit = character >= '0' && character <= '9';
+    return is_digit ? static_cast<size_t>(character - '0') : semi_octet_characters.find(character);
+}
+
 size_t semi_octets_of(size_t septets) {
     return (septets * 7 + 3) / 4;
 }
@@ -42,21 +47,22 @@ bool write_alphanumeric(const address_t& address, octets_t& out) {
 
 std::string read_semi_octets(bit_reader_t& reader, size_t digits) {
     const octets_view_t octets = reader.octets((digits + 1) / 2);
-    std::string text;
-    for (size_t i = 0; i < digits && i / 2 < octets.size(); ++i) {
+    std::string text(octets.empty() ? 0 : digits, '\0');
+    for (size_t i = 0; i < text.size(); ++i) {
         const unsigned value = octets[i / 2] >> (i % 2 * 4) & 0xFU;
         if (value == filler) {
+            text.resize(i);
             break;
         }
-        text += semi_octet_characters[value];
+        text[i] = semi_octet_characters[value];
     }
     return text;
 }
 
 bool write_semi_octets(std::string_view digits, octets_t& out) {
     for (size_t i = 0; i < digits.size(); i += 2) {
-        const size_t low = semi_octet_characters.find(digits[i]);
-        const size_t high = i + 1 < digits.size() ? semi_octet_characters.find(digits[i + 1]) : filler;
+        const size_t low = semi_octet_of(digits[i]);
+        const size_t high = i + 1 < digits.size() ? semi_octet_of(digits[i + 1]) : filler;
         if (low == std::string_view::npos || high == std::string_view::npos) {
             return false;
         }

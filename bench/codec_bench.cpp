@@ -192,12 +192,12 @@ texts_t delivered(const std::string& card) {
 
 bool to_table(const std::string& text) {
     const std::optional<air::octets_t> octets = base::from_hex(text);
-    const std::optional<radio::card_datagram_t> card =
-        octets ? radio::card_datagram_of(radio::technology_t::gsm, *octets) : std::nullopt;
-    if (card) {
-        notify(RIL_NOTIFY_MESSAGE, &card->message, sizeof card->message, 0);
+    RILMESSAGE message;
+    if (!octets || !radio::fill_card_message(radio::technology_t::gsm, *octets, message)) {
+        return false;
     }
-    return card.has_value();
+    notify(RIL_NOTIFY_MESSAGE, &message, sizeof message, 0);
+    return true;
 }
 
 void check_table(driver_t& driver, const std::string& card, const texts_t& texts) {

@@ -5,7 +5,6 @@
 #include <map>
 #include <utility>
 
-#include "base/text.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/fuzzed_phone.h"
 #include "fuzz/input.h"
@@ -49,11 +48,7 @@ class expected_t {
         if (!place.valid) {
             return;
         }
-        const RILMESSAGE& message = card.message;
-        const bool gsm = message.dwType == RIL_MSGTYPE_IN_DELIVER;
-        std::string sender = base::to_utf8(gsm ? message.msgInDeliver.raOrigAddress.wszAddress
-                                               : message.msgInCDMADeliver.raOrigAddress.wszAddress);
-        sender = sender.empty() ? "empty" : sender;
+        const std::string sender = card.number.empty() ? "empty" : card.number;
         const std::string key = place.message.empty() ? "" : place.message + "/" + sender;
         auto& parts = incomplete_[key];
         parts.emplace(place.part, std::string(card.body.begin(), card.body.end()));
@@ -92,7 +87,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (!input.empty()) {
         const sent_datagram_t sent = sent_datagram(input, phone.inputs());
         if (const auto card = radio::card_datagram_of(sent.technology, sent.octets)) {
-            phone.radio.deliver(card->message);
+            RILMESSAGE message;
+            must(radio::fill_card_message(sent.technology, sent.octets, message));
+            phone.radio.deliver(message);
             expected.take(*card);
         }
     }

@@ -17,9 +17,10 @@ namespace {
 constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
 
 void notify(const session_t& session, const journal_t::message_t& message) {
+    RILMESSAGE ril_message;
     for (const auto& [id, technology, octets] : message.datagrams) {
-        if (const std::optional<card_datagram_t> card = card_datagram_of(technology, octets)) {
-            session.notify(RIL_NOTIFY_MESSAGE, &card->message, sizeof card->message, session.parameter);
+        if (fill_card_message(technology, octets, ril_message)) {
+            session.notify(RIL_NOTIFY_MESSAGE, &ril_message, sizeof ril_message, session.parameter);
         } else {
             warn(fmt::format("datagram {} of the journal is none; its message is not handed over", id));
         }

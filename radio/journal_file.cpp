@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/text.h"
-
 namespace radio::journal_file {
 
 namespace {
@@ -72,13 +70,6 @@ bool bring_up_to_date(sqlite3* connection) {
            run_all(connection, "DROP TABLE old_datagrams; DROP TABLE finished");
 }
 
-// The sender as the driver sees him, and a person reads him.
-std::string sender_of(const RILMESSAGE& message) {
-    const RILADDRESS& address = message.dwType == RIL_MSGTYPE_IN_DELIVER ? message.msgInDeliver.raOrigAddress
-                                                                         : message.msgInCDMADeliver.raOrigAddress;
-    return base::to_utf8(address.wszAddress);
-}
-
 }  // namespace
 
 const char* const insertion =
@@ -89,7 +80,7 @@ row_t row_of(const arrival_t& arrival, int64_t id, int64_t came, int64_t ran) {
     row.id = id;
     row.came = came;
     row.ran = ran;
-    row.sender = sender_of(arrival.card.message);
+    row.sender = arrival.card.number;
     row.place = assembly::place_of(arrival.card.header);
     row.stamp = arrival.card.stamp.value_or(ran);  // without one the order of arrival is all there is
     if (row.place && row.place->parts > 1) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 
 #include "base/hex.h"
 #include "base/text.h"
@@ -30,12 +31,13 @@ DWORD address_type(air::number_type_t type) {
 }  // namespace
 
 std::optional<air::address_t> destination_of(const RILADDRESS& address) {
-    const WCHAR* const end = std::find(address.wszAddress, address.wszAddress + MAXLENGTH_ADDRESS, WCHAR{0});
-    const std::u16string_view number(address.wszAddress, end);
-    if (number.size() == MAXLENGTH_ADDRESS) {
-        return std::nullopt;
+    char number[1 + air::max_address_digits + 1];  // "+", and one digit too many
+    size_t size = 0;
+    for (; size < sizeof number && address.wszAddress[size] != 0; ++size) {
+        const WCHAR unit = address.wszAddress[size];
+        number[size] = unit < 0x80 ? static_cast<char>(unit) : '?';
     }
-    std::optional<air::address_t> destination = air::address_from_number(base::to_utf8(number));
+    std::optional<air::address_t> destination = air::address_from_number({number, size});
     const bool international = (address.dwParams & RIL_PARAM_A_TYPE) && address.dwType == RIL_ADDRTYPE_INTERNATIONAL;
     if (destination && international) {
         destination->type = air::number_type_t::international;
@@ -48,8 +50,13 @@ void set_origin(const air::address_t& originator, RILADDRESS& address) {
     address.dwParams = RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS;
     address.dwType = address_type(originator.type);
     address.dwNumPlan = originator.numbering_plan == 1 ? RIL_NUMPLAN_TELEPHONE : RIL_NUMPLAN_UNKNOWN;
-    const std::u16string number = base::to_utf16(air::number_from_address(originator));
-    std::copy_n(number.begin(), std::min<size_t>(number.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
+    const std::string number = air::number_from_address(originator);
+    if (originator.type != air::number_type_t::alphanumeric) {
+        std::copy_n(number.begin(), std::min<size_t>(number.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
+        return;
+    }
+    const std::u16string text = base::to_utf16(number);
+    std::copy_n(text.begin(), std::min<size_t>(text.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
 }
 
 std::string sender_of(const air::address_t& originator) {
@@ -135,6 +142,14 @@ bool names_card_port(air::octets_view_t octets) {
 
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets) {
     return technology == technology_t::gsm ? gsm_card_datagram_of(octets) : cdma_card_datagram_of(octets);
+}
+
+bool fill_card_message(technology_t technology, air::octets_view_t octets, RILMESSAGE& message) {
+    memset(&message, 0, sizeof message);  // {} need not clear the longest member of the union
+    message.cbSize = sizeof message;
+    message.dwFlags = RIL_MSGFLAG_HEADER;
+    return technology == technology_t::gsm ? fill_gsm_card_message(octets, message)
+                                           : fill_cdma_card_message(octets, message);
 }
 
 }  // namespace radio

@@ -51,8 +51,8 @@ std::optional<entry_t> entry_of(const submission_t& submission, uint16_t referen
 
 /// Octets, or a text in the 7-bit alphabet, whose header addresses the port of contact cards.
 struct card_datagram_t {
-    RILMESSAGE message;            // as the driver expects it; the time is left out when it is no date
     std::string sender;            // type of number and digits: tells senders apart
+    std::string number;            // the sender's, as a person reads it
     std::optional<int64_t> stamp;  // the service centre's, in seconds since 1970; none when it is no date
     air::octets_t header;          // without its length octet
     air::octets_t body;            // a text in UTF-8
@@ -61,6 +61,8 @@ struct card_datagram_t {
 /// Of the octets that a modem delivers: an SMS-DELIVER, or a CDMA point-to-point message of that type. None for
 /// anything that is no card datagram.
 std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::octets_view_t octets);
+/// The same as the driver expects it; the time is left out when it is no date. False when it is no card datagram.
+[[nodiscard]] bool fill_card_message(technology_t technology, air::octets_view_t octets, RILMESSAGE& message);
 /// Whether the element that addresses the port of contact cards is somewhere in them, at any bit: what has it and is no
 /// card datagram may be a damaged one.
 bool names_card_port(air::octets_view_t octets);

@@ -32,27 +32,25 @@ std::optional<uint8_t> display_mode_of(DWORD number) {
     return number == RIL_MSGDISPLAYMODE_IMMEDIATE ? std::optional<uint8_t>(0) : std::nullopt;
 }
 
-RILMESSAGE message_of(const air::cdma::message_t& deliver, std::optional<int64_t> stamp,
-                      const air::user_data_parts_t& parts) {
-    RILMESSAGE message{};
-    message.cbSize = sizeof message;
-    message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS;
-    message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
-    message.dwFlags = RIL_MSGFLAG_HEADER;
-    RIL_IN_CDMADELIVER in{};
-    set_origin(deliver.address, in.raOrigAddress);
-    in.rsaOrigSubaddr.cbSize = sizeof in.rsaOrigSubaddr;
-    in.raCallBackNumber.cbSize = sizeof in.raCallBackNumber;
-    if (stamp) {
-        set_time(*stamp, in.stSCReceiveTime);
+struct card_t {
+    air::cdma::message_t deliver;
+    std::optional<int64_t> stamp;
+    air::user_data_parts_t parts;  // of the delivery
+};
+
+std::optional<card_t> card_of(air::octets_view_t octets) {
+    std::optional<air::cdma::message_t> deliver = air::cdma::decode(octets);
+    const bool holds_header = deliver && deliver->type == air::cdma::message_type_t::deliver &&
+                              deliver->header_indicator && deliver->user_data &&
+                              deliver->user_data->encoding == air::cdma::encoding_t::octets;
+    const std::optional<air::user_data_parts_t> parts =
+        holds_header ? card_parts(deliver->user_data->characters) : std::nullopt;
+    if (!parts) {
+        return std::nullopt;
     }
-    in.dwMsgPriority = RIL_MSGPRIORITY_NORMAL + deliver.priority.value_or(0);
-    in.dwMsgPrivacy = RIL_MSGPRIVACYCLASS_NOTRESTRICTED + deliver.privacy.value_or(0);
-    in.dwTeleservice = RIL_MSGTELESERVICE_MESSAGING;
-    in.dwMsgID = deliver.identifier;
-    set_user_data(parts, in);
-    message.msgInCDMADeliver = in;
-    return message;
+    const std::optional<int64_t> stamp =
+        deliver->service_centre_time ? seconds_of(*deliver->service_centre_time) : std::nullopt;
+    return card_t{std::move(*deliver), stamp, *parts};
 }
 
 }  // namespace
@@ -77,23 +75,38 @@ std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message) {
 }
 
 std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets) {
-    const std::optional<air::cdma::message_t> deliver = air::cdma::decode(octets);
-    const bool holds_header = deliver && deliver->type == air::cdma::message_type_t::deliver &&
-                              deliver->header_indicator && deliver->user_data &&
-                              deliver->user_data->encoding == air::cdma::encoding_t::octets;
-    const std::optional<air::user_data_parts_t> parts =
-        holds_header ? card_parts(deliver->user_data->characters) : std::nullopt;
-    if (!parts) {
+    const std::optional<card_t> card = card_of(octets);
+    if (!card) {
         return std::nullopt;
     }
-    const std::optional<int64_t> stamp =
-        deliver->service_centre_time ? seconds_of(*deliver->service_centre_time) : std::nullopt;
-    return card_datagram_t{.message = message_of(*deliver, stamp, *parts),
-                           .sender = sender_of(deliver->address),
-                           .stamp = stamp,
-                           .header = {parts->header.begin(), parts->header.end()},
-                           .body = {parts->body.begin(), parts->body.end()},
+    return card_datagram_t{.sender = sender_of(card->deliver.address),
+                           .number = air::number_from_address(card->deliver.address),
+                           .stamp = card->stamp,
+                           .header = {card->parts.header.begin(), card->parts.header.end()},
+                           .body = {card->parts.body.begin(), card->parts.body.end()},
                            .identity = air::cdma::without_reply_option(octets)};
+}
+
+bool fill_cdma_card_message(air::octets_view_t octets, RILMESSAGE& message) {
+    const std::optional<card_t> card = card_of(octets);
+    if (!card) {
+        return false;
+    }
+    message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS;
+    message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
+    RIL_IN_CDMADELIVER& in = message.msgInCDMADeliver;
+    set_origin(card->deliver.address, in.raOrigAddress);
+    in.rsaOrigSubaddr.cbSize = sizeof in.rsaOrigSubaddr;
+    in.raCallBackNumber.cbSize = sizeof in.raCallBackNumber;
+    if (card->stamp) {
+        set_time(*card->stamp, in.stSCReceiveTime);
+    }
+    in.dwMsgPriority = RIL_MSGPRIORITY_NORMAL + card->deliver.priority.value_or(0);
+    in.dwMsgPrivacy = RIL_MSGPRIVACYCLASS_NOTRESTRICTED + card->deliver.privacy.value_or(0);
+    in.dwTeleservice = RIL_MSGTELESERVICE_MESSAGING;
+    in.dwMsgID = card->deliver.identifier;
+    set_user_data(card->parts, in);
+    return true;
 }
 
 }  // namespace radio

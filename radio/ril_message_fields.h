@@ -10,9 +10,11 @@ namespace radio {
 // ril_message_gsm.cpp
 std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message);
 std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets);
+bool fill_gsm_card_message(air::octets_view_t octets, RILMESSAGE& message);
 // ril_message_cdma.cpp
 std::optional<submission_t> cdma_submission_of(const RILMESSAGE& message);
 std::optional<card_datagram_t> cdma_card_datagram_of(air::octets_view_t octets);
+bool fill_cdma_card_message(air::octets_view_t octets, RILMESSAGE& message);
 
 /// None for a text that is no number.
 std::optional<air::address_t> destination_of(const RILADDRESS& address);
@@ -45,8 +47,8 @@ template <class deliver_t>
 void set_user_data(const air::user_data_parts_t& parts, deliver_t& in) {
     in.cbHdrLength = static_cast<DWORD>(parts.header.size());
     in.cchMsgLength = static_cast<DWORD>(parts.body.size());
-    std::ranges::copy(parts.header, in.rgbHdr);
-    std::ranges::copy(parts.body, in.rgbMsg);
+    std::copy_n(parts.header.data(), parts.header.size(), in.rgbHdr);
+    std::copy_n(parts.body.data(), parts.body.size(), in.rgbMsg);
 }
 
 }  // namespace radio

@@ -22,31 +22,6 @@ std::optional<uint8_t> data_coding_of(const RILMESSAGE& message) {
     return coding.dwAlphabet == RIL_DCSALPHABET_UCS2 ? std::optional(data_coding_ucs2) : std::nullopt;
 }
 
-RILMESSAGE message_of(const air::deliver_t& deliver, std::optional<int64_t> stamp,
-                      const air::user_data_parts_t& parts) {
-    RILMESSAGE message{};
-    message.cbSize = sizeof message;
-    message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM_M_ORIGADDRESS | RIL_PARAM_M_PROTOCOLID |
-                       RIL_PARAM_M_DATACODING | RIL_PARAM_M_HDRLENGTH | RIL_PARAM_M_MSGLENGTH | RIL_PARAM_M_HDR |
-                       RIL_PARAM_M_MSG;
-    message.dwType = RIL_MSGTYPE_IN_DELIVER;
-    message.dwFlags = RIL_MSGFLAG_HEADER;
-    RIL_IN_DELIVER in{};
-    set_origin(deliver.originator, in.raOrigAddress);
-    in.dwProtocolID = deliver.protocol_identifier == 0 ? RIL_MSGPROTOCOL_SMETOSME : 0;
-    in.rmdDataCoding.cbSize = sizeof in.rmdDataCoding;
-    in.rmdDataCoding.dwParams = RIL_PARAM_MDCS_TYPE | RIL_PARAM_MDCS_ALPHABET;
-    in.rmdDataCoding.dwType = RIL_DCSTYPE_GENERAL;
-    in.rmdDataCoding.dwAlphabet = RIL_DCSALPHABET_8BIT;
-    if (stamp) {
-        set_time(*stamp, in.stSCReceiveTime);
-        message.dwParams |= RIL_PARAM_M_SCRECEIVETIME;
-    }
-    set_user_data(parts, in);
-    message.msgInDeliver = in;
-    return message;
-}
-
 // Septets that begin at any bit.
 std::string text_at(air::octets_view_t octets, size_t bit, size_t count) {
     std::vector<uint8_t> septets;
@@ -72,18 +47,38 @@ std::string text_of(const air::deliver_t& deliver, size_t header_octets) {
     return text_at(deliver.user_data, begin * 7, count);
 }
 
+struct card_t {
+    air::deliver_t deliver;
+    std::string text;  // of a card in the 7-bit alphabet
+    std::optional<int64_t> stamp;
+    air::user_data_parts_t parts;  // of the delivery; the body may be the text
+};
+
 // A text in the 7-bit alphabet, as some phones send a short card, becomes the octets of its UTF-8: the driver takes
 // octets and nothing else.
-std::optional<air::octets_t> body_of(const air::deliver_t& deliver, const air::user_data_parts_t& parts) {
-    const air::alphabet_t alphabet = air::alphabet_of(deliver.data_coding);
-    if (alphabet == air::alphabet_t::octets8) {
-        return air::octets_t(parts.body.begin(), parts.body.end());
-    }
+bool decode_body(card_t& card) {
+    const air::alphabet_t alphabet = air::alphabet_of(card.deliver.data_coding);
     if (alphabet != air::alphabet_t::gsm7) {
-        return std::nullopt;
+        return alphabet == air::alphabet_t::octets8;
     }
-    const std::string text = text_of(deliver, parts.header.size() + 1);
-    return text.size() <= MAXLENGTH_MSG ? std::optional(air::octets_t(text.begin(), text.end())) : std::nullopt;
+    card.text = text_of(card.deliver, card.parts.header.size() + 1);
+    card.parts.body = {reinterpret_cast<const uint8_t*>(card.text.data()), card.text.size()};
+    return card.text.size() <= MAXLENGTH_MSG;
+}
+
+bool decode_card(air::octets_view_t octets, card_t& card) {
+    std::optional<air::deliver_t> deliver = air::decode_deliver(octets);
+    if (!deliver || !deliver->header_indicator) {
+        return false;
+    }
+    card.deliver = std::move(*deliver);
+    const std::optional<air::user_data_parts_t> parts = card_parts(card.deliver.user_data);
+    if (!parts) {
+        return false;
+    }
+    card.parts = *parts;
+    card.stamp = seconds_of(card.deliver.service_centre_time);
+    return decode_body(card);
 }
 
 // The octets as they came: what decodes alike may have been sent apart. Only the bit that more messages wait differs
@@ -116,23 +111,40 @@ std::optional<submission_t> gsm_submission_of(const RILMESSAGE& message) {
 }
 
 std::optional<card_datagram_t> gsm_card_datagram_of(air::octets_view_t octets) {
-    const std::optional<air::deliver_t> deliver = air::decode_deliver(octets);
-    if (!deliver || !deliver->header_indicator) {
+    card_t card;
+    if (!decode_card(octets, card)) {
         return std::nullopt;
     }
-    std::optional<air::user_data_parts_t> parts = card_parts(deliver->user_data);
-    const std::optional<air::octets_t> body = parts ? body_of(*deliver, *parts) : std::nullopt;
-    if (!body) {
-        return std::nullopt;
+    return card_datagram_t{.sender = sender_of(card.deliver.originator),
+                           .number = air::number_from_address(card.deliver.originator),
+                           .stamp = card.stamp,
+                           .header = {card.parts.header.begin(), card.parts.header.end()},
+                           .body = {card.parts.body.begin(), card.parts.body.end()},
+                           .identity = identity_of(octets, card.deliver)};
+}
+
+bool fill_gsm_card_message(air::octets_view_t octets, RILMESSAGE& message) {
+    card_t card;
+    if (!decode_card(octets, card)) {
+        return false;
     }
-    parts->body = *body;
-    const std::optional<int64_t> stamp = seconds_of(deliver->service_centre_time);
-    return card_datagram_t{.message = message_of(*deliver, stamp, *parts),
-                           .sender = sender_of(deliver->originator),
-                           .stamp = stamp,
-                           .header = {parts->header.begin(), parts->header.end()},
-                           .body = *body,
-                           .identity = identity_of(octets, *deliver)};
+    message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS | RIL_PARAM_M_ORIGADDRESS | RIL_PARAM_M_PROTOCOLID |
+                       RIL_PARAM_M_DATACODING | RIL_PARAM_M_HDRLENGTH | RIL_PARAM_M_MSGLENGTH | RIL_PARAM_M_HDR |
+                       RIL_PARAM_M_MSG;
+    message.dwType = RIL_MSGTYPE_IN_DELIVER;
+    RIL_IN_DELIVER& in = message.msgInDeliver;
+    set_origin(card.deliver.originator, in.raOrigAddress);
+    in.dwProtocolID = card.deliver.protocol_identifier == 0 ? RIL_MSGPROTOCOL_SMETOSME : 0;
+    in.rmdDataCoding.cbSize = sizeof in.rmdDataCoding;
+    in.rmdDataCoding.dwParams = RIL_PARAM_MDCS_TYPE | RIL_PARAM_MDCS_ALPHABET;
+    in.rmdDataCoding.dwType = RIL_DCSTYPE_GENERAL;
+    in.rmdDataCoding.dwAlphabet = RIL_DCSALPHABET_8BIT;
+    if (card.stamp) {
+        set_time(*card.stamp, in.stSCReceiveTime);
+        message.dwParams |= RIL_PARAM_M_SCRECEIVETIME;
+    }
+    set_user_data(card.parts, in);
+    return true;
 }
 
 }  // namespace radio

@@ -51,9 +51,8 @@ TEST(message, card_datagrams_as_the_driver_gets_them) {
         {"CDMA", technology_t::cdma, cdma_deliver, "+12125550100 at 2026-11-21 12:7:59, 050423F423F40003010201: A"},
     };
     for (const auto& row : rows) {
-        const auto card = card_datagram_of(row.technology, octets_of(row.octets));
-        ASSERT_TRUE(card) << row.name;
-        const RILMESSAGE& message = card->message;
+        RILMESSAGE message;
+        ASSERT_TRUE(radio::fill_card_message(row.technology, octets_of(row.octets), message)) << row.name;
         EXPECT_EQ(message.cbSize, 0xAC4U);
         EXPECT_EQ(message.dwFlags, RIL_MSGFLAG_HEADER);
         if (row.technology == technology_t::gsm) {
@@ -66,7 +65,7 @@ TEST(message, card_datagrams_as_the_driver_gets_them) {
         } else {
             EXPECT_EQ(message.dwType, RIL_MSGTYPE_IN_CDMADELIVER);
             EXPECT_EQ(message.msgInCDMADeliver.dwMsgPriority, 1U);
-            EXPECT_EQ(card->sender, "1:12125550100");
+            EXPECT_EQ(card_datagram_of(row.technology, octets_of(row.octets))->sender, "1:12125550100");
             EXPECT_EQ(described(message.msgInCDMADeliver), row.in) << row.name;
         }
     }
