@@ -77,7 +77,7 @@ bool to_texts(const octet_string_t& card, const wide_string_t& phone, const gamm
     uint32_t offset = 0;
     for (size_t i = 0; i < chunks.size(); ++i) {
         const auto* datagram = new datagram_t(message, static_cast<uint8_t>(i), header.encoded(i),
-                                              octet_view_t(message.card).substr(offset, chunks[i]));
+                                              octet_view_t(message.card).substr(offset, chunks[i]), message.phone);
         offset += chunks[i];
         RILMESSAGE ril_message;
         if (!fill_gsm_message(*datagram, ril_message)) {

@@ -40,8 +40,7 @@ void reassemble(octet_view_t octets) {
         auto record = std::make_unique<incoming_datagram>();
         record->address = "+1";
         record->data = octets.substr(length + 1, 1);
-        record->header = std::make_unique<sms_udh_t>();
-        record->header->parse_udh(octets.substr(1, length));
+        record->header.parse_udh(octets.substr(1, length));
         must(message.add_datagram(record) == (record == nullptr));
         octets.remove_prefix(length + 2);
     }

@@ -20,21 +20,21 @@ void seed_stored_names(uint32_t seed) {
 }
 
 std::string message_key(const incoming_datagram& datagram) {
-    const sms_udh_ie_concat_t* concatenation = datagram.header->concatenation();
+    const sms_udh_ie_concat_t* concatenation = datagram.header.concatenation();
     if (concatenation == nullptr) {
         return {};
     }
-    const auto print = [&](char* text, size_t size) {
-        return static_cast<size_t>(snprintf(text, size, "PHONE_%s_ID_%04X_LEN_%d", datagram.address.c_str(),
-                                            concatenation->id(), concatenation->amount()));
-    };
-    std::string key(print(nullptr, 0), '\0');
-    print(key.data(), key.size() + 1);
-    return key;
+    std::string key;
+    key.reserve(64);
+    key.append("PHONE_").append(datagram.address).append("_ID_");
+    for (int shift = 12; shift >= 0; shift -= 4) {
+        key += "0123456789ABCDEF"[concatenation->id() >> shift & 0xF];
+    }
+    return key.append("_LEN_").append(std::to_string(concatenation->amount()));
 }
 
 bool sms_message_t::add_datagram(std::unique_ptr<incoming_datagram>& record) {
-    const sms_udh_ie_concat_t* concatenation = record->header->concatenation();
+    const sms_udh_ie_concat_t* concatenation = record->header.concatenation();
     uint32_t ordinal = 1;
     if (amount == 0) {
         const uint32_t told = concatenation != nullptr ? concatenation->amount() : 1;
@@ -72,6 +72,7 @@ bool sms_message_t::add_datagram(std::unique_ptr<incoming_datagram>& record) {
         QM_ERROR("dropping datagram: datagram #%d already received", ordinal);
         return false;
     }
+    record->header = {};  // it has told its place
     datagrams[ordinal - 1] = std::move(record);
     received += 1;
     complete = received == amount;

@@ -25,7 +25,7 @@ inline constexpr size_t max_datagrams = 255;  // the amount in the concatenation
 struct incoming_datagram {
     octet_string_t data;
     std::string address;  // UTF-8
-    std::unique_ptr<sms_udh_t> header;
+    sms_udh_t header;     // empty in its place in a message
 };
 
 /// The key under which a datagram's message is found: address, reference and amount. Empty without concatenation.

@@ -12,7 +12,7 @@ octet_string_t octet(uint32_t value) {
 }
 
 octet_string_t two_octets(uint32_t value) {
-    return octet(value >> 8) + octet(value);
+    return {static_cast<char>(value >> 8 & 0xFF), static_cast<char>(value & 0xFF)};
 }
 
 uint32_t octet_at(octet_view_t octets, size_t index) {
@@ -85,6 +85,7 @@ std::unique_ptr<sms_udh_ie_t> sms_udh_t::parse_udh_ie(octet_view_t octets) {
 
 bool sms_udh_t::parse_udh(octet_view_t octets) {
     size_t offset = 0;
+    ies.reserve(2);  // where the message goes, and which part of it
     while (offset < octets.size()) {
         std::unique_ptr<sms_udh_ie_t> ie = parse_udh_ie(octets.substr(offset));
         if (ie == nullptr) {
@@ -119,7 +120,8 @@ octet_string_t sms_udh_t::str() const {
 
 octet_string_t sms_udh_ie_t::str() const {
     const uint32_t expected = payload_length() + 2;
-    octet_string_t element = octet(ie_type()) + octet(payload_length()) + payload();
+    octet_string_t element = {static_cast<char>(ie_type()), static_cast<char>(payload_length())};
+    element += payload();
     if (element.size() != expected) {
         QM_ERROR("length mismatch: %d bytes instead of expected %d", static_cast<uint32_t>(element.size()), expected);
     }
@@ -134,7 +136,8 @@ std::unique_ptr<sms_udh_ie_concat_t> sms_udh_ie_concat_t::make(bool wide) {
 }
 
 octet_string_t sms_udh_ie_concat_t::payload() const {
-    octet_string_t octets = id_payload() + octet(amount_) + octet(ordinal_);
+    octet_string_t octets = id_payload();
+    octets.append({static_cast<char>(amount_), static_cast<char>(ordinal_)});
     if (octets.size() != payload_length()) {
         QM_ERROR("length mismatch: %d bytes instead of expected %d", static_cast<uint32_t>(octets.size()),
                  payload_length());
@@ -182,7 +185,8 @@ octet_string_t sms_udh_ie_concat16_t::id_payload() const {
 }
 
 octet_string_t sms_udh_ie_appport_t::payload() const {
-    octet_string_t octets = port_payload(dst_) + port_payload(src_);
+    octet_string_t octets = port_payload(dst_);
+    octets += port_payload(src_);
     if (octets.size() != payload_length()) {
         QM_ERROR("length mismatch: %d bytes instead of expected %d", static_cast<uint32_t>(octets.size()),
                  payload_length());

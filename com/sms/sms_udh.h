@@ -146,18 +146,24 @@ class sms_udh_t {
     octet_string_t str() const;
 
     /// The first concatenation and the first port addressing element, or null.
-    const sms_udh_ie_concat_t* concatenation() const { return first<sms_udh_ie_concat_t>(); }
-    const sms_udh_ie_appport_t* application_port() const { return first<sms_udh_ie_appport_t>(); }
+    const sms_udh_ie_concat_t* concatenation() const {
+        return first<sms_udh_ie_concat_t>(udh_ie_concat8, udh_ie_concat16);
+    }
+    const sms_udh_ie_appport_t* application_port() const {
+        return first<sms_udh_ie_appport_t>(udh_ie_appport8, udh_ie_appport16);
+    }
 
     bool valid = true;
     std::vector<std::unique_ptr<sms_udh_ie_t>> ies;
 
   private:
+    /// An element of an identifier that has a class of its own is of that class: sms_udh_ie_unknown_t is for the
+    /// others.
     template <class ie_t>
-    const ie_t* first() const {
+    const ie_t* first(udh_ie_type_t narrow, udh_ie_type_t wide) const {
         for (const auto& ie : ies) {
-            if (const auto* found = dynamic_cast<const ie_t*>(ie.get())) {
-                return found;
+            if (const uint32_t type = ie->ie_type(); type == narrow || type == wide) {
+                return static_cast<const ie_t*>(ie.get());
             }
         }
         return nullptr;

@@ -272,7 +272,7 @@ TEST_F(states_test, corners_of_the_machine) {
     message_t message(7, TEXT("1"), std::string(144, 'x'));
     const auto add = [&](size_t offset, size_t octets) {
         return new datagram_t(message, static_cast<uint8_t>(message.datagrams.size()), "\x07" + port_header,
-                              octet_view_t(message.card).substr(offset, octets));
+                              octet_view_t(message.card).substr(offset, octets), message.phone);
     };
     datagram_t* const first = add(0, 10);
     datagram_t* const second = add(10, 134);

@@ -98,8 +98,7 @@ std::unique_ptr<incoming_datagram> datagram(const std::string& data, const std::
     auto record = std::make_unique<incoming_datagram>();
     record->data = data;
     record->address = address;
-    record->header = std::make_unique<sms_udh_t>();
-    record->header->parse_udh(header);
+    record->header.parse_udh(header);
     return record;
 }
 

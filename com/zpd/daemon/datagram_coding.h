@@ -24,6 +24,7 @@ class datagram_header_t {
     sms_udh_t header;
     sms_udh_ie_concat_t* concatenation = nullptr;  // of the header; none for a single datagram
     sms_udh_ie_appport_t* port = nullptr;          // likewise
+    octet_string_t octets;                         // of the first; the others differ in the ordinal
 };
 
 /// A GSM message. False when the number or the user data is too long.

@@ -19,7 +19,7 @@ struct message_t;
 /// One short message of an outgoing message, as it moves through the state machine.
 struct datagram_t {
     /// Appends itself to the message, which owns it from then on.
-    datagram_t(message_t& owner, uint8_t position, octet_string_t header, octet_view_t slice);
+    datagram_t(message_t& owner, uint8_t position, octet_string_t header, octet_view_t slice, wide_view_t number);
     datagram_t(const datagram_t&) = delete;
     datagram_t& operator=(const datagram_t&) = delete;
 
@@ -27,6 +27,7 @@ struct datagram_t {
     const uint8_t ordinal;     // from 0
     const octet_string_t udh;  // with its length octet, which counts itself
     const octet_view_t data;   // of the message's card
+    const wide_view_t phone;   // the message's
     abstract_state_t* state = nullptr;
     uint32_t reference = 0;  // a reserved word of the status reply: always 0
     int32_t status = -1;     // ZPD_STATUS_*

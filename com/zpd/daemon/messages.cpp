@@ -4,8 +4,9 @@
 #include "com/qmlog/api2.h"
 #include "com/zpd/daemon/daemon.h"
 
-datagram_t::datagram_t(message_t& owner, uint8_t position, octet_string_t header, octet_view_t slice)
-    : message(&owner), ordinal(position), udh(std::move(header)), data(slice) {
+datagram_t::datagram_t(message_t& owner, uint8_t position, octet_string_t header, octet_view_t slice,
+                       wide_view_t number)
+    : message(&owner), ordinal(position), udh(std::move(header)), data(slice), phone(number) {
     QM_ASSERT(message->datagrams.size() == ordinal, "message->datagrams.size()==ordinal");
     message->datagrams.emplace_back(this);
     message->datagram_count += 1;

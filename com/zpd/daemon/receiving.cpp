@@ -122,14 +122,12 @@ void CALLBACK daemon_t::ril_notify_cb(DWORD code, const void* data, DWORD data_s
     QM_DEBUG("");
     if (code == RIL_NOTIFY_MESSAGE) {
         QM_INFO("Incoming message, dwCode=RIL_NOTIFY_MESSAGE");
-        RILMESSAGE message;
-        if (data == nullptr || data_size < sizeof message) {
+        if (data == nullptr || data_size < sizeof(RILMESSAGE)) {
             QM_ERROR("message of %d bytes is too short, skipping message", static_cast<uint32_t>(data_size));
             return;
         }
-        memcpy(&message, data, sizeof message);
         received_t received;
-        if (reduce(message, received)) {
+        if (reduce(*static_cast<const RILMESSAGE*>(data), received)) {
             process_gsm_or_cdma_message(received.address, received.header, received.user_data);
         }
     } else if (code == RIL_NOTIFY_SYSTEMCHANGED) {
@@ -162,16 +160,16 @@ void daemon_t::process_gsm_or_cdma_message(const std::string& address, octet_vie
         QM_ERROR("no user data header present => ignoring the message");
         return;
     }
-    auto parsed = std::make_unique<sms_udh_t>();
-    if (!parsed->parse_udh(header)) {
+    sms_udh_t parsed;
+    if (!parsed.parse_udh(header)) {
         QM_ERROR("invalid datagram header => ignoring the message");
         return;
     }
-    for (size_t i = 0; i < parsed->ies.size(); ++i) {
-        QM_INFO("udh ie %d out of %d: '%s'", static_cast<uint32_t>(i + 1), static_cast<uint32_t>(parsed->ies.size()),
-                parsed->ies[i]->text().c_str());
+    for (size_t i = 0; i < parsed.ies.size(); ++i) {
+        QM_INFO("udh ie %d out of %d: '%s'", static_cast<uint32_t>(i + 1), static_cast<uint32_t>(parsed.ies.size()),
+                parsed.ies[i]->text().c_str());
     }
-    const sms_udh_ie_appport_t* port_element = parsed->application_port();
+    const sms_udh_ie_appport_t* port_element = parsed.application_port();
     const int port = port_element != nullptr ? static_cast<int>(port_element->dst()) : -1;
     if (port != static_cast<int>(ZPD_SERVICE_PORT)) {
         QM_ERROR("destination port (%d) is not equal to 0x23F4 => ignoring the message", port);

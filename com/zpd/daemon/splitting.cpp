@@ -30,7 +30,12 @@ octet_string_t datagram_header_t::encoded(size_t index) {
         concatenation->set_id(id);
     }
     port->set_dst(ZPD_SERVICE_PORT);
-    return header.str();
+    if (octets.empty()) {
+        octets = header.str();
+    } else if (concatenation != nullptr) {
+        octets[2 + concatenation->payload_length()] = static_cast<char>(concatenation->ordinal());
+    }
+    return octets;
 }
 
 void daemon_t::send_or_count_datagrams(request_t& request, bool count_only) {
@@ -93,7 +98,7 @@ uint32_t daemon_t::enqueue_multi_part_sms(wide_string_t phone, octet_string_t vc
         octet_string_t udh = header.encoded(i);
         QM_INFO("enqueue chunk %d[%d] of %d bytes [%d:%d]", id, i, size, offset, offset + size);
         auto* datagram = new datagram_t(*message, static_cast<uint8_t>(i), std::move(udh),
-                                        octet_view_t(message->card).substr(offset, size));
+                                        octet_view_t(message->card).substr(offset, size), message->phone);
         ZPD_DUMP_STATES(*machine);
         machine->enqueue_datagram(datagram);
         ZPD_DUMP_STATES(*machine);

@@ -32,7 +32,7 @@ uint32_t message_flags(const datagram_t& datagram) {
     return RIL_MSGFLAG_HEADER | (more ? RIL_MSGFLAG_MORETOSEND : 0);
 }
 
-bool fill_address(RILADDRESS& address, const wide_string_t& number, size_t max_length, uint32_t params) {
+bool fill_address(RILADDRESS& address, wide_view_t number, size_t max_length, uint32_t params) {
     if (number.size() > max_length) {
         QM_ERROR("the phone number is too long");
         return false;
@@ -56,9 +56,9 @@ bool fill_user_data(submit_t& out, const datagram_t& datagram) {
         return false;
     }
     out.cbHdrLength = udhl - 1;
-    std::copy(datagram.udh.begin() + 1, datagram.udh.end(), out.rgbHdr);
+    memcpy(out.rgbHdr, datagram.udh.data() + 1, udhl - 1);
     out.cbBodyLength = udl;
-    std::copy(datagram.data.begin(), datagram.data.end(), out.rgbMsg);
+    memcpy(out.rgbMsg, datagram.data.data(), udl);
     return true;
 }
 
@@ -71,7 +71,7 @@ bool fill_gsm_message(const datagram_t& datagram, RILMESSAGE& message) {
     message.dwType = RIL_MSGTYPE_OUT_SUBMIT;
     message.dwFlags = message_flags(datagram);
     RIL_OUT_SUBMIT& out = message.msgOutSubmit;
-    if (!fill_address(out.raDestAddress, datagram.message->phone, max_gsm_number,
+    if (!fill_address(out.raDestAddress, datagram.phone, max_gsm_number,
                       RIL_PARAM_A_TYPE | RIL_PARAM_A_NUMPLAN | RIL_PARAM_A_ADDRESS)) {
         return false;
     }
@@ -124,7 +124,7 @@ bool daemon_t::send_datagram_request_cdma(datagram_t* datagram) {
     message.dwType = RIL_MSGTYPE_OUT_CDMASUBMIT;
     message.dwFlags = message_flags(*datagram);
     RIL_OUT_CDMASUBMIT& out = message.msgOutCDMASubmit;
-    if (!fill_address(out.raDestAddress, datagram->message->phone, max_cdma_number, RIL_PARAM_A_ADDRESS)) {
+    if (!fill_address(out.raDestAddress, datagram->phone, max_cdma_number, RIL_PARAM_A_ADDRESS)) {
         return false;
     }
     out.rsaDestSubaddr.cbSize = sizeof out.rsaDestSubaddr;
