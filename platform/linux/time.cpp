@@ -33,7 +33,9 @@ std::optional<sys_time<milliseconds>> point_in_time(const SYSTEMTIME& time) {
 }  // namespace
 
 void GetSystemTime(SYSTEMTIME* time) {
-    const auto now = time_point_cast<milliseconds>(system_clock::now());
+    timespec clock_time{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &clock_time);  // of the last tick, as that of Windows CE and of files
+    const sys_time<milliseconds> now(seconds(clock_time.tv_sec) + milliseconds(clock_time.tv_nsec / 1'000'000));
     const auto today = floor<days>(now);
     const year_month_day date{today};
     const hh_mm_ss clock{now - today};
