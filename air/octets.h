@@ -31,12 +31,12 @@ class bit_reader_t {
         return static_cast<uint16_t>(value);
     }
     uint8_t octet() {
-        if (next_ % 8 != 0 || left() < 8) {
+        const size_t at = next_ / 8;
+        if (failed_ || next_ % 8 != 0 || at >= octets_.size()) {
             return static_cast<uint8_t>(bits(8));
         }
-        const uint8_t value = octets_[next_ / 8];
         next_ += 8;
-        return value;
+        return octets_[at];
     }
     /// A view of whole octets; fails in the middle of one.
     octets_view_t octets(size_t count) {

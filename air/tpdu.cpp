@@ -30,8 +30,7 @@ unsigned digit(unsigned semi_octet) {
     return semi_octet > 9 ? 0 : semi_octet;
 }
 
-uint8_t read_two_digits(bit_reader_t& reader) {
-    const uint8_t octet = reader.octet();
+uint8_t number_of(uint8_t octet) {
     return static_cast<uint8_t>(digit(octet & 0xFU) * 10 + digit(octet >> 4));
 }
 
@@ -39,20 +38,25 @@ uint8_t two_digits(uint8_t value) {
     return static_cast<uint8_t>(value % 10 << 4 | value / 10);
 }
 
-void read_time_zone(bit_reader_t& reader, timestamp_t& time) {
-    const uint8_t octet = reader.octet();
+int8_t time_zone_of(uint8_t octet) {
     const bool west = (octet & bit_west) != 0;
     const int quarters = (octet & 0x7) * 10 + static_cast<int>(digit(octet >> 4));
-    time.quarters_east = static_cast<int8_t>(west ? -quarters : quarters);
+    return static_cast<int8_t>(west ? -quarters : quarters);
 }
 
 timestamp_t read_timestamp(bit_reader_t& reader) {
-    timestamp_t time;
-    for (uint8_t* field : {&time.year, &time.month, &time.day, &time.hour, &time.minute, &time.second}) {
-        *field = read_two_digits(reader);
+    constexpr size_t size = 7;
+    const octets_view_t octets = reader.octets(size);
+    if (octets.empty()) {
+        return {};
     }
-    read_time_zone(reader, time);
-    return time;
+    return {.year = number_of(octets[0]),
+            .month = number_of(octets[1]),
+            .day = number_of(octets[2]),
+            .hour = number_of(octets[3]),
+            .minute = number_of(octets[4]),
+            .second = number_of(octets[5]),
+            .quarters_east = time_zone_of(octets[6])};
 }
 
 bool write_timestamp(const timestamp_t& time, octets_t& out) {
@@ -96,7 +100,8 @@ std::optional<submit_t> decode_submit(octets_view_t octets) {
     if (validity == validity_relative) {
         submit.validity_period = reader.octet();
     }
-    read_user_data(reader, submit.data_coding, submit.user_data_length, submit.user_data);
+    const octets_view_t user_data = read_user_data(reader, submit.data_coding, submit.user_data_length);
+    submit.user_data.assign(user_data.begin(), user_data.end());
     return reader.failed() || reader.left() != 0 ? std::nullopt : std::optional(std::move(submit));
 }
 
@@ -129,8 +134,18 @@ void set_reference(octets_t& submit, uint8_t reference, bool reject_duplicates) 
 }
 
 std::optional<deliver_t> decode_deliver(octets_view_t octets) {
+    octets_view_t user_data;
+    std::optional<deliver_t> deliver = decode_deliver_fields(octets, user_data);
+    if (deliver) {
+        deliver->user_data.assign(user_data.begin(), user_data.end());
+    }
+    return deliver;
+}
+
+std::optional<deliver_t> decode_deliver_fields(octets_view_t octets, octets_view_t& user_data) {
     bit_reader_t reader(octets);
-    deliver_t deliver;
+    std::optional<deliver_t> decoded(std::in_place);
+    deliver_t& deliver = *decoded;
     const uint8_t first = reader.octet();
     if ((first & type_mask) != type_deliver && (first & type_mask) != type_reserved) {
         return std::nullopt;
@@ -144,9 +159,12 @@ std::optional<deliver_t> decode_deliver(octets_view_t octets) {
     deliver.protocol_identifier = reader.octet();
     deliver.data_coding = reader.octet();
     deliver.service_centre_time = read_timestamp(reader);
-    read_user_data(reader, deliver.data_coding, deliver.user_data_length, deliver.user_data);
+    user_data = read_user_data(reader, deliver.data_coding, deliver.user_data_length);
     deliver.padding = reader.left() / 8;
-    return reader.failed() ? std::nullopt : std::optional(std::move(deliver));
+    if (reader.failed()) {
+        decoded.reset();
+    }
+    return decoded;
 }
 
 std::optional<octets_t> encode(const deliver_t& deliver) {

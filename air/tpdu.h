@@ -110,6 +110,8 @@ struct deliver_t {
 std::optional<submit_t> decode_submit(octets_view_t octets);
 /// Also of the reserved message type, which a phone is to take for a delivery (9.2.3.1).
 std::optional<deliver_t> decode_deliver(octets_view_t octets);
+/// The same without a copy of the user data: a view into the octets.
+std::optional<deliver_t> decode_deliver_fields(octets_view_t octets, octets_view_t& user_data);
 /// None when a field does not fit its place on the wire: an address too long, user data over 140 octets, or a length
 /// that disagrees with them.
 std::optional<octets_t> encode(const submit_t& submit);

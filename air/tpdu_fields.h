@@ -20,7 +20,7 @@ address_t read_address(bit_reader_t& reader);
 bool write_address(const address_t& address, octets_t& out);
 
 /// TP-UDL and TP-UD, of the length that the alphabet makes of it.
-void read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data);
+octets_view_t read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length);
 /// False for a length that disagrees with the data or exceeds 140 octets.
 bool write_user_data(uint8_t data_coding, uint8_t length, octets_view_t user_data, octets_t& out);
 

@@ -60,14 +60,14 @@ alphabet_t alphabet_of(uint8_t data_coding) {
     return alphabet_t::gsm7;  // also the reserved groups, as 3GPP TS 23.038 4 asks
 }
 
-void read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length, octets_t& user_data) {
+octets_view_t read_user_data(bit_reader_t& reader, uint8_t data_coding, uint8_t& length) {
     length = reader.octet();
     const size_t count = octets_of(data_coding, length);
     const octets_view_t octets = reader.octets(count);
     if (count > max_user_data) {
         reader.fail();
     }
-    user_data.assign(octets.begin(), octets.end());
+    return octets;
 }
 
 bool write_user_data(uint8_t data_coding, uint8_t length, octets_view_t user_data, octets_t& out) {
@@ -83,11 +83,10 @@ std::optional<octets_t> join_user_data(octets_view_t header, octets_view_t body)
     if (header.empty() || 1 + header.size() + body.size() > max_user_data) {
         return std::nullopt;
     }
-    octets_t user_data;
-    user_data.reserve(1 + header.size() + body.size());
-    user_data.push_back(static_cast<uint8_t>(header.size()));
-    user_data.insert(user_data.end(), header.begin(), header.end());
-    user_data.insert(user_data.end(), body.begin(), body.end());
+    std::optional<octets_t> user_data(1 + header.size() + body.size());
+    uint8_t* const octets = user_data->data();
+    octets[0] = static_cast<uint8_t>(header.size());
+    std::copy_n(body.data(), body.size(), std::copy_n(header.data(), header.size(), octets + 1));
     return user_data;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 
 #include "base/hex.h"
@@ -51,12 +52,21 @@ void set_origin(const air::address_t& originator, RILADDRESS& address) {
     address.dwType = address_type(originator.type);
     address.dwNumPlan = originator.numbering_plan == 1 ? RIL_NUMPLAN_TELEPHONE : RIL_NUMPLAN_UNKNOWN;
     const std::string number = air::number_from_address(originator);
-    if (originator.type != air::number_type_t::alphanumeric) {
+    const bool is_ascii = std::ranges::all_of(number, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    if (is_ascii) {
         std::copy_n(number.begin(), std::min<size_t>(number.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
         return;
     }
     const std::u16string text = base::to_utf16(number);
     std::copy_n(text.begin(), std::min<size_t>(text.size(), MAXLENGTH_ADDRESS - 1), address.wszAddress);
+}
+
+void begin_card_message(DWORD type, DWORD params, size_t member, RILMESSAGE& message) {
+    memset(&message, 0, offsetof(RILMESSAGE, msgInDeliver) + member);
+    message.cbSize = sizeof message;
+    message.dwParams = params;
+    message.dwType = type;
+    message.dwFlags = RIL_MSGFLAG_HEADER;
 }
 
 std::string sender_of(const air::address_t& originator) {
@@ -145,9 +155,6 @@ std::optional<card_datagram_t> card_datagram_of(technology_t technology, air::oc
 }
 
 bool fill_card_message(technology_t technology, air::octets_view_t octets, RILMESSAGE& message) {
-    memset(&message, 0, sizeof message);  // {} need not clear the longest member of the union
-    message.cbSize = sizeof message;
-    message.dwFlags = RIL_MSGFLAG_HEADER;
     return technology == technology_t::gsm ? fill_gsm_card_message(octets, message)
                                            : fill_cdma_card_message(octets, message);
 }

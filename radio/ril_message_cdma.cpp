@@ -92,9 +92,8 @@ bool fill_cdma_card_message(air::octets_view_t octets, RILMESSAGE& message) {
     if (!card) {
         return false;
     }
-    message.dwParams = RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS;
-    message.dwType = RIL_MSGTYPE_IN_CDMADELIVER;
     RIL_IN_CDMADELIVER& in = message.msgInCDMADeliver;
+    begin_card_message(RIL_MSGTYPE_IN_CDMADELIVER, RIL_PARAM_M_TYPE | RIL_PARAM_M_FLAGS, sizeof in, message);
     set_origin(card->deliver.address, in.raOrigAddress);
     in.rsaOrigSubaddr.cbSize = sizeof in.rsaOrigSubaddr;
     in.raCallBackNumber.cbSize = sizeof in.raCallBackNumber;

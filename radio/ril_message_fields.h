@@ -19,6 +19,8 @@ bool fill_cdma_card_message(air::octets_view_t octets, RILMESSAGE& message);
 /// None for a text that is no number.
 std::optional<air::address_t> destination_of(const RILADDRESS& address);
 void set_origin(const air::address_t& originator, RILADDRESS& address);
+/// Clears the message as far as it is used: up to the end of the member of the union, of that size.
+void begin_card_message(DWORD type, DWORD params, size_t member, RILMESSAGE& message);
 std::string sender_of(const air::address_t& originator);
 /// The service centre's local time, in this century, as seconds since 1970. None when it is no date.
 std::optional<int64_t> seconds_of(const air::timestamp_t& stamp);
