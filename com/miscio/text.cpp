@@ -1,14 +1,16 @@
 #include "com/miscio/text.h"
 
+#include <algorithm>
+
 std::string narrow(wide_view_t text) {
-    const int length = static_cast<int>(text.size());
-    if (length == 0) {
-        return {};
+    const bool is_ascii = std::all_of(text.begin(), text.end(), [](WCHAR unit) { return unit < 0x80; });
+    if (is_ascii) {
+        return {text.begin(), text.end()};
     }
-    std::string result(text.size() * 3, '\0');  // a unit takes three octets at most, a pair of them four
-    const int room = static_cast<int>(result.size());
-    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), room, nullptr, nullptr);
-    result.resize(static_cast<size_t>(needed));
+    const int length = static_cast<int>(text.size());
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string result(static_cast<size_t>(needed), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), needed, nullptr, nullptr);
     return result;
 }
 

@@ -2,7 +2,9 @@
 
 #include <digest.h>
 
+#include <charconv>
 #include <cstdio>
+#include <iterator>
 #include <random>
 #include <utility>
 
@@ -24,13 +26,15 @@ std::string message_key(const incoming_datagram& datagram) {
     if (concatenation == nullptr) {
         return {};
     }
+    const uint32_t id = concatenation->id();
+    const auto digit = [id](int shift) { return "0123456789ABCDEF"[id >> shift & 0xF]; };
+    constexpr size_t before_amount = 13;
+    char end[32] = {'_', 'I', 'D', '_', digit(12), digit(8), digit(4), digit(0), '_', 'L', 'E', 'N', '_'};
+    const char* const behind = std::to_chars(end + before_amount, std::end(end), concatenation->amount()).ptr;
     std::string key;
-    key.reserve(64);
-    key.append("PHONE_").append(datagram.address).append("_ID_");
-    for (int shift = 12; shift >= 0; shift -= 4) {
-        key += "0123456789ABCDEF"[concatenation->id() >> shift & 0xF];
-    }
-    return key.append("_LEN_").append(std::to_string(concatenation->amount()));
+    key.reserve(6 + datagram.address.size() + sizeof end);
+    key.append("PHONE_", 6).append(datagram.address).append(end, static_cast<size_t>(behind - end));
+    return key;
 }
 
 bool sms_message_t::add_datagram(std::unique_ptr<incoming_datagram>& record) {

@@ -175,8 +175,10 @@ void daemon_t::process_gsm_or_cdma_message(const std::string& address, octet_vie
         QM_ERROR("destination port (%d) is not equal to 0x23F4 => ignoring the message", port);
         return;
     }
-    auto record =
-        std::make_unique<incoming_datagram>(incoming_datagram{octet_string_t(user_data), address, std::move(parsed)});
+    auto record = std::make_unique<incoming_datagram>();
+    record->data = user_data;
+    record->address = address;
+    record->header = std::move(parsed);
     const daemon_visit_t daemon;
     if (!daemon) {
         QM_ERROR("can't process datagram: no daemon object");
