@@ -26,6 +26,7 @@ std::string message_key(const incoming_datagram& datagram) {
     if (concatenation == nullptr) {
         return {};
     }
+    // "PHONE_%s_ID_%04X_LEN_%d" by hand: printf took a fifth of the time of a datagram.
     const uint32_t id = concatenation->id();
     const auto digit = [id](int shift) { return "0123456789ABCDEF"[id >> shift & 0xF]; };
     constexpr size_t before_amount = 13;

@@ -46,8 +46,8 @@ struct message_t {
 
     std::vector<std::unique_ptr<datagram_t>> datagrams;
     const uint32_t id;
-    const wide_string_t phone;
-    const octet_string_t card;
+    const wide_string_t phone;  // its datagrams have views of this
+    const octet_string_t card;  // and slices of this
     bool closed = false;
     uint32_t datagram_count = 0;  // live datagrams
 };
