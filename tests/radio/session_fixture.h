@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
@@ -15,6 +16,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -167,13 +169,15 @@ class session : public testing::Test {
         const RILMESSAGE message = outgoing("+491701234567", "card");
         return RIL_SendMsg(handle, &message, 0);
     }
-    /// Moves the clock fast until the predicate holds, which takes some milliseconds when it does not.
+    /// Moves the clock fast until the predicate holds, which takes a part of a second when it does not: the others need
+    /// some real time to do what its time has come for.
     static bool as_time_passes(const std::function<bool()>& predicate) {
         for (int step = 0; step < 2000; ++step) {
             if (predicate()) {
                 return true;
             }
             base::advance_clock(50);
+            std::this_thread::sleep_for(std::chrono::microseconds(20));
         }
         return false;
     }
