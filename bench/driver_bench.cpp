@@ -3,12 +3,12 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <ril.h>
-#include <stdlib.h>
 
 #include <cstring>
 #include <filesystem>
 #include <string>
 
+#include "bench/set_up.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
@@ -41,12 +41,7 @@ namespace {
 class driver_t {
   public:
     driver_t() {
-        char name[] = "/tmp/zpd-bench-XXXXXX";
-        home_ = mkdtemp(name);
-        if (const std::string error = platform::set_home(home_); !error.empty()) {
-            fprintf(stderr, "%s\n", error.c_str());
-            abort();
-        }
+        require(platform::set_home(home_));
         ZPD_Init(nullptr, nullptr);
     }
     ~driver_t() {
@@ -64,7 +59,7 @@ class driver_t {
     }
 
   private:
-    std::filesystem::path home_;
+    const std::filesystem::path home_ = new_folder();
 };
 
 std::string u32(uint32_t value) {
@@ -198,10 +193,10 @@ void request_beside(benchmark::State& state, DWORD code) {
 BENCHMARK(enter_and_leave);
 BENCHMARK(version);
 BENCHMARK(count_datagrams)->Arg(100)->Arg(32000);
-BENCHMARK(send_behind_backlog)->Arg(250)->Arg(50000)->Iterations(500);
+BENCHMARK(send_behind_backlog)->Arg(250)->Arg(2500)->Arg(25000)->Arg(100000)->Iterations(500);
 BENCHMARK(memory_of_queued)->Iterations(200);
-BENCHMARK(receive_beside_incomplete)->Arg(100)->Arg(65536);
-BENCHMARK_CAPTURE(request_beside, status, ZPD_IOCTL_MESSAGE_STATUS)->Arg(64)->Arg(65000);
+BENCHMARK(receive_beside_incomplete)->Arg(1)->Arg(100)->Arg(10000)->Arg(65536);
+BENCHMARK_CAPTURE(request_beside, status, ZPD_IOCTL_MESSAGE_STATUS)->Arg(64)->Arg(65000)->Iterations(50'000);
 BENCHMARK_CAPTURE(request_beside, close, ZPD_IOCTL_MESSAGE_CLOSE)->Arg(64)->Arg(65000)->Iterations(64);
 
 }  // namespace

@@ -77,7 +77,7 @@ void one_message_beside(benchmark::State& state) {
         }
     }
 }
-BENCHMARK(one_message_beside)->Arg(1)->Arg(100)->Arg(10'000)->Iterations(3000);
+BENCHMARK(one_message_beside)->Arg(1)->Arg(100)->Arg(10'000)->Arg(100'000)->Iterations(3000);
 
 /// Of this thread's processor: another program that has it for a while is no part of a step.
 double milliseconds_of(const std::function<void()>& step) {

@@ -160,7 +160,7 @@ void hand_in_behind(benchmark::State& state) {
     std::filesystem::remove_all(folder);
 }
 
-BENCHMARK(hand_in_behind)->Arg(1)->Arg(9'000)->Iterations(500);
+BENCHMARK(hand_in_behind)->Arg(1)->Arg(90)->Arg(900)->Arg(9'000)->Iterations(500);
 BENCHMARK(outbox_against_driver)->Args({4, 255})->Args({300, 1})->Iterations(3)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -98,3 +98,14 @@ def cards_of_255(folder, count):
         text = f"BEGIN:VCARD\r\nVERSION:2.1\r\nN:{name[-10:]}\r\nNOTE:"
         pathlib.Path(name).write_text(text + "x" * (255 * 128 - len(text) - 20) + "\r\nEND:VCARD\r\n")
     return files
+
+
+def seconds_until_stored(sender, files, to, incoming):
+    wanted = (len(list(incoming.iterdir())) if incoming.is_dir() else 0) + len(files)
+    begin = time.monotonic()
+    sender.send(files, to)
+    while not incoming.is_dir() or len(list(incoming.iterdir())) < wanted:
+        if time.monotonic() - begin > 60:
+            sys.exit("the cards do not arrive")
+        time.sleep(0.005)
+    return time.monotonic() - begin
