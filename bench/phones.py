@@ -20,9 +20,12 @@ def processor_seconds(pid):
 
 
 def switches(pid):
-    """Voluntary ones of its threads."""
-    return sum(int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", (task / "status").read_text(), re.M)[1])
-               for task in pathlib.Path(f"/proc/{pid}/task").iterdir())
+    """Voluntary ones of its threads, but of one that ends meanwhile."""
+    count = 0
+    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+            count += int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", (task / "status").read_text(), re.M)[1])
+    return count
 
 
 class Phone:
@@ -42,10 +45,13 @@ class Phone:
     def log(self, *options):
         subprocess.run([ZPD, "settings", "log", *options, "--device", self.device], check=True, stdout=subprocess.DEVNULL)
 
+    def sending(self, files, to):
+        return [ZPD, "send", *files, "--to", to, "--device", self.device, "--yes"]
+
     def send(self, files, to):
         """Seconds until all are sent, and what that used."""
         before, begin = self.used(), time.monotonic()
-        subprocess.run([ZPD, "send", *files, "--to", to, "--device", self.device, "--yes"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(self.sending(files, to), check=True, stdout=subprocess.DEVNULL)
         taken, after = time.monotonic() - begin, self.used()
         return taken, after[0] - before[0], after[1] - before[1]
 
