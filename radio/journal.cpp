@@ -393,8 +393,7 @@ void journal_t::expire() {
     const std::lock_guard lock(mutex_);
     static_cast<void>(database_.transaction([&] { return database_.run("UPDATE clock SET ran = ?1", ran()); }));
     if (!expiry_) {
-        expiry_.emplace();
-        expiry_->too_many = gone_ > bounds_.datagrams ? gone_ - bounds_.datagrams : 0;
+        expiry_ = forgetting_t{.too_many = gone_ > bounds_.datagrams ? gone_ - bounds_.datagrams : 0};
     }
     expire_some();
 }
@@ -500,9 +499,10 @@ bool journal_t::forget(const forgotten_t& forgotten) {
     if (!done) {
         return false;
     }
-    for (const auto& [message, ids] : forgotten) {
+    for (const auto& of_message : forgotten) {
+        const std::set<int64_t>& ids = of_message.second;
         size_t waited = 0;
-        if (const auto group = groups_.find(message); group != groups_.end()) {
+        if (const auto group = groups_.find(of_message.first); group != groups_.end()) {
             std::erase_if(group->second.records, [&](const assembly::record_t& record) {
                 const bool leaves = ids.contains(record.id);
                 waited += leaves && !record.gone ? 1 : 0;
