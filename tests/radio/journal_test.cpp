@@ -159,6 +159,44 @@ TEST_F(journal, ages_are_counted_while_the_service_runs) {
     EXPECT_THAT(cards(), ElementsAre("alone")) << "forgotten: no copy any more";
 }
 
+TEST_F(journal, what_expires_goes_a_hundred_at_a_time_also_where_it_was_begun_before_a_restart) {
+    const auto each = [&](const auto& what) {
+        for (int sender = 1000; sender < 1250; ++sender) {
+            what(std::to_string(sender));
+        }
+    };
+    each([&](const std::string& sender) {
+        take({arrival("a", "070201", 0, sender), arrival("alone", "", 0, sender)});
+    });
+    EXPECT_EQ(cards().size(), 250U);
+    base::advance_clock(8 * day);
+    kept->expire();
+    EXPECT_EQ(kept->counts().given_up, 100U);
+    EXPECT_LE(kept->next_look(), base::tick64());
+    open();
+    kept->expire();
+    while (kept->next_look() <= base::tick64()) {
+        kept->look_again();
+    }
+    EXPECT_EQ(kept->counts().given_up, 150U);
+    EXPECT_THAT(incomplete(), IsEmpty());
+    each([&](const std::string& sender) { take(arrival("alone", "", 0, sender)); });
+    EXPECT_EQ(cards().size(), 250U) << "forgotten, each of them";
+}
+
+TEST_F(journal, what_has_gone_is_known_as_many_as_may_wait) {
+    open(4);
+    for (const char* body : {"1", "2", "3", "4", "5", "6"}) {
+        take(arrival(body));
+        cards();
+    }
+    kept->expire();
+    for (const char* body : {"1", "2", "3", "4", "5", "6"}) {
+        take(arrival(body));
+    }
+    EXPECT_THAT(cards(), ElementsAre("1", "2")) << "the first to go are forgotten";
+}
+
 TEST_F(journal, a_flood_costs_its_sender_his_oldest_and_nobody_a_whole_card) {
     open(4);
     for (const char* place : {"010201", "020201", "030201", "040201", "050201"}) {
