@@ -363,17 +363,24 @@ bool journal_t::drop(const dropped_t& all, std::string_view reason) {
             });
         });
     });
-    if (done) {
-        for (const auto& [message, incomplete] : all) {
-            leave(message, incomplete, reason);
+    if (!done) {
+        return false;
+    }
+    for (const auto& [message, incomplete] : all) {
+        leave(groups_[message], incomplete, reason);
+    }
+    for (const auto& [message, incomplete] : all) {
+        if (const auto group = groups_.find(message); group != groups_.end()) {
+            assemble(message, group->second);  // what lay apart may be neighbours now
+            if (group->second.records.empty()) {
+                groups_.erase(group);
+            }
         }
     }
-    return done;
+    return true;
 }
 
-void journal_t::leave(const std::string& message, const incomplete_t& incomplete, std::string_view reason) {
-    const auto found = groups_.find(message);
-    group_t& group = found->second;
+void journal_t::leave(group_t& group, const incomplete_t& incomplete, std::string_view reason) {
     std::erase_if(group.records, [&](const assembly::record_t& record) {
         return std::ranges::find(incomplete.ids, record.id) != incomplete.ids.end();
     });
@@ -382,10 +389,6 @@ void journal_t::leave(const std::string& message, const incomplete_t& incomplete
         given_up_ += incomplete.places;
         warn(fmt::format("dropped {} of the {} datagrams of a message from {}: {}", incomplete.places, group.parts,
                          group.sender, reason));
-    }
-    assemble(message, group);
-    if (group.records.empty()) {
-        groups_.erase(found);
     }
 }
 
@@ -509,6 +512,7 @@ bool journal_t::forget(const forgotten_t& forgotten) {
                 return leaves;
             });
             if (group->second.records.empty()) {
+                doubtful_.erase(group->first);
                 groups_.erase(group);
             }
         }

@@ -123,7 +123,7 @@ class journal_t {
     void keep_bounds();
     bool drop_of_the_greediest(size_t most);
     bool drop(const dropped_t& all, std::string_view reason);
-    void leave(const std::string& message, const assembly::incomplete_t& incomplete, std::string_view reason);
+    void leave(journal_file::group_t& group, const assembly::incomplete_t& incomplete, std::string_view reason);
     void expire_some();
     bool drop_old(int64_t until, bool& more);
     bool forget_gone(int64_t until, bool& more);
