@@ -17,6 +17,7 @@
 #include "air/tpdu.h"
 #include "base/hex.h"
 #include "bench/gammu_codec.h"
+#include "bench/idle_radio.h"
 #include "bench/set_up.h"
 #include "com/sms/sms.h"
 #include "com/zpd/daemon/datagram_coding.h"
@@ -24,28 +25,6 @@
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
 #include "radio/ril_message.h"
-
-namespace {
-
-// The radio of these measurements: it keeps the driver's callback, and does nothing else.
-RILNOTIFYCALLBACK notify = nullptr;
-
-}  // namespace
-
-HRESULT RIL_Initialize(DWORD, RILRESULTCALLBACK, RILNOTIFYCALLBACK on_notify, DWORD, DWORD, HRIL* session) {
-    notify = on_notify;
-    *session = &notify;
-    return S_OK;
-}
-HRESULT RIL_Deinitialize(HRIL) {
-    return S_OK;
-}
-HRESULT RIL_SendMsg(HRIL, const RILMESSAGE*, DWORD) {
-    return E_FAIL;
-}
-HRESULT RIL_GetCurrentSystemType(HRIL) {
-    return 1;
-}
 
 namespace {
 

@@ -8,32 +8,11 @@
 #include <filesystem>
 #include <string>
 
+#include "bench/idle_radio.h"
 #include "bench/set_up.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
-
-namespace {
-
-// The radio of these measurements: it never finds a network, so that what is sent piles up in the queue.
-RILNOTIFYCALLBACK notify = nullptr;
-
-}  // namespace
-
-HRESULT RIL_Initialize(DWORD, RILRESULTCALLBACK, RILNOTIFYCALLBACK on_notify, DWORD, DWORD, HRIL* session) {
-    notify = on_notify;
-    *session = &notify;
-    return S_OK;
-}
-HRESULT RIL_Deinitialize(HRIL) {
-    return S_OK;
-}
-HRESULT RIL_SendMsg(HRIL, const RILMESSAGE*, DWORD) {
-    return E_FAIL;
-}
-HRESULT RIL_GetCurrentSystemType(HRIL) {
-    return 1;
-}
 
 namespace {
 

@@ -17,32 +17,11 @@
 #include <string>
 #include <vector>
 
+#include "bench/idle_radio.h"
 #include "bench/set_up.h"
 #include "com/zpd/main.h"
 #include "com/zpd/zpd_ioctl.h"
 #include "platform/linux/home.h"
-
-namespace {
-
-// The radio of these measurements: it has no network, and delivers what it is told to.
-RILNOTIFYCALLBACK notify = nullptr;
-
-}  // namespace
-
-HRESULT RIL_Initialize(DWORD, RILRESULTCALLBACK, RILNOTIFYCALLBACK on_notify, DWORD, DWORD, HRIL* session) {
-    notify = on_notify;
-    *session = &notify;
-    return S_OK;
-}
-HRESULT RIL_Deinitialize(HRIL) {
-    return S_OK;
-}
-HRESULT RIL_SendMsg(HRIL, const RILMESSAGE*, DWORD) {
-    return E_FAIL;
-}
-HRESULT RIL_GetCurrentSystemType(HRIL) {
-    return 1;
-}
 
 namespace {
 
